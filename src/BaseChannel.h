@@ -1,0 +1,250 @@
+// BaseChannel: one monitored telephone line: call state, numbers, recording rules, audio and line health.
+// The recorder owns one object a driver channel and routes the card events of that channel to it; a subclass turns them
+// into RingingStarted, RingingStopped, InCallMaybeChanged, RemoteNumberChanged and DetectedDigit, and the answer of the
+// virtual InCall decides everything else.
+// Threads:   main only. Orders from other threads arrive as actions.
+// Ownership: the recorder deletes channels; acRecordBuf, acMixBuffer, hAudioFile and hRawFile belong to the channel.
+// Errors:    a channel never stops the process: a failed driver call or file operation is logged and the call goes on.
+// Text:      numbers are Latin-1, as the cards deliver them; the database gets them as UTF-8.
+#pragma once
+
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "idatabase.h"
+#include "irecorder.h"
+#include "shpa3api.h"
+
+enum ELineHealth { LINEHEALTH_OK = 0, LINEHEALTH_OFFLINE = 1, LINEHEALTH_ERROR = 2 };
+
+// -- texts of the card's codes; empty for an unknown one ----------------------------------------------------------
+const char* GetChannelStateDescr(int iState);
+const char* GetToneDescr(int iTone);
+const char* GetLineHealthDescr(ELineHealth eHealth);
+bool IsChStateError(int iState);
+bool IsChStateDisconnected(int iState);
+
+// A callback entry that no driver registration reaches; pUser is a BaseChannel.
+void RecordingCallBack(int iCh, unsigned char* buf, unsigned int len, void* pUser);
+// A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop).
+void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh);
+
+class BaseChannel {
+ public:
+  BaseChannel();
+  virtual ~BaseChannel();
+  BaseChannel(const BaseChannel&) = delete;
+  BaseChannel& operator=(const BaseChannel&) = delete;
+
+  // -- construction, event frame, timers (BaseChannel.cpp) ------------------------------------------------------
+  // Called once after construction; a subclass calls this one first.
+  virtual void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh);
+  // A subclass calls this one first, then does its own work.
+  virtual void HandleEvent(SSM_EVENT* prEvent);
+  // A subclass calls it for each code that it does not treat itself: carries E_PROC_RecordMem to the audio path.
+  void DefaultEventHandle(SSM_EVENT* prEvent);
+  // Once a second.
+  virtual void Periodic();
+  virtual void Finalize() {}
+  // Forgets the information of a call.
+  virtual void ClearInfo();
+  // Forgets what belongs to one recording part.
+  virtual void AlwaysClearInfo();
+  virtual void ReloadSettingsLive();
+  void SetBaseChannel(int iBaseCh);
+
+  // -- call lifecycle (BaseChannel_call.cpp) --------------------------------------------------------------------
+  virtual bool InCall() { return fInCall_ChState; }
+  void RingingStarted();
+  void RingingStopped();
+  virtual void WhenNewRing() {}
+  void InCallMaybeChanged();
+  void WhenCallStarts();
+  void WhenCallStops();
+  // Ends a call in progress when the recorder shuts down.
+  void EndOfCall();
+  void RemoteExpired();
+  void CheckRemoteExpired();
+  // Age reference of the remote number: now while the line rings, so that a number does not age meanwhile.
+  time_t GetRemoteNumTime();
+  // Seconds of ringing before the call; -1: none or unknown.
+  virtual int GetWaitTime();
+
+  // -- recording decisions (BaseChannel_decide.cpp) -------------------------------------------------------------
+  virtual bool MayStartRecording(bool fTell);
+  virtual bool RecordingScheduled();
+  // The one way into a recording.
+  void TryStartRecording();
+  void StartRecording();
+  // On entry fClearInfo asks for ClearInfo after the stop; on return it is false when that was done or cancelled.
+  virtual void StopRecording(bool& fClearInfo);
+  bool QRecOnDmd();
+  virtual bool GetNewRecOnDmd() { return fRecOnDmd; }
+  bool MayDeleteOnDemand();
+  bool DeleteAct();
+  bool RecOnDmdAct(bool fStart);
+  bool TrySetSilencing(bool fToSet);
+
+  // -- audio (BaseChannel_audio.cpp) ----------------------------------------------------------------------------
+  virtual bool CanStereo() { return false; }
+  void BasicRecordingPreparation();
+  // Sends bytes [iStart, iStop) of acRecordBuf to the file, or to the base channel when this side is mixed in.
+  // Does nothing for an empty range, or with neither base nor open file. While silenced, overwrites the range first.
+  void WriteMemRange(int iStart, int iStop);
+  // Audio of the linked channel, on the base; overwritten with silence while the base is silenced.
+  void MixAudio(BYTE* buf, int len);
+  // iType 0: own side, 1: linked side.
+  void MixAdd(const BYTE* buf, int iLen, int iType);
+  void WriteBuf(const BYTE* buf, int len);
+  void StartMixRecord(int iBaseRecCh);
+  void StopMixRecord();
+  void OpenAudioFile();
+  void CloseAudioFile();
+  void UpdateAudioFileHeader();
+  void OpenRawFile();
+  void CloseRawFile();
+  void OnRecordingData(const void* pData, unsigned int uiLen);
+  // A loudness window is full: level, and the loud-voice count.
+  void NewLoudness();
+
+  // -- numbers and digits (BaseChannel_number.cpp) --------------------------------------------------------------
+  // The remote number as stored: its last digits masked when so configured. Latin-1.
+  std::string GetDbRemoteNum();
+  // The local number in UTF-8.
+  std::string GetLocalNum();
+  bool QUseLocalNum();
+  // A subclass calls it after writing strRemoteNum or strConnectedNum.
+  void RemoteNumberChanged();
+  bool ChangeLocalNum(const std::string& strLocalPhoneNum);
+  // strRemotePhoneNum has no effect here. Always true.
+  bool LocalNumberChanged(const std::string& strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
+  // stopIsFinal: true after a remote change, false after a local one.
+  void PhoneNumberChanged(bool stopIsFinal);
+  void CheckDigitsExpired(bool fForceExpired);
+  virtual void WhenDigitExpiring() {}
+  void DetectedDigit(char ch);
+  // A digit forwarded by the linked channel.
+  void LinkedChannelDigit(char ch);
+  void DtmfAction(const std::string& strAction);
+
+  // -- ids, file names, call rows (BaseChannel_record.cpp) ------------------------------------------------------
+  void DetermineDbRemoteId();
+  void DetermineFilename();
+  // fFinal: false for the row of a running call, true for the lasting one.
+  void FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFinal);
+  void AddActive();
+  void RemoveActive();
+  // The single exit of a recording part; fClearInfo when the call itself has ended.
+  void FinalizeRecording(bool fClearInfo);
+
+  // -- line health (BaseChannel_health.cpp) ---------------------------------------------------------------------
+  // iLastChannelState has just changed.
+  void NewChannelState();
+  void PeriodicChannelState();
+  void FinalCalcChannelState();
+  void NewLineHealth();
+  // Writes the state file of the line: 0 written, 1 file could not be opened, -1 this kind of line has none.
+  virtual int WriteChState() { return -1; }
+
+  // -- identity and links ---------------------------------------------------------------------------------------
+  ICRecorder* prRecorder = nullptr;  // not owned, outlives the channel
+  int iChIx = 0;                     // index in the channel table; equals iDrvCh
+  int iChannel = -1;                 // line number that users see; -1: none
+  int iDrvCh = 0;                    // driver channel
+  int iBoardListIx = 0;              // index of the board in the board list
+  int iBoardCh = -1;                 // channel on that board
+  int iRecSource = 0;                // kind of source, column "source"
+
+  // -- call state -----------------------------------------------------------------------------------------------
+  bool fCallBusy = false;           // a call is in progress
+  bool fInCall_ChState = false;     // the driver channel state says so
+  bool fRinging = false;            // the line rings now
+  time_t rFirstRing = 0;            // GetSrTime() seconds; 0: no ring in this call
+  time_t rLastRing = 0;             // last ring edge; 0: none
+  bool fIncoming = false;
+  bool fKnowIncoming = false;       // fIncoming comes from signalling, no guessing
+  bool fRingsUntilPickup = false;   // a stopped ring without a call is a lost call on this kind of line
+  time_t rCallStopTime = 0;
+  int iWaitTime = 0;                // seconds of ringing before the call; -1: none or unknown
+
+  // -- numbers --------------------------------------------------------------------------------------------------
+  time_t rRemoteNumTime = 0;        // when strRemoteNum was last set; 0: none
+  std::string strRemoteNum;         // far party
+  std::string strLocalNum;          // monitored party
+  std::string strNonMonitoredNum;   // local number kept aside while the call is on a non-monitored phone
+  CallerIdContact rCustomLocal;     // local identity that the web side set for this line
+  std::string strConnectedNum;      // number that the call was connected to
+  bool fUseLocalNum = false;        // strLocalNum identifies the local side, not the line
+  bool fHasConnectedNum = false;    // this kind of line delivers a connected number
+  std::string strPrevRemoteNum;     // stored form of the number last seen by RemoteNumberChanged
+  std::string strPrevConnectedNum;  // connected number last seen by RemoteNumberChanged
+  std::string strPrevCallRemoteNum;
+  bool fUsePressedDigitsForRemote = false;
+  time_t rDigitTime = 0;            // last digit
+  bool fResetLocalNum = false;      // ClearInfo also empties strLocalNum
+
+  // -- recording ------------------------------------------------------------------------------------------------
+  // fRecording can hold while hAudioFile is null: the open failed, the call goes on without audio.
+  bool fRecording = false;
+  time_t rStartTime = 0;
+  int iDuration = 0;                // seconds of the last finished recording
+  int iLinkedCh = -1;               // driver channel mixed into this recording
+  int iBaseRecCh = -1;              // driver channel whose recording this one feeds now
+  int iBaseCh = -1;                 // driver channel that this one is the linked side of
+  bool fDontRecord = false;         // the call is not to be recorded or kept
+  bool fDontKeepThisPart = false;   // this part is thrown away, the call goes on
+  int iRecUniqCnt = 0;              // recordings on this line, feeds strDbRemoteId
+  std::string strFullFilename;      // file being written
+  std::string strFullFilenameFinal;
+  std::string strArchiveFilename;
+  std::string strFilename;
+  std::string strDirectory;         // year/month/day/hour
+  int iEncoding = 0;                // column "encoding"; 0 before audio starts
+  FILE* hRawFile = nullptr;         // monitoring copy
+  int iRecordOffset = 0;            // read position in acRecordBuf
+  int iRecordBufSize = 0;
+  int iRecordByteCnt = 0;           // audio bytes of hAudioFile
+  BYTE* acRecordBuf = nullptr;      // owned, iRecordBufSize bytes; the card writes, we read behind its position
+  FILE* hAudioFile = nullptr;
+  bool fSilencing = false;
+  int iMixBufIx[2] = {0, 0};        // bytes a side in acMixBuffer: [0] own, [1] linked
+  BYTE* acMixBuffer = nullptr;      // owned, 4 * iRecordBufSize bytes
+  bool fDoStereo = false;
+  int iCalcLoudnessSamples = 0;     // samples of a loudness window
+  int iActiveCallID = -1;           // row in ActiveCalls
+  std::string strDbRemoteId;        // id of the recording part; commands address the call by it
+  int iActiveContactLocal = 0;      // contact of the local side last written to the database
+
+  // -- digits ---------------------------------------------------------------------------------------------------
+  std::string strDigits;            // since the last expiry
+  bool fDigitFreeze = false;        // digits are ignored
+  bool fToEmail = false;            // the recording is to be mailed
+
+  // -- timers and loudness --------------------------------------------------------------------------------------
+  int iPeriodicCounter = 0;         // seconds up to the file header update
+  int iPeriodicCounter2 = 0;        // seconds of the current long-recording part
+  bool fCalcLoudness = false;
+  int iCalcLoudnessIndex = 0;       // samples in the current window
+  double dLoudness = 0;             // sum of squares of the current window
+  int iLast_dB = -999;              // last level; -999: none
+  bool fHighDetect = false;         // loud-voice detection
+  int iHighDbThr = 0;               // dB
+  int iHighMaxCnt = 0;              // loud windows that raise the alarm
+  int iHighCnt = 0;                 // loud windows so far
+  int iHighAge = 0;                 // quiet windows since the last loud one
+  int iHighNotify = 0;              // EHighNotify
+  bool fHighSwitchedOff = false;    // a call-progress tone is present
+
+  // -- on-demand and long recordings, line health ---------------------------------------------------------------
+  bool fRecOnDmd = false;           // this call records only on demand
+  bool fRecOnDmdStart = false;      // a demand is in force
+  bool fLongRecordings = false;     // long calls are cut into parts
+  int iLongRecordingsLen = 0;       // minutes
+  bool fCheckLineStatus = false;    // a change of health triggers a recheck of the system
+  int iLastChannelState = -1;       // last driver channel state; -1: none
+  int iLineErrCalc = 0;             // error score, 0 to 200
+  int iLineOfflineCalc = 0;         // offline score, 0 to 200
+  ELineHealth eLineHealth = LINEHEALTH_OK;
+};

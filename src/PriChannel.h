@@ -1,0 +1,30 @@
+// PriChannel: one direction of a tapped ISDN primary-rate circuit. The card's signalling monitor gives state, direction
+// and numbers for certain. The two channels of a circuit pair up: the base records, the linked side feeds it.
+// Threads:   main only; base and linked side talk through ICRecorder in plain calls.
+#pragma once
+
+#include "BaseChannel.h"
+
+enum EPriState { PRI_IDLE = 0, PRI_RING = 2, PRI_TALK = 3, PRI_UNAVAILABLE = 11, PRI_NUMB = 105 };
+const char* GetPriStateDescr(int iState);
+
+class PRI_Channel : public BaseChannel {
+ public:
+  PRI_Channel();
+
+  void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh) override;
+  void HandleEvent(SSM_EVENT* prEvent) override;
+  bool CanStereo() override { return true; }
+  int GetWaitTime() override;
+  bool GetNewRecOnDmd() override;
+
+  int iCic = -1;                // circuit number
+  bool fChAvail = false;        // last availability reported
+  bool fChAvailUnknown = true;  // nothing reported yet
+  bool fSwapSides = false;      // the tap is wired in reverse
+
+ private:
+  void OnDigit(char ch);
+  void OnSpyState(int iCur, int iPrev);
+  void OnTalking();
+};

@@ -1,0 +1,118 @@
+// bgact: worker threads for slow work, the queue that feeds them, and the actions that travel through it.
+// Conversions and shell commands may take minutes and must not hold up card events, so they travel as actions: a slow
+// part for a worker (performThread) and a part for the main thread (performMain, then completed).
+// Threads:   queueAction, isBgQueueReady: any. performThread: a worker. performMain, completed: main.
+//            Before init_bgact an action runs at once on the caller's thread, and completed is not called.
+// Ownership: queueAction takes the action over; the caller keeps no pointer.
+// Locks:     rMutex guards rList and is never held while an action runs.
+// Errors:    none of its own; a failed performThread still reaches performMain.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "irecorder.h"
+
+class LineCom;
+
+class ThreadAct {
+ public:
+  virtual void performThread() = 0;
+  virtual void performMain() = 0;
+  virtual ~ThreadAct() = default;
+  virtual void completed() {}
+};
+
+// Removes the file of a recording that is not kept.
+class DeleteFileAct : public ThreadAct {
+ public:
+  void performThread() override;
+  void performMain() override;
+
+  std::string strFilename;
+};
+
+// Finishes a kept recording. The worker converts, checks, encrypts and takes the checksum; the main thread moves the
+// row from ActiveCalls to Calls. What the main part needs of the file work travels in rCallInfo.
+class AudioConvAct : public ThreadAct {
+ public:
+  void performThread() override;
+  void performMain() override;
+
+  IDatabase* prDB = nullptr;
+  StringMap rCallInfo;     // the future row of Calls
+  int iActiveCallID = -1;  // never -1 in a queued action
+  ERecEncodings eRecEnc = RECENC_G711A;
+  bool fStereo = false;
+  std::string strFullFilename;       // the file that the channel wrote
+  std::string strFullFilenameFinal;  // the file to produce
+  std::string strArchiveFilename;    // its path in the archive
+  bool fToEmail = false;
+  int iEmailContactID = -1;  // contact of the local party, for the mail
+  int iDuration = 0;         // seconds
+  std::string strCheckSumType;
+  bool fStoreOnDemandDelay = false;  // the call stays active, waiting for a decision
+  ICRecorder* prRecorder = nullptr;
+};
+
+// Hands the row id of a finished call to the tracker script.
+class CallPostAct : public ThreadAct {
+ public:
+  void performThread() override;
+  void performMain() override;
+
+  int iCallID = -1;
+};
+
+// The long-running tracker script; one request at a time.
+class Tracker {
+ public:
+  ~Tracker();
+  void init();
+  void postCall(int iCallID);
+  void close();
+
+ private:
+  LineCom* m_lineCom = nullptr;  // owned; null until first use
+  std::mutex rMutex;             // usable from the first postCall on
+};
+extern Tracker theTracker;
+
+constexpr int ATHREAD = 2;  // workers; bounds the number of conversions at a time
+
+class BgActHandler {
+ public:
+  void init();
+  void close();
+  // The loop of worker ix; returns when told to stop.
+  void run(int ix);
+  void handleAction(ThreadAct* prAct);
+  void queue(ThreadAct* prAct);
+  // No queued and no running action.
+  bool ready();
+
+ private:
+  static void* run_it(void* pIx);
+
+  pthread_t rThread[ATHREAD] = {};
+  pthread_mutex_t rMutex{};
+  std::atomic<bool> fPleaseStop{false};
+  std::atomic<bool> fBusy[ATHREAD] = {};  // true while that worker holds an action
+  std::list<ThreadAct*> rList;            // guarded by rMutex; first in, first out
+};
+extern BgActHandler* prBgActHandler;  // null until init_bgact
+
+void init_bgact();
+// Joins the workers, drops what is still listed, and closes the tracker. Nothing may be queued afterwards.
+void close_bgact();
+void queueAction(ThreadAct* prAct);
+bool isBgQueueReady();
+// Queues an action straight to the main loop; without a boot object it is deleted unrun. Null is ignored.
+void mainQueue(ThreadAct* prAct);
+
+// Checksum of a file by an external tool: the first word of its output, empty when the output has no blank.
+std::string calcSum(const std::string& strProgram, const std::string& strFileName);

@@ -1,0 +1,19 @@
+// filedir: helpers on paths and files, and DeleteFn, through which every recording is removed.
+// Threads:   any; no state. DeleteFn blocks while a secure deletion runs, so recordings are deleted on a worker.
+// Errors:    nothing is logged; DeleteFn reports by its result, the rest is silent.
+#pragma once
+
+#include <string>
+
+// Creates all folders of a path with mode 0777 (the daemon runs with an empty umask).
+void EnsurePath(const std::string& strPath);
+// All before the last "." of the whole path, or the path itself.
+std::string RemoveFileExtension(const std::string& path);
+// All behind the last "/", or the path itself.
+std::string ExtractFileName(const std::string& path);
+// True when stat succeeds; folders count.
+bool file_exists(const std::string& strFileName);
+// The text of a file; empty when it cannot be opened. For text files: a NUL cuts the piece that holds it.
+std::string StdGetFileContent(const std::string& strFileName);
+// Removes a file, with "shred" when /var/morvex/conf/opt_secure_delete exists. True when the file is gone by this call.
+bool DeleteFn(const char* pathname);

@@ -1,0 +1,48 @@
+// fstring: helpers on standard strings, the Latin-1 and UTF-8 conversions between the cards and the database, and the
+// column-to-value map of a database row.
+// Threads:   any; no state.
+// Errors:    none is reported; Utf8ToLatin1 gives an empty text for a sequence cut off by more than one byte.
+#pragma once
+
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+// Settings, database rows and data-file text; keys in byte-wise order.
+using StdStringMap = std::map<std::string, std::string>;
+
+// A row for the database: column name to value, all values in UTF-8.
+class StringMap {
+ public:
+  // Both set data[strKey], replacing an earlier value; AddLatin1 converts the value.
+  void AddUtf8(const std::string& strKey, const std::string& strValue);
+  void AddLatin1(const std::string& strKey, const std::string& strValue);
+
+  StdStringMap data;
+};
+
+// Strips blanks, tabs, CR and LF from both ends. A text of nothing else stays as it is: callers rely on that.
+void trim(std::string& str);
+// Keeps only the first white-space delimited word; a text of white space becomes empty.
+void trimWord(std::string& str);
+bool beginsWith(const std::string& haystack, const std::string& needle);
+int acBeginsWith(const char* haystack, const char* needle);
+// The text, or an empty one for null.
+std::string StdStringNullSafe(const char* acText);
+// `strToRepeat` iCnt times with `strSeparator` between; empty for iCnt below 1.
+std::string StrRepeat(int iCnt, const std::string& strToRepeat, const std::string& strSeparator);
+// Replaces every byte that is not safe in a file name by "_"; the length stays. A dot is kept, a blank is not.
+std::string MakeValidFileNameStr(const std::string& strFilename);
+std::string Latin1ToUtf8(const std::string& input);
+// Characters above U+00FF become "?".
+std::string Utf8ToLatin1(const std::string& input);
+// Length of the UTF-8 sequence that `ch` starts; no validity check.
+int GetUtf8Size(unsigned char ch);
+std::string ToStdString(int iValue);
+// Both append the fields of `strText` (up to its first NUL) to `vstrList`; the rest after the last separator is always
+// a field. lt_split_quotes takes double quotes as grouping.
+void lt_split(std::vector<std::string>& vstrList, const std::string& strText, char cSep);
+void lt_split_quotes(std::vector<std::string>& vstrList, const std::string& strText, char cSep);
+// The elements between "|"; an empty text has none.
+std::list<std::string> getElements(const std::string& totalString);

@@ -1,0 +1,12 @@
+// g711: ITU-T G.711 conversions between 16-bit linear samples and A-law or mu-law bytes.
+// All in 16-bit arithmetic, with the edges that follow: mu-law does not clip, A-law codes -1 to -7 as 0x5A. Recordings
+// mixed by earlier versions sound the same only as long as these edges stay.
+// Threads:   any; pure functions, every input has an output.
+#pragma once
+
+unsigned char linear2alaw(short pcm_val);
+short alaw2linear(unsigned char a_val);
+unsigned char linear2ulaw(short pcm_val);
+short ulaw2linear(unsigned char u_val);
+unsigned char alaw2ulaw(unsigned char aval);
+unsigned char ulaw2alaw(unsigned char uval);

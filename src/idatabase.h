@@ -1,0 +1,97 @@
+// idatabase: the interface of all database work, as channels, actions and the recorder hold it.
+// Threads:   main only; workers run no SQL.
+// Ownership: results are values; nobody keeps a pointer into the database.
+// Errors:    each operation makes sure of the connection first. When there is none it logs and returns its default:
+//            -1 for a row id, 0, false, an empty text or map, a default Contact. Callers go on.
+// Text:      UTF-8.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "fstring.h"
+
+// Database identities of one party; -1: not known.
+struct Contact {
+  long long iCallerID = -1;   // row in CallerIDs
+  long long iContactID = -1;  // row in Contacts
+  long long iLineID = -1;     // row in Lines
+  bool fLocal = false;        // the number belongs to this site
+
+  // The ids as SQL text, "NULL" for -1.
+  std::string StdStrCallerID() const;
+  std::string StdStrContactID() const;
+};
+
+// A replacement of a line's own contact by another. Ids default to 0 here, unlike in Contact.
+struct CallerIdContact {
+  bool fFound = false;
+  long long iCallerID = 0;
+  long long iContactID = 0;
+  std::string strText;          // number of that contact, UTF-8
+  long long iUpdateTime = 0;  // seconds since 1970
+};
+
+// Preset of a call column for a local number.
+struct IdMapEntry {
+  bool fFound = false;
+  std::string strValue;
+  std::string strTarget;  // "notes" or "notes2"; anything else has no effect
+};
+
+class IDatabase {
+ public:
+  virtual ~IDatabase() = default;
+
+  // -- connection and recorder --------------------------------------------------------------------------------
+  // Waits for the server, one attempt a second, 60 at most. 0: connected; 1: gave up.
+  virtual int WaitForConnection() = 0;
+  // Changes the user name of WaitForConnection alone; all SQL runs as "root".
+  virtual void SetDbUser(const std::string& strUser) = 0;
+  // Finds or makes the row of this recorder; an existing row keeps its name.
+  virtual void InitRecorder(const std::string& strRecId, const std::string& strName) = 0;
+  virtual long long GetRecorderID() = 0;  // 0 until InitRecorder succeeded
+
+  // -- calls --------------------------------------------------------------------------------------------------
+  // All three return the new row id, -1 on failure.
+  virtual int AddCall(const StringMap& rCallInfo) = 0;
+  virtual int AddActiveCall(const StringMap& rCallInfo) = 0;
+  virtual int AddCallGeneric(const std::string& strTable, const StringMap& rCallInfo) = 0;
+  virtual void DeleteActiveCall(int iID) = 0;
+  // The iBack-th newest call of a local contact (1: the newest); -1 when there is none.
+  virtual int GetCallBack(int iContactID, int iBack) = 0;
+  virtual void UpdateActiveCallRemoteContact(int iID, Contact& rContact, const std::string& strRemote) = 0;
+  virtual void UpdateActiveCallLocalContact(int iID, Contact& rContact, const std::string& strLocal) = 0;
+  virtual void UpdateActiveCallConnectedNum(int iID, Contact& rContact, const std::string& strConnected) = 0;
+  virtual void UpdateActiveCallCategory(int iID, int iCategory) = 0;
+  virtual bool UpdateActiveCall(int iID, const StringMap& rCallInfo) = 0;
+  // Reads callextra, sets one key and writes it back; nothing when the row is gone.
+  virtual void SetActiveCallExtra(int iID, const std::string& strKey, const std::string& strValue) = 0;
+  virtual StdStringMap GetActiveCallExtra(int iID) = 0;
+  // The columns that the web side may have changed during the call.
+  virtual StdStringMap GetActiveCallCarryOver(int iID) = 0;
+
+  // -- contacts -----------------------------------------------------------------------------------------------
+  virtual Contact GetOrCreateLineContact(int iChannel, long long iRecorderID, const std::string& strName) = 0;
+  // Creates nothing, and leaves fLocal false whatever the row says.
+  virtual Contact GetCallerIDContact(const std::string& strCallerID) = 0;
+  virtual Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& strCallerID2, bool fLocal,
+                                             const std::string& strName) = 0;
+  virtual void DeleteIfUnused(Contact rContact) = 0;
+  virtual std::string GetContactName(int iContactId) = 0;
+
+  // -- configuration and users --------------------------------------------------------------------------------
+  // Merges the rows of a part over what the map holds.
+  virtual void GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) = 0;
+  virtual std::string GetConfig(const std::string& strParam) = 0;
+  virtual int GetConfigInt(const std::string& strParam) = 0;
+  // Replaces each row by param alone, whatever part it stood in.
+  virtual void SetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) = 0;
+  // Appends to the vector.
+  virtual void GetUsersOfPhone(int iContactID, std::vector<int>& aiAccIDs) = 0;
+  // strField goes bare into the statement: only the program's own column names.
+  virtual std::string GetUserStringOnAccID(int iAccID, const std::string& strField) = 0;
+  virtual int GetUserIntOnAccID(int iAccID, const std::string& strField) = 0;
+  virtual IdMapEntry GetIdMapEntry(const std::string& strLocalNum) = 0;
+  virtual CallerIdContact GetCustomLocal(long long iContactID) = 0;
+};

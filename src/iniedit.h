@@ -1,0 +1,33 @@
+// iniedit: merges wanted settings into an INI file without disturbing what the file already holds.
+// The card driver's files are tuned by hand: some keys are forced, defaults fill gaps, whole tables are rewritten, and
+// comments, order and unknown keys stay. A write-only engine: it never hands back what a file holds.
+// Threads:   main, at start. The name of the temporary file is fixed, so one writer a file.
+// Errors:    none is reported; a file that cannot be opened is skipped.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+using IniSectionData = std::map<std::string, std::string>;
+
+class IniData {
+ public:
+  // The key gets this value, whatever stands in the file.
+  void set(const std::string& strSection, const std::string& strKey, const std::string& strValue);
+  // The key gets this value only if its section in the file lacks it.
+  void setDefault(const std::string& strSection, const std::string& strKey, const std::string& strValue);
+  // The key lines of this section in the file are dropped; only what was set stands afterwards.
+  void replaceSection(const std::string& strSection);
+  // Merges into the file. A missing file gets what overwrite writes. May run again.
+  void update(const std::string& strPath) const;
+  // Writes the forced values alone as a new file; nothing happens when it cannot be opened.
+  void overwrite(const std::string& strPath) const;
+  // The text that overwrite would write.
+  std::string dump() const;
+
+ private:
+  std::map<std::string, IniSectionData> data;     // values to force
+  std::map<std::string, IniSectionData> defData;  // values to add if the key is missing
+  std::set<std::string> toReplace;                // sections whose key lines are dropped
+};

@@ -1,0 +1,3 @@
+#include "morvex_crec.h"
+
+int main(int argc, char** argv) { return RunDaemon(argc, argv); }

@@ -1,0 +1,26 @@
+// morvex_crec: the life of the process from its first argument to its return: going to the background, signals, the
+// order in which the parts come up and go down, and the wait for cards. The main loop stands in morvex_crec_loop.cpp.
+// Threads:   main. mainQueue (bgact.h) reaches the loop from any thread.
+// Ownership: RunDaemon owns the start-up Database; RecorderMain owns one TRecorderBoot a try.
+#pragma once
+
+class TRecorderBoot;
+
+// The boot object of the current try, target of mainQueue. Set at the start of each try of RecorderMain, cleared only
+// after the main loop has ended on the normal path: the failure returns leave it, as no action can be in flight then.
+extern TRecorderBoot* g_prBoot;
+
+// What main does; returns the exit code of the process.
+int RunDaemon(int argc, char** argv);
+// True when the card driver's directory exists.
+bool CheckCardDriver();
+// Forks. 0 in the parent, -1 in the child that is to go on, 1 on any failure.
+int spawn_me();
+void setSignalHandlers();
+void signal_handler(int iSignal);
+// Does nothing and is no step of the start: the process runs with the limits that it inherits.
+void setLimits();
+// The retry loop around cards and driver; returns the exit code (0 normal or disabled, 1 driver failed, 2 no cards).
+int RecorderMain();
+// Sleeps, from one second on in steps that end early once fAppTerminate is set.
+int CheckedSleep(int ms);

@@ -1,0 +1,36 @@
+// reactor: the control socket towards the web side: one short command a connection, one line of reply.
+// Its thread never touches channels: each command becomes an action for the main thread, and for commands that need an
+// answer the thread polls until the main thread reports back or a short time passes.
+// Threads:   init_, close_reactor: main. run: the reactor thread. performMain, completed of its actions: main.
+// Ownership: g_prReactor is made and deleted by init_ and close_reactor; an action belongs to the queue once queued.
+// Errors:    socket failures are logged; after a failed wait the thread ends and the socket stays silent.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+
+class CRecorder;
+
+constexpr const char* CREC_SOCKET_PATH = "/tmp/morvex_crec";
+
+class CrecReactor {
+ public:
+  explicit CrecReactor(CRecorder* prRecorderToUse) : prRecorder(prRecorderToUse) {}
+  // Waits until the queued action has completed; false when it took longer.
+  bool DoWaitOnMain(int iMaxWaitMs);
+  // The thread: serves clients one at a time until it is told to close.
+  void run();
+  static void* run_it(void* pThis);
+
+  pthread_t rThread{};
+  std::atomic<bool> fClosing{false};
+  std::atomic<bool> fWaitingOnMain{false};  // true from before an action is queued until its completed runs
+  std::atomic<int> iActResult{0};           // of the last action that reports one
+  CRecorder* prRecorder;
+};
+
+extern CrecReactor* g_prReactor;  // null when no reactor runs
+
+void init_reactor(CRecorder* prRecorder);
+void close_reactor();

@@ -1,0 +1,47 @@
+// signaling: short text messages to the appliance's service process, and the shell helpers.
+// The service may be slow or absent, so messages go through a queue and a thread of its own: no caller ever waits.
+// Threads:   signal_service, stdSystem, execCmd, escapeShellArg: any. init_ and close_signaling: main.
+// Ownership: SignalObj owns its queued texts; what is still listed at close_signaling is dropped.
+// Locks:     rMutex guards rList and is never held during socket work.
+// Errors:    each failed message costs one log line at LOG_ERR and is lost.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <list>
+#include <string>
+
+class SignalObj {
+ public:
+  void init();
+  void close();
+  // Appends a message; it leaves within a second when the thread is idle.
+  void schedule(const std::string& strSignal);
+  // Sends one message over the service socket and waits for its reply, 5 seconds at most.
+  void signal(const std::string& strSignal);
+  // The thread: sends what is listed until it is told to stop.
+  void run();
+
+ private:
+  static void* run_it(void* pThis);
+
+  pthread_t rThread{};
+  pthread_mutex_t rMutex{};
+  std::atomic<bool> fPleaseStop{false};
+  std::list<std::string> rList;  // guarded by rMutex
+};
+
+extern SignalObj* prSignalObj;  // null before init_signaling and after close_signaling
+
+void init_signaling();
+void close_signaling();
+// Queues a text for the service socket and returns at once.
+void signal_service(const std::string& strMsg);
+
+// Runs a command through the shell and returns what it writes to standard output; empty when popen fails.
+std::string stdSystem(const std::string& strCommand);
+// Runs a command through the shell, drops its output and returns the status of pclose; -1 when popen fails.
+int execCmd(const std::string& strCmd);
+// The argument in single quotes, safe for the shell; everything that comes from outside passes through here.
+std::string escapeShellArg(const std::string& arg);
