@@ -21,6 +21,7 @@
 #include "idatabase.h"
 #include "irecorder.h"
 #include "shpa3api.h"
+#include "shpa3link.h"
 
 class BaseChannel;
 class ThreadAct;
@@ -65,11 +66,6 @@ extern std::string g_cfgPrefix;
 std::string ReadSN();
 void OnKnowSN(const std::string& SN);
 void InitCluster();
-
-// The one optional function of the card library; null when the library lacks it.
-extern SsmClearR2callToneBuf_FT SsmClearR2callToneBuf_FP;
-// Logs the last failure of the card library at LOG_ERR: "Error in <pos>: <text>".
-void LogSsmError(const char* pos);
 
 // "<hex>" or "<hex>.<hex>", comma-separated; appends to arr. Items whose event is 0 are dropped.
 void AddCndList(const std::string& strList, std::vector<StartStopCnd>& arr);

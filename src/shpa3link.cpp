@@ -1,0 +1,14 @@
+#include "shpa3link.h"
+
+#include <syslog.h>
+
+#include "logging.h"
+
+SsmClearR2callToneBuf_FT SsmClearR2callToneBuf_FP = nullptr;
+
+void LogSsmError(const char* pos) {
+  static char acText[SSM_ERR_MSG_BYTES];
+  SsmGetLastErrMsg(acText);
+  acText[sizeof acText - 1] = '\0';  // a text that fills the buffer may come without its end
+  lg(LOG_ERR, "Error in %s: %s", pos, acText);
+}
