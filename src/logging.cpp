@@ -1,0 +1,102 @@
+#include "logging.h"
+
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+int g_DebugMode = 0;
+std::atomic<bool> fAppTerminate{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler sets fAppTerminate");
+
+namespace {
+
+constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
+constexpr size_t SHORT_TEXT_BYTES = 1024;  // nearly every message fits; it then needs no allocation
+
+// One formatted message. The stack holds all but the longest, so that a crash inside the allocator can still be told.
+class MessageText {
+ public:
+  MessageText(const char* format, va_list args) {
+    va_list rSecondArgs;
+    va_copy(rSecondArgs, args);
+    const int iNeeded = vsnprintf(acShort, sizeof acShort, format, args);
+    iLength = iNeeded < 0 ? 0 : static_cast<size_t>(iNeeded);
+    if (iLength >= sizeof acShort) {
+      strLong.resize(iLength + 1);
+      (void)vsnprintf(strLong.data(), strLong.size(), format, rSecondArgs);
+    }
+    va_end(rSecondArgs);
+  }
+
+  // Puts a newline in the place of the closing NUL; the text is not a C string any more.
+  void EndLine() { (IsLong() ? strLong.data() : acShort)[iLength] = '\n'; }
+  const char* data() const { return IsLong() ? strLong.data() : acShort; }
+  size_t size() const { return iLength; }
+
+ private:
+  bool IsLong() const { return iLength >= sizeof acShort; }
+
+  char acShort[SHORT_TEXT_BYTES];
+  std::string strLong;  // holds the text when acShort is too small
+  size_t iLength;
+};
+
+// One write a message, so that messages of several threads never mix. The loop goes round again only when a signal
+// cut the write short.
+void WriteWhole(int hFile, const char* acText, size_t iLength) {
+  while (iLength > 0) {
+    const ssize_t iWritten = write(hFile, acText, iLength);
+    if (iWritten < 0 && errno == EINTR) continue;
+    if (iWritten <= 0) return;  // nobody is left to tell
+    acText += iWritten;
+    iLength -= static_cast<size_t>(iWritten);
+  }
+}
+
+// Only calls that are safe in a signal handler, as the crash handler comes here.
+void ReplaceErrorFile(const char* acText, size_t iLength) {
+  const int hFile = open(ERROR_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (hFile < 0) return;
+  WriteWhole(hFile, acText, iLength);
+  close(hFile);
+}
+
+void PrintLine(const char* format, va_list args) {
+  MessageText rText(format, args);
+  rText.EndLine();
+  WriteWhole(STDOUT_FILENO, rText.data(), rText.size() + 1);
+}
+
+}  // namespace
+
+void lg(int prio, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  va_list rErrorFileArgs;
+  va_copy(rErrorFileArgs, args);
+  if (g_DebugMode != 0) {
+    PrintLine(format, args);
+  } else {
+    vsyslog(prio, format, args);
+  }
+  if (prio <= LOG_ERR && !fAppTerminate) {
+    const MessageText rText(format, rErrorFileArgs);
+    ReplaceErrorFile(rText.data(), rText.size());
+  }
+  va_end(rErrorFileArgs);
+  va_end(args);
+}
+
+void LogCapiError(const char* where) {
+  lg(LOG_ERR, "C-api error at %s: %s", where, strerror(errno));
+}
+
+void WriteErrCrec(const char* msg) {
+  ReplaceErrorFile(msg, strlen(msg));
+}
