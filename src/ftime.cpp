@@ -1,0 +1,38 @@
+#include "ftime.h"
+
+#include <atomic>
+
+namespace {
+
+enum ETimeMode { REALTIME = 0, STATIC_SIMTIME = 1 };
+
+// Every thread reads the clock, so both are atomic. SetSimTime stores the time first: whoever sees the mode sees it
+// too.
+std::atomic<ETimeMode> eDoSimTime{REALTIME};
+std::atomic<time_t> rSimTime{0};
+
+constexpr size_t TIME_TEXT_BYTES = 50;
+
+}  // namespace
+
+time_t GetSrTime() {
+  switch (eDoSimTime.load()) {
+    case REALTIME:
+      return time(nullptr);
+    case STATIC_SIMTIME:
+      return rSimTime;
+  }
+  return 0;
+}
+
+void SetSimTime(time_t newTime) {
+  rSimTime = newTime;
+  eDoSimTime = STATIC_SIMTIME;
+}
+
+std::string GetDefTimeStr(time_t theTime) {
+  struct tm rLocal = {};
+  (void)localtime_r(&theTime, &rLocal);  // fails only for a year beyond int; the text is then 00:00:00
+  char acText[TIME_TEXT_BYTES];
+  return std::string(acText, strftime(acText, sizeof acText, "%T", &rLocal));
+}
