@@ -25,8 +25,11 @@ class SignalObj {
 
  private:
   static void* run_it(void* pThis);
+  // The first message off the list; empty when there is none. An empty message is dropped by this.
+  std::string takeFirst();
 
   pthread_t rThread{};
+  bool fStarted = false;  // rThread is to be joined; false when no thread could be had
   pthread_mutex_t rMutex{};
   std::atomic<bool> fPleaseStop{false};
   std::list<std::string> rList;  // guarded by rMutex

@@ -1,0 +1,185 @@
+#include "signaling.h"
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cassert>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "logging.h"
+
+SignalObj* prSignalObj = nullptr;
+
+namespace {
+
+constexpr char SERVICE_SOCKET[] = "/tmp/morvex";
+// The path without its NUL: 2 bytes of family and 11 of path.
+constexpr socklen_t SERVICE_ADDRESS_BYTES = offsetof(sockaddr_un, sun_path) + sizeof SERVICE_SOCKET - 1;
+static_assert(SERVICE_ADDRESS_BYTES == 13);
+constexpr time_t REPLY_TIMEOUT_S = 5;
+constexpr size_t REPLY_BYTES = 200;
+constexpr useconds_t PAUSE_STEP_US = 100000;
+constexpr int PAUSE_STEPS = 10;  // a second in all, in steps so that closing never waits that long
+constexpr int PIECE_BYTES = 300;
+
+// A connection that closes itself; below 0 when none could be made.
+class ServiceSocket {
+ public:
+  ServiceSocket() : hSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+  ~ServiceSocket() {
+    if (hSocket >= 0) close(hSocket);
+  }
+  ServiceSocket(const ServiceSocket&) = delete;
+  ServiceSocket& operator=(const ServiceSocket&) = delete;
+
+  bool IsOpen() const { return hSocket >= 0; }
+  bool Connect() const {
+    const timeval rTimeout = {REPLY_TIMEOUT_S, 0};
+    (void)setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &rTimeout, sizeof rTimeout);  // cannot fail for a fresh socket
+    sockaddr_un rAddress = {};
+    rAddress.sun_family = AF_UNIX;
+    memcpy(rAddress.sun_path, SERVICE_SOCKET, sizeof SERVICE_SOCKET);
+    return connect(hSocket, reinterpret_cast<const sockaddr*>(&rAddress), SERVICE_ADDRESS_BYTES) == 0;
+  }
+  // A failed write shows at the reply.
+  void Send(const std::string& strText) const { (void)!write(hSocket, strText.data(), strText.size()); }
+  // The reply up to its first NUL, without a closing CR LF. False on an error and when the time is over.
+  bool ReadReply(std::string& strReply) const {
+    char acReply[REPLY_BYTES + 1];
+    const ssize_t iLength = read(hSocket, acReply, REPLY_BYTES);
+    if (iLength < 0) return false;
+    acReply[iLength] = '\0';
+    strReply = acReply;
+    const size_t iSize = strReply.size();
+    if (iSize >= 2 && strReply.compare(iSize - 2, 2, "\r\n") == 0) strReply.erase(iSize - 2);
+    return true;
+  }
+
+ private:
+  int hSocket;
+};
+
+// Runs a command and appends its output to `prOutput`, or drops it when that is null: reading to the end keeps the
+// command from blocking on a full pipe. Returns the status of pclose, -1 when popen fails.
+int RunCommand(const std::string& strCommand, std::string* prOutput) {
+  FILE* hPipe = popen(strCommand.c_str(), "re");
+  if (hPipe == nullptr) return -1;
+  char acPiece[PIECE_BYTES];
+  while (fgets(acPiece, sizeof acPiece, hPipe) != nullptr) {
+    if (prOutput != nullptr) *prOutput += acPiece;
+  }
+  return pclose(hPipe);
+}
+
+}  // namespace
+
+void SignalObj::init() {
+  (void)pthread_mutex_init(&rMutex, nullptr);
+  fStarted = pthread_create(&rThread, nullptr, &SignalObj::run_it, this) == 0;
+}
+
+void SignalObj::close() {
+  fPleaseStop = true;
+  if (fStarted) (void)pthread_join(rThread, nullptr);
+  (void)pthread_mutex_destroy(&rMutex);
+}
+
+void SignalObj::schedule(const std::string& strSignal) {
+  pthread_mutex_lock(&rMutex);
+  rList.push_back(strSignal);
+  pthread_mutex_unlock(&rMutex);
+}
+
+void SignalObj::signal(const std::string& strSignal) {
+  lg(LOG_DEBUG, "Signal: %s", strSignal.c_str());
+  const ServiceSocket rSocket;
+  if (!rSocket.IsOpen()) {
+    lg(LOG_ERR, "Error creating socket");
+    return;
+  }
+  if (!rSocket.Connect()) {
+    lg(LOG_ERR, "Error connecting to socket");
+    return;
+  }
+  rSocket.Send(strSignal);
+  std::string strReply;
+  if (!rSocket.ReadReply(strReply)) {
+    lg(LOG_ERR, "Error reading reply from socket");
+  } else if (strReply != "OK") {
+    lg(LOG_ERR, "Error socket reply: %s", strReply.c_str());
+  }
+}
+
+void SignalObj::run() {
+  while (!fPleaseStop) {
+    const std::string strSignal = takeFirst();
+    if (!strSignal.empty()) {
+      signal(strSignal);
+    } else {
+      for (int i = 0; i < PAUSE_STEPS && !fPleaseStop; i++) (void)usleep(PAUSE_STEP_US);
+    }
+  }
+}
+
+std::string SignalObj::takeFirst() {
+  std::string strSignal;
+  pthread_mutex_lock(&rMutex);
+  if (!rList.empty()) {
+    strSignal.swap(rList.front());
+    rList.pop_front();
+  }
+  pthread_mutex_unlock(&rMutex);
+  return strSignal;
+}
+
+void* SignalObj::run_it(void* pThis) {
+  static_cast<SignalObj*>(pThis)->run();
+  return nullptr;
+}
+
+void init_signaling() {
+  assert(prSignalObj == nullptr);
+  prSignalObj = new SignalObj;
+  prSignalObj->init();
+}
+
+void close_signaling() {
+  if (prSignalObj == nullptr) return;
+  prSignalObj->close();
+  delete prSignalObj;
+  prSignalObj = nullptr;
+}
+
+void signal_service(const std::string& strMsg) {
+  lg(LOG_NOTICE, "signal => %s", strMsg.c_str());
+  if (prSignalObj != nullptr) prSignalObj->schedule(strMsg);
+}
+
+std::string stdSystem(const std::string& strCommand) {
+  lg(LOG_NOTICE, "Command: %s", strCommand.c_str());
+  std::string strOutput;
+  (void)RunCommand(strCommand, &strOutput);  // the output is all that callers ask for
+  return strOutput;
+}
+
+int execCmd(const std::string& strCmd) {
+  lg(LOG_NOTICE, "Exec: %s", strCmd.c_str());
+  return RunCommand(strCmd, nullptr);
+}
+
+std::string escapeShellArg(const std::string& arg) {
+  std::string strQuoted = "'";
+  for (const char ch : arg) {
+    if (ch == '\'') {
+      strQuoted += "'\\''";  // ends the quotes, gives a quote, opens them again
+    } else {
+      strQuoted += ch;
+    }
+  }
+  return strQuoted + "'";
+}
