@@ -3,7 +3,15 @@
 // Errors:    nothing is logged; DeleteFn reports by its result, the rest is silent.
 #pragma once
 
+#include <cstdio>
+#include <memory>
 #include <string>
+
+// A file of the C library that closes itself; null when fopen failed.
+struct FileCloser {
+  void operator()(FILE* hFile) const { (void)fclose(hFile); }  // failed writes are the owner's concern
+};
+using StdFile = std::unique_ptr<FILE, FileCloser>;
 
 // Creates all folders of a path with mode 0777 (the daemon runs with an empty umask).
 void EnsurePath(const std::string& strPath);

@@ -1,0 +1,57 @@
+#include "filedir.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "signaling.h"
+
+namespace {
+
+constexpr const char* SECURE_DELETE_MARKER = "/var/morvex/conf/opt_secure_delete";  // only its presence counts
+constexpr mode_t FOLDER_MODE = 0777;
+constexpr int READ_BYTES = 100;
+
+void EnsureFolder(const std::string& strPath) {
+  if (!file_exists(strPath)) (void)mkdir(strPath.c_str(), FOLDER_MODE);  // the use of the folder shows a failure
+}
+
+}  // namespace
+
+void EnsurePath(const std::string& strPath) {
+  // From 1: the empty path in front of a leading "/" is nothing to make.
+  for (size_t iPos = 1; iPos < strPath.size(); iPos++) {
+    if (strPath[iPos] == '/') EnsureFolder(strPath.substr(0, iPos));
+  }
+  EnsureFolder(strPath);
+}
+
+std::string RemoveFileExtension(const std::string& path) {
+  return path.substr(0, path.rfind('.'));
+}
+
+std::string ExtractFileName(const std::string& path) {
+  const size_t iSlash = path.rfind('/');
+  return iSlash == std::string::npos ? path : path.substr(iSlash + 1);
+}
+
+bool file_exists(const std::string& strFileName) {
+  struct stat rStat;
+  return stat(strFileName.c_str(), &rStat) == 0;
+}
+
+std::string StdGetFileContent(const std::string& strFileName) {
+  std::string strContent;
+  const StdFile hFile(fopen(strFileName.c_str(), "re"));
+  if (!hFile) return strContent;
+  char acPiece[READ_BYTES];
+  while (fgets(acPiece, sizeof acPiece, hFile.get()) != nullptr) strContent += acPiece;
+  return strContent;
+}
+
+bool DeleteFn(const char* pathname) {
+  if (pathname == nullptr) return false;
+  if (!file_exists(SECURE_DELETE_MARKER)) return unlink(pathname) == 0;
+  if (!file_exists(pathname)) return false;
+  (void)execCmd("shred -u " + escapeShellArg(pathname));  // the look at the file tells more than the tool's status
+  return !file_exists(pathname);
+}
