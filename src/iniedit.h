@@ -1,6 +1,8 @@
 // iniedit: merges wanted settings into an INI file without disturbing what the file already holds.
 // The card driver's files are tuned by hand: some keys are forced, defaults fill gaps, whole tables are rewritten, and
 // comments, order and unknown keys stay. A write-only engine: it never hands back what a file holds.
+// Text:      "[section]" lines, "key=value" lines, and lines of neither kind, which are copied. There is no comment
+//            syntax: a comment with a "=" is a key line with a key that nobody sets. No quoting, no continuation.
 // Threads:   main, at start. The name of the temporary file is fixed, so one writer a file.
 // Errors:    none is reported; a file that cannot be opened is skipped.
 #pragma once
@@ -19,12 +21,15 @@ class IniData {
   void setDefault(const std::string& strSection, const std::string& strKey, const std::string& strValue);
   // The key lines of this section in the file are dropped; only what was set stands afterwards.
   void replaceSection(const std::string& strSection);
-  // Merges into the file. A missing file gets what overwrite writes. May run again.
+  // Merges into the file, through a copy of "<file>.tmp" onto its name. A missing file gets what overwrite writes, so
+  // no defaults. May run again.
   void update(const std::string& strPath) const;
   // Writes the forced values alone as a new file; nothing happens when it cannot be opened.
   void overwrite(const std::string& strPath) const;
   // The text that overwrite would write.
   std::string dump() const;
+  // The text that update would put in the place of a file with this text; lines are kept byte for byte, in order.
+  std::string merge(const std::string& strText) const;
 
  private:
   std::map<std::string, IniSectionData> data;     // values to force
