@@ -26,6 +26,12 @@ const char* GetLineHealthDescr(ELineHealth eHealth);
 bool IsChStateError(int iState);
 bool IsChStateDisconnected(int iState);
 
+// The weekly schedule: whether the settings of part "o" want a call recorded at this local time. "srWeekdays" lists the
+// days as digits, 1 Sunday to 7 Saturday; none: always. Each day has two windows, "srSundayStart1" and so on, as
+// "hour:minute"; a day without a first start is wanted whole. A window holds its start minute but not its stop minute,
+// and none wraps over midnight.
+bool InSchedule(const StdStringMap& rCfg, const struct tm& rLocalTime);
+
 // A callback entry that no driver registration reaches; pUser is a BaseChannel.
 void RecordingCallBack(int iCh, unsigned char* buf, unsigned int len, void* pUser);
 // A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop).
@@ -73,17 +79,23 @@ class BaseChannel {
   virtual int GetWaitTime();
 
   // -- recording decisions (BaseChannel_decide.cpp) -------------------------------------------------------------
+  // The number filter, and whether the call was barred already; fTell asks for a log line when the filter refuses.
   virtual bool MayStartRecording(bool fTell);
+  // The weekly schedule at the real local time, whatever SetSimTime says.
   virtual bool RecordingScheduled();
-  // The one way into a recording.
+  // The one way into a recording. A call that waits for a demand gets its active row too, without audio.
   void TryStartRecording();
   void StartRecording();
   // On entry fClearInfo asks for ClearInfo after the stop; on return it is false when that was done or cancelled.
   virtual void StopRecording(bool& fClearInfo);
+  // Is a call of these numbers one for recording on demand?
   bool QRecOnDmd();
+  // The answer for the next recording part.
   virtual bool GetNewRecOnDmd() { return fRecOnDmd; }
   bool MayDeleteOnDemand();
+  // Ends the recording and bars the rest of the call; whether done.
   bool DeleteAct();
+  // Both return whether the option is on.
   bool RecOnDmdAct(bool fStart);
   bool TrySetSilencing(bool fToSet);
 
@@ -111,17 +123,23 @@ class BaseChannel {
 
   // -- numbers and digits (BaseChannel_number.cpp) --------------------------------------------------------------
   // The remote number as stored: its last digits masked when so configured. Latin-1.
-  std::string GetDbRemoteNum();
+  std::string GetDbRemoteNum() const;
   // The local number in UTF-8.
-  std::string GetLocalNum();
-  bool QUseLocalNum();
+  std::string GetLocalNum() const;
+  // A number identifies the local side: its own one or that of a custom local identity.
+  bool QUseLocalNum() const;
   // A subclass calls it after writing strRemoteNum or strConnectedNum.
   void RemoteNumberChanged();
-  bool ChangeLocalNum(const std::string& strLocalPhoneNum);
-  // strRemotePhoneNum has no effect here. Always true.
-  bool LocalNumberChanged(const std::string& strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
-  // stopIsFinal: true after a remote change, false after a local one.
+  // A new local number within the same recording. Always true.
+  // The number comes by value, here and below: callers hand in fields of this channel, which change on the way.
+  bool ChangeLocalNum(std::string strLocalPhoneNum);
+  // A change from outside; stopstart cuts the recording. strRemotePhoneNum has no effect here. Always true.
+  bool LocalNumberChanged(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
+  // Asks the recording rules again, during a call. stopIsFinal: true after a remote change, which bars the whole call
+  // when it leaves the number filter; false after a local one, which bars only the part that belongs to it.
   void PhoneNumberChanged(bool stopIsFinal);
+  // Judges the collected digits once the last one is DIGIT_EXPIRY_S old, or at once; on a line that delivers no number,
+  // what was dialled becomes the remote number.
   void CheckDigitsExpired(bool fForceExpired);
   virtual void WhenDigitExpiring() {}
   void DetectedDigit(char ch);
@@ -247,4 +265,34 @@ class BaseChannel {
   int iLineErrCalc = 0;             // error score, 0 to 200
   int iLineOfflineCalc = 0;         // offline score, 0 to 200
   ELineHealth eLineHealth = LINEHEALTH_OK;
+
+ private:
+  struct Verdict;  // whether a finished part is kept, and what its finishing needs to know
+  struct Parties;  // both sides of a call row
+
+  // -- steps of starting and stopping a recording ---------------------------------------------------------------
+  void ReadCustomLocal();
+  bool StartDriver();
+  bool StopDriver();
+  Verdict JudgeRecording();
+  bool StoreOnDemandKeeps(const StdStringMap& rExtra, bool& fDelay) const;
+  bool DirectionKeeps(const Contact& rContactRemote) const;
+  void QueueKeep(const Verdict& rVerdict);
+  void QueueDelete();
+
+  // -- steps of a change of numbers -----------------------------------------------------------------------------
+  void UpdateActiveNumbers(const std::string& strDbRemoteNum);
+  void TakeMonitoredNum(std::string strLocalPhoneNum);
+
+  // -- contacts and columns of a call row -----------------------------------------------------------------------
+  Contact LineContact(IDatabase* prDB) const;
+  Contact LocalNumContact(IDatabase* prDB) const;
+  Contact ConnectedNumContact(IDatabase* prDB) const;
+  // The far party belongs to this site too.
+  bool IsInternal(const Contact& rContactRemote) const;
+  Parties FindParties(IDatabase* prDB, bool fFinal) const;
+  void FillPartColumns(StringMap* rCallInfo, const Parties& rParties, bool fFinal) const;
+  void FillPartyColumns(StringMap* rCallInfo, const Parties& rParties) const;
+  void FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) const;
+  std::string Direction(bool fInternal) const;
 };

@@ -1,0 +1,352 @@
+// BaseChannel_decide: which calls are recorded and which recordings are kept.
+// Before a recording the number filter, the weekly schedule and recording on demand decide; they are asked at call
+// start and again with each change of a number (TryStartRecording). After it, when the file is closed, the rules of
+// keeping run once a part (JudgeRecording): duration, an earlier delete order, store on demand, empty number,
+// direction. The first rule that refuses decides, so their order is part of what users see in the log. Deletion and
+// silencing on demand act in between.
+#include "BaseChannel.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "bgact.h"
+#include "ftime.h"
+#include "logging.h"
+#include "shpa3link.h"
+
+namespace {
+
+constexpr int CUSTOM_LOCAL_MAX_AGE_S = 60;  // a local identity set by the web side is meant for the call at hand
+constexpr int ENCODING_ALAW = 554;          // column "encoding", as the web side reads it
+constexpr int ENCODING_ULAW = 555;
+constexpr mode_t RECORDING_MODE = 0777;  // the web side, another user, moves and deletes recordings
+
+// Values of the three list options; a value that has no name here is told where it is read.
+enum ENumberFilterType { FILTER_OFF = 0, FILTER_EXCLUDES = 2 };
+enum EListType { LIST_OFF = 0, LIST_ALL_CALLS = 1, LIST_NUMBERS = 2, LIST_NUMBERS_TOO = 3 };
+
+const char* const acDayNames[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+
+std::string ValueOf(const StdStringMap& rCfg, const std::string& strKey) {
+  const auto it = rCfg.find(strKey);
+  return it == rCfg.end() ? std::string() : it->second;
+}
+
+long ToLong(const std::string& strText) {
+  return strtol(strText.c_str(), nullptr, 10);
+}
+
+// A time of day; compares hour first, then minute.
+using DayTime = std::pair<long, long>;
+constexpr DayTime MIDNIGHT_END{24, 0};
+
+// "8:30". Without a colon the number counts for both, so "9" means 9:09: kept, as schedules in use rely on it; see
+// StartWithoutColonIsHourAndMinute.
+DayTime ParseDayTime(const std::string& strText) {
+  const std::size_t iColon = strText.find(':');
+  if (iColon == std::string::npos) return {ToLong(strText), ToLong(strText)};
+  return {ToLong(strText.substr(0, iColon)), ToLong(strText.substr(iColon + 1))};
+}
+
+DayTime StopOrMidnight(const std::string& strText) {
+  return strText.empty() ? MIDNIGHT_END : ParseDayTime(strText);
+}
+
+bool InWindow(const DayTime& rNow, const DayTime& rStart, const DayTime& rStop) {
+  return rNow >= rStart && rNow < rStop;
+}
+
+}  // namespace
+
+bool InSchedule(const StdStringMap& rCfg, const struct tm& rLocalTime) {
+  const std::string strWeekdays = ValueOf(rCfg, "srWeekdays");
+  if (strWeekdays.empty()) return true;
+  if (strWeekdays.find(ToStdString(rLocalTime.tm_wday + 1)) == std::string::npos) return false;
+
+  const std::string strDay = std::string("sr") + acDayNames[rLocalTime.tm_wday];
+  const std::string strStart1 = ValueOf(rCfg, strDay + "Start1");
+  const std::string strStart2 = ValueOf(rCfg, strDay + "Start2");
+  if (strStart1.empty()) return true;
+
+  const DayTime rNow{rLocalTime.tm_hour, rLocalTime.tm_min};
+  if (InWindow(rNow, ParseDayTime(strStart1), StopOrMidnight(ValueOf(rCfg, strDay + "Stop1")))) return true;
+  if (strStart2.empty()) return false;  // without a second start the second window is the first
+  return InWindow(rNow, ParseDayTime(strStart2), StopOrMidnight(ValueOf(rCfg, strDay + "Stop2")));
+}
+
+// -- may it be recorded ---------------------------------------------------------------------------------------------
+
+bool BaseChannel::MayStartRecording(bool fTell) {
+  if (fDontRecord) return false;
+  if (prRecorder->iNumberFilterType == FILTER_OFF) return true;
+  const bool fAny = prRecorder->IsInNumberFilter(strLocalNum) || prRecorder->IsInNumberFilter(strRemoteNum) ||
+                    prRecorder->IsInNumberFilter(strConnectedNum);
+  const bool fExcludes = prRecorder->iNumberFilterType == FILTER_EXCLUDES;  // any other value: only listed numbers
+  if (fAny != fExcludes) return true;
+  if (fTell) lg(LOG_NOTICE, "[%d] Not recording because %s number filter", iChannel, fExcludes ? "in" : "not in");
+  return false;
+}
+
+bool BaseChannel::RecordingScheduled() {
+  StdStringMap rCfg;  // read anew each time, so that a changed schedule holds for the next call
+  prRecorder->GetDatabaseHandle()->GetConfigsPart(rCfg, "o");
+  const time_t rNow = time(nullptr);
+  struct tm rLocalTime {};
+  localtime_r(&rNow, &rLocalTime);
+  if (InSchedule(rCfg, rLocalTime)) return true;
+  lg(LOG_NOTICE, "[%d] Recording not scheduled", iChannel);
+  return false;
+}
+
+// -- start ----------------------------------------------------------------------------------------------------------
+
+void BaseChannel::TryStartRecording() {
+  if (fRecording) {
+    lg(LOG_NOTICE, "[%d] Already recording", iChannel);
+    return;
+  }
+  if (iActiveCallID != -1) {
+    lg(LOG_NOTICE, "[%d] Call already active", iChannel);
+    return;
+  }
+  if (!MayStartRecording(/*fTell=*/true)) return;
+  rStartTime = GetSrTime();
+  iPeriodicCounter2 = 0;
+  if (!RecordingScheduled()) return;
+
+  iRecUniqCnt++;
+  iEncoding = 0;
+  DetermineDbRemoteId();
+  fRecOnDmd = GetNewRecOnDmd();
+  if (!fRecOnDmd || fRecOnDmdStart) {
+    StartRecording();
+  } else {
+    lg(LOG_NOTICE, "[%d] Recording on demand", iChannel);
+  }
+  AddActive();
+}
+
+void BaseChannel::StartRecording() {
+  fRecording = true;
+  lg(LOG_NOTICE, "[%d] Starting recording", iChannel);
+  BasicRecordingPreparation();
+  iEncoding = prRecorder->eRecEnc == RECENC_G711U ? ENCODING_ULAW : ENCODING_ALAW;
+  ReadCustomLocal();
+  DetermineFilename();
+  OpenAudioFile();
+  iRecordOffset = 0;
+  if (!StartDriver()) return;  // the call goes on as a recording without audio, and its file is judged at the stop
+  if (iLinkedCh != -1) prRecorder->MixIn(iChIx, iLinkedCh);
+  lg(LOG_NOTICE, "[%d] Recording to file %s", iChannel, strFullFilename.c_str());
+}
+
+bool BaseChannel::StartDriver() {
+  const int iFormat = prRecorder->eRecEnc == RECENC_G711U ? SSM_FORMAT_ULAW : SSM_FORMAT_ALAW;
+  if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) == SSM_OK) return true;
+  LogSsmError("SsmRecToMem");
+  return false;
+}
+
+// Takes the identity that the web side may have set for this line.
+void BaseChannel::ReadCustomLocal() {
+  IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+  rCustomLocal = prDB->GetCustomLocal(LineContact(prDB).iContactID);
+  if (!rCustomLocal.fFound) return;
+  const long long iAge = static_cast<long long>(time(nullptr)) - rCustomLocal.iUpdateTime;
+  if (iAge > CUSTOM_LOCAL_MAX_AGE_S) rCustomLocal.fFound = false;
+  lg(LOG_NOTICE, "CustomLocal CT:%lld CID:%lld T:%s age:%lld (%d)", rCustomLocal.iContactID, rCustomLocal.iCallerID,
+     rCustomLocal.strText.c_str(), iAge, rCustomLocal.fFound ? 1 : 0);
+}
+
+// -- stop, and what becomes of the file -----------------------------------------------------------------------------
+
+struct BaseChannel::Verdict {
+  bool fKeep = false;
+  bool fTooShort = false;
+  bool fDelay = false;    // kept for the time being: store on demand waits for a decision
+  Contact rContactLocal;  // for the mail to the local party
+};
+
+void BaseChannel::StopRecording(bool& fClearInfo) {
+  if (!fRecording) return;
+  fRecording = false;
+  if (!StopDriver()) {
+    ClearInfo();  // no decision: the card may still be writing, so file and row stay as they are
+    return;
+  }
+  CloseAudioFile();
+  iDuration = static_cast<int>(GetSrTime() - rStartTime);
+  lg(LOG_NOTICE, "[%d] Recording stopped (%i s)", iChannel, iDuration);
+
+  const Verdict rVerdict = JudgeRecording();
+  // The information of a call survives a recording that was too short, on purpose; the numbers go when they expire.
+  // See TooShortRecordingKeepsTheNumbers.
+  if (rVerdict.fTooShort) fClearInfo = false;
+  if (rVerdict.fKeep) {
+    QueueKeep(rVerdict);
+  } else {
+    QueueDelete();
+  }
+  if (fClearInfo) ClearInfo();
+  fClearInfo = false;
+}
+
+bool BaseChannel::StopDriver() {
+  if (iLinkedCh != -1) prRecorder->StopMixIn(iLinkedCh);
+  if (SsmStopRecToMem(iDrvCh) == SSM_OK) return true;
+  LogSsmError("SsmStopRecMem");
+  return false;
+}
+
+// Asks the rules of keeping, in their order; each logs when it refuses.
+BaseChannel::Verdict BaseChannel::JudgeRecording() {
+  Verdict rVerdict;
+  IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+  const StdStringMap rExtra = prDB->GetActiveCallExtra(iActiveCallID);
+  const int iRecMinDur = prDB->GetConfigInt("RecMinDur");
+  if (iDuration < iRecMinDur) {
+    lg(LOG_NOTICE, "[%d] Duration too short (%d < %d)", iChannel, iDuration, iRecMinDur);
+    rVerdict.fTooShort = true;
+    return rVerdict;
+  }
+  if (fDontRecord || fDontKeepThisPart) return rVerdict;
+
+  rVerdict.rContactLocal = QUseLocalNum() ? LocalNumContact(prDB) : LineContact(prDB);
+  const Contact rContactRemote =
+      prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()), "", /*fLocal=*/false, "");
+  if (prRecorder->StoreOnDemand(rVerdict.rContactLocal, rContactRemote)) {
+    if (!StoreOnDemandKeeps(rExtra, rVerdict.fDelay)) return rVerdict;
+  }
+  if (strRemoteNum.empty() && prDB->GetConfigInt("NotRecEmptyNum") != 0) {
+    lg(LOG_NOTICE, "[%d] Empty remote number: not keeping", iChannel);
+    return rVerdict;
+  }
+  rVerdict.fKeep = DirectionKeeps(rContactRemote);
+  return rVerdict;
+}
+
+// A call that is stored only on demand: has someone asked for it, or may someone still?
+bool BaseChannel::StoreOnDemandKeeps(const StdStringMap& rExtra, bool& fDelay) const {
+  if (ToLong(ValueOf(rExtra, "to-keep")) != 0) {
+    lg(LOG_NOTICE, "[%d] Store on demand: keeping", iChannel);
+    return true;
+  }
+  fDelay = prRecorder->fStoreOnDemandDelay != 0;
+  lg(LOG_NOTICE, "[%d] Store on demand: %s", iChannel, fDelay ? "delay" : "not keeping");
+  return fDelay;
+}
+
+// The first kind of call that applies is the only one whose option is read.
+bool BaseChannel::DirectionKeeps(const Contact& rContactRemote) const {
+  IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+  const char* acKind = nullptr;
+  if (IsInternal(rContactRemote)) {
+    if (prDB->GetConfigInt("RecLocal") == 0) acKind = "Internal";
+  } else if (!fIncoming) {
+    if (prDB->GetConfigInt("RecNotOutg") == 1) acKind = "Outgoing";
+  } else {
+    if (prDB->GetConfigInt("RecNotInc") == 1) acKind = "Incoming";
+  }
+  if (acKind == nullptr) return true;
+  lg(LOG_NOTICE, "[%d] %s call: not keeping", iChannel, acKind);
+  return false;
+}
+
+// Hands file and active row over to the background. Without a row there is nothing to hand over: the file stays.
+void BaseChannel::QueueKeep(const Verdict& rVerdict) {
+  (void)chmod(strFullFilename.c_str(), RECORDING_MODE);  // a file that was never opened has no mode to set
+  if (iActiveCallID == -1) return;
+  auto prAct = std::make_unique<AudioConvAct>();
+  prAct->prDB = prRecorder->GetDatabaseHandle();
+  FillCallInfo(&prAct->rCallInfo, prAct->prDB, /*fFinal=*/true);
+  prAct->iActiveCallID = iActiveCallID;
+  prAct->eRecEnc = prRecorder->eRecEnc;
+  prAct->fStereo = fDoStereo;
+  prAct->strFullFilename = strFullFilename;
+  prAct->strFullFilenameFinal = strFullFilenameFinal;
+  prAct->strArchiveFilename = strArchiveFilename;
+  prAct->fToEmail = fToEmail;
+  prAct->iEmailContactID = static_cast<int>(rVerdict.rContactLocal.iContactID);
+  prAct->iDuration = iDuration;
+  prAct->strCheckSumType = prRecorder->GetCheckSumType();
+  prAct->fStoreOnDemandDelay = rVerdict.fDelay;
+  prAct->prRecorder = prRecorder;
+  queueAction(prAct.release());  // the queue owns the action
+  iActiveCallID = -1;            // and the action the row
+}
+
+void BaseChannel::QueueDelete() {
+  auto prAct = std::make_unique<DeleteFileAct>();
+  prAct->strFilename = strFullFilename;
+  queueAction(prAct.release());  // the queue owns the action
+}
+
+// -- on demand ------------------------------------------------------------------------------------------------------
+
+bool BaseChannel::QRecOnDmd() {
+  switch (prRecorder->iRecOnDmdType) {
+    case LIST_ALL_CALLS:
+      return true;
+    case LIST_NUMBERS:
+    case LIST_NUMBERS_TOO:
+      return prRecorder->IsInRecOnDmdList(strLocalNum) || prRecorder->IsInRecOnDmdList(strConnectedNum) ||
+             prRecorder->IsInRecOnDmdList(strRemoteNum);
+    default:  // LIST_OFF and values that mean nothing
+      return false;
+  }
+}
+
+bool BaseChannel::MayDeleteOnDemand() {
+  switch (prRecorder->iDelOnDmdType) {
+    case LIST_OFF:
+      lg(LOG_NOTICE, "[%d] delete on demand is switched off in options", iChannel);
+      return false;
+    case LIST_ALL_CALLS:
+      return true;
+    case LIST_NUMBERS:
+    case LIST_NUMBERS_TOO:
+      if (prRecorder->IsInDelOnDmdList(strLocalNum) || prRecorder->IsInDelOnDmdList(strConnectedNum) ||
+          prRecorder->IsInDelOnDmdList(strRemoteNum) || prRecorder->IsInDelOnDmdList("#" + ToStdString(iChannel))) {
+        return true;
+      }
+      lg(LOG_NOTICE, "[%d] not in delete on demand list", iChannel);
+      return false;
+    default:  // a value that means nothing counts as off, without a message
+      return false;
+  }
+}
+
+bool BaseChannel::DeleteAct() {
+  if (!MayDeleteOnDemand()) return false;
+  fDontRecord = true;
+  FinalizeRecording(/*fClearInfo=*/false);
+  return true;
+}
+
+bool BaseChannel::RecOnDmdAct(bool fStart) {
+  if (!fRecOnDmd) {
+    lg(LOG_NOTICE, "[%d] RecOnDmd not done, the option is off", iChannel);
+    return false;
+  }
+  lg(LOG_NOTICE, "[%d] RecOnDmd: %s", iChannel, fStart ? "START" : "STOP");
+  if (fStart == fRecording) return true;  // a demand repeated while it holds
+  // Either way the part so far ends, and a part with a new id and row begins: recording, or waiting for a demand.
+  FinalizeRecording(/*fClearInfo=*/false);
+  fRecOnDmdStart = fStart;
+  TryStartRecording();
+  return true;
+}
+
+bool BaseChannel::TrySetSilencing(bool fToSet) {
+  if (!prRecorder->fSilenceOnDemand) {
+    lg(LOG_NOTICE, "[%d] Silencing not set, silence on demand is off", iChannel);
+    return false;
+  }
+  fSilencing = fToSet;
+  lg(LOG_NOTICE, "[%d] Silencing set to %d", iChannel, fSilencing ? 1 : 0);
+  prRecorder->GetDatabaseHandle()->SetActiveCallExtra(iActiveCallID, "silencing", fToSet ? "1" : "0");
+  return true;
+}

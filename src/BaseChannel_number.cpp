@@ -1,0 +1,192 @@
+// BaseChannel_number: the numbers of a call, the digits pressed on the line, and the actions that digit codes trigger.
+// Numbers arrive late and piecemeal: caller id after the first ring, digits while dialling, a transfer in mid-call.
+// Each change updates the active row and asks the recording rules again (PhoneNumberChanged), which may start, cut or
+// cancel the recording. Digits are collected until none has come for a while; then they may stand in for a missing
+// remote number (CheckDigitsExpired). The fields hold Latin-1; what is stored as a number is masked and converted on
+// the way.
+#include "BaseChannel.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "ftime.h"
+#include "logging.h"
+
+namespace {
+
+constexpr int DIGIT_EXPIRY_S = 6;                // digits are judged when the last one is this old
+constexpr std::size_t MAX_DIGITS = 100;          // strDigits stops growing here
+constexpr std::size_t MIN_DIGITS_AS_REMOTE = 2;  // a single key is a menu choice rather than a number
+constexpr std::size_t MIN_REAL_REMOTE = 3;       // a remote number this long is not replaced by digits
+
+// What a digit code can be set to do.
+struct DtmfRow {
+  const char* acAction;
+  void (*Do)(BaseChannel& rChannel);
+};
+const DtmfRow rDtmfRows[] = {
+    {"email", [](BaseChannel& rChannel) { rChannel.fToEmail = true; }},
+    {"email2",
+     [](BaseChannel& rChannel) { rChannel.prRecorder->EmailBackRecording(rChannel.iActiveContactLocal, /*iBack=*/1); }},
+    {"keep",
+     [](BaseChannel& rChannel) {
+       rChannel.prRecorder->GetDatabaseHandle()->SetActiveCallExtra(rChannel.iActiveCallID, "to-keep", "1");
+     }},
+    {"silence", [](BaseChannel& rChannel) { (void)rChannel.TrySetSilencing(true); }},  // refusals log themselves
+    {"sound", [](BaseChannel& rChannel) { (void)rChannel.TrySetSilencing(false); }},
+    {"start", [](BaseChannel& rChannel) { (void)rChannel.RecOnDmdAct(true); }},
+    {"stop", [](BaseChannel& rChannel) { (void)rChannel.RecOnDmdAct(false); }},
+    {"delete", [](BaseChannel& rChannel) { (void)rChannel.DeleteAct(); }},
+};
+
+// A number that the line delivered, as against nothing, a stub, or a text such as "private".
+bool IsRealRemoteNum(const std::string& strNum) {
+  return strNum.size() >= MIN_REAL_REMOTE && strNum[0] >= '0' && strNum[0] <= '9';
+}
+
+}  // namespace
+
+// -- the numbers as others see them ---------------------------------------------------------------------------------
+
+std::string BaseChannel::GetDbRemoteNum() const {
+  const int iMask = prRecorder->iMaskLastRemoteDigits;
+  if (iMask < 1) return strRemoteNum;
+  const std::size_t iMasked = std::min(strRemoteNum.size(), static_cast<std::size_t>(iMask));
+  return strRemoteNum.substr(0, strRemoteNum.size() - iMasked) + std::string(iMasked, 'X');
+}
+
+std::string BaseChannel::GetLocalNum() const {
+  return rCustomLocal.fFound ? rCustomLocal.strText : Latin1ToUtf8(strLocalNum);
+}
+
+bool BaseChannel::QUseLocalNum() const {
+  return fUseLocalNum || rCustomLocal.fFound;
+}
+
+// -- changes of a number --------------------------------------------------------------------------------------------
+
+void BaseChannel::RemoteNumberChanged() {
+  rRemoteNumTime = GetSrTime();
+  lg(LOG_NOTICE, "[%d] Remote: %s", iChannel, strRemoteNum.c_str());
+  const std::string strDbRemoteNum = GetDbRemoteNum();
+  if (iActiveCallID != -1) UpdateActiveNumbers(strDbRemoteNum);
+  strPrevConnectedNum = strConnectedNum;
+  strPrevRemoteNum = strDbRemoteNum;
+  if (fCallBusy) PhoneNumberChanged(/*stopIsFinal=*/true);
+}
+
+// Writes what differs from the last change to the active row.
+void BaseChannel::UpdateActiveNumbers(const std::string& strDbRemoteNum) {
+  IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+  if (strDbRemoteNum != strPrevRemoteNum) {
+    // Looked up as it stands, without conversion: a number with letters above ASCII stays without a contact until the
+    // call is finished. See ActiveLookUpTakesTheNumberUnconverted.
+    Contact rContact = prDB->GetCallerIDContact(strDbRemoteNum);
+    prDB->UpdateActiveCallRemoteContact(iActiveCallID, rContact, Latin1ToUtf8(strDbRemoteNum));
+  }
+  if (strConnectedNum != strPrevConnectedNum) {
+    Contact rContact = ConnectedNumContact(prDB);
+    prDB->UpdateActiveCallConnectedNum(iActiveCallID, rContact, Latin1ToUtf8(strConnectedNum));
+  }
+}
+
+bool BaseChannel::ChangeLocalNum(std::string strLocalPhoneNum) {
+  lg(LOG_NOTICE, "[%d] Local Number Changed: %s.", iChannel, strLocalPhoneNum.c_str());
+  if (iActiveCallID != -1 && strLocalNum != strLocalPhoneNum) {
+    IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+    Contact rContact = prDB->GetCallerIDContact(strLocalPhoneNum);  // unconverted, like the remote number
+    prDB->UpdateActiveCallLocalContact(iActiveCallID, rContact, Latin1ToUtf8(strLocalPhoneNum));
+  }
+  TakeMonitoredNum(std::move(strLocalPhoneNum));
+  if (fCallBusy) PhoneNumberChanged(/*stopIsFinal=*/false);
+  return true;
+}
+
+bool BaseChannel::LocalNumberChanged(std::string strLocalPhoneNum, const std::string& /*strRemotePhoneNum*/,
+                                     bool stopstart) {
+  lg(LOG_NOTICE, "[%d] LocalNumberChanged. Change: %s to: %s.", iChannel, strLocalNum.c_str(),
+     strLocalPhoneNum.c_str());
+  if (strLocalNum == strLocalPhoneNum) return true;
+  if (!stopstart) return ChangeLocalNum(std::move(strLocalPhoneNum));
+
+  // A transfer: what was said so far belongs to the old party, so this recording ends and another starts.
+  lg(LOG_NOTICE, "[%d] LocalNumberChanged: STOP", iChannel);
+  FinalizeRecording(/*fClearInfo=*/false);
+  if (strLocalPhoneNum.empty()) {
+    lg(LOG_NOTICE, "[%d] LocalNumberChanged: Transfer to non-monitored phone", iChannel);
+    strLocalNum = strNonMonitoredNum;
+  } else {
+    lg(LOG_NOTICE, "[%d] LocalNumberChanged: Transfer to monitored phone", iChannel);
+    TakeMonitoredNum(std::move(strLocalPhoneNum));
+  }
+  lg(LOG_NOTICE, "[%d] LocalNumberChanged: START", iChannel);
+  TryStartRecording();
+  return true;
+}
+
+// From here on the number identifies the local side. The first number that the line had is kept as its own.
+void BaseChannel::TakeMonitoredNum(std::string strLocalPhoneNum) {
+  fUseLocalNum = true;
+  if (strNonMonitoredNum.empty()) strNonMonitoredNum = strLocalNum;
+  strLocalNum = std::move(strLocalPhoneNum);
+}
+
+void BaseChannel::PhoneNumberChanged(bool stopIsFinal) {
+  if (!fCallBusy) return;
+  if (fRecording && !MayStartRecording(/*fTell=*/true)) {
+    (stopIsFinal ? fDontRecord : fDontKeepThisPart) = true;
+    FinalizeRecording(/*fClearInfo=*/false);
+  }
+  if (!fRecording) TryStartRecording();  // a call that was not allowed so far may be with this number
+  if (fCallBusy && GetNewRecOnDmd() && !fRecOnDmd) {
+    lg(LOG_NOTICE, "[%d] Phone number change enabled recording on demand", iChannel);
+    fDontKeepThisPart = true;  // nobody has asked for what was recorded so far
+    FinalizeRecording(/*fClearInfo=*/false);
+    TryStartRecording();
+  }
+}
+
+// -- digits ---------------------------------------------------------------------------------------------------------
+
+void BaseChannel::CheckDigitsExpired(bool fForceExpired) {
+  if (strDigits.empty()) return;
+  if (GetSrTime() - rDigitTime < DIGIT_EXPIRY_S && !fForceExpired) return;
+  WhenDigitExpiring();
+  lg(LOG_NOTICE, "[%d] Previous digits expired", iChannel);
+  if (fUsePressedDigitsForRemote && strDigits.size() >= MIN_DIGITS_AS_REMOTE) {
+    CheckRemoteExpired();
+    if (!IsRealRemoteNum(strRemoteNum)) {
+      strRemoteNum = strDigits;
+      RemoteNumberChanged();
+    }
+  }
+  strDigits.clear();
+}
+
+void BaseChannel::DetectedDigit(char ch) {
+  CheckDigitsExpired(/*fForceExpired=*/false);
+  rDigitTime = GetSrTime();  // also for a digit that is ignored: it tells that someone dials here
+  if (fDigitFreeze || strDigits.size() >= MAX_DIGITS) return;
+  strDigits += ch;
+  lg(LOG_NOTICE, "[%d] Digits: %s", iChannel, strDigits.c_str());
+  // The digits stay after an action, so that one more digit can complete a longer code.
+  const std::string strAction = prRecorder->GetDtmfAct(strDigits);
+  if (!strAction.empty()) DtmfAction(strAction);
+}
+
+void BaseChannel::LinkedChannelDigit(char ch) {
+  DetectedDigit(ch);
+}
+
+void BaseChannel::DtmfAction(const std::string& strAction) {
+  lg(LOG_NOTICE, "[%d] Action to perform: %s", iChannel, strAction.c_str());
+  if (iActiveCallID == -1) {
+    lg(LOG_NOTICE, "[%d] No active call for this channel", iChannel);
+    return;
+  }
+  for (const DtmfRow& rRow : rDtmfRows) {
+    if (strAction == rRow.acAction) rRow.Do(*this);
+  }
+}

@@ -1,0 +1,223 @@
+// BaseChannel_record: the identity of a recording part, its place on disk, and its columns in the database.
+// Each part has one id (strDbRemoteId), from which the file name follows. One set of columns (FillCallInfo) goes first
+// into the active row while the call runs, later into the lasting row. Which contacts stand in these columns depends on
+// the numbers known, on whether the far party is local too, and on the direction (FindParties, FillPartyColumns).
+// FinalizeRecording is the single exit of a part.
+#include "BaseChannel.h"
+
+#include <syslog.h>
+
+#include <cstdio>
+
+#include "datafile.h"
+#include "filedir.h"
+#include "logging.h"
+
+namespace {
+
+constexpr int REC_UNIQ_MODULO = 100;  // two digits of strDbRemoteId
+constexpr int CALL_FLAG_ALE = 16;     // column "flags": the recording is encrypted
+const char* const DIRECTION_INCOMING = "0";
+const char* const DIRECTION_OUTGOING = "1";
+const char* const DIRECTION_INTERNAL = "2";
+
+// Local time by a strftime format.
+std::string TimeText(time_t rTime, const char* acFormat) {
+  struct tm rLocalTime {};
+  localtime_r(&rTime, &rLocalTime);
+  char acText[64];
+  return std::string(acText, strftime(acText, sizeof acText, acFormat, &rLocalTime));
+}
+
+// Decimal text, filled with zeros to a width; a longer number takes the places it needs.
+std::string Padded(int iValue, int iWidth) {
+  char acText[24];
+  (void)snprintf(acText, sizeof acText, "%0*d", iWidth, iValue);  // any int fits
+  return acText;
+}
+
+// One party in the columns of a row: numbers in UTF-8, and the contact unless there is none.
+struct Side {
+  std::string strNum;
+  long long iCallerID = 0;
+  long long iContactID = 0;
+  bool fContact = true;
+};
+
+void AddSide(StringMap* rCallInfo, const std::string& strColumn, const Side& rSide) {
+  rCallInfo->AddUtf8(strColumn, rSide.strNum);
+  rCallInfo->AddUtf8(strColumn + "full", rSide.strNum);
+  if (!rSide.fContact) return;
+  rCallInfo->AddUtf8(strColumn + "callerid", std::to_string(rSide.iCallerID));
+  rCallInfo->AddUtf8(strColumn + "contact", std::to_string(rSide.iContactID));
+}
+
+}  // namespace
+
+// -- id and file names ----------------------------------------------------------------------------------------------
+
+void BaseChannel::DetermineDbRemoteId() {
+  strDbRemoteId = TimeText(rStartTime, "%Y%m%d_%H%M%S") + "_" + Padded(iChannel, 3) + "_" +
+                  Padded(iRecUniqCnt % REC_UNIQ_MODULO, 2);
+}
+
+void BaseChannel::DetermineFilename() {
+  const ERecEncodings eRecEnc = prRecorder->eRecEnc;
+  strFilename = strDbRemoteId;
+  if (prRecorder->fLineNameInFileName) {
+    IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+    const Contact rContact = LineContact(prDB);
+    strFilename += "_" + MakeValidFileNameStr(prDB->GetContactName(static_cast<int>(rContact.iContactID)));
+  }
+  strFilename += eRecEnc == RECENC_MP3 ? ".mp3" : ".wav";
+  strDirectory = TimeText(rStartTime, "%Y/%m/%d/%H");
+
+  EnsurePath(prRecorder->strArchiveRoot + "/" + strDirectory);
+  EnsurePath(prRecorder->strRecordingRoot + "/" + strDirectory);
+  strFullFilenameFinal = prRecorder->strRecordingRoot + "/" + strDirectory + "/" + strFilename;
+  strFullFilename = strFullFilenameFinal;
+  strArchiveFilename = prRecorder->strArchiveRoot + "/" + strDirectory + "/" + strFilename;
+  // The audio is G.711 while the call runs; the ending marks a file that is still to be converted.
+  if (eRecEnc == RECENC_GSM || eRecEnc == RECENC_MP3) strFullFilename += ".g711";
+}
+
+// -- contacts of a call ---------------------------------------------------------------------------------------------
+
+Contact BaseChannel::LineContact(IDatabase* prDB) const {
+  return prDB->GetOrCreateLineContact(iChannel, prDB->GetRecorderID(), "");
+}
+
+Contact BaseChannel::LocalNumContact(IDatabase* prDB) const {
+  return prDB->GetOrCreateCallerIDContact(GetLocalNum(), "", /*fLocal=*/true, "");
+}
+
+// On an incoming call the number that it was connected to is one of this site.
+Contact BaseChannel::ConnectedNumContact(IDatabase* prDB) const {
+  return prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(strConnectedNum), "", /*fLocal=*/fIncoming, "");
+}
+
+bool BaseChannel::IsInternal(const Contact& rContactRemote) const {
+  return !prRecorder->fCardNotInternal && rContactRemote.iContactID != -1 && rContactRemote.fLocal;
+}
+
+struct BaseChannel::Parties {
+  Contact rLocalLine;  // the line; its contact is that of the local number when there is one
+  Contact rLocalNum;
+  Contact rRemote;
+  std::string strDbRemoteNum;  // Latin-1
+  bool fHaveLocal = false;     // a local number identifies the local side, not the line
+  bool fInternal = false;
+};
+
+BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) const {
+  Parties rParties;
+  rParties.rLocalLine = LineContact(prDB);
+  rParties.strDbRemoteNum = GetDbRemoteNum();
+  // A running call creates no contact for the far party, so that one which is not kept leaves none behind. The look-up
+  // takes the number as it stands, without conversion. See ActiveRowLooksUpTheNumberUnconverted.
+  rParties.rRemote =
+      fFinal ? prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(rParties.strDbRemoteNum), "", /*fLocal=*/false, "")
+             : prDB->GetCallerIDContact(rParties.strDbRemoteNum);
+  rParties.fInternal = IsInternal(rParties.rRemote);
+  if (rParties.fInternal) {
+    lg(LOG_NOTICE, "[%d] Other %s is also local: internal call", iChannel, rParties.strDbRemoteNum.c_str());
+  }
+  rParties.fHaveLocal = QUseLocalNum();
+  if (rParties.fHaveLocal) {
+    rParties.rLocalNum = LocalNumContact(prDB);
+    rParties.rLocalLine.iContactID = rParties.rLocalNum.iContactID;
+  }
+  return rParties;
+}
+
+// -- columns of a call row ------------------------------------------------------------------------------------------
+
+void BaseChannel::FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFinal) {
+  const Parties rParties = FindParties(prDB, fFinal);
+  iActiveContactLocal = static_cast<int>(rParties.rLocalLine.iContactID);
+  FillPartColumns(rCallInfo, rParties, fFinal);
+  FillPartyColumns(rCallInfo, rParties);
+  if (fHasConnectedNum) FillConnectedColumns(rCallInfo, prDB);
+  rCallInfo->AddUtf8("direction", Direction(rParties.fInternal));
+  rCallInfo->AddUtf8("recorderid", std::to_string(prDB->GetRecorderID()));
+  rCallInfo->AddUtf8("callextra", ArrayToString({}));
+  if (!rParties.fHaveLocal) return;
+  const IdMapEntry rEntry = prDB->GetIdMapEntry(GetLocalNum());  // lets a mapped number fill in a note
+  if (rEntry.fFound && (rEntry.strTarget == "notes" || rEntry.strTarget == "notes2")) {
+    rCallInfo->AddUtf8(rEntry.strTarget, rEntry.strValue);
+  }
+}
+
+// What the part itself knows. A waiting call has the file name and the duration of the part before it, or none.
+void BaseChannel::FillPartColumns(StringMap* rCallInfo, const Parties& rParties, bool fFinal) const {
+  rCallInfo->AddUtf8("startdate", std::to_string(rStartTime));
+  rCallInfo->AddUtf8("duration", ToStdString(iDuration));
+  rCallInfo->AddUtf8("filename", strFilename);
+  rCallInfo->AddUtf8("isconnected", "1");
+  rCallInfo->AddUtf8("linenr", ToStdString(iChannel));
+  rCallInfo->AddUtf8("waittime", ToStdString(iWaitTime));
+  rCallInfo->AddUtf8("source", ToStdString(iRecSource));
+  rCallInfo->AddUtf8("isarchived", fFinal || fRecording ? "1" : "0");
+  rCallInfo->AddUtf8("encoding", ToStdString(iEncoding));
+  rCallInfo->AddUtf8("encryption", "0");
+  rCallInfo->AddUtf8("processingstate", "0");
+  rCallInfo->AddUtf8("flags", ToStdString(prRecorder->fALE ? CALL_FLAG_ALE : 0));
+  rCallInfo->AddUtf8("directory", strDirectory);
+  rCallInfo->AddUtf8("lineid", std::to_string(rParties.rLocalLine.iLineID));
+  rCallInfo->AddUtf8("remoteid", strDbRemoteId);
+}
+
+void BaseChannel::FillPartyColumns(StringMap* rCallInfo, const Parties& rParties) const {
+  Side rFar;
+  rFar.strNum = Latin1ToUtf8(rParties.strDbRemoteNum);
+  rFar.iCallerID = rParties.rRemote.iCallerID;
+  rFar.iContactID = rParties.rRemote.iContactID;
+  rFar.fContact = rParties.rRemote.iContactID != -1;
+  Side rOwn;
+  if (rParties.fHaveLocal) {
+    rOwn.strNum = GetLocalNum();
+    rOwn.iCallerID = rParties.rLocalNum.iCallerID;
+  }
+  rOwn.iContactID = iActiveContactLocal;
+  // An internal incoming call is filed under the party that called. The test switch turns every call over.
+  const bool fSwap = (rParties.fInternal && fIncoming) || prRecorder->fCrecTestSwapLocRem;
+  AddSide(rCallInfo, "remote", fSwap ? rOwn : rFar);
+  AddSide(rCallInfo, "local", fSwap ? rFar : rOwn);
+}
+
+void BaseChannel::FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) const {
+  const Contact rContact = ConnectedNumContact(prDB);
+  rCallInfo->AddLatin1("connected", strConnectedNum);
+  rCallInfo->AddUtf8("connectedcallerid", std::to_string(rContact.iCallerID));
+  rCallInfo->AddUtf8("connectedcontact", std::to_string(rContact.iContactID));
+}
+
+std::string BaseChannel::Direction(bool fInternal) const {
+  std::string strDirection = fIncoming ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
+  if (fInternal) strDirection = DIRECTION_INTERNAL;
+  if (!prRecorder->fCrecTestSwapLocRem) return strDirection;
+  return strDirection == DIRECTION_OUTGOING ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
+}
+
+// -- rows and the end of a part -------------------------------------------------------------------------------------
+
+void BaseChannel::AddActive() {
+  StringMap rCallInfo;
+  IDatabase* const prDB = prRecorder->GetDatabaseHandle();
+  FillCallInfo(&rCallInfo, prDB, /*fFinal=*/false);
+  iActiveCallID = prDB->AddActiveCall(rCallInfo);
+}
+
+void BaseChannel::RemoveActive() {
+  if (iActiveCallID == -1) return;
+  prRecorder->GetDatabaseHandle()->DeleteActiveCall(iActiveCallID);
+  iActiveCallID = -1;
+}
+
+void BaseChannel::FinalizeRecording(bool fClearInfo) {
+  fRecOnDmdStart = false;
+  StopRecording(fClearInfo);
+  if (fClearInfo) ClearInfo();
+  AlwaysClearInfo();
+  RemoveActive();  // a kept recording has handed its row over, so this is for calls without one
+}
