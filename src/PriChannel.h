@@ -26,5 +26,8 @@ class PRI_Channel : public BaseChannel {
  private:
   void OnDigit(char ch);
   void OnSpyState(int iCur, int iPrev);
+  void OnRinging();
+  // Direction, numbers and partner of the call that starts.
   void OnTalking();
+  void ReportAvailability(bool fNewChAvail);
 };
