@@ -29,6 +29,40 @@ enum ETdmStart {
   TDM_START_MUTELT_AND_TONE = 3,
 };
 
+// D-channel messages, as the card gives them in dwParam of E_RCV_DSTDChannel; dwSubReason is the value. The names are
+// ours, the codes the card maker's.
+enum EDMsg : DWORD {
+  DMSG_OFF_HOOK = 0x0008,
+  DMSG_ON_HOOK = 0x000E,
+  DMSG_BRI_PROGRESS = 0x006B,
+  DMSG_BRI_ALERTING = 0x006E,
+  DMSG_BRI_CONNECTED = 0x006F,
+  DMSG_BRI_RELEASED = 0x0070,
+  DMSG_BRI_ABANDONED = 0x0075,
+  DMSG_BRI_REJECTED = 0x0076,
+  DMSG_KEY_DIGIT = 0x1006,        // digit in the low byte
+  DMSG_DISPLAY = 0x1008,          // display text in pvBuffer
+  DMSG_FUNCTION_BUTTON = 0x100E,  // number in the low byte
+  DMSG_RELEASE_BUTTON = 0x1012,
+  DMSG_FEATURE_BUTTON = 0x101A,
+  DMSG_SOFT_BUTTON = 0x101E,  // number in the low byte
+  DMSG_RING_ON = 0x101F,
+  DMSG_RING_OFF = 0x1020,
+  DMSG_LINE_BUTTON = 0x1021,
+  DMSG_AUDIO_CHANGE = 0x104A,  // 0: no audio
+  DMSG_MUTE_LIGHT_OFF = 0x111E,
+  DMSG_MUTE_LIGHT_ON = 0x111F,
+  DMSG_MUTE_LIGHT_BLINK = 0x1120,  // counts as on
+  DMSG_CHANGE_LOCAL = 0x8001,      // "<local>|<remote>|<stop-start>" in pvBuffer
+};
+
+// Longest display text that is looked at; what a telephone shows is shorter.
+constexpr std::size_t DISPLAY_TEXT_BYTES = 300;
+// Longest text of an ISDN call phase: what the event buffer of the main loop holds.
+constexpr std::size_t BRI_TEXT_BYTES = 1024;
+constexpr std::size_t ISDN_RECORD_BYTES = 204;           // ISDN_CALL_INFO
+constexpr std::size_t ISDN_RECORD_EXTENDED_BYTES = 236;  // the record and 32 bytes that nothing reads
+
 // One connected call of a telephone that can hold several.
 struct BusyCall {
   std::string strRemote;
@@ -51,8 +85,56 @@ static_assert(sizeof(ISDN_CALL_INFO) == 204, "size of the card's ISDN call recor
 static_assert(offsetof(ISDN_CALL_INFO, CallerNumber) == 12 && offsetof(ISDN_CALL_INFO, CalledNumber) == 76, "layout");
 static_assert(offsetof(ISDN_CALL_INFO, ConnectNumber) == 140, "layout");
 
-// True when the 4-digit number at yearpos is the year of a date.
+// True when the number at yearpos is the year of a date such as "12.03.2015" or "12Mar 2015": two parts of letters and
+// digits before it, one of them all digits.
 bool IsDateInStrYearPos(const char* buffer, int yearpos);
+
+// What a display scan asks of the line: settings and the state of its call.
+struct DisplayScanRules {
+  int iPbxType = PBX_UNDEF;
+  bool fMuteMode = false;  // TDM_START_MUTELT or TDM_START_MUTELT_AND_TONE
+  bool fCallBusy = false;
+  int iBusyFor = -1;                          // seconds of the recording or attempt; -1 outside a call
+  bool fDontOverwriteExistingNumber = false;  // too late in the call for another number
+  bool fAllowEqualRemoteLenChange = false;
+  bool fLateChange = true;
+  bool fCheckForMultipleTelNum = false;
+  bool fRang = false;  // there was a ring in this call
+  std::string strLocalNum, strLocalName, strPrevCallRemoteNum;
+};
+
+// What became of one number on the display.
+enum EVerdict {
+  VERDICT_TAKEN,              // it is the remote number
+  VERDICT_TAKEN_MAY_IMPROVE,  // it is, and a better one may follow
+  VERDICT_DTMF_TEXT,          // the display shows dialled tones
+  VERDICT_NUMBER_STANDS,      // too late in the call to replace the number that is known
+  VERDICT_TOO_SHORT,          // fewer than 3 digits
+  VERDICT_NOT_LONGER,         // no longer than the number that is known
+  VERDICT_AFTER_HAT,          // directly behind a "^"
+  VERDICT_BEFORE_STOP,        // ends in a full stop, in the mute modes
+  VERDICT_YEAR,               // the year of a date
+  VERDICT_NOT_INTRODUCED,     // in the middle of a line, with nothing that introduces it
+  VERDICT_OWN_NUMBER,         // the line's own
+  VERDICT_IN_LINE_NAME,       // part of the line's own contact name
+  VERDICT_PREVIOUS_CALL,      // the last call's number is still on the display
+};
+// The verdict in words, for people.
+const char* GetVerdictDescr(EVerdict eVerdict);
+
+// Receives each number that the scan has judged.
+class IDisplayScanWatcher {
+ public:
+  virtual ~IDisplayScanWatcher() = default;
+  virtual void OnVerdict(const std::string& strNumber, EVerdict eVerdict) = 0;
+};
+
+// Looks for the remote number in a display text and stores it in strRemoteNum, which holds the number known so far.
+// True when there is one to store. prWatcher: not owned, may be null.
+bool ScanDisplay(const char* acText, const DisplayScanRules& rRules, std::string& strRemoteNum,
+                 IDisplayScanWatcher* prWatcher = nullptr);
+// A text of nothing but letters and blanks, at least six characters to its last letter, is a name (Aastra 5000).
+bool ExtractA5000Name(const char* acPhoneDisp, std::string& strName);
 
 class DST_Channel : public BaseChannel {
  public:
@@ -76,7 +158,8 @@ class DST_Channel : public BaseChannel {
   void AnalyseCID_ForReset();
   bool AnalyseCIDsub(std::string& strRemoteNum);
   bool CheckForName(std::string& strParamId2);
-  bool ExtractA5000Name(const char* acPhoneDisp, std::string& strName);
+  // What the scan asks of this line at this moment.
+  DisplayScanRules ScanRules() const;
 
   // -- ISDN call phases (DstChannel_isdn.cpp) -------------------------------------------------------------------
   void AnalyseBriCID();
@@ -86,36 +169,91 @@ class DST_Channel : public BaseChannel {
   bool IsInBusyRemotes(const std::string& strNum);
   void RemoveFromBusyRemotes(const std::string& strNum);
 
-  char acPhoneDisp[301] = {};        // last display or D-channel text
-  char strChangeLocalNum[301] = {};  // text of a change-local message
-  bool fInCall_DChannel = false;     // call seen by audio-change or BRI messages
-  std::vector<BusyCall> vBusyCalls;  // in the order of connection
+  char acPhoneDisp[BRI_TEXT_BYTES + 1] = {};            // last display or D-channel text
+  char strChangeLocalNum[DISPLAY_TEXT_BYTES + 1] = {};  // text of a change-local message
+  bool fInCall_DChannel = false;                        // call seen by audio-change or BRI messages
+  std::vector<BusyCall> vBusyCalls;                     // in the order of connection
   bool fInCall_Offhook = false;
   std::string strPbxType;
-  bool fInCall_Audio = false;        // call seen by voice detection
-  bool fAudio = false;               // voice is present now
-  time_t rStartSilence = 0;          // when voice last stopped
-  int iSilenceTimeOut = 15;          // seconds of silence that end an audio call
-  bool fDetectDtmf = false;          // report DTMF from the audio path
+  bool fInCall_Audio = false;  // call seen by voice detection
+  bool fAudio = false;         // voice is present now
+  time_t rStartSilence = 0;    // when voice last stopped
+  int iSilenceTimeOut = 15;    // seconds of silence that end an audio call
+  bool fDetectDtmf = false;    // report DTMF from the audio path
   bool fMissedCalls = false;
-  bool fUseAudioDetection = false;   // voice detection drives fInCall_Audio
+  bool fUseAudioDetection = false;  // voice detection drives fInCall_Audio
   int iTdmStart = TDM_START_DEFAULT;
   bool fInCall_Extra = false;        // call by start condition, mute light or tone
   bool fInCall_ToneAnalyze = false;  // voice was found by tone analysis
   bool fOnHold = false;              // stretches the silence time-out
   bool fAudioState = false;          // last audio-change value was not zero
   bool fAudioMaybeDelayStart = false;
-  time_t rAudioStartTime = 0;        // when audio-change last went from zero to not zero
-  time_t rAlmostLocalNum = 0;        // when the local id was seen one digit short
-  time_t rLoginBusy = 0;             // when the login text was seen
-  int iLocalNumSize = 4;             // digits of a local id
-  bool fLocalIdDetect = false;       // the local id is learnt from login digits
-  int iMuteLightState = -1;          // -1 unknown, 0 off, 1 on
-  time_t rAudioNotice = 0;           // last log of voice outside a call
-  bool fSpecial_Pilot = false;       // enables CheckForName
+  time_t rAudioStartTime = 0;   // when audio-change last went from zero to not zero
+  time_t rAlmostLocalNum = 0;   // when the local id was seen one digit short
+  time_t rLoginBusy = 0;        // when the login text was seen
+  int iLocalNumSize = 4;        // digits of a local id
+  bool fLocalIdDetect = false;  // the local id is learnt from login digits
+  int iMuteLightState = -1;     // -1 unknown, 0 off, 1 on
+  time_t rAudioNotice = 0;      // last log of voice outside a call
+  bool fSpecial_Pilot = false;  // enables CheckForName
   int iPbxType = PBX_UNDEF;
   bool fAllowEqualRemoteLenChange = false;
-  bool fLateChange = true;           // that replacement stays allowed late in a call
+  bool fLateChange = true;  // that replacement stays allowed late in a call
   bool fCheckForMultipleTelNum = false;
-  std::string strLocalName;          // name of the line's contact in the database
+  std::string strLocalName;  // name of the line's contact in the database
+
+ private:
+  // One row a D-channel message: its handler and the bits of dwSubReason that the board conditions compare.
+  struct DMsgRow {
+    DWORD dwCode;
+    void (DST_Channel::*On)(const SSM_EVENT& rEvent);
+    DWORD dwFilter;
+  };
+  static const DMsgRow rDMsgRows[];
+
+  bool InMuteMode() const { return iTdmStart == TDM_START_MUTELT || iTdmStart == TDM_START_MUTELT_AND_TONE; }
+  // The local number of these lines survives a restart.
+  bool KeepsLocalNum() const;
+  void ChooseProfile(int iPhoneType);
+  void ReadCachedLocalNum();
+
+  // -- events
+  void OnToneAnalyze(DWORD dwTone);
+  void OnDtmf(char ch);
+  void OnChState(int iState);
+  void OnBargeIn(bool fSound);
+  void OnDChannel(const SSM_EVENT& rEvent);
+  void CheckConditions(DWORD dwCode, DWORD dwValue);
+
+  // -- D-channel messages
+  void OnNothing(const SSM_EVENT& rEvent);
+  void OnOther(const SSM_EVENT& rEvent);
+  void OnOffHook(const SSM_EVENT& rEvent);
+  void OnOnHook(const SSM_EVENT& rEvent);
+  void OnKeyDigit(const SSM_EVENT& rEvent);
+  void OnDisplay(const SSM_EVENT& rEvent);
+  void OnFunctionButton(const SSM_EVENT& rEvent);
+  void OnReleaseButton(const SSM_EVENT& rEvent);
+  void OnFeatureButton(const SSM_EVENT& rEvent);
+  void OnSoftButton(const SSM_EVENT& rEvent);
+  void OnRingOn(const SSM_EVENT& rEvent);
+  void OnRingOff(const SSM_EVENT& rEvent);
+  void OnLineButton(const SSM_EVENT& rEvent);
+  void OnAudioChange(const SSM_EVENT& rEvent);
+  void OnAudioChangeInMuteMode(bool fOn);
+  void OnMuteLightOff(const SSM_EVENT& rEvent);
+  void OnMuteLightOn(const SSM_EVENT& rEvent);
+  void OnChangeLocal(const SSM_EVENT& rEvent);
+
+  // -- ISDN call phases
+  void OnBriProgress(const SSM_EVENT& rEvent);
+  void OnBriAlerting(const SSM_EVENT& rEvent);
+  void OnBriConnected(const SSM_EVENT& rEvent);
+  void OnBriReleased(const SSM_EVENT& rEvent);
+  void OnBriCancelled(const SSM_EVENT& rEvent);
+  void ContinueWithOtherCall();
+
+  // -- display
+  // Login prompt of the mute modes; true when the text was one.
+  bool AnalyseLoginPrompt();
 };
