@@ -18,6 +18,22 @@
 #include "shpa3api.h"
 
 enum ELineHealth { LINEHEALTH_OK = 0, LINEHEALTH_OFFLINE = 1, LINEHEALTH_ERROR = 2 };
+// Values of iHighNotify: the loud alarm of a call is found while audio arrives and sent by the next Periodic, once.
+enum EHighNotify { HIGH_NOTIFY_NONE = 0, HIGH_NOTIFY_TO_SEND = 1, HIGH_NOTIFY_SENT = 2 };
+
+constexpr int NO_LEVEL_DB = -999;  // iLast_dB before the first loudness window of a call
+
+// One of the two laws of G.711 audio.
+struct AudioLaw {
+  int iFormat;         // for SsmRecToMem
+  WORD wWavTag;        // format tag of the WAV header
+  BYTE ucSilence;      // the byte of silenced audio
+  const char* acName;  // as the side file of a live listener tells it
+  short (*ToLinear)(unsigned char ucCode);
+  unsigned char (*FromLinear)(short iSample);
+};
+// The law of a recording while the call runs. MP3 and GSM are made from A-law after the call.
+const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc);
 
 // -- texts of the card's codes; empty for an unknown one ----------------------------------------------------------
 const char* GetChannelStateDescr(int iState);
@@ -46,32 +62,41 @@ class BaseChannel {
 
   // -- construction, event frame, timers (BaseChannel.cpp) ------------------------------------------------------
   // Called once after construction; a subclass calls this one first.
+  // iBoardListIx has to be in the board list. Applies the present state of the line, so that a line which is away at
+  // start has its health told from the first moment.
   virtual void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh);
   // A subclass calls this one first, then does its own work.
   virtual void HandleEvent(SSM_EVENT* prEvent);
   // A subclass calls it for each code that it does not treat itself: carries E_PROC_RecordMem to the audio path.
+  // A position outside the ring buffer is dropped.
   void DefaultEventHandle(SSM_EVENT* prEvent);
   // Once a second.
   virtual void Periodic();
   virtual void Finalize() {}
-  // Forgets the information of a call.
+  // Forgets the information of a call. What outlives a call stays: direction, own numbers, and all recording state.
   virtual void ClearInfo();
-  // Forgets what belongs to one recording part.
+  // Forgets what belongs to one recording part; runs at the end of each, also when the call goes on.
   virtual void AlwaysClearInfo();
+  // Reads "CheckLineStatus" anew, past the cache.
   virtual void ReloadSettingsLive();
   void SetBaseChannel(int iBaseCh);
 
   // -- call lifecycle (BaseChannel_call.cpp) --------------------------------------------------------------------
   virtual bool InCall() { return fInCall_ChState; }
+  // The two ring edges.
   void RingingStarted();
   void RingingStopped();
+  // The first ring of a call.
   virtual void WhenNewRing() {}
+  // A subclass calls it after anything that may change InCall(); a call starts or stops when the answer has changed.
   void InCallMaybeChanged();
   void WhenCallStarts();
   void WhenCallStops();
   // Ends a call in progress when the recorder shuts down.
   void EndOfCall();
+  // Forgets the remote number.
   void RemoteExpired();
+  // Forgets it when it is too old for a coming call. Does nothing during a call.
   void CheckRemoteExpired();
   // Age reference of the remote number: now while the line rings, so that a number does not age meanwhile.
   time_t GetRemoteNumTime();
@@ -100,23 +125,34 @@ class BaseChannel {
   bool TrySetSilencing(bool fToSet);
 
   // -- audio (BaseChannel_audio.cpp) ----------------------------------------------------------------------------
+  // Whether both directions can stand apart in a two-channel file.
   virtual bool CanStereo() { return false; }
+  // Buffers, which live until the channel is destroyed, and an end of silencing.
   void BasicRecordingPreparation();
   // Sends bytes [iStart, iStop) of acRecordBuf to the file, or to the base channel when this side is mixed in.
-  // Does nothing for an empty range, or with neither base nor open file. While silenced, overwrites the range first.
+  // Does nothing for an empty range, or with neither base nor open file, or for one that leaves the buffer. While
+  // silenced, overwrites the range first.
   void WriteMemRange(int iStart, int iStop);
   // Audio of the linked channel, on the base; overwritten with silence while the base is silenced.
   void MixAudio(BYTE* buf, int len);
-  // iType 0: own side, 1: linked side.
+  // Collects both sides, which come in unequal pieces, and writes once they are level. iType 0: own side, 1: linked
+  // side. A piece that finds no room is dropped with a warning; what is left at the end of a recording is dropped too.
   void MixAdd(const BYTE* buf, int iLen, int iType);
+  // Writes to the file and the live listener's copy, and measures loudness on the way.
   void WriteBuf(const BYTE* buf, int len);
+  // On the linked channel: feeds the recording of driver channel iBaseRecCh from here on; and no more. When the driver
+  // refuses to stop, the link stays.
   void StartMixRecord(int iBaseRecCh);
   void StopMixRecord();
+  // Replaces any file named strFullFilename. When that fails hAudioFile stays null and the audio goes nowhere.
   void OpenAudioFile();
   void CloseAudioFile();
+  // Brings the length fields of an open file up to date, so that the file plays up to here whatever happens next.
   void UpdateAudioFileHeader();
+  // The copy of a live listener: strFullFilenameFinal + ".raw" and ".info". Only with fMonitoring.
   void OpenRawFile();
   void CloseRawFile();
+  // The member behind RecordingCallBack: to the live listener's copy only.
   void OnRecordingData(const void* pData, unsigned int uiLen);
   // A loudness window is full: level, and the loud-voice count.
   void NewLoudness();
@@ -160,8 +196,11 @@ class BaseChannel {
   // -- line health (BaseChannel_health.cpp) ---------------------------------------------------------------------
   // iLastChannelState has just changed.
   void NewChannelState();
+  // Once a second.
   void PeriodicChannelState();
+  // Keeps the scores in their range, and reports a health that has changed.
   void FinalCalcChannelState();
+  // Tells log and recorder; nothing for a driver channel without a line.
   void NewLineHealth();
   // Writes the state file of the line: 0 written, 1 file could not be opened, -1 this kind of line has none.
   virtual int WriteChState() { return -1; }
@@ -176,16 +215,16 @@ class BaseChannel {
   int iRecSource = 0;                // kind of source, column "source"
 
   // -- call state -----------------------------------------------------------------------------------------------
-  bool fCallBusy = false;           // a call is in progress
-  bool fInCall_ChState = false;     // the driver channel state says so
-  bool fRinging = false;            // the line rings now
-  time_t rFirstRing = 0;            // GetSrTime() seconds; 0: no ring in this call
-  time_t rLastRing = 0;             // last ring edge; 0: none
+  bool fCallBusy = false;        // a call is in progress
+  bool fInCall_ChState = false;  // the driver channel state says so
+  bool fRinging = false;         // the line rings now
+  time_t rFirstRing = 0;         // GetSrTime() seconds; 0: no ring in this call
+  time_t rLastRing = 0;          // last ring edge; 0: none
   bool fIncoming = false;
-  bool fKnowIncoming = false;       // fIncoming comes from signalling, no guessing
-  bool fRingsUntilPickup = false;   // a stopped ring without a call is a lost call on this kind of line
+  bool fKnowIncoming = false;      // fIncoming comes from signalling, no guessing
+  bool fRingsUntilPickup = false;  // a stopped ring without a call is a lost call on this kind of line
   time_t rCallStopTime = 0;
-  int iWaitTime = 0;                // seconds of ringing before the call; -1: none or unknown
+  int iWaitTime = 0;  // seconds of ringing before the call; -1: none or unknown
 
   // -- numbers --------------------------------------------------------------------------------------------------
   time_t rRemoteNumTime = 0;        // when strRemoteNum was last set; 0: none
@@ -200,75 +239,87 @@ class BaseChannel {
   std::string strPrevConnectedNum;  // connected number last seen by RemoteNumberChanged
   std::string strPrevCallRemoteNum;
   bool fUsePressedDigitsForRemote = false;
-  time_t rDigitTime = 0;            // last digit
-  bool fResetLocalNum = false;      // ClearInfo also empties strLocalNum
+  time_t rDigitTime = 0;        // last digit
+  bool fResetLocalNum = false;  // ClearInfo also empties strLocalNum
 
   // -- recording ------------------------------------------------------------------------------------------------
   // fRecording can hold while hAudioFile is null: the open failed, the call goes on without audio.
   bool fRecording = false;
   time_t rStartTime = 0;
-  int iDuration = 0;                // seconds of the last finished recording
-  int iLinkedCh = -1;               // driver channel mixed into this recording
-  int iBaseRecCh = -1;              // driver channel whose recording this one feeds now
-  int iBaseCh = -1;                 // driver channel that this one is the linked side of
-  bool fDontRecord = false;         // the call is not to be recorded or kept
-  bool fDontKeepThisPart = false;   // this part is thrown away, the call goes on
-  int iRecUniqCnt = 0;              // recordings on this line, feeds strDbRemoteId
-  std::string strFullFilename;      // file being written
+  int iDuration = 0;               // seconds of the last finished recording
+  int iLinkedCh = -1;              // driver channel mixed into this recording
+  int iBaseRecCh = -1;             // driver channel whose recording this one feeds now
+  int iBaseCh = -1;                // driver channel that this one is the linked side of
+  bool fDontRecord = false;        // the call is not to be recorded or kept
+  bool fDontKeepThisPart = false;  // this part is thrown away, the call goes on
+  int iRecUniqCnt = 0;             // recordings on this line, feeds strDbRemoteId
+  std::string strFullFilename;     // file being written
   std::string strFullFilenameFinal;
   std::string strArchiveFilename;
   std::string strFilename;
-  std::string strDirectory;         // year/month/day/hour
-  int iEncoding = 0;                // column "encoding"; 0 before audio starts
-  FILE* hRawFile = nullptr;         // monitoring copy
-  int iRecordOffset = 0;            // read position in acRecordBuf
+  std::string strDirectory;  // year/month/day/hour
+  int iEncoding = 0;         // column "encoding"; 0 before audio starts
+  FILE* hRawFile = nullptr;  // monitoring copy
+  int iRecordOffset = 0;     // read position in acRecordBuf
   int iRecordBufSize = 0;
-  int iRecordByteCnt = 0;           // audio bytes of hAudioFile
-  BYTE* acRecordBuf = nullptr;      // owned, iRecordBufSize bytes; the card writes, we read behind its position
+  int iRecordByteCnt = 0;       // audio bytes of hAudioFile
+  BYTE* acRecordBuf = nullptr;  // owned, iRecordBufSize bytes; the card writes, we read behind its position
   FILE* hAudioFile = nullptr;
   bool fSilencing = false;
-  int iMixBufIx[2] = {0, 0};        // bytes a side in acMixBuffer: [0] own, [1] linked
-  BYTE* acMixBuffer = nullptr;      // owned, 4 * iRecordBufSize bytes
+  int iMixBufIx[2] = {0, 0};    // bytes a side in acMixBuffer: [0] own, [1] linked
+  BYTE* acMixBuffer = nullptr;  // owned, 4 * iRecordBufSize bytes
   bool fDoStereo = false;
-  int iCalcLoudnessSamples = 0;     // samples of a loudness window
-  int iActiveCallID = -1;           // row in ActiveCalls
-  std::string strDbRemoteId;        // id of the recording part; commands address the call by it
-  int iActiveContactLocal = 0;      // contact of the local side last written to the database
+  int iCalcLoudnessSamples = 0;  // samples of a loudness window
+  int iActiveCallID = -1;        // row in ActiveCalls
+  std::string strDbRemoteId;     // id of the recording part; commands address the call by it
+  int iActiveContactLocal = 0;   // contact of the local side last written to the database
 
   // -- digits ---------------------------------------------------------------------------------------------------
-  std::string strDigits;            // since the last expiry
-  bool fDigitFreeze = false;        // digits are ignored
-  bool fToEmail = false;            // the recording is to be mailed
+  std::string strDigits;      // since the last expiry
+  bool fDigitFreeze = false;  // digits are ignored
+  bool fToEmail = false;      // the recording is to be mailed
 
   // -- timers and loudness --------------------------------------------------------------------------------------
-  int iPeriodicCounter = 0;         // seconds up to the file header update
-  int iPeriodicCounter2 = 0;        // seconds of the current long-recording part
+  int iPeriodicCounter = 0;   // seconds up to the file header update
+  int iPeriodicCounter2 = 0;  // seconds of the current long-recording part
   bool fCalcLoudness = false;
-  int iCalcLoudnessIndex = 0;       // samples in the current window
-  double dLoudness = 0;             // sum of squares of the current window
-  int iLast_dB = -999;              // last level; -999: none
-  bool fHighDetect = false;         // loud-voice detection
-  int iHighDbThr = 0;               // dB
-  int iHighMaxCnt = 0;              // loud windows that raise the alarm
-  int iHighCnt = 0;                 // loud windows so far
-  int iHighAge = 0;                 // quiet windows since the last loud one
-  int iHighNotify = 0;              // EHighNotify
-  bool fHighSwitchedOff = false;    // a call-progress tone is present
+  int iCalcLoudnessIndex = 0;     // samples in the current window
+  double dLoudness = 0;           // sum of squares of the current window
+  int iLast_dB = NO_LEVEL_DB;     // last level
+  bool fHighDetect = false;       // loud-voice detection
+  int iHighDbThr = 0;             // dB
+  int iHighMaxCnt = 0;            // loud windows that raise the alarm
+  int iHighCnt = 0;               // loud windows so far
+  int iHighAge = 0;               // quiet windows since the last loud one
+  int iHighNotify = 0;            // EHighNotify
+  bool fHighSwitchedOff = false;  // a call-progress tone is present
 
   // -- on-demand and long recordings, line health ---------------------------------------------------------------
-  bool fRecOnDmd = false;           // this call records only on demand
-  bool fRecOnDmdStart = false;      // a demand is in force
-  bool fLongRecordings = false;     // long calls are cut into parts
-  int iLongRecordingsLen = 0;       // minutes
-  bool fCheckLineStatus = false;    // a change of health triggers a recheck of the system
-  int iLastChannelState = -1;       // last driver channel state; -1: none
-  int iLineErrCalc = 0;             // error score, 0 to 200
-  int iLineOfflineCalc = 0;         // offline score, 0 to 200
+  bool fRecOnDmd = false;         // this call records only on demand
+  bool fRecOnDmdStart = false;    // a demand is in force
+  bool fLongRecordings = false;   // long calls are cut into parts
+  int iLongRecordingsLen = 0;     // minutes
+  bool fCheckLineStatus = false;  // a change of health triggers a recheck of the system
+  int iLastChannelState = -1;     // last driver channel state; -1: none
+  int iLineErrCalc = 0;           // error score, 0 to 200
+  int iLineOfflineCalc = 0;       // offline score, 0 to 200
   ELineHealth eLineHealth = LINEHEALTH_OK;
+
+ protected:
+  // A setting of this line as a number; 0 when it is missing.
+  int ChannelSetting(const char* acKey);
 
  private:
   struct Verdict;  // whether a finished part is kept, and what its finishing needs to know
   struct Parties;  // both sides of a call row
+
+  // -- steps of Periodic ----------------------------------------------------------------------------------------
+  void PeriodicFileHeader();
+  void PeriodicLoudAlarm();
+  void PeriodicLongRecording();
+
+  // -- steps of the call lifecycle ------------------------------------------------------------------------------
+  bool GuessDirection();  // true when it has told the direction in the log
 
   // -- steps of starting and stopping a recording ---------------------------------------------------------------
   void ReadCustomLocal();
@@ -279,6 +330,11 @@ class BaseChannel {
   bool DirectionKeeps(const Contact& rContactRemote) const;
   void QueueKeep(const Verdict& rVerdict);
   void QueueDelete();
+
+  // -- steps of the audio ---------------------------------------------------------------------------------------
+  void MixMono(const BYTE* buf, int iLen, int iType);
+  void MeasureLoudness(const BYTE* buf, int len);
+  void CountLoudWindow();
 
   // -- steps of a change of numbers -----------------------------------------------------------------------------
   void UpdateActiveNumbers(const std::string& strDbRemoteNum);

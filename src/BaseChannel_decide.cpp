@@ -144,7 +144,7 @@ void BaseChannel::StartRecording() {
 }
 
 bool BaseChannel::StartDriver() {
-  const int iFormat = prRecorder->eRecEnc == RECENC_G711U ? SSM_FORMAT_ULAW : SSM_FORMAT_ALAW;
+  const int iFormat = GetAudioLaw(prRecorder->eRecEnc).iFormat;
   if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) == SSM_OK) return true;
   LogSsmError("SsmRecToMem");
   return false;

@@ -32,17 +32,12 @@ constexpr int AUDIO_NOTICE_PAUSE_S = 4;       // between two notices of voice ou
 constexpr int AUDIO_NOTICE_AFTER_CALL_S = 1;  // the tail of a call is no voice outside of it
 constexpr int SHORT_AUDIO_BURST_S = 2;        // mute modes: audio up to this long ends no call while the light is off
 constexpr DWORD NEC_AUDIO_IGNORED = 8;        // audio change that NEC sends outside calls
-constexpr DWORD TONE_VOICE = 6;               // of E_CHG_ToneAnalyze
 constexpr int DEBUG_TOGGLE_CHANCE = 15;       // soak test: one second in so many toggles the call
 
 constexpr DWORD LOW_BYTE = 0xFF;
 constexpr DWORD LOW_WORD = 0xFFFF;
 
 constexpr int PHONE_TYPE_TENOVIS = 1;  // setting "PhoneType" on an "Avaya Mer..." PBX
-
-unsigned LowByte(DWORD dw) {
-  return dw & LOW_BYTE;
-}
 
 // Copies the event's data as a text of at most iMax characters; acTo has room for one more.
 void CopyText(const SSM_EVENT& rEvent, char* acTo, std::size_t iMax) {

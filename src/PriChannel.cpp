@@ -10,13 +10,6 @@ namespace {
 
 constexpr int REC_SOURCE_PRI = 6;  // column "source" of a trunk line
 
-int LowWord(DWORD dw) {
-  return static_cast<int>(dw & 0xFFFFU);
-}
-int HighWord(DWORD dw) {
-  return static_cast<int>(dw >> 16U);
-}
-
 using SpyGetNumber = int (*)(int nCic, char* pcCid);
 
 // A number of the circuit; empty when the card gives none. The result of the card is not looked at: the buffer tells.
@@ -73,10 +66,10 @@ void PRI_Channel::HandleEvent(SSM_EVENT* prEvent) {
   BaseChannel::HandleEvent(prEvent);
   switch (prEvent->wEventCode) {
     case E_CHG_RcvDTMF:
-      OnDigit(static_cast<char>(prEvent->dwParam & 0xFFU));
+      OnDigit(static_cast<char>(LowByte(prEvent->dwParam)));
       break;
     case E_CHG_SpyState:
-      OnSpyState(LowWord(prEvent->dwParam), HighWord(prEvent->dwParam));
+      OnSpyState(static_cast<int>(LowWord(prEvent->dwParam)), static_cast<int>(HighWord(prEvent->dwParam)));
       break;
     default:  // audio of both sides is served, whatever the roles
       DefaultEventHandle(prEvent);

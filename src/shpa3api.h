@@ -139,8 +139,23 @@ enum EChannelState : int {
 // Circuit states, of E_CHG_SpyState.
 enum ESpyState : int { S_SPY_STANDBY = 0, S_SPY_RINGING = 2, S_SPY_TALKING = 3, S_SPY_RCVPHONUM = 105 };
 
+// Tone kinds, of E_CHG_ToneAnalyze.
+enum ETone : int {
+  TONE_DIAL = 1,
+  TONE_BUSY = 2,
+  TONE_RINGBACK = 3,
+  TONE_SILENCE_AFTER_RINGBACK = 4,
+  TONE_NO_SOUND = 5,
+  TONE_VOICE = 6,
+};
+
 // Recording formats of SsmRecToMem and SsmRecToFile.
 enum ESsmFormat : int { SSM_FORMAT_ALAW = 6, SSM_FORMAT_ULAW = 7 };
+
+// Parts of a value that carries several, such as dwParam.
+constexpr DWORD LowByte(DWORD dw) { return dw & 0xff; }
+constexpr DWORD LowWord(DWORD dw) { return dw & 0xffff; }
+constexpr DWORD HighWord(DWORD dw) { return dw >> 16; }
 
 constexpr int SSM_OK = 0;
 constexpr int SSM_EVENT_TIMEOUT = -1;          // of SsmWaitForEventA

@@ -1,0 +1,329 @@
+// The road of the audio: ring buffer, mixing buffer, WAV file.
+// The card writes into acRecordBuf and tells by event how far it has come; each new range goes to the file (WriteBuf),
+// on a linked pair through the base channel's mixing buffer (MixAdd), which passes on what both sides have delivered.
+// All is 8 kHz, 8-bit G.711. Loudness is taken from what goes to the file, so silenced audio counts as quiet. The road
+// makes no allocation, and one range is one write: the files are unbuffered, so that a full disk is reported for the
+// range that it hit, and a header never counts audio that a killed process still held.
+#include "BaseChannel.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "g711.h"
+#include "logging.h"
+#include "shpa3link.h"
+
+namespace {
+
+constexpr int RECORD_BUF_BYTES = 4096;     // the card reports every 2048 bytes, so one report may come late
+constexpr int MIX_BUF_PER_RECORD_BUF = 4;  // two of audio a side, and room for two sides in stereo
+constexpr int SAMPLES_PER_S = 8000;
+constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / 2;  // half a second, as for LOUDNESS_SAMPLES_STEREO
+constexpr int LOUDNESS_SAMPLES_STEREO = SAMPLES_PER_S;
+constexpr double LINEAR_SCALE = 3.0517578125e-05;  // 1/32768
+constexpr double RMS_SILENCE = 1e-05;              // not above it: NO_SOUND_DB, since a logarithm needs something
+constexpr int NO_SOUND_DB = -30;
+constexpr int FULL_SCALE_DB = 70;
+constexpr int QUIET_WINDOWS_FORGET = 2;  // more quiet windows than these in a row forget the loud ones
+constexpr int ZERO_BYTES_TOLERATED = 50;
+
+// -- WAV header ------------------------------------------------------------------------------------------------------
+
+constexpr int WAV_RIFF = 0;
+constexpr int WAV_RIFF_LENGTH = 4;
+constexpr int WAV_WAVE = 8;
+constexpr int WAV_FMT = 12;
+constexpr int WAV_FMT_LENGTH = 16;
+constexpr int WAV_FORMAT_TAG = 20;
+constexpr int WAV_CHANNELS = 22;
+constexpr int WAV_SAMPLE_RATE = 24;
+constexpr int WAV_BYTE_RATE = 28;
+constexpr int WAV_BLOCK_ALIGN = 32;
+constexpr int WAV_SAMPLE_BITS = 34;
+constexpr int WAV_FACT = 36;
+constexpr int WAV_FACT_LENGTH = 40;
+constexpr int WAV_FACT_VALUE =
+    44;  // bytes, in stereo too, where the format would have bytes of one side: readers rely on it
+constexpr int WAV_DATA = 48;
+constexpr int WAV_DATA_LENGTH = 52;
+constexpr int WAV_HEADER_BYTES = 56;
+constexpr DWORD WAV_RIFF_EXTRA = WAV_HEADER_BYTES - WAV_WAVE;  // counted by the RIFF length on top of the audio
+
+void PutTag(BYTE* acField, const char* acTag) {
+  memcpy(acField, acTag, 4);
+}
+
+// Little-endian, iBytes of dwValue.
+void PutNumber(BYTE* acField, DWORD dwValue, int iBytes) {
+  for (int i = 0; i < iBytes; i++) acField[i] = static_cast<BYTE>(LowByte(dwValue >> (8 * i)));
+}
+
+// A header with 0 in all four places that tell the length.
+void FillWavHeader(BYTE* acHeader, WORD wFormatTag, DWORD dwChannels) {
+  memset(acHeader, 0, WAV_HEADER_BYTES);
+  PutTag(acHeader + WAV_RIFF, "RIFF");
+  PutTag(acHeader + WAV_WAVE, "WAVE");
+  PutTag(acHeader + WAV_FMT, "fmt ");
+  PutNumber(acHeader + WAV_FMT_LENGTH, WAV_FACT - WAV_FORMAT_TAG, 4);
+  PutNumber(acHeader + WAV_FORMAT_TAG, wFormatTag, 2);
+  PutNumber(acHeader + WAV_CHANNELS, dwChannels, 2);
+  PutNumber(acHeader + WAV_SAMPLE_RATE, SAMPLES_PER_S, 4);
+  PutNumber(acHeader + WAV_BYTE_RATE, SAMPLES_PER_S * dwChannels, 4);
+  PutNumber(acHeader + WAV_BLOCK_ALIGN, dwChannels, 2);
+  PutNumber(acHeader + WAV_SAMPLE_BITS, 8, 2);
+  PutTag(acHeader + WAV_FACT, "fact");
+  PutNumber(acHeader + WAV_FACT_LENGTH, WAV_DATA - WAV_FACT_VALUE, 4);
+  PutTag(acHeader + WAV_DATA, "data");
+}
+
+// The header has no error report of its own: on a full disk the next range of audio reports.
+void RewriteNumber(FILE* hFile, long lOffset, DWORD dwValue) {
+  BYTE acField[4];
+  PutNumber(acField, dwValue, sizeof acField);
+  if (fseek(hFile, lOffset, SEEK_SET) == 0) (void)fwrite(acField, 1, sizeof acField, hFile);
+}
+
+// -- files -----------------------------------------------------------------------------------------------------------
+
+// Null when it cannot be opened. Replaces a file of that name.
+FILE* OpenUnbuffered(const std::string& strName) {
+  FILE* hFile = fopen(strName.c_str(), "wb");
+  if (hFile != nullptr) (void)setvbuf(hFile, nullptr, _IONBF, 0);
+  return hFile;
+}
+
+void CloseIfOpen(FILE*& hFile) {
+  if (hFile != nullptr) (void)fclose(hFile);  // unbuffered: nothing is left that could fail to be written
+  hFile = nullptr;
+}
+
+bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
+  return fwrite(pData, 1, uiLen, hFile) == uiLen;
+}
+
+// -- samples ---------------------------------------------------------------------------------------------------------
+
+constexpr AudioLaw LAW_A = {SSM_FORMAT_ALAW, 6, 0xd5, "alaw", alaw2linear, linear2alaw};
+constexpr AudioLaw LAW_U = {SSM_FORMAT_ULAW, 7, 0xff, "ulaw", ulaw2linear, linear2ulaw};
+
+BYTE SumOfSamples(const AudioLaw& rLaw, BYTE ucOne, BYTE ucOther) {
+  const int iSum = rLaw.ToLinear(ucOne) + rLaw.ToLinear(ucOther);
+  return rLaw.FromLinear(static_cast<short>(std::clamp(iSum, -32768, 32767)));
+}
+
+}  // namespace
+
+const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc) {
+  return eRecEnc == RECENC_G711U ? LAW_U : LAW_A;
+}
+
+// -- from the ring buffer --------------------------------------------------------------------------------------------
+
+void BaseChannel::BasicRecordingPreparation() {
+  fSilencing = false;
+  if (acRecordBuf == nullptr) {
+    iRecordBufSize = RECORD_BUF_BYTES;
+    acRecordBuf = new BYTE[static_cast<std::size_t>(iRecordBufSize)]();
+  }
+  if (iLinkedCh != -1) {
+    if (acMixBuffer == nullptr) {
+      acMixBuffer = new BYTE[static_cast<std::size_t>(MIX_BUF_PER_RECORD_BUF * iRecordBufSize)]();
+    }
+    iMixBufIx[0] = 0;
+    iMixBufIx[1] = 0;
+  }
+}
+
+void BaseChannel::WriteMemRange(int iStart, int iStop) {
+  if (iStart >= iStop) return;
+  if (iBaseRecCh == -1 && hAudioFile == nullptr) return;
+  if (acRecordBuf == nullptr || iStart < 0 || iStop > iRecordBufSize) return;
+
+  BYTE* buf = acRecordBuf + iStart;
+  const int len = iStop - iStart;
+  if (fSilencing) {
+    memset(buf, GetAudioLaw(prRecorder->eRecEnc).ucSilence, static_cast<std::size_t>(len));
+  }
+  if (iBaseRecCh != -1) {
+    prRecorder->MixAudio(iBaseRecCh, buf, len);
+  } else if (iLinkedCh != -1) {
+    MixAdd(buf, len, 0);
+  } else {
+    WriteBuf(buf, len);
+  }
+}
+
+// -- mixing ----------------------------------------------------------------------------------------------------------
+
+void BaseChannel::MixAudio(BYTE* buf, int len) {
+  if (len <= 0) return;
+  if (fSilencing) memset(buf, GetAudioLaw(prRecorder->eRecEnc).ucSilence, static_cast<std::size_t>(len));
+  MixAdd(buf, len, 1);
+}
+
+void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
+  if (iLen <= 0) return;
+  if (iLen > 2 * iRecordBufSize - iMixBufIx[iType]) {
+    lg(LOG_WARNING, "[%d] Mixing buffer too small %d,%d", iChannel, iMixBufIx[0], iMixBufIx[1]);
+    return;
+  }
+  if (acMixBuffer == nullptr) return;  // audio of a partner that this recording was not told of
+
+  if (fDoStereo) {
+    for (int k = 0; k < iLen; k++) acMixBuffer[2 * (iMixBufIx[iType] + k) + iType] = buf[k];
+  } else {
+    MixMono(buf, iLen, iType);
+  }
+  iMixBufIx[iType] += iLen;
+  if (iMixBufIx[0] != iMixBufIx[1]) return;
+
+  WriteBuf(acMixBuffer, fDoStereo ? 2 * iMixBufIx[0] : iMixBufIx[0]);
+  iMixBufIx[0] = 0;
+  iMixBufIx[1] = 0;
+}
+
+void BaseChannel::MixMono(const BYTE* buf, int iLen, int iType) {
+  const AudioLaw& rLaw = GetAudioLaw(prRecorder->eRecEnc);
+  BYTE* acPlace = acMixBuffer + iMixBufIx[iType];
+  const int iOverlap = std::clamp(iMixBufIx[1 - iType] - iMixBufIx[iType], 0, iLen);  // the other side is there already
+  for (int i = 0; i < iOverlap; i++) acPlace[i] = SumOfSamples(rLaw, acPlace[i], buf[i]);
+  memcpy(acPlace + iOverlap, buf + iOverlap, static_cast<std::size_t>(iLen - iOverlap));
+}
+
+void BaseChannel::StartMixRecord(int iBaseDrvCh) {
+  iBaseRecCh = iBaseDrvCh;
+  BasicRecordingPreparation();
+  lg(LOG_NOTICE, "{%d} Mixing this channel to {%d}", iDrvCh, iBaseRecCh);
+  iRecordOffset = 0;
+  const int iFormat = GetAudioLaw(prRecorder->eRecEnc).iFormat;
+  if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) != SSM_OK) {
+    LogSsmError("SsmRecToMem");
+  }
+}
+
+void BaseChannel::StopMixRecord() {
+  if (SsmStopRecToMem(iDrvCh) == SSM_OK) {
+    iBaseRecCh = -1;
+  } else {
+    LogSsmError("SsmStopRecMem");
+  }
+}
+
+// -- to the file -----------------------------------------------------------------------------------------------------
+
+void BaseChannel::WriteBuf(const BYTE* buf, int len) {
+  if (hAudioFile == nullptr || len <= 0) return;
+  if (fCalcLoudness) MeasureLoudness(buf, len);
+
+  const std::size_t uiLen = static_cast<std::size_t>(len);
+  if (!WriteAll(hAudioFile, buf, uiLen)) LogCapiError("Write to recording file");
+  if (prRecorder->fMonitoring && hRawFile != nullptr) {
+    if (!WriteAll(hRawFile, buf, uiLen)) LogCapiError("Write to monitoring recording file");
+    (void)fflush(hRawFile);
+  }
+  // Counted after a failed write as well, so that the lengths stay true to the call. Unsigned, since an endless call on
+  // a line that is always recorded passes 2 GB in three days.
+  iRecordByteCnt = static_cast<int>(static_cast<DWORD>(iRecordByteCnt) + static_cast<DWORD>(len));
+}
+
+void BaseChannel::OpenAudioFile() {
+  CloseIfOpen(hAudioFile);  // still open when the driver refused to stop the recording before
+  hAudioFile = OpenUnbuffered(strFullFilename);
+  if (hAudioFile == nullptr) {
+    LogCapiError("OpenAudioFile");
+    return;
+  }
+  iRecordByteCnt = 0;
+  fDoStereo = prRecorder->fStereo && CanStereo();
+  iCalcLoudnessSamples = fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO;
+
+  BYTE acHeader[WAV_HEADER_BYTES];
+  FillWavHeader(acHeader, GetAudioLaw(prRecorder->eRecEnc).wWavTag, fDoStereo ? 2 : 1);
+  (void)WriteAll(hAudioFile, acHeader, sizeof acHeader);  // on a full disk the first range of audio reports
+  UpdateAudioFileHeader();
+  OpenRawFile();
+}
+
+void BaseChannel::CloseAudioFile() {
+  UpdateAudioFileHeader();
+  CloseIfOpen(hAudioFile);
+  CloseRawFile();
+}
+
+void BaseChannel::UpdateAudioFileHeader() {
+  if (hAudioFile == nullptr) return;
+  const long lPosition = ftell(hAudioFile);
+  if (lPosition < 0) return;  // no place to come back to
+  const DWORD dwBytes = static_cast<DWORD>(iRecordByteCnt);
+  RewriteNumber(hAudioFile, WAV_RIFF_LENGTH, dwBytes + WAV_RIFF_EXTRA);
+  RewriteNumber(hAudioFile, WAV_FACT_VALUE, dwBytes);
+  RewriteNumber(hAudioFile, WAV_DATA_LENGTH, dwBytes);
+  (void)fseek(hAudioFile, lPosition, SEEK_SET);  // a place that ftell has just told
+}
+
+// -- the copy of a live listener -------------------------------------------------------------------------------------
+
+void BaseChannel::OpenRawFile() {
+  if (!prRecorder->fMonitoring) return;
+  CloseIfOpen(hRawFile);  // as in OpenAudioFile
+  hRawFile = OpenUnbuffered(strFullFilenameFinal + ".raw");
+  if (FILE* hInfoFile = fopen((strFullFilenameFinal + ".info").c_str(), "wb"); hInfoFile != nullptr) {
+    // One channel also for a stereo recording: listeners know the file like that.
+    (void)fprintf(hInfoFile, "Format: %s\r\nChannels: 1\r\n", GetAudioLaw(prRecorder->eRecEnc).acName);
+    (void)fclose(hInfoFile);
+  }
+}
+
+void BaseChannel::CloseRawFile() {
+  if (prRecorder->fMonitoring) CloseIfOpen(hRawFile);
+}
+
+void BaseChannel::OnRecordingData(const void* pData, unsigned int uiLen) {
+  if (hRawFile == nullptr) return;
+  (void)WriteAll(hRawFile, pData, uiLen);  // nothing reaches this entry in normal running, so it has no report
+  (void)fflush(hRawFile);
+}
+
+void RecordingCallBack(int /*iCh*/, unsigned char* buf, unsigned int len, void* pUser) {
+  if (pUser != nullptr) static_cast<BaseChannel*>(pUser)->OnRecordingData(buf, len);
+}
+
+void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh) {
+  if (iStart >= iStop) return;
+  const auto iZeros = std::count(buf + iStart, buf + iStop, 0);
+  if (iZeros > ZERO_BYTES_TOLERATED) lg(LOG_WARNING, "%d Too much zero! CNT: %d", iCh, static_cast<int>(iZeros));
+}
+
+// -- loudness --------------------------------------------------------------------------------------------------------
+
+void BaseChannel::MeasureLoudness(const BYTE* buf, int len) {
+  const AudioLaw& rLaw = GetAudioLaw(prRecorder->eRecEnc);
+  for (int i = 0; i < len; i++) {
+    const double dSample = rLaw.ToLinear(buf[i]) * LINEAR_SCALE;
+    iCalcLoudnessIndex++;
+    dLoudness += dSample * dSample;
+    if (iCalcLoudnessIndex == iCalcLoudnessSamples) NewLoudness();
+  }
+}
+
+void BaseChannel::NewLoudness() {
+  const double dRms = std::sqrt(dLoudness / iCalcLoudnessSamples);
+  iLast_dB = dRms > RMS_SILENCE ? static_cast<int>(20 * std::log10(dRms) + FULL_SCALE_DB + 0.5) : NO_SOUND_DB;
+  if (fHighDetect) CountLoudWindow();
+  iCalcLoudnessIndex = 0;
+  dLoudness = 0;
+}
+
+void BaseChannel::CountLoudWindow() {
+  if (!fHighSwitchedOff && iLast_dB > iHighDbThr) {
+    iHighAge = 0;
+    iHighCnt++;
+    if (iHighCnt == iHighMaxCnt && iHighNotify == HIGH_NOTIFY_NONE) iHighNotify = HIGH_NOTIFY_TO_SEND;
+  } else if (iHighCnt > 0) {
+    iHighAge++;
+    if (iHighAge > QUIET_WINDOWS_FORGET) iHighCnt = 0;
+  }
+}
