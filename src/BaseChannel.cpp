@@ -1,0 +1,166 @@
+// The channel itself: settings, the frame of events and the work of each second. What happens to a call stands in
+// BaseChannel_<topic>.cpp; what an event means for the call, in the subclasses.
+#include "BaseChannel.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <climits>
+
+#include "logging.h"
+
+namespace {
+
+constexpr int HEADER_UPDATE_S = 5;  // a crash loses at most this much of a file's length
+constexpr int LOUDNESS_WINDOWS_PER_S = 2;
+constexpr int SECONDS_PER_MIN = 60;
+constexpr int CATEGORY_LOUD = 1;  // column "category" of a call with loud talking
+
+int LoudWindows(int iSeconds) {
+  const long long iWindows = static_cast<long long>(iSeconds) * LOUDNESS_WINDOWS_PER_S;
+  return static_cast<int>(std::clamp<long long>(iWindows, INT_MIN, INT_MAX));
+}
+
+}  // namespace
+
+BaseChannel::BaseChannel() {
+  BaseChannel::ClearInfo();
+}
+
+BaseChannel::~BaseChannel() {
+  delete[] acRecordBuf;
+  delete[] acMixBuffer;
+  if (hAudioFile != nullptr) (void)fclose(hAudioFile);
+  if (hRawFile != nullptr) (void)fclose(hRawFile);  // complete as it stands; this only gives the handle back
+}
+
+void BaseChannel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, ICRecorder* prOwner, int iDriverCh) {
+  iChIx = iDriverCh;
+  iChannel = iChannelNr;
+  iDrvCh = iDriverCh;
+  iBoardListIx = iBoardListIndex;
+  iBoardCh = iBoardChannel;
+  prRecorder = prOwner;
+
+  fHighDetect = ChannelSetting("LoudVoiceDetect") != 0;
+  iHighDbThr = ChannelSetting("LoudnessThr");
+  iHighMaxCnt = LoudWindows(ChannelSetting("LoudnessLen"));
+  fLongRecordings = ChannelSetting("LongRecordings") != 0;
+  iLongRecordingsLen = ChannelSetting("LongRecordingsLen");
+  if (fHighDetect) fCalcLoudness = true;
+  fRecOnDmd = ChannelSetting("RecOnDmd") != 0;
+  fRecOnDmdStart = false;
+  fCheckLineStatus = ChannelSetting("CheckLineStatus") != 0;
+
+  // A line that is away or in error at start counts from its first moment.
+  iLastChannelState = SsmGetChState(iDrvCh);
+  NewChannelState();
+}
+
+int BaseChannel::ChannelSetting(const char* acKey) {
+  return prRecorder->GetChannelParamInt(iBoardCh, iBoardListIx, acKey);
+}
+
+void BaseChannel::ReloadSettingsLive() {
+  fCheckLineStatus = prRecorder->GetChannelParamIntLive(iBoardCh, iBoardListIx, "CheckLineStatus") != 0;
+}
+
+void BaseChannel::SetBaseChannel(int iBaseDrvCh) {
+  iBaseCh = iBaseDrvCh;
+}
+
+// -- events ----------------------------------------------------------------------------------------------------------
+
+void BaseChannel::HandleEvent(SSM_EVENT* prEvent) {
+  if (prEvent->wEventCode != E_CHG_ChState) return;
+  const int iNewState = static_cast<int>(LowWord(prEvent->dwParam));
+  if (iNewState == iLastChannelState) return;
+  iLastChannelState = iNewState;
+  NewChannelState();
+}
+
+void BaseChannel::DefaultEventHandle(SSM_EVENT* prEvent) {
+  if (prEvent->wEventCode != E_PROC_RecordMem) return;
+  const int iPos = static_cast<int>(prEvent->dwParam);
+  if (iPos < 0 || iPos > iRecordBufSize) return;  // no place in our ring: nothing that could be read
+
+  if (iPos < iRecordOffset) {  // the card has passed the end of the ring
+    WriteMemRange(iRecordOffset, iRecordBufSize);
+    WriteMemRange(0, iPos);
+  } else {
+    WriteMemRange(iRecordOffset, iPos);
+  }
+  iRecordOffset = iPos;
+}
+
+// -- each second -----------------------------------------------------------------------------------------------------
+
+void BaseChannel::Periodic() {
+  CheckDigitsExpired(/*fForceExpired=*/false);
+  PeriodicFileHeader();
+  PeriodicLoudAlarm();
+  PeriodicLongRecording();
+  PeriodicChannelState();
+}
+
+void BaseChannel::PeriodicFileHeader() {
+  if (++iPeriodicCounter < HEADER_UPDATE_S) return;
+  iPeriodicCounter = 0;
+  UpdateAudioFileHeader();
+}
+
+void BaseChannel::PeriodicLoudAlarm() {
+  if (iHighNotify != HIGH_NOTIFY_TO_SEND) return;
+  lg(LOG_NOTICE, "[%d] Loud audio detected", iChannel);
+  iHighNotify = HIGH_NOTIFY_SENT;
+  prRecorder->GetDatabaseHandle()->UpdateActiveCallCategory(iActiveCallID, CATEGORY_LOUD);
+  prRecorder->NotifyAdmin(LOUD_TALKING, strDbRemoteId);
+}
+
+// The call's information stays, so the next part has the same numbers, and an id of its own.
+void BaseChannel::PeriodicLongRecording() {
+  if (!fRecording || !fLongRecordings) return;
+  iPeriodicCounter2++;
+  if (iPeriodicCounter2 < static_cast<long long>(iLongRecordingsLen) * SECONDS_PER_MIN) return;
+  iPeriodicCounter2 = 0;
+  FinalizeRecording(/*fClearInfo=*/false);
+  TryStartRecording();
+  lg(LOG_NOTICE, "[%d] %d minutes of recording saved!", iChannel, iLongRecordingsLen);
+}
+
+// -- end of a call's information -------------------------------------------------------------------------------------
+
+void BaseChannel::ClearInfo() {
+  strPrevRemoteNum.clear();
+  strPrevConnectedNum.clear();
+  strRemoteNum.clear();
+  strConnectedNum.clear();
+  if (fResetLocalNum) strLocalNum.clear();
+
+  fRinging = false;
+  fKnowIncoming = false;
+  rDigitTime = 0;
+  iWaitTime = -1;
+  rRemoteNumTime = 0;
+  rFirstRing = 0;
+  rLastRing = 0;
+
+  strDigits.clear();
+  iCalcLoudnessIndex = 0;
+  dLoudness = 0;
+  fHighSwitchedOff = false;
+  iHighCnt = 0;
+  iHighAge = 0;
+  iHighNotify = HIGH_NOTIFY_NONE;
+  iLast_dB = NO_LEVEL_DB;
+
+  fDigitFreeze = false;
+  fToEmail = false;
+  fDontRecord = false;
+  AlwaysClearInfo();
+}
+
+void BaseChannel::AlwaysClearInfo() {
+  fToEmail = false;
+  fDontKeepThisPart = false;
+}
