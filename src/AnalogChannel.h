@@ -5,7 +5,10 @@
 
 #include "BaseChannel.h"
 
+// Values of the setting "Trigger": what makes a call.
 enum EAnalogTrigger { TRIGGER_OFFHOOK = 1, TRIGGER_VOICE = 2, TRIGGER_OFF = 3, TRIGGER_ALWAYS = 4 };
+
+constexpr int NO_VOLTAGE = -999;  // iVoltage before the first reading
 
 class AnalogChannel : public BaseChannel {
  public:
@@ -17,19 +20,23 @@ class AnalogChannel : public BaseChannel {
   bool InCall() override;
   int WriteChState() override;
 
-  int m_iLastTone = 0;        // last value of tone analysis; 0: none
+  int m_iLastTone = 0;         // last value of tone analysis; 0: none
   bool fInCall_Audio = false;  // in a call by voice detection
   bool fAudio = false;         // sound is present now
   time_t rStartSilence = 0;    // when the last silence began
   int iSilenceTimeOut = 8;     // seconds of silence that end a voice-triggered call
   int iTriggerType = TRIGGER_VOICE;
-  int iVoltage = -999;         // last line voltage; -999: none
-  bool fIsNumLocked = false;   // the number came from an R2 split, and no caller id replaces it
-  bool fR2NumSplit = false;    // 13-character caller ids hold both parties
+  int iVoltage = NO_VOLTAGE;  // last line voltage; not read with TRIGGER_ALWAYS
+  // An R2 split has been seen, so caller ids of any other form are not taken; holds for the life of the channel.
+  bool fIsNumLocked = false;
+  bool fR2NumSplit = false;  // 13-character caller ids hold both parties
 
  private:
+  void OnDigit(char ch);
   void OnChState(int iNewState);
   void OnCallerId();
   void OnToneAnalyze(int iTone);
   void OnBargeIn(bool fSound);
+  void SilenceTimedOut();
+  void StartSilentCall();  // fDebugRepeatRecord: a call out of silence
 };
