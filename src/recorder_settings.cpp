@@ -1,0 +1,233 @@
+// The settings: one map in memory for each part of the table Configs, and the lookups that compose a key for a board or
+// for a channel of a board and turn text into numbers.
+// The maps are a snapshot of the start, apart from rConfigsO. What is written goes to the database alone, so a value
+// written here is read back only by the process after this one, or by a live lookup.
+#include <syslog.h>
+
+#include <cstdlib>
+
+#include "filedir.h"
+#include "logging.h"
+#include "recorder.h"
+
+bool g_fClustering = false;
+std::string g_cfgPrefix;
+
+namespace {
+
+constexpr const char* SERIAL_FILE = "/var/morvex/conf/serial";
+constexpr const char* CLUSTER_FILE = "/var/morvex/conf/opt_cluster";
+
+// What takes the place of 0, so that an explicit 0 cannot be stored for these keys.
+struct BuiltIn {
+  const char* acParam;
+  int iValue;
+};
+constexpr BuiltIn CHANNEL_BUILT_INS[] = {
+    {"Trigger", 1},
+    {"SilenceTimeOut", 15},
+    {"OffHookThr", 26},
+    {"AudioThr", 12},
+};
+constexpr BuiltIn BOARD_BUILT_INS[] = {
+    {"SilenceT", 15},
+    {"AudioSens", 6},
+};
+
+template <std::size_t N>
+int BuiltInInsteadOfZero(int iValue, const std::string& strParam, const BuiltIn (&rBuiltIns)[N]) {
+  if (iValue != 0) return iValue;
+  for (const BuiltIn& rBuiltIn : rBuiltIns) {
+    if (strParam == rBuiltIn.acParam) return rBuiltIn.iValue;
+  }
+  return 0;
+}
+
+// Item ix of a comma list, counted from 0: "a,b,,d" has "d" as item 3. Empty for an item that is not there.
+std::string ListItem(const std::string& strList, int ix) {
+  std::string strItem;
+  int iItem = 0;
+  for (const char ch : strList) {
+    if (ch == ',') {
+      iItem++;
+    } else if (iItem == ix) {
+      strItem += ch;
+    }
+  }
+  return strItem;
+}
+
+std::string BoardKey(const TBoard& rBoard, const std::string& strParam) {
+  return rBoard.getId() + "_" + strParam;
+}
+
+std::string ChannelKey(const TBoard& rBoard, int iBoardCh, const std::string& strParam) {
+  return rBoard.getId() + "_" + ToStdString(iBoardCh) + "_" + strParam;
+}
+
+}  // namespace
+
+std::string SettingOf(const StdStringMap& rMap, const std::string& strKey) {
+  const auto it = rMap.find(strKey);
+  return it == rMap.end() ? std::string() : it->second;
+}
+
+int TextToInt(const std::string& strText) {
+  return static_cast<int>(strtol(strText.c_str(), nullptr, 10));
+}
+
+// -- cluster ------------------------------------------------------------------------------------------------------
+
+std::string ReadSN() {
+  std::string strSerial = StdGetFileContent(SERIAL_FILE);
+  trim(strSerial);
+  return strSerial;
+}
+
+void OnKnowSN(const std::string& SN) {
+  g_cfgPrefix = g_fClustering ? SN + "-" : "";
+}
+
+void InitCluster() {
+  g_fClustering = false;
+  if (!file_exists(CLUSTER_FILE)) return;
+  lg(LOG_NOTICE, "Clustering is ON");
+  g_fClustering = true;
+  OnKnowSN(ReadSN());
+}
+
+// -- settings -----------------------------------------------------------------------------------------------------
+
+bool TRecorderBoot::LoadSettings() {
+  prDatabase->GetConfigsPart(rConfigs, "crec");
+  prDatabase->GetConfigsPart(rConfigsSys, "s");
+  prDatabase->GetConfigsPart(rConfigsO, "o");
+  if (TextToInt(GetSysSetting("crec")) == 1) return true;
+  lg(LOG_WARNING, "Card recording is disabled in database");
+  return false;
+}
+
+std::string TRecorderBoot::GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod) {
+  return cfgLoadMethod == CFG_CACHED_LOAD ? SettingOf(rConfigs, strParam) : prDatabase->GetConfig(strParam);
+}
+
+void TRecorderBoot::SetCrecSetting(const std::string& strParam, const std::string& strValue) {
+  StdStringMap rOneRow{{strParam, strValue}};
+  prDatabase->SetConfigsPart(rOneRow, "crec");
+}
+
+std::string TRecorderBoot::GetSysSetting(const std::string& strParam) {
+  return SettingOf(rConfigsSys, strParam);
+}
+
+std::string TRecorderBoot::GetOSetting(const std::string& strParam) {
+  return SettingOf(rConfigsO, strParam);
+}
+
+const TBoard& TRecorderBoot::NeedBoard(int iBoardListIx) {
+  const TBoard* prBoard = GetBoard(iBoardListIx);
+  // The caller mixed up its indexes, or works on a line of a board that is not in the list. Going on would record it
+  // with the settings of nobody; the crash log names the caller.
+  if (!prBoard) std::abort();
+  return *prBoard;
+}
+
+std::string TRecorderBoot::GetChannelParamStr(int iBoardCh, int iBoardListIx, const std::string& strParam,
+                                              ECfgLoadMethod cfgLoadMethod) {
+  return ListItem(GetCrecSetting(BoardKey(NeedBoard(iBoardListIx), strParam), cfgLoadMethod), iBoardCh);
+}
+
+int TRecorderBoot::GetChannelParamInt(int iBoardCh, int iBoardListIx, const std::string& strParam,
+                                      ECfgLoadMethod cfgLoadMethod) {
+  const int iValue = TextToInt(GetChannelParamStr(iBoardCh, iBoardListIx, strParam, cfgLoadMethod));
+  return BuiltInInsteadOfZero(iValue, strParam, CHANNEL_BUILT_INS);
+}
+
+std::string TRecorderBoot::GetBoardParamStr(int iBoardListIx, const std::string& strParam) {
+  return SettingOf(rConfigs, BoardKey(NeedBoard(iBoardListIx), strParam));
+}
+
+int TRecorderBoot::GetBoardParamInt(int iBoardListIx, const std::string& strParam) {
+  return BuiltInInsteadOfZero(TextToInt(GetBoardParamStr(iBoardListIx, strParam)), strParam, BOARD_BUILT_INS);
+}
+
+int TRecorderBoot::GetBoardDataInt(int iBoardListIx, const std::string& strParam) {
+  const TBoard* prBoard = GetBoard(iBoardListIx);
+  return prBoard ? TextToInt(SettingOf(rConfigs, BoardKey(*prBoard, strParam))) : 0;
+}
+
+void TRecorderBoot::SetBoardDataInt(int iBoardListIx, const std::string& strParam, int iValue) {
+  if (const TBoard* prBoard = GetBoard(iBoardListIx)) {
+    SetCrecSetting(BoardKey(*prBoard, strParam), ToStdString(iValue));
+  }
+}
+
+std::string TRecorderBoot::GetChannelDataStr(int iBoardCh, int iBoardListIx, const std::string& strParam) {
+  const TBoard* prBoard = GetBoard(iBoardListIx);
+  return prBoard ? SettingOf(rConfigs, ChannelKey(*prBoard, iBoardCh, strParam)) : std::string();
+}
+
+void TRecorderBoot::SetChannelDataStr(int iBoardCh, int iBoardListIx, const std::string& strParam,
+                                      const std::string& strValue) {
+  if (const TBoard* prBoard = GetBoard(iBoardListIx))
+    SetCrecSetting(ChannelKey(*prBoard, iBoardCh, strParam), strValue);
+}
+
+void TRecorderBoot::ReloadDbConfig() {
+  rConfigsO.clear();
+  prDatabase->GetConfigsPart(rConfigsO, "o");
+}
+
+void TRecorderBoot::WriteNewConfigsToDB() {
+  prDatabase->SetConfigsPart(rNewConfigs, "crec");
+}
+
+void TRecorderBoot::LoadBoardSettings() {
+  struct CndList {
+    const char* acKey;
+    std::vector<StartStopCnd> TBoard::*vCnds;
+  };
+  static constexpr CndList CND_LISTS[] = {
+      {"StartCndList", &TBoard::vStartCnds},
+      {"StopCndList", &TBoard::vStopCnds},
+      {"RingOnCndList", &TBoard::vRingOnCnds},
+      {"RingOffCndList", &TBoard::vRingOffCnds},
+  };
+  for (TBoard& rBoard : vrBoardList) {
+    for (const CndList& rList : CND_LISTS) {
+      std::vector<StartStopCnd>& vCnds = rBoard.*rList.vCnds;
+      vCnds.clear();
+      AddCndList(SettingOf(rConfigs, BoardKey(rBoard, rList.acKey)), vCnds);
+    }
+  }
+}
+
+// -- settings as channels ask for them ----------------------------------------------------------------------------
+
+std::string CRecorder::GetChannelParamStr(int iBoardCh, int iBoardListIx, const std::string& strParam) {
+  return prBoot->GetChannelParamStr(iBoardCh, iBoardListIx, strParam, CFG_CACHED_LOAD);
+}
+
+int CRecorder::GetChannelParamInt(int iBoardCh, int iBoardListIx, const std::string& strParam) {
+  return prBoot->GetChannelParamInt(iBoardCh, iBoardListIx, strParam, CFG_CACHED_LOAD);
+}
+
+int CRecorder::GetChannelParamIntLive(int iBoardCh, int iBoardListIx, const std::string& strParam) {
+  return prBoot->GetChannelParamInt(iBoardCh, iBoardListIx, strParam, CFG_LIVE_LOAD);
+}
+
+std::string CRecorder::GetBoardParamStr(int iBoardListIx, const std::string& strParam) {
+  return prBoot->GetBoardParamStr(iBoardListIx, strParam);
+}
+
+int CRecorder::GetBoardParamInt(int iBoardListIx, const std::string& strParam) {
+  return prBoot->GetBoardParamInt(iBoardListIx, strParam);
+}
+
+int CRecorder::GetParamInt(const std::string& strParam) {
+  return TextToInt(SettingOf(prBoot->rConfigs, strParam));
+}
+
+bool CRecorder::IsSpecial(const std::string& strSpecialName) {
+  return GetParamInt("Special_" + strSpecialName) != 0;
+}
