@@ -31,18 +31,21 @@ struct SpyInfo {
 void SetSpyInfo(int nCic, const SpyInfo& rInfo);
 
 // -- events ---------------------------------------------------------------------------------------------------------
-// Queues an event for SsmWaitForEventA; `strData` is what pvBuffer will hold.
+// Queues an event for SsmWaitForEventA; `strData` is what pvBuffer will hold. On a bench all events are on and
+// E_PROC_RecordMem comes each half ring, until SsmSetEvent says otherwise; after SsmStartCti events are off until then.
 void PushEvent(WORD wEventCode, int nReference, DWORD dwParam, DWORD dwSubReason = 0, DWORD dwXtraInfo = 0,
                const std::string& strData = "");
 // The same record by value, for tests that hand it to a channel directly; strData must outlive the use.
-SSM_EVENT MakeEvent(WORD wEventCode, int nReference, DWORD dwParam, DWORD dwSubReason = 0, std::string* prData = nullptr);
+SSM_EVENT MakeEvent(WORD wEventCode, int nReference, DWORD dwParam, DWORD dwSubReason = 0,
+                    std::string* prData = nullptr);
 
 // -- faults and record of calls -------------------------------------------------------------------------------------
 // The next iTimes calls of an operation (by its name, "SsmRecToMem") fail with this result and SsmGetLastErrMsg text.
 void FailNext(const std::string& strOperation, int iTimes, int iResult, const std::string& strText);
 // Every call of a library operation since the last TakeCalls, one text a call with its arguments in decimal:
-// "SsmRecToMem(3,6,4096,0)" (pointers are left out), "SsmClearCallerId(3)". SsmWaitForEventA, SsmGetLastErrMsg and the
-// Get operations of facts are not listed.
+// "SsmRecToMem(3,6,4096,0)" (pointers are left out), "SsmClearCallerId(3)"; texts stand in double quotes:
+// "SsmStartCti("/a/ShConfig.ini","/a/ShIndex.ini")". SsmWaitForEventA, SsmGetLastErrMsg and all Get operations are not
+// listed.
 std::vector<std::string> TakeCalls();
 
 // -- audio ----------------------------------------------------------------------------------------------------------
@@ -57,8 +60,8 @@ bool PlayFile(int nCh, const std::string& strPath, bool fLoop = false);
 // Starts and stops the pacing thread: 8000 bytes a second a channel, times dSpeed.
 void StartPacing(double dSpeed = 1.0);
 void StopPacing();
-// Advances the audio of all recording channels by iBytes at once, without the pacing thread: writes the rings and queues
-// E_PROC_RecordMem as SsmSetEvent asked.
+// Advances the audio of all recording channels by iBytes at once, without the pacing thread: writes the rings and
+// queues E_PROC_RecordMem as SsmSetEvent asked.
 void Advance(int iBytes);
 // Bytes that were overwritten in a ring before the event that announced them was taken.
 long long Overruns();

@@ -1,0 +1,57 @@
+// simcards_audio: what a simulated line carries, as G.711 bytes in the law that a recording asks for.
+// Threads:   none of its own; a source belongs to one channel and is used under the library's lock.
+// Ownership: a file's samples are shared by all channels that play it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "shpa3api.h"
+
+namespace simcards {
+
+// One audio file, read whole. G.711 files keep their bytes, so that playing into the same law changes nothing.
+struct AudioFile {
+  int nFormat = 0;  // SSM_FORMAT_...: acBytes holds the audio; 0: asSamples does
+  std::vector<BYTE> acBytes;
+  std::vector<std::int16_t> asSamples;
+
+  long long Length() const;  // in samples
+  BYTE At(long long i, int nAsFormat) const;
+};
+
+// Reads ".al" and ".ul" as raw G.711, anything else as WAV (8000 Hz, mono, G.711 or 16 bits). Null when the file cannot
+// be used; strWhy then says why.
+std::shared_ptr<const AudioFile> ReadAudioFile(const std::string& strPath, std::string& strWhy);
+
+class AudioSource {
+ public:
+  void SetSilence() { Set(SILENCE); }
+  void SetCounting() { Set(COUNTING); }
+  void SetTone(double dToneHz, double dLevelDb);  // dLevelDb: 0 is full scale
+  void SetFile(std::shared_ptr<const AudioFile> prNewFile, bool fRepeat);
+
+  // The next iBytes bytes. iRecorded: bytes that the asking recording has already, the index of the counting pattern.
+  void Fill(BYTE* acOut, int iBytes, int nFormat, long long iRecorded) const;
+  // Time passes, whether somebody records or not.
+  void Skip(int iBytes) { iPos += iBytes; }
+
+  const char* Name() const;  // "silence", "tone", "counting", "file"
+  bool Ended() const;        // a file that is not repeated has been played to its end
+
+ private:
+  enum EKind { SILENCE, TONE, COUNTING, FILE };
+  void Set(EKind eNewKind);
+  BYTE ToneByte(long long i, int nFormat) const;
+  BYTE FileByte(long long i, int nFormat) const;
+
+  EKind eKind = SILENCE;
+  long long iPos = 0;  // samples since the source was set
+  double dHz = 0;
+  double dAmplitude = 0;
+  std::shared_ptr<const AudioFile> prFile;
+  bool fLoop = false;
+};
+
+}  // namespace simcards

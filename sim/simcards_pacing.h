@@ -1,0 +1,12 @@
+// simcards_pacing: the one thread that makes audio flow in real time.
+// Threads: Start and Stop from any thread that does not hold the library's lock.
+#pragma once
+
+namespace simcards {
+
+void StartPacingThread(double dSpeed);  // restarts with the new speed when it runs already
+void StopPacingThread();                // returns when the thread has ended
+// Seconds of audio that were left out because the machine was too busy to make them in time.
+double PacingSlipped();
+
+}  // namespace simcards

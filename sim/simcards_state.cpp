@@ -1,0 +1,48 @@
+#include "simcards_state.h"
+
+namespace simcards {
+
+State& TheState() {
+  static State& rState = *new State;  // never deleted, see the header
+  return rState;
+}
+
+Channel* State::At(int nCh) {
+  if (nCh < 0 || nCh >= static_cast<int>(vChannels.size())) return nullptr;
+  return vChannels[static_cast<std::size_t>(nCh)].get();
+}
+
+void State::Forget() {
+  eMode = MODE_CLOSED;
+  iBoards = 0;
+  vChannels.clear();
+  rCircuits.clear();
+  rQueue.clear();
+  strDelivered.clear();
+  fHandling = false;
+  rEventSettings.clear();
+  rFaults.clear();
+  strLastError.clear();
+  astrCalls.clear();
+  iOverruns = 0;
+  rChanged.notify_all();
+}
+
+void State::AddBoardChannels(int iBoardId, int iCount, int iChType) {
+  for (int i = 0; i < iCount; i++) {
+    auto prChannel = std::make_unique<Channel>();
+    prChannel->iBoardId = iBoardId;
+    prChannel->iBoardCh = i;
+    prChannel->iType = iChType;
+    prChannel->iVoltage = iChType == CH_ANALOG ? DEFAULT_VOLTAGE : 0;
+    vChannels.push_back(std::move(prChannel));
+  }
+  iBoards++;
+}
+
+void State::Note(const std::string& strCall) {
+  if (astrCalls.size() == MAX_NOTED_CALLS) astrCalls.pop_front();
+  astrCalls.push_back(strCall);
+}
+
+}  // namespace simcards

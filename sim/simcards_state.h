@@ -1,0 +1,117 @@
+// simcards_state: the one state of the simulated card library: boards, channels, circuits, events, faults, calls.
+// Everything that the library's entry points, the pacing thread, the trace threads and the control socket share.
+// Threads:   any. Every use holds rState.rMutex; entry points do so through Call.
+// Ownership: the state lives from the first use to the end of the process and is never destroyed, since threads of the
+//            library may still run while the process exits.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "shpa3api.h"
+#include "simcards.h"
+#include "simcards_audio.h"
+#include "simcards_wav.h"
+
+namespace simcards {
+
+constexpr int SSM_FAILED = -1;
+constexpr int DEFAULT_VOLTAGE = 48;  // of an analogue line that nobody uses
+constexpr WORD ALL_EVENTS = 0xFFFF;  // as SsmSetEvent has it
+constexpr int ALL_CHANNELS = -1;
+constexpr std::size_t MAX_NOTED_CALLS = 65536;  // a daemon that runs for days never takes them
+
+// A recording into the caller's ring. Byte k since the start stands at k % dwSize.
+struct MemRecording {
+  bool fOn = false;
+  int nFormat = SSM_FORMAT_ALAW;
+  BYTE* pBuf = nullptr;  // not owned: the caller's, until SsmStopRecToMem
+  DWORD dwSize = 0;
+  long long iWritten = 0;  // bytes since the start
+  long long iTaken = 0;    // bytes announced by reports that were taken
+};
+
+struct Channel {
+  int iBoardId = -1;
+  int iBoardCh = -1;
+  int iType = CH_UNKNOWN;
+  int iState = S_CALL_STANDBY;
+  int iVoltage = 0;
+  int iRxDigits = 0;  // digits since SsmClearRxDtmfBuf
+  std::string strCallerId;
+  std::string strCallerIdGiven;  // what SsmGetCallerIdA pointed at last; other threads leave it alone
+  AudioSource rSource;
+  MemRecording rMem;
+  WavWriter rFile;
+};
+
+struct Circuit {
+  SpyInfo rInfo;
+  int iState = S_SPY_STANDBY;
+  int iFirstCh = -1;   // driver channel of the direction that the daemon takes as the line
+  int iSecondCh = -1;  // driver channel of the other direction
+};
+
+struct QueuedEvent {
+  SSM_EVENT rEvent;
+  std::string strData;
+  long long iRecorded = 0;  // of E_PROC_RecordMem that the library makes: bytes since the recording started
+};
+
+struct Fault {
+  int iTimes = 0;
+  int iResult = SSM_FAILED;
+  std::string strText;
+};
+
+enum EMode {
+  MODE_CLOSED,  // before SsmStartCti and after SsmCloseCti: every operation but these fails
+  MODE_BENCH,   // channels made by AddBoard, all events on
+  MODE_CARDS,   // started by SsmStartCti; events flow once SsmSetEvent switched them on
+};
+
+struct State {
+  std::mutex rMutex;
+  std::condition_variable rChanged;  // an event was queued or taken, a recording started or ended
+
+  EMode eMode = MODE_CLOSED;
+  int iBoards = 0;
+  std::vector<std::unique_ptr<Channel>> vChannels;  // by driver channel
+  std::map<int, Circuit> rCircuits;                 // by circuit number
+
+  std::deque<QueuedEvent> rQueue;
+  std::string strDelivered;  // data of the last event, when it did not fit the caller's buffer
+  bool fHandling = false;    // the caller took an event and did not come back for the next one
+  std::map<std::pair<WORD, int>, EVENT_SET_INFO> rEventSettings;  // by event code and reference, ALL_... included
+
+  std::map<std::string, Fault> rFaults;
+  std::string strLastError;
+  std::deque<std::string> astrCalls;
+  long long iOverruns = 0;
+
+  Channel* At(int nCh);  // null when there is no such channel
+  void Forget();         // back to MODE_CLOSED with nothing in it
+  void AddBoardChannels(int iBoardId, int iCount, int iChType);
+  void Note(const std::string& strCall);
+
+  // -- events (simcards_events.cpp) ---------------------------------------------------------------------------
+  // The setting that holds for an event of a channel; null: the event is off.
+  const EVENT_SET_INFO* SettingOf(WORD wEvent, int nReference) const;
+  bool EventsOn() const { return eMode == MODE_BENCH || !rEventSettings.empty(); }
+  void SetEvent(WORD wEvent, int nReference, const EVENT_SET_INFO& rSetting);
+  void Queue(QueuedEvent rQueued);  // drops the event when it is switched off
+  void DropReports(int nCh);        // a ring that is no longer written has nothing to report
+
+  // -- audio (simcards_record.cpp) ----------------------------------------------------------------------------
+  void AdvanceAll(int iBytes);
+};
+
+State& TheState();
+
+}  // namespace simcards
