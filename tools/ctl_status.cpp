@@ -1,0 +1,152 @@
+#include "ctl_status.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <pqxx/pqxx>
+
+namespace {
+
+constexpr const char* DAEMON_DATABASE = "dbname=morvex user=root connect_timeout=3";
+constexpr int ENCODING_NO_AUDIO = 0;  // column "encoding" of a call that waits for a demand
+// The record of callextra that silencing leaves: key, ": ", value, CR LF.
+constexpr const char* SILENCED_RECORD = "silencing: 1\r\n";
+
+const char* DirectionText(int iDirection) {
+  constexpr std::array<const char*, 3> acTexts = {"incoming", "outgoing", "internal"};
+  return iDirection >= 0 && iDirection < 3 ? acTexts[static_cast<std::size_t>(iDirection)] : "unknown";
+}
+
+bool IsSilenced(const std::string& strExtra) {
+  const std::size_t iPos = strExtra.find(SILENCED_RECORD);
+  return iPos != std::string::npos && (iPos == 0 || strExtra[iPos - 1] == '\n');
+}
+
+void ReadCalls(const std::string& strConnection, CtlStatus& rStatus) {
+  pqxx::connection rConnection(strConnection);
+  pqxx::work rWork(rConnection);
+  const pqxx::result rRows = rWork.exec(
+      "SELECT linenr, COALESCE(remoteid, ''), direction, COALESCE(local, ''), COALESCE(remote, ''), startdate, "
+      "encoding,"
+      " COALESCE(callextra, '') FROM ActiveCalls ORDER BY linenr, startdate, id");
+  for (const pqxx::row& rRow : rRows) {
+    CallStatus rCall;
+    rCall.iLine = rRow[0].as<int>(0);
+    rCall.strCallId = rRow[1].as<std::string>();
+    rCall.strDirection = DirectionText(rRow[2].as<int>(-1));
+    rCall.strLocal = rRow[3].as<std::string>();
+    rCall.strRemote = rRow[4].as<std::string>();
+    rCall.rSince = rRow[5].as<time_t>(0);
+    rCall.fWaiting = rRow[6].as<int>(ENCODING_NO_AUDIO) == ENCODING_NO_AUDIO;
+    rCall.fSilenced = IsSilenced(rRow[7].as<std::string>());
+    rStatus.vCalls.push_back(rCall);
+  }
+}
+
+std::string TimeOfDay(time_t rTime) {
+  tm rLocal{};
+  localtime_r(&rTime, &rLocal);
+  char acText[16];
+  return {acText, strftime(acText, sizeof acText, "%H:%M:%S", &rLocal)};
+}
+
+std::string Age(time_t rSeconds) {
+  const long long iSeconds = std::max<long long>(rSeconds, 0);
+  char acText[32];
+  (void)snprintf(acText, sizeof acText, "%lld:%02lld:%02lld", iSeconds / 3600, iSeconds / 60 % 60, iSeconds % 60);
+  return acText;
+}
+
+const char* StateText(const CallStatus& rCall) {
+  if (rCall.fWaiting) return "waiting";
+  return rCall.fSilenced ? "silenced" : "recording";
+}
+
+// Columns as wide as their widest cell, two blanks apart; the first row is the heading.
+std::string Table(const std::vector<std::vector<std::string>>& vRows) {
+  std::vector<std::size_t> vWidths(vRows.front().size());
+  for (const auto& vRow : vRows) {
+    for (std::size_t i = 0; i < vRow.size(); i++) vWidths[i] = std::max(vWidths[i], vRow[i].size());
+  }
+  std::string strText;
+  for (const auto& vRow : vRows) {
+    std::string strLine;
+    for (std::size_t i = 0; i < vRow.size(); i++)
+      strLine += vRow[i] + std::string(vWidths[i] - vRow[i].size() + 2, ' ');
+    strLine.erase(strLine.find_last_not_of(' ') + 1);
+    strText += strLine + "\n";
+  }
+  return strText;
+}
+
+}  // namespace
+
+bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines) {
+  std::ifstream rFile(strPath);
+  if (!rFile) return false;
+  for (std::string strLine; std::getline(rFile, strLine);) {
+    std::array<char, 32> acHealth{};
+    LineStatus rLine;
+    if (sscanf(strLine.c_str(), "Line_%d: %31s", &rLine.iLine, acHealth.data()) != 2) continue;
+    rLine.strHealth = acHealth.data();
+    vLines.push_back(rLine);
+  }
+  return true;
+}
+
+CtlStatus ReadStatus(const std::string& strPath, const std::string& strConnection) {
+  CtlStatus rStatus;
+  rStatus.fRunning = ReadLineStatus(strPath, rStatus.vLines);
+  try {
+    ReadCalls(strConnection.empty() ? DAEMON_DATABASE : strConnection, rStatus);
+    rStatus.fDatabase = true;
+  } catch (const std::exception& rError) {  // the library reports by exceptions; here they end
+    rStatus.vCalls.clear();
+    rStatus.strDatabaseError = rError.what();
+    rStatus.strDatabaseError.erase(rStatus.strDatabaseError.find_last_not_of("\r\n ") + 1);
+  }
+  return rStatus;
+}
+
+std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {
+  std::string strText;
+  if (!rStatus.fRunning) {
+    strText += "The recorder is not running: it publishes no line status.\n";
+  } else {
+    std::vector<std::vector<std::string>> vRows = {{"LINE", "HEALTH"}};
+    for (const LineStatus& rLine : rStatus.vLines) vRows.push_back({std::to_string(rLine.iLine), rLine.strHealth});
+    strText += Table(vRows);
+  }
+  strText += "\n";
+  if (!rStatus.fDatabase) return strText + "The database cannot be read: " + rStatus.strDatabaseError + "\n";
+  if (rStatus.vCalls.empty()) return strText + "No calls in progress.\n";
+  std::vector<std::vector<std::string>> vRows = {
+      {"LINE", "DIRECTION", "LOCAL", "REMOTE", "SINCE", "AGE", "STATE", "CALL ID"}};
+  for (const CallStatus& rCall : rStatus.vCalls) {
+    vRows.push_back({std::to_string(rCall.iLine), rCall.strDirection, rCall.strLocal.empty() ? "-" : rCall.strLocal,
+                     rCall.strRemote.empty() ? "-" : rCall.strRemote, TimeOfDay(rCall.rSince), Age(rNow - rCall.rSince),
+                     StateText(rCall), rCall.strCallId});
+  }
+  return strText + Table(vRows);
+}
+
+nlohmann::json StatusToJson(const CtlStatus& rStatus) {
+  nlohmann::json rLines = nlohmann::json::array();
+  for (const LineStatus& rLine : rStatus.vLines) rLines.push_back({{"line", rLine.iLine}, {"health", rLine.strHealth}});
+  nlohmann::json rCalls = nlohmann::json::array();
+  for (const CallStatus& rCall : rStatus.vCalls) {
+    rCalls.push_back({{"line", rCall.iLine},
+                      {"call_id", rCall.strCallId},
+                      {"direction", rCall.strDirection},
+                      {"local", rCall.strLocal},
+                      {"remote", rCall.strRemote},
+                      {"since", rCall.rSince},
+                      {"state", StateText(rCall)},
+                      {"silenced", rCall.fSilenced}});
+  }
+  nlohmann::json rJson = {{"running", rStatus.fRunning}, {"lines", rLines}, {"calls", rCalls}};
+  if (!rStatus.fDatabase) rJson["database_error"] = rStatus.strDatabaseError;
+  return rJson;
+}

@@ -1,0 +1,44 @@
+// ctl_status: the lines with their health and the calls in progress, as the daemon publishes them: the health in a
+// small file that it rewrites on each change, the calls in the database. A call that has ended stays listed until its
+// recording is finished.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+constexpr const char* LINE_STATUS_FILE = "/var/morvex/data/linestatus.dat";
+
+struct LineStatus {
+  int iLine = 0;
+  std::string strHealth;  // "ok", "offline" or "error"
+};
+
+struct CallStatus {
+  int iLine = 0;
+  std::string strCallId;     // by which orders address the call
+  std::string strDirection;  // "incoming", "outgoing" or "internal"
+  std::string strLocal, strRemote;
+  time_t rSince = 0;
+  bool fSilenced = false;
+  bool fWaiting = false;  // no audio yet: waits for a demand to record
+};
+
+struct CtlStatus {
+  bool fRunning = false;  // the daemon publishes line health
+  bool fDatabase = false;
+  std::string strDatabaseError;
+  std::vector<LineStatus> vLines;
+  std::vector<CallStatus> vCalls;
+};
+
+// "Line_12: offline" a line; anything else is skipped. False when the file cannot be opened.
+bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines);
+// Both sources. strConnection: libpq connection text; empty: the daemon's own database.
+CtlStatus ReadStatus(const std::string& strPath = LINE_STATUS_FILE, const std::string& strConnection = "");
+
+// A table for people; times in local time, ages counted to rNow.
+std::string StatusToText(const CtlStatus& rStatus, time_t rNow);
+nlohmann::json StatusToJson(const CtlStatus& rStatus);

@@ -1,0 +1,145 @@
+// morvex_ctl: orders to the running recorder, and a view of its lines and calls, for people and scripts.
+#include <CLI/CLI.hpp>
+#include <ctime>
+#include <functional>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+
+#include "ctl_socket.h"
+#include "ctl_status.h"
+#include "ctl_watch.h"
+
+namespace {
+
+// A call id is date, time, line number and a counter: 20240131_142305_007_42.
+std::string CheckCallId(const std::string& strText) {
+  static const std::regex rCallId(R"(\d{8}_\d{6}_\d{3,}_\d{2})");
+  return std::regex_match(strText, rCallId) ? "" : "'" + strText + "' is no call id such as 20240131_142305_007_42";
+}
+
+// The vertical bar separates the fields of the order.
+std::string CheckPhoneNumber(const std::string& strText) {
+  return strText.find_first_of("|\r\n") == std::string::npos ? "" : "a number holds no '|' and no line end";
+}
+
+int Order(const std::string& strOrder) {
+  if (strOrder.size() > MAX_ORDER_BYTES) {
+    std::cerr << "The order is longer than " << MAX_ORDER_BYTES << " bytes; nothing was sent.\n";
+    return CTL_USAGE;
+  }
+  const CtlReply rReply = SendOrder(strOrder);
+  (rReply.eExit == CTL_OK ? std::cout : std::cerr) << rReply.strText << "\n";
+  return rReply.eExit;
+}
+
+int ShowStatus(bool fJson) {
+  const CtlStatus rStatus = ReadStatus();
+  if (fJson) {
+    std::cout << StatusToJson(rStatus).dump(2) << "\n";
+  } else {
+    std::cout << StatusToText(rStatus, time(nullptr));
+  }
+  if (!rStatus.fRunning) return CTL_NOT_RUNNING;
+  return rStatus.fDatabase ? CTL_OK : CTL_NO_DATABASE;
+}
+
+int Watch(bool fJson) {
+  if (fJson) {
+    WatchStatusJson();
+    return CTL_OK;
+  }
+  if (WatchStatus() == 0) return CTL_OK;
+  std::cerr << "watch needs a terminal; 'watch --json' does not.\n";
+  return CTL_USAGE;
+}
+
+// The arguments of all subcommands; only the one that was given is used.
+struct Arguments {
+  std::string strCallId, strLocal, strRemote;
+  int iNumber = 0;
+  bool fStopStart = false;
+  bool fJson = false;
+};
+
+class CommandLine {
+ public:
+  CommandLine() {
+    rApp.require_subcommand(1);
+    rApp.footer(
+        "Exit status: 0 OK, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
+        "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database.");
+    AddCallOrder("silence", "Replace the audio of a call by silence from now on");
+    AddCallOrder("sound", "End the silence of a call");
+    AddCallOrder("start", "Record a call that waits for a demand");
+    AddCallOrder("stop", "Stop recording a call that records on demand");
+    AddCallOrder("delete", "Stop recording a call and delete what was recorded");
+    AddOrder("reconfig", "Reload the options that may change while running", [] { return std::string("reconfig"); });
+    AddOrder("chst", "Make the recorder write the state file of a line",
+             [this] { return "chst " + std::to_string(rArgs.iNumber); })
+        ->add_option("line", rArgs.iNumber, "Line number as users see it")
+        ->required()
+        ->check(CLI::Range(1, 99999));
+    AddOrder("bittrace_start", "Trace one channel; nothing else is recorded meanwhile",
+             [this] { return "bittrace_start " + std::to_string(rArgs.iNumber); })
+        ->add_option("channel", rArgs.iNumber, "Channel of the card driver, counted from 0")
+        ->required()
+        ->check(CLI::Range(0, 99999));
+    AddOrder("bittrace_stop", "End the trace", [] { return std::string("bittrace_stop"); });
+    AddChangeLocal();
+    AddView("status", "Lines with their health, and calls in progress", ShowStatus);
+    AddView("watch", "The status, redrawn every second until a key is pressed", Watch);
+  }
+
+  int Run(int argc, char** argv) {
+    try {
+      rApp.parse(argc, argv);
+    } catch (const CLI::ParseError& rError) {  // the library's way, also for --help
+      return rApp.exit(rError) == 0 ? CTL_OK : CTL_USAGE;
+    }
+    return pRun();
+  }
+
+ private:
+  CLI::App* AddOrder(const std::string& strName, const std::string& strHelp, std::function<std::string()> pText) {
+    CLI::App* prSub = rApp.add_subcommand(strName, strHelp);
+    prSub->callback([this, pText = std::move(pText)] { pRun = [pText] { return Order(pText()); }; });
+    return prSub;
+  }
+
+  void AddCallOrder(const std::string& strName, const std::string& strHelp) {
+    AddOrder(strName, strHelp, [this, strName] { return strName + " " + rArgs.strCallId; })
+        ->add_option("call-id", rArgs.strCallId, "Id of the call, as status shows it")
+        ->required()
+        ->check(CheckCallId);
+  }
+
+  void AddChangeLocal() {
+    CLI::App* prSub = AddOrder("change_local", "Tell the local party of the call with a remote number", [this] {
+      return "change_local " + rArgs.strLocal + "|" + rArgs.strRemote + "|" + (rArgs.fStopStart ? "1" : "0");
+    });
+    prSub->add_option("local", rArgs.strLocal, "New local number; '' for a phone that is not monitored")
+        ->required()
+        ->check(CheckPhoneNumber);
+    prSub->add_option("remote", rArgs.strRemote, "Remote number of the call")->required()->check(CheckPhoneNumber);
+    prSub->add_flag("--stop-start", rArgs.fStopStart, "End this recording and start another for the new party");
+  }
+
+  void AddView(const std::string& strName, const std::string& strHelp, int (*pView)(bool fJson)) {
+    CLI::App* prSub = rApp.add_subcommand(strName, strHelp);
+    prSub->add_flag("--json", rArgs.fJson, "For scripts");
+    prSub->callback([this, pView] { pRun = [this, pView] { return pView(rArgs.fJson); }; });
+  }
+
+  CLI::App rApp{"Orders to the running call recorder, and a view of its lines and calls"};
+  Arguments rArgs;
+  std::function<int()> pRun;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CommandLine rCommandLine;
+  return rCommandLine.Run(argc, argv);
+}
