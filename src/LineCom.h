@@ -17,28 +17,38 @@
 class LineCom {
  public:
   LineCom() = default;
+  ~LineCom();  // closes the pipes; does not wait for the child
   LineCom(const LineCom&) = delete;
   LineCom& operator=(const LineCom&) = delete;
 
-  // args: the whole argument vector, null-terminated, first entry included.
-  void Init(const char* program, const char** args);
-  void SetRestartInterval(int iSeconds);  // 0: never
-  void SetReadTimeout(int iSeconds);
-  void SetErrorTimeout(int iSeconds);
-  void SetErrorRecheckInterval(int iFactor);
+  // aacArgs: the whole argument vector, null-terminated, first entry included.
+  void Init(const char* acProgram, const char** aacArgs);
+  void SetRestartInterval(int iSeconds);      // between routine restarts; 0: never
+  void SetReadTimeout(int iSeconds);          // for one reply, and for the child to exit
+  void SetErrorTimeout(int iSeconds);         // of retrying a failed message
+  void SetErrorRecheckInterval(int iFactor);  // the pause after try n is n half seconds times this
+  // The child ends by itself on the line "exit".
   void SupportsExitMsg();
-  // msg ends in a line feed, and so does the reply.
+  // msg ends in a line feed, and so does the reply. False once the error time-out has passed, or after SignalStop; the
+  // text of a reply "ERROR" is then still in `reply`. Restarts the child first when its interval has passed.
   bool SendMsg(const std::string& msg, std::string& reply);
+  // No message is sent from here on, and the wait for a reply ends.
   void SignalStop();
+  // Sends SIGTERM to the child and does not wait for it. The object is not used again.
   void Stop();
 
  protected:
+  // True when the child was forked; whether it could be executed shows later.
   bool StartProgram();
+  // False when there is no child, or none any more: its end is noticed, and cleaned up after, here.
   bool IsProgramActive();
   bool EnsureProgramStarted();
   void RestartProgram(bool mayUseExitMsg);
+  // One attempt.
   bool InternalSendMsg(const std::string& msg, std::string& reply);
+  // True when there is no child, at once or within that time.
   bool WaitForExit(int seconds);
+  // A child that we cannot write to.
   bool InvalidState() const;
 
   pid_t childPid = 0;
@@ -49,9 +59,14 @@ class LineCom {
   time_t lastStarted = 0;
   bool supportsExitMsg = false;
   std::atomic<bool> shuttingDown{false};
-  bool lastIsmFailed = false;
+  bool lastIsmFailed = false;  // kept for the layout of the state; nothing reads it
   int restartInterval = 0;
   std::atomic<int> readTimeout{10};
   std::atomic<int> errorTimeout{60};
   std::atomic<int> errorRecheckInterval{3};
+
+ private:
+  void CloseStreams();
+  bool ReadReply(const std::string& msg, std::string& reply);
+  bool TryUntilErrorTimeout(const std::string& msg, std::string& reply);
 };
