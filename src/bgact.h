@@ -57,6 +57,27 @@ class AudioConvAct : public ThreadAct {
   std::string strCheckSumType;
   bool fStoreOnDemandDelay = false;  // the call stays active, waiting for a decision
   ICRecorder* prRecorder = nullptr;
+
+ private:
+  // -- on a worker --
+  void Convert();
+  void ConvertToGsm();
+  void ConvertToMp3();
+  void ReplaceSource() const;
+  void AddCheckSum();
+  // -- on the main thread --
+  void MergeCarryOver(const StdStringMap& rCarryOver);
+  void MoveToCalls();
+  void KeepActive();
+};
+
+// A message to the service socket that the main thread does not wait for.
+class SlowHandlerMsg : public ThreadAct {
+ public:
+  void performThread() override;
+  void performMain() override;
+
+  std::string msg;
 };
 
 // Hands the row id of a finished call to the tracker script.
@@ -90,21 +111,27 @@ class BgActHandler {
   void close();
   // The loop of worker ix; returns when told to stop.
   void run(int ix);
+  // A worker's turn: performThread, then over to the main thread.
   void handleAction(ThreadAct* prAct);
   void queue(ThreadAct* prAct);
-  // No queued and no running action.
+  // No queued and no running action. A worker is busy until the main queue has its action, so this answer and an empty
+  // main queue afterwards mean that no work is left anywhere.
   bool ready();
 
  private:
   static void* run_it(void* pIx);
+  // First of the list, worker ix busy with it from then on; null when there is none.
+  ThreadAct* take(int ix);
+  // One second, or until told to stop.
+  void idle() const;
 
-  pthread_t rThread[ATHREAD] = {};
-  pthread_mutex_t rMutex{};
+  pthread_t rThread[ATHREAD] = {};  // 0: could not be started
+  std::mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
   std::atomic<bool> fBusy[ATHREAD] = {};  // true while that worker holds an action
   std::list<ThreadAct*> rList;            // guarded by rMutex; first in, first out
 };
-extern BgActHandler* prBgActHandler;  // null until init_bgact
+extern BgActHandler* prBgActHandler;  // null until init_bgact, not reset by close_bgact
 
 void init_bgact();
 // Joins the workers, drops what is still listed, and closes the tracker. Nothing may be queued afterwards.

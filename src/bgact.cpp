@@ -1,0 +1,133 @@
+#include "bgact.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "filedir.h"
+#include "logging.h"
+#include "signaling.h"
+
+// The worker pool. Two workers poll one list; what they have run goes on to the main thread's queue (mainQueue in
+// morvex_crec_loop.cpp). Polling costs up to a second before a new action starts on an idle pool: nothing here is
+// urgent.
+
+BgActHandler* prBgActHandler = nullptr;
+
+namespace {
+
+constexpr int IDLE_STEPS = 10;
+constexpr useconds_t IDLE_STEP_US = 100'000;  // also the longest that an idle worker delays the end of the process
+
+}  // namespace
+
+// -- the pool -----------------------------------------------------------------------------------------------------
+
+void BgActHandler::init() {
+  for (std::intptr_t ix = 0; ix < ATHREAD; ix++) {
+    fBusy[ix] = false;
+    if (pthread_create(&rThread[ix], nullptr, run_it, reinterpret_cast<void*>(ix)) != 0) rThread[ix] = 0;
+  }
+}
+
+void BgActHandler::close() {
+  fPleaseStop = true;
+  for (const pthread_t rWorker : rThread) {
+    if (rWorker != 0) (void)pthread_join(rWorker, nullptr);
+  }
+}
+
+void* BgActHandler::run_it(void* pIx) {
+  prBgActHandler->run(static_cast<int>(reinterpret_cast<std::intptr_t>(pIx)));
+  return nullptr;
+}
+
+void BgActHandler::run(int ix) {
+  while (!fPleaseStop) {
+    if (ThreadAct* prAct = take(ix)) {
+      lg(LOG_DEBUG, "Bg Act %d\n", ix);
+      handleAction(prAct);
+      // Only when the main queue has the action: see ready().
+      fBusy[ix] = false;
+    } else {
+      fBusy[ix] = false;
+      idle();
+    }
+  }
+}
+
+ThreadAct* BgActHandler::take(int ix) {
+  const std::lock_guard<std::mutex> rLock(rMutex);
+  if (rList.empty()) return nullptr;
+  ThreadAct* prAct = rList.front();
+  rList.pop_front();
+  fBusy[ix] = true;
+  return prAct;
+}
+
+void BgActHandler::idle() const {
+  for (int i = 0; i < IDLE_STEPS && !fPleaseStop; i++) (void)usleep(IDLE_STEP_US);
+}
+
+void BgActHandler::handleAction(ThreadAct* prAct) {
+  prAct->performThread();
+  mainQueue(prAct);
+}
+
+void BgActHandler::queue(ThreadAct* prAct) {
+  const std::lock_guard<std::mutex> rLock(rMutex);
+  rList.push_back(prAct);
+}
+
+bool BgActHandler::ready() {
+  const std::lock_guard<std::mutex> rLock(rMutex);
+  for (const std::atomic<bool>& fWorkerBusy : fBusy) {
+    if (fWorkerBusy) return false;
+  }
+  return rList.empty();
+}
+
+// -- the pool of the process --------------------------------------------------------------------------------------
+
+void init_bgact() {
+  prBgActHandler = new BgActHandler;  // before its workers, which find it here
+  prBgActHandler->init();
+}
+
+void close_bgact() {
+  if (prBgActHandler == nullptr) return;
+  prBgActHandler->close();
+  delete prBgActHandler;  // the pointer stays: whoever queued now would be a bug, not a second way to run actions
+  theTracker.close();
+}
+
+void queueAction(ThreadAct* prAct) {
+  if (prBgActHandler != nullptr) {
+    prBgActHandler->queue(prAct);
+    return;
+  }
+  const std::unique_ptr<ThreadAct> prOwned(prAct);
+  if (prOwned == nullptr) return;
+  prOwned->performThread();
+  prOwned->performMain();  // no completed: nobody waits for an action that has run before the call returns
+}
+
+bool isBgQueueReady() {
+  return prBgActHandler == nullptr || prBgActHandler->ready();
+}
+
+// -- small actions ------------------------------------------------------------------------------------------------
+
+void DeleteFileAct::performThread() {
+  (void)DeleteFn(strFilename.c_str());
+}
+
+void DeleteFileAct::performMain() {}
+
+void SlowHandlerMsg::performThread() {
+  signal_service(msg);
+}
+
+void SlowHandlerMsg::performMain() {}
