@@ -1,0 +1,51 @@
+#include <cstdio>
+#include <ctime>
+
+#include "BaseChannel.h"
+#include "filedir.h"
+#include "recorder.h"
+
+// The road of a card event to its channel, and the end of all channels.
+
+namespace {
+
+constexpr const char* EVENT_SIGN_FILE = "/var/morvex/data/crec_event";
+
+// Truncating the file sets its time: its age tells the outside how long ago the cards last delivered an event.
+void TouchEventSign() {
+  if (FILE* hFile = fopen(EVENT_SIGN_FILE, "w")) (void)fclose(hFile);
+}
+
+}  // namespace
+
+void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
+  const time_t now = time(nullptr);
+  if (lastEventReportTime < now) {
+    lastEventReportTime = now;
+    TouchEventSign();
+  }
+  if (prEvent->wEventCode == E_CHG_PcmLinkStatus) return;
+  int iTarget = prEvent->nReference;
+  if (prEvent->wEventCode == E_CHG_SpyState) {  // of a circuit, which need not belong to any channel
+    const auto itChannel = prBoot->rCicToAppChMap.find(prEvent->nReference);
+    if (itChannel == prBoot->rCicToAppChMap.end()) return;
+    iTarget = itChannel->second;
+  }
+  // The driver's references are trusted, so one outside the table is no news for the log; see
+  // ReferenceOutsideTheTableIsDroppedSilently.
+  if (BaseChannel* prChannel = ChannelAt(iTarget)) prChannel->HandleEvent(prEvent);
+}
+
+void CRecorder::Shutdown() {
+  for (BaseChannel* prChannel : vChannels) {
+    if (prChannel == nullptr) continue;
+    prChannel->EndOfCall();
+    prChannel->Finalize();
+  }
+  (void)DeleteFn((GetDataDir() + "linestatus.dat").c_str());  // not valid while no events are handled
+}
+
+CRecorder::~CRecorder() {
+  for (BaseChannel* prChannel : vChannels) delete prChannel;
+  vChannels.clear();
+}

@@ -1,0 +1,148 @@
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+
+#include "filedir.h"
+#include "logging.h"
+#include "recorder.h"
+#include "shpa3api.h"
+
+// The bit-stream trace: everything that one channel says, into four files for whoever looks for a fault of a line. The
+// recorder is deaf meanwhile, since no event is taken from the driver.
+// The driver writes trace.wav by itself. It calls us back, on threads of its own, with raw bits (trace.bit) and with
+// signalling (dch.log, and the display messages among it into dmsg.log).
+
+namespace {
+
+constexpr const char* TRACE_WAV = "/recordings/log/trace.wav";
+constexpr const char* TRACE_BIT = "/recordings/log/trace.bit";
+constexpr const char* TRACE_DCH = "/recordings/log/dch.log";
+constexpr const char* TRACE_DMSG = "/recordings/log/dmsg.log";
+
+constexpr useconds_t TRACE_POLL_US = 200'000;
+constexpr useconds_t DRIVER_SETTLE_US = 500'000;  // for calls that are on their way when the driver is switched off
+
+constexpr DWORD DTR_ALL = 0xFFFFFFFF;    // dwNum of DTRSendRawData2A3
+constexpr BYTE DTR_CALLBACK_TYPE = 255;  // ucProcessType: set or clear the callback
+constexpr WORD DTR_ON = 1;
+constexpr WORD DTR_OFF = 0;
+constexpr BYTE PROCESS_DATA = 0;  // ucProcessType of a callback
+constexpr BYTE PROCESS_EVENT = 1;
+constexpr DWORD EVENT_LCD_MESSAGE = 0x1008;
+constexpr BYTE FIRST_CMD_TYPE = 0x2e;
+constexpr char CMD_TYPES[] = "SUDV";  // from FIRST_CMD_TYPE on
+constexpr int BUFFER_CHARS = sizeof(DST_EVENT::pucBuffer);
+
+// Guards all below: the driver's threads write while the main thread opens and closes. A file that could not be opened
+// is null, and its part of the trace is missing.
+std::mutex rTraceMutex;
+FILE* hRawBitFile = nullptr;
+FILE* hCasTraceFile = nullptr;  // null: no trace, the callbacks have nothing to do
+FILE* hCasMsgTraceFile = nullptr;
+int g_iTraceChNr = -1;  // driver channel
+time_t g_tTraceStartTime = 0;
+
+// -- files --------------------------------------------------------------------------------------------------------
+
+FILE* OpenTraceFile(const char* acName, const char* acHeader) {
+  FILE* hFile = fopen(acName, "w");
+  if (hFile != nullptr) (void)fputs(acHeader, hFile);
+  return hFile;
+}
+
+void OpenBitFile(int iDrvCh) {
+  for (const char* acName : {TRACE_WAV, TRACE_BIT, TRACE_DCH, TRACE_DMSG}) (void)DeleteFn(acName);
+  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  g_iTraceChNr = iDrvCh;
+  hRawBitFile = OpenTraceFile(TRACE_BIT, "");
+}
+
+void OpenSignallingFiles() {
+  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  hCasTraceFile = OpenTraceFile(TRACE_DCH, "[Ch] Seconds  EventCo. SubReas. XtraInfo DataLen.\n");
+  hCasMsgTraceFile = OpenTraceFile(TRACE_DMSG, "[Ch] Seconds\n");
+  g_tTraceStartTime = time(nullptr);
+}
+
+void CloseFiles() {
+  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  for (FILE** phFile : {&hRawBitFile, &hCasTraceFile, &hCasMsgTraceFile}) {
+    if (*phFile != nullptr) (void)fclose(*phFile);
+    *phFile = nullptr;
+  }
+}
+
+// -- lines; the lock is held --------------------------------------------------------------------------------------
+
+char CmdTypeChar(BYTE ucCmd) {
+  const int iType = ucCmd - FIRST_CMD_TYPE;
+  return iType >= 0 && iType < static_cast<int>(sizeof CMD_TYPES) - 1 ? CMD_TYPES[iType] : '?';
+}
+
+void WriteDataLine(const char* szTime, int nCh, BYTE ucCmd, WORD wLen, const BYTE* pucData) {
+  (void)fprintf(hCasTraceFile, "%s DST ch[%3d] CmdType[%c] Len[%3u] Data--> ", szTime != nullptr ? szTime : "", nCh,
+                CmdTypeChar(ucCmd), static_cast<unsigned int>(wLen));
+  for (WORD i = 0; i < wLen && pucData != nullptr; i++) {
+    (void)fprintf(hCasTraceFile, "%2x ", static_cast<unsigned int>(pucData[i]));
+  }
+  (void)fputc('\n', hCasTraceFile);
+}
+
+void WriteEventLine(int nCh, const DST_EVENT& rEvent) {
+  const int iSeconds = static_cast<int>(time(nullptr) - g_tTraceStartTime);
+  (void)fprintf(hCasTraceFile, "[%02d] %8d %08x %08x %08x %08x\n", nCh, iSeconds, rEvent.dwEventCode,
+                rEvent.dwSubReason, rEvent.dwXtraInfo, rEvent.dwDataLength);
+  if (rEvent.dwEventCode != EVENT_LCD_MESSAGE || hCasMsgTraceFile == nullptr) return;
+  (void)fprintf(hCasMsgTraceFile, "[%02d] %8d LCD message\n%.*s\n", nCh, iSeconds, BUFFER_CHARS,
+                reinterpret_cast<const char*>(rEvent.pucBuffer));
+}
+
+}  // namespace
+
+// -- called by the driver -----------------------------------------------------------------------------------------
+
+BOOL RecRawDataCallBack(int /*nCh*/, DWORD dwLen, LPBYTE pucData, WORD /*tmpDataDiscardedTimes*/,
+                        WORD /*tmpWriteToFileFailedTimes*/) {
+  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  if (hRawBitFile != nullptr) (void)fwrite(pucData, dwLen, 1, hRawBitFile);
+  return 1;
+}
+
+int DSTCallback(DWORD /*dwNum*/, char* szTime, int nCh, BYTE ucProcessType, BYTE ucCmd, WORD wLen, BYTE* pucData,
+                void* pDSTEvent) {
+  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  if (hCasTraceFile == nullptr || nCh != g_iTraceChNr) return 1;
+  if (ucProcessType == PROCESS_DATA) WriteDataLine(szTime, nCh, ucCmd, wLen, pucData);
+  if (ucProcessType == PROCESS_EVENT && pDSTEvent != nullptr) {
+    WriteEventLine(nCh, *static_cast<const DST_EVENT*>(pDSTEvent));
+  }
+  return 1;
+}
+
+// -- the trace mode of the main loop ------------------------------------------------------------------------------
+
+void RunBitStreamTrace(TRecorderBoot& rBoot, CRecorder& rRecorder) {
+  const int iDrvCh = rRecorder.iBitStreamChNr;  // a second start during a trace does not move it
+  char acZero[1] = {0};
+  lg(LOG_NOTICE, "Starting bit stream tracing on channel %d", iDrvCh);
+  OpenBitFile(iDrvCh);
+  (void)SsmStartRecBitFlow(iDrvCh, RecRawDataCallBack);
+  (void)SsmRecToFile(iDrvCh, TRACE_WAV, SSM_FORMAT_ALAW, 0, static_cast<DWORD>(-1), 0, 0);
+  OpenSignallingFiles();
+  (void)DTRSendRawData2A3(DTR_ALL, acZero, iDrvCh, DTR_CALLBACK_TYPE, DTR_ON, reinterpret_cast<LPBYTE>(DSTCallback));
+
+  while (!fAppTerminate && rRecorder.fBitStreamTracing) {  // the action that ends the trace comes through the queue
+    (void)usleep(TRACE_POLL_US);
+    while (rBoot.RunOneAction()) (void)usleep(TRACE_POLL_US);
+  }
+
+  (void)SsmStopRecBitFlow(iDrvCh);
+  (void)SsmStopRecToFile(iDrvCh);
+  (void)DTRSendRawData2A3(DTR_ALL, acZero, iDrvCh, DTR_CALLBACK_TYPE, DTR_OFF, nullptr);
+  (void)usleep(DRIVER_SETTLE_US);
+  CloseFiles();
+  lg(LOG_NOTICE, "Stopped bit stream tracing");
+}
