@@ -1,0 +1,180 @@
+#include <syslog.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "BaseChannel.h"
+#include "bgact.h"
+#include "logging.h"
+#include "morvex_crec.h"
+#include "reactor.h"
+#include "recorder.h"
+#include "shpa3api.h"
+
+// The main loop: the only place that takes events from the cards, and the only thread that touches channels. It must be
+// back at the driver quickly, so one pass handles one event and one action, and warns about handlers that take long.
+//
+//   normal pass     wait at most 200 ms for an event and hand it on; once a second Periodic; one action
+//   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
+//   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
+//
+// A stop and a trace take the same road: both begin with the channels shut down and the queues drained. What decides is
+// looked at once at the top of a pass, so a stop that arrives in a normal pass still lets that pass come to its end.
+
+namespace {
+
+constexpr DWORD EVENT_WAIT_MS = 200;
+constexpr useconds_t STOPPING_PAUSE_US = 200'000;
+constexpr DWORD EVENT_BUFFER_BYTES = 1024;
+constexpr double SLOW_S = 0.1;  // handlers above this hold up audio and signalling
+
+// Seconds on a clock that nobody sets.
+class StopWatch {
+ public:
+  StopWatch() { (void)clock_gettime(CLOCK_MONOTONIC_RAW, &rStart); }
+  double Seconds() const {
+    timespec rNow{};
+    (void)clock_gettime(CLOCK_MONOTONIC_RAW, &rNow);
+    return static_cast<double>(rNow.tv_sec - rStart.tv_sec) + static_cast<double>(rNow.tv_nsec - rStart.tv_nsec) / 1e9;
+  }
+
+ private:
+  timespec rStart{};
+};
+
+struct MainLoop {
+  TRecorderBoot& rBoot;
+  CRecorder& rRecorder;
+  time_t rLastPeriod = time(nullptr);
+  // Never cleared: Shutdown runs once in a process, also when that was for a trace. A second trace, and a stop after a
+  // trace, find the channels as normal passes have left them; see StopAfterTraceEndsNoCallAgain.
+  bool fCalledShutDown = false;
+
+  void Run() {
+    bool fGoOn = true;
+    while (fGoOn) {
+      if (StopWanted()) {
+        fGoOn = StoppingPass();
+      } else {
+        NormalPass();
+      }
+    }
+  }
+
+  bool StopWanted() const { return fAppTerminate || rRecorder.fBitStreamTracing; }
+
+  void NormalPass() {
+    WaitForEvent();
+    ShutdownOnce();
+    PeriodicOnNewSecond();
+    (void)rBoot.RunOneAction();
+  }
+
+  // False: leave the loop. Idle workers, then an empty queue, then idle workers again: a worker hands its action to the
+  // queue before it counts as idle, so nothing that is still on its way can be missed.
+  bool StoppingPass() {
+    (void)usleep(STOPPING_PAUSE_US);
+    ShutdownOnce();
+    bool fQueueIsEmpty = isBgQueueReady();
+    if (rBoot.RunOneAction()) fQueueIsEmpty = false;
+    if (!isBgQueueReady() || !fCalledShutDown || !fQueueIsEmpty) return true;
+    if (!rRecorder.fBitStreamTracing) return false;
+    RunBitStreamTrace(rBoot, rRecorder);
+    return !fAppTerminate;
+  }
+
+  void WaitForEvent() {
+    char acBuffer[EVENT_BUFFER_BYTES];
+    acBuffer[0] = 0;
+    SSM_EVENT rEvent;
+    rEvent.pvBuffer = acBuffer;
+    rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
+    const int iResult = SsmWaitForEventA(EVENT_WAIT_MS, &rEvent);
+    if (iResult == SSM_OK) {
+      const StopWatch rWatch;
+      rRecorder.HandleEvent(&rEvent);
+      const double dTook = rWatch.Seconds();
+      if (dTook > SLOW_S) lg(LOG_WARNING, "Event handling took: %.4f s", dTook);
+    } else if (iResult != SSM_EVENT_TIMEOUT) {
+      LogSsmError("SsmWaitForEventA");  // and the next pass tries again, at once
+    }
+  }
+
+  void ShutdownOnce() {
+    if (!StopWanted() || fCalledShutDown) return;
+    rRecorder.Shutdown();
+    fCalledShutDown = true;
+  }
+
+  // At most once a second; once after a stall of several, and not at all while a clock set back catches up.
+  void PeriodicOnNewSecond() {
+    const time_t rNow = time(nullptr);
+    if (rNow <= rLastPeriod) return;
+    for (std::size_t i = 0; i < rRecorder.vChannels.size(); i++) {
+      if (rRecorder.vChannels[i] == nullptr) continue;
+      const StopWatch rWatch;
+      rRecorder.vChannels[i]->Periodic();
+      const double dTook = rWatch.Seconds();
+      if (dTook > SLOW_S) lg(LOG_WARNING, "Periodic took: %.4f s", dTook);
+    }
+    rLastPeriod = rNow;
+  }
+};
+
+}  // namespace
+
+int TRecorderBoot::RecorderUseBoardsLoop() {
+  CRecorder rRecorder;
+  rRecorder.prBoot = this;
+  rRecorder.strArchiveRoot = "/recordings";
+  rRecorder.strRecordingRoot = rRecorder.strArchiveRoot;
+  rRecorder.prDatabase = prDatabase.get();
+  if (rRecorder.InitRecorder() != 0) {
+    // A late failure comes after a first message was queued: its worker must be through with our queue before we go.
+    while (!isBgQueueReady()) (void)usleep(STOPPING_PAUSE_US);
+    emptyQueue();
+    return 1;
+  }
+  init_reactor(&rRecorder);
+  MainLoop rLoop{*this, rRecorder};
+  rLoop.Run();
+  close_reactor();  // before the queue is emptied: the reactor is the last one that could fill it
+  emptyQueue();
+  return 0;
+}
+
+// -- the queue of the main thread ---------------------------------------------------------------------------------
+
+void TRecorderBoot::queue(ThreadAct* prAct) {
+  const std::lock_guard<std::mutex> rLock(rListMutex);
+  rActQueue.push_back(prAct);
+}
+
+void TRecorderBoot::emptyQueue() {
+  const std::lock_guard<std::mutex> rLock(rListMutex);
+  for (ThreadAct* prAct : rActQueue) delete prAct;
+  rActQueue.clear();
+}
+
+bool TRecorderBoot::RunOneAction() {
+  std::unique_ptr<ThreadAct> prAct;
+  {
+    const std::lock_guard<std::mutex> rLock(rListMutex);
+    if (rActQueue.empty()) return false;
+    prAct.reset(rActQueue.front());
+    rActQueue.pop_front();
+  }
+  if (prAct != nullptr) {  // a null entry counts as taken
+    prAct->performMain();
+    prAct->completed();
+  }
+  return true;
+}
+
+void mainQueue(ThreadAct* prAct) {
+  if (g_prBoot == nullptr) {
+    delete prAct;
+    return;
+  }
+  g_prBoot->queue(prAct);
+}
