@@ -1,0 +1,72 @@
+// How the lines are: the summary file for the web side, the message that makes the appliance look again, the
+// availability of trunk cards in the database, and the state file of one line on request.
+// Channels decide about their health themselves; here it is only passed on. Nothing refreshes the summary by time: it
+// is written once when all channels exist, and on each change of health.
+#include <syslog.h>
+
+#include <cstdio>
+
+#include "BaseChannel.h"
+#include "bgact.h"
+#include "logging.h"
+#include "recorder.h"
+
+namespace {
+
+// What ChState answers.
+enum EChStateResult { CHSTATE_WRITTEN = 0, CHSTATE_NO_LINE = 1, CHSTATE_NO_CHANNEL = 2, CHSTATE_NOT_WRITTEN = 3 };
+
+std::string StatusLine(const BaseChannel& rChannel) {
+  return "Line_" + ToStdString(rChannel.iChannel) + ": " + GetLineHealthDescr(rChannel.eLineHealth) + "\n";
+}
+
+}  // namespace
+
+void CRecorder::WriteLineStatus() {
+  const std::string fn = GetDataDir() + "linestatus.dat";
+  const std::string strNewName = fn + ".new";
+  hLineStatusFile.reset();  // of an attempt that a full disk cut short
+  hLineStatusFile.reset(fopen(strNewName.c_str(), "we"));
+  if (!hLineStatusFile) return;
+  for (const BaseChannel* prChannel : vChannels) {
+    if (prChannel->iChannel == -1) continue;
+    const std::string strLine = StatusLine(*prChannel);
+    if (fwrite(strLine.data(), 1, strLine.size(), hLineStatusFile.get()) < strLine.size()) return;
+  }
+  if (fclose(hLineStatusFile.release()) != 0) return;
+  (void)rename(strNewName.c_str(), fn.c_str());  // a failure leaves the last good file
+}
+
+void CRecorder::RecheckHealth() {
+  auto prMsg = std::make_unique<SlowHandlerMsg>();
+  prMsg->msg = "sysinfo";
+  queueAction(prMsg.release());
+}
+
+void CRecorder::NewLineHealth(int iChIx) {
+  if (fInitializing) return;
+  BaseChannel* prChannel = ChannelAt(iChIx);
+  if (!prChannel) return;
+  WriteLineStatus();
+  prChannel->ReloadSettingsLive();  // the question below goes by what the web side says at this moment
+  // A line that recovers changes the file, but raises no alarm.
+  if (prChannel->eLineHealth != LINEHEALTH_OK && prChannel->fCheckLineStatus) RecheckHealth();
+}
+
+void CRecorder::NotifyChAvail(int iBoardListIx, int iBoardCh, bool fChAvail) {
+  const TBoard* prBoard = prBoot->GetBoard(iBoardListIx);
+  if (!prBoard || prBoard->GetCtType() != CT_DTP || iBoardCh != 0) return;
+  const std::string strId = prBoard->getId();
+  lg(LOG_WARNING, "PRI-line of card %s is %s", strId.c_str(), fChAvail ? "available" : "unavailable");
+  StdStringMap rOneRow{{strId + "_Line", fChAvail ? "1" : "0"}};
+  prDatabase->SetConfigsPart(rOneRow, "crec_line");
+}
+
+int CRecorder::ChState(int iChNr) {
+  if (iChNr < 1) return CHSTATE_NO_LINE;  // line numbers count from 1, and any number may come in by the socket
+  const auto itDrv = prBoot->rWebToDrvChMap.find(iChNr - 1);
+  if (itDrv == prBoot->rWebToDrvChMap.end()) return CHSTATE_NO_LINE;
+  BaseChannel* prChannel = ChannelAt(itDrv->second);
+  if (!prChannel) return CHSTATE_NO_CHANNEL;
+  return prChannel->WriteChState() == 0 ? CHSTATE_WRITTEN : CHSTATE_NOT_WRITTEN;
+}
