@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "filedir.h"
 #include "idatabase.h"
 #include "irecorder.h"
 #include "shpa3api.h"
@@ -286,10 +287,6 @@ class CRecorder : public ICRecorder {
   time_t lastEventReportTime = 0;
 
  private:
-  struct FileCloser {
-    void operator()(FILE* hFile) const { (void)fclose(hFile); }  // nothing is left to save where this runs
-  };
-
   BaseChannel* ChannelAt(int iDrvCh);                   // null for an index out of range
   BaseChannel* FindCall(const std::string& strCallId);  // first channel whose call has this id, or null
   void LoadDtmfCodes();
@@ -303,7 +300,7 @@ class CRecorder : public ICRecorder {
   int SetUpEvents();
   int ChLocalSwapped(const std::string& strLocalPhoneNumber, const std::string& strRemotePhoneNumber, bool stopstart);
 
-  std::unique_ptr<FILE, FileCloser> hLineStatusFile;  // left open by a short write, until the next one
+  StdFile hLineStatusFile;  // left open by a short write, until the next one
 };
 
 // -- bit-stream trace ---------------------------------------------------------------------------------------------

@@ -12,7 +12,6 @@
 #include <cstring>
 
 #include "database.h"
-#include "filedir.h"
 #include "logging.h"
 #include "recorder.h"
 
@@ -172,12 +171,11 @@ void TRecorderBoot::PrepareConfig() {
 
 ToolConfig ReadToolConfig(const std::string& strPath) {
   ToolConfig rConfig;
-  FILE* hFile = fopen(strPath.c_str(), "r");
+  const StdFile hFile(fopen(strPath.c_str(), "re"));
   if (!hFile) return rConfig;
   ToolReader rReader(rConfig);
   char acLine[TOOL_LINE_BYTES + 1];
-  while (fgets(acLine, sizeof acLine, hFile)) rReader.Line(acLine);
-  (void)fclose(hFile);  // only read
+  while (fgets(acLine, sizeof acLine, hFile.get())) rReader.Line(acLine);
   return rConfig;
 }
 

@@ -6,7 +6,6 @@
 
 #include <cstdio>
 
-#include "filedir.h"
 #include "iniedit.h"
 #include "logging.h"
 #include "recorder.h"
@@ -189,6 +188,5 @@ void TRecorderBoot::WriteConfig() {
   AddTrunkTables(rData, iDtpBlocks);
   AddDebugView(rData, TextToInt(GetOSetting("TdmLogApi")) != 0);
   rData.update(DRIVER_INI);
-  // An index that cannot be made shows when the driver starts.
-  if (FILE* hIndex = fopen(DRIVER_INDEX, "w+")) (void)fclose(hIndex);
+  const StdFile hIndex(fopen(DRIVER_INDEX, "w+e"));  // one that cannot be made shows when the driver starts
 }

@@ -53,10 +53,9 @@ unsigned int LeadingHex(const std::string& strText) {
 // The unit's identifier: the letters and digits at the start of its file, as many as the buffer holds with its end.
 void readSerial(char* acBuf, int iBufBytes) {
   acBuf[0] = '\0';
-  FILE* hFile = fopen(SERIAL_FILE, "r");
+  const StdFile hFile(fopen(SERIAL_FILE, "re"));
   if (!hFile) return;
-  const std::size_t iRead = fread(acBuf, 1, static_cast<std::size_t>(iBufBytes) - 1, hFile);
-  (void)fclose(hFile);  // only read
+  const std::size_t iRead = fread(acBuf, 1, static_cast<std::size_t>(iBufBytes) - 1, hFile.get());
   std::size_t iEnd = 0;
   while (iEnd < iRead && isalnum(static_cast<unsigned char>(acBuf[iEnd]))) iEnd++;
   acBuf[iEnd] = '\0';

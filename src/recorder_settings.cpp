@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 
-#include "filedir.h"
 #include "logging.h"
 #include "recorder.h"
 
