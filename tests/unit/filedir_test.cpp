@@ -1,0 +1,226 @@
+#include "filedir.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "LogSink.h"
+#include "TestFiles.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+constexpr const char* MARKER = "/var/morvex/conf/opt_secure_delete";
+
+using Texts = std::vector<std::string>;
+
+// Each test has a folder of its own as working directory.
+class FiledirTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char acFolder[] = "/tmp/filedir_XXXXXX";
+    ASSERT_NE(mkdtemp(acFolder), nullptr);
+    strFolder = acFolder;
+    ASSERT_EQ(chdir(acFolder), 0);
+    rOldMask = umask(0);
+    (void)logsink::Take();
+  }
+  void TearDown() override {
+    umask(rOldMask);
+    unlink(MARKER);
+  }
+  static mode_t Mode(const std::string& strPath) {
+    struct stat rStat = {};
+    EXPECT_EQ(stat(strPath.c_str(), &rStat), 0) << strPath;
+    return rStat.st_mode;
+  }
+
+  std::string strFolder;
+  mode_t rOldMask = 0;
+};
+
+using EnsurePathTest = FiledirTest;
+
+TEST_F(EnsurePathTest, MakesAllFolders) {
+  EnsurePath(strFolder + "/2024/01/31");
+  for (const char* acPart : {"/2024", "/2024/01", "/2024/01/31"}) {
+    EXPECT_EQ(Mode(strFolder + acPart), static_cast<mode_t>(S_IFDIR | 0777)) << acPart;
+  }
+}
+
+TEST_F(EnsurePathTest, LeavesWhatIsThere) {
+  ASSERT_EQ(mkdir("a", 0700), 0);
+  WriteTestFile("a/file", "content");
+  EnsurePath("a/b");
+  EnsurePath("a/b");
+  EXPECT_EQ(Mode("a"), static_cast<mode_t>(S_IFDIR | 0700));
+  EXPECT_EQ(Mode("a/b"), static_cast<mode_t>(S_IFDIR | 0777));
+  EXPECT_EQ(ReadTestFile("a/file"), "content");
+}
+
+TEST_F(EnsurePathTest, TakesEveryFormOfAPath) {
+  const struct {
+    const char *acLabel, *acPath, *acMade;
+  } rRows[] = {
+      {"relative", "r1/r2", "r1/r2"},        {"one character", "x", "x"},
+      {"trailing slash", "t1/t2/", "t1/t2"}, {"doubled slash", "d1//d2", "d1/d2"},
+      {"dots in front", "./p1/p2", "p1/p2"}, {"blank and quote", "b 'q/c", "b 'q/c"},
+  };
+  for (const auto& rRow : rRows) {
+    EnsurePath(rRow.acPath);
+    EXPECT_TRUE(file_exists(strFolder + "/" + rRow.acMade)) << rRow.acLabel;
+  }
+}
+
+TEST_F(EnsurePathTest, EmptyPathAndRootMakeNothing) {
+  EnsurePath("");
+  EnsurePath("/");
+  EXPECT_EQ(rmdir(strFolder.c_str()), 0) << "the folder is not empty";
+}
+
+TEST_F(EnsurePathTest, FileInTheWayIsKept) {
+  WriteTestFile("file", "content");
+  EnsurePath("file/below");
+  EXPECT_EQ(ReadTestFile("file"), "content");
+}
+
+TEST(RemoveFileExtension, CutsAtTheLastDot) {
+  const struct {
+    const char *acLabel, *acPath, *acRest;
+  } rRows[] = {
+      {"an extension", "/a/b.wav", "/a/b"},
+      {"two extensions", "b.tar.gz", "b.tar"},
+      {"none", "/a/b", "/a/b"},
+      {"dot file", ".profile", ""},
+      {"dot at the end", "b.", "b"},
+      {"the only dot stands in a folder", "/a.d/b", "/a"},
+      {"empty", "", ""},
+  };
+  for (const auto& rRow : rRows) EXPECT_EQ(RemoveFileExtension(rRow.acPath), rRow.acRest) << rRow.acLabel;
+}
+
+TEST(ExtractFileName, CutsAtTheLastSlash) {
+  const struct {
+    const char *acLabel, *acPath, *acName;
+  } rRows[] = {
+      {"whole path", "/a/b/c.wav", "c.wav"},
+      {"no slash", "c.wav", "c.wav"},
+      {"slash at the end", "/a/b/", ""},
+      {"root", "/", ""},
+      {"empty", "", ""},
+  };
+  for (const auto& rRow : rRows) EXPECT_EQ(ExtractFileName(rRow.acPath), rRow.acName) << rRow.acLabel;
+}
+
+TEST_F(FiledirTest, FileExistsCountsFoldersAndFollowsLinks) {
+  WriteTestFile("file", "");
+  ASSERT_EQ(symlink("file", "link"), 0);
+  ASSERT_EQ(symlink("nothing", "dangling"), 0);
+  EXPECT_TRUE(file_exists("file"));
+  EXPECT_TRUE(file_exists(strFolder));
+  EXPECT_TRUE(file_exists("link"));
+  EXPECT_FALSE(file_exists("dangling"));
+  EXPECT_FALSE(file_exists("missing"));
+  EXPECT_FALSE(file_exists("file/below"));
+  EXPECT_FALSE(file_exists(""));
+}
+
+TEST_F(FiledirTest, FileContentIsReadInPiecesOf99Bytes) {
+  const std::string strLong(99, 'x');
+  const struct {
+    const char* acLabel;
+    std::string strFile, strRead;
+  } rRows[] = {
+      {"empty", "", ""},
+      {"lines", "a\nb\r\n\nc\n", "a\nb\r\n\nc\n"},
+      {"no last line end", "a\nb", "a\nb"},
+      {"one line as long as a piece", strLong + "\n", strLong + "\n"},
+      {"one byte less", strLong.substr(1) + "\n", strLong.substr(1) + "\n"},
+      {"a line of many pieces", std::string(1000, 'y') + "\nend", std::string(1000, 'y') + "\nend"},
+      {"a NUL cuts its line", "ab\0cd\nef\n"s, "abef\n"},
+      {"a NUL in front cuts the whole line", "\0cd\nef\n"s, "ef\n"},
+      {"a NUL cuts its piece of a long line only", "ab\0"s + strLong + "tail\n", "ab" + strLong.substr(96) + "tail\n"},
+  };
+  for (const auto& rRow : rRows) {
+    WriteTestFile("file", rRow.strFile);
+    EXPECT_EQ(StdGetFileContent("file"), rRow.strRead) << rRow.acLabel;
+  }
+}
+
+TEST_F(FiledirTest, MissingFileReadsLikeAnEmptyOne) {
+  EXPECT_EQ(StdGetFileContent("missing"), "");
+  EXPECT_EQ(StdGetFileContent(strFolder), "");
+}
+
+class DeleteFnTest : public FiledirTest {
+ protected:
+  static void SecureOn() { WriteTestFile(MARKER, ""); }
+};
+
+TEST_F(DeleteFnTest, PlainDeletionLeavesTheBytesAlone) {
+  WriteTestFile("file", "recording");
+  ASSERT_EQ(link("file", "second name"), 0);
+  EXPECT_TRUE(DeleteFn("file"));
+  EXPECT_FALSE(file_exists("file"));
+  EXPECT_EQ(ReadTestFile("second name"), "recording");
+  EXPECT_EQ(logsink::TakeTexts(), Texts{});
+}
+
+TEST_F(DeleteFnTest, SecureDeletionDestroysTheBytes) {
+  SecureOn();
+  WriteTestFile("file", "recording");
+  ASSERT_EQ(link("file", "second name"), 0);
+  EXPECT_TRUE(DeleteFn("file"));
+  EXPECT_FALSE(file_exists("file"));
+  EXPECT_EQ(ReadTestFile("second name").find("recording"), std::string::npos);
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"5 Exec: shred -u 'file'"});
+}
+
+TEST_F(DeleteFnTest, MarkerCountsByItsPresence) {
+  ASSERT_EQ(mkdir(MARKER, 0700), 0);
+  WriteTestFile("file", "recording");
+  EXPECT_TRUE(DeleteFn("file"));
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"5 Exec: shred -u 'file'"});
+  ASSERT_EQ(rmdir(MARKER), 0);
+}
+
+TEST_F(DeleteFnTest, MissingFileGivesFalse) {
+  EXPECT_FALSE(DeleteFn("missing"));
+  SecureOn();
+  EXPECT_FALSE(DeleteFn("missing"));
+  EXPECT_EQ(logsink::TakeTexts(), Texts{});
+}
+
+TEST_F(DeleteFnTest, FolderIsNotDeleted) {
+  ASSERT_EQ(mkdir("folder", 0700), 0);
+  EXPECT_FALSE(DeleteFn("folder"));
+  SecureOn();
+  EXPECT_FALSE(DeleteFn("folder"));
+  EXPECT_TRUE(file_exists("folder"));
+}
+
+TEST_F(DeleteFnTest, AnyFileNameIsSafe) {
+  for (const bool fSecure : {false, true}) {
+    if (fSecure) SecureOn();
+    for (const char* acName : {"a b", "it's", "$(touch made)", "a;touch made", "*", "a\nb", "\"q\"", "back\\slash"}) {
+      WriteTestFile(acName, "recording");
+      WriteTestFile("bystander", "stays");
+      EXPECT_TRUE(DeleteFn(acName)) << acName;
+      EXPECT_FALSE(file_exists(acName)) << acName;
+      EXPECT_FALSE(file_exists("made")) << acName;
+      EXPECT_EQ(ReadTestFile("bystander"), "stays") << acName;
+    }
+  }
+}
+
+TEST_F(DeleteFnTest, NullNameGivesFalse) {
+  EXPECT_FALSE(DeleteFn(nullptr));
+  SecureOn();
+  EXPECT_FALSE(DeleteFn(nullptr));
+}
+
+}  // namespace
