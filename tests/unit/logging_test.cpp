@@ -1,0 +1,258 @@
+#include "logging.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogSink.h"
+#include "TestFiles.h"
+
+namespace {
+
+constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
+constexpr const char* OLD_CONTENT = "an older and much longer message";
+
+using Texts = std::vector<std::string>;
+
+// Standard output goes to this descriptor while the object lives.
+class StdoutTo {
+ public:
+  explicit StdoutTo(int hTarget) : hOld(dup(STDOUT_FILENO)) {
+    fflush(stdout);
+    dup2(hTarget, STDOUT_FILENO);
+  }
+  ~StdoutTo() {
+    fflush(stdout);
+    dup2(hOld, STDOUT_FILENO);
+    close(hOld);
+  }
+  StdoutTo(const StdoutTo&) = delete;
+  StdoutTo& operator=(const StdoutTo&) = delete;
+
+ private:
+  int hOld;
+};
+
+// A pair of datagram sockets: each write to the one is one packet at the other.
+struct Packets {
+  Packets() { (void)socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, hEnds); }
+  ~Packets() {
+    close(hEnds[0]);
+    close(hEnds[1]);
+  }
+  // What has arrived by this time.
+  Texts Take() const {
+    Texts astrPackets;
+    char acPacket[20000];
+    for (ssize_t iSize; (iSize = recv(hEnds[0], acPacket, sizeof acPacket, 0)) >= 0;) {
+      astrPackets.emplace_back(acPacket, static_cast<size_t>(iSize));
+    }
+    return astrPackets;
+  }
+
+  int hEnds[2] = {-1, -1};
+};
+
+class LoggingTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    g_DebugMode = 0;
+    fAppTerminate = false;
+    WriteTestFile(ERROR_FILE, OLD_CONTENT);
+    (void)logsink::Take();
+  }
+  void TearDown() override {
+    g_DebugMode = 0;
+    fAppTerminate = false;
+  }
+};
+
+TEST_F(LoggingTest, PriorityGoesToSyslogUnchanged) {
+  for (int iPrio = LOG_EMERG; iPrio <= LOG_DEBUG; iPrio++) {
+    lg(iPrio, "message %d of %s", iPrio, "eight");
+    EXPECT_EQ(logsink::TakeTexts(), Texts{std::to_string(iPrio) + " message " + std::to_string(iPrio) + " of eight"});
+  }
+}
+
+TEST_F(LoggingTest, SeriousMessageReplacesTheErrorFile) {
+  for (int iPrio = LOG_EMERG; iPrio <= LOG_DEBUG; iPrio++) {
+    WriteTestFile(ERROR_FILE, OLD_CONTENT);
+    lg(iPrio, "number %d", iPrio);
+    EXPECT_EQ(ReadTestFile(ERROR_FILE), iPrio <= LOG_ERR ? "number " + std::to_string(iPrio) : OLD_CONTENT)
+        << "priority " << iPrio;
+  }
+}
+
+TEST_F(LoggingTest, ErrorFileIsMadeWhenMissing) {
+  unlink(ERROR_FILE);
+  lg(LOG_ERR, "first");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "first");
+}
+
+TEST_F(LoggingTest, ShutdownLeavesTheErrorFileAlone) {
+  fAppTerminate = true;
+  lg(LOG_ERR, "late");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 late"});
+}
+
+TEST_F(LoggingTest, ErrorFileThatCannotBeOpenedIsIgnored) {
+  unlink(ERROR_FILE);
+  ASSERT_EQ(mkdir(ERROR_FILE, 0700), 0);
+  lg(LOG_ERR, "no place for it");
+  WriteErrCrec("nor for this");
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 no place for it"});
+  ASSERT_EQ(rmdir(ERROR_FILE), 0);
+}
+
+TEST_F(LoggingTest, PercentOfOutsideTextIsNoFormat) {
+  lg(LOG_ERR, "%s", "100%s %n");
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 100%s %n"});
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "100%s %n");
+}
+
+TEST_F(LoggingTest, DebugModePrintsInsteadOfSyslog) {
+  const Packets rPackets;
+  {
+    const StdoutTo rRedirect(rPackets.hEnds[1]);
+    g_DebugMode = 1;
+    lg(LOG_NOTICE, "line %d", 1);
+    lg(LOG_DEBUG, "%s", "");
+  }
+  EXPECT_EQ(rPackets.Take(), (Texts{"line 1\n", "\n"}));
+  EXPECT_EQ(logsink::TakeTexts(), Texts{});
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+}
+
+TEST_F(LoggingTest, DebugModeKeepsTheErrorFileToo) {
+  const Packets rPackets;
+  {
+    const StdoutTo rRedirect(rPackets.hEnds[1]);
+    g_DebugMode = 1;
+    lg(LOG_ERR, "error %d in %s", 5, "debug");
+    fAppTerminate = true;
+    lg(LOG_ERR, "late");
+  }
+  EXPECT_EQ(rPackets.Take(), (Texts{"error 5 in debug\n", "late\n"}));
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "error 5 in debug");
+}
+
+TEST_F(LoggingTest, DebugMessageReachesAPipeAtOnce) {
+  int hEnds[2];
+  ASSERT_EQ(pipe2(hEnds, O_NONBLOCK), 0);
+  char acRead[100];
+  ssize_t iRead = -1;
+  {
+    const StdoutTo rRedirect(hEnds[1]);
+    g_DebugMode = 1;
+    lg(LOG_NOTICE, "now");
+    iRead = read(hEnds[0], acRead, sizeof acRead);  // nothing but lg has had the chance to flush
+  }
+  ASSERT_EQ(iRead, 4);
+  EXPECT_EQ(std::string(acRead, 4), "now\n");
+  close(hEnds[0]);
+  close(hEnds[1]);
+}
+
+TEST_F(LoggingTest, MessageOfAnyLengthIsWholeAndOneWrite) {
+  for (const size_t iLength : {1022U, 1023U, 1024U, 1025U, 5000U}) {
+    const std::string strText(iLength, 'x');
+    lg(LOG_ERR, "<%s>%d", strText.c_str(), 7);
+    EXPECT_EQ(logsink::TakeTexts(), Texts{"3 <" + strText + ">7"}) << iLength;
+    EXPECT_EQ(ReadTestFile(ERROR_FILE), "<" + strText + ">7") << iLength;
+
+    const Packets rPackets;
+    {
+      const StdoutTo rRedirect(rPackets.hEnds[1]);
+      g_DebugMode = 1;
+      lg(LOG_ERR, "%s", strText.c_str());
+      g_DebugMode = 0;
+    }
+    EXPECT_EQ(rPackets.Take(), Texts{strText + "\n"}) << iLength;
+    EXPECT_EQ(ReadTestFile(ERROR_FILE), strText) << iLength;
+  }
+}
+
+TEST_F(LoggingTest, StandardOutputThatIsClosedIsIgnored) {
+  const Packets rPackets;
+  {
+    const StdoutTo rRedirect(rPackets.hEnds[1]);
+    close(STDOUT_FILENO);
+    g_DebugMode = 1;
+    lg(LOG_ERR, "nobody reads");
+  }
+  EXPECT_EQ(rPackets.Take(), Texts{});
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "nobody reads");
+}
+
+TEST_F(LoggingTest, MessagesOfThreadsDoNotMix) {
+  constexpr int THREADS = 4;
+  constexpr int MESSAGES = 300;
+  int hEnds[2];
+  ASSERT_EQ(pipe(hEnds), 0);
+  std::string strOutput;
+  std::thread rReader([&] {
+    char acRead[4096];
+    for (ssize_t iRead; (iRead = read(hEnds[0], acRead, sizeof acRead)) > 0;) {
+      strOutput.append(acRead, static_cast<size_t>(iRead));
+    }
+  });
+  {
+    const StdoutTo rRedirect(hEnds[1]);
+    close(hEnds[1]);
+    g_DebugMode = 1;
+    std::vector<std::thread> rWriters;
+    for (int iThread = 0; iThread < THREADS; iThread++) {
+      rWriters.emplace_back([iThread] {
+        const std::string strFill(1500, static_cast<char>('a' + iThread));
+        for (int i = 0; i < MESSAGES; i++) lg(LOG_NOTICE, "%d %d %s", iThread, i, strFill.c_str());
+      });
+    }
+    for (std::thread& rWriter : rWriters) rWriter.join();
+  }
+  rReader.join();
+  close(hEnds[0]);
+
+  std::set<std::string> rExpected, rSeen;
+  for (int iThread = 0; iThread < THREADS; iThread++) {
+    for (int i = 0; i < MESSAGES; i++) {
+      rExpected.insert(std::to_string(iThread) + " " + std::to_string(i) + " " +
+                       std::string(1500, static_cast<char>('a' + iThread)));
+    }
+  }
+  std::istringstream rLines(strOutput);
+  for (std::string strLine; std::getline(rLines, strLine);) rSeen.insert(strLine);
+  EXPECT_TRUE(rSeen == rExpected) << rSeen.size() << " different lines";
+}
+
+TEST_F(LoggingTest, CapiErrorTellsErrno) {
+  errno = ENOENT;
+  LogCapiError("open");
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 C-api error at open: No such file or directory"});
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "C-api error at open: No such file or directory");
+}
+
+TEST_F(LoggingTest, WriteErrCrecReplacesTheFileAndLogsNothing) {
+  WriteErrCrec("plain %s %d");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "plain %s %d");
+  EXPECT_EQ(logsink::TakeTexts(), Texts{});
+  WriteErrCrec("");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "");
+}
+
+TEST_F(LoggingTest, WriteErrCrecWorksDuringShutdown) {
+  fAppTerminate = true;
+  WriteErrCrec("fatal");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "fatal");
+}
+
+}  // namespace
