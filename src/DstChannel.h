@@ -200,7 +200,8 @@ class DST_Channel : public BaseChannel {
   bool fAllowEqualRemoteLenChange = false;
   bool fLateChange = true;  // that replacement stays allowed late in a call
   bool fCheckForMultipleTelNum = false;
-  std::string strLocalName;  // name of the line's contact in the database
+  std::string strLocalName;                      // name of the line's contact in the database
+  IDisplayScanWatcher* prScanWatcher = nullptr;  // sees each number on a display; not owned, null in the daemon
 
  private:
   // One row a D-channel message: its handler and the bits of dwSubReason that the board conditions compare.

@@ -464,7 +464,7 @@ DisplayScanRules DST_Channel::ScanRules() const {
 }
 
 bool DST_Channel::AnalyseCIDsub(std::string& strRemoteNum_) {
-  return ScanDisplay(acPhoneDisp, ScanRules(), strRemoteNum_);
+  return ScanDisplay(acPhoneDisp, ScanRules(), strRemoteNum_, prScanWatcher);
 }
 
 void DST_Channel::AnalyseCID() {
@@ -484,9 +484,10 @@ void DST_Channel::AnalyseCID() {
   }
   if (fNewName) RemoteNumberChanged();
 
-  // A number that stays on the display does not expire.
+  // A number that stays on the display does not expire. The numbers have been judged above, so nobody watches this
+  // scan.
   std::string strShown;
-  if (AnalyseCIDsub(strShown) && strShown == strRemoteNum) {
+  if (ScanDisplay(acPhoneDisp, ScanRules(), strShown) && strShown == strRemoteNum) {
     lg(LOG_NOTICE, "[%d] Remote number refreshed", iChannel);
     rRemoteNumTime = GetSrTime();
   }

@@ -1,0 +1,147 @@
+#include "display_line.h"
+
+#include <syslog.h>
+
+#include "DstChannel.h"
+#include "display_input.h"
+#include "ftime.h"
+#include "logging.h"
+#include "recorder.h"
+
+namespace {
+
+constexpr time_t START_TIME = 1000000000;  // any time will do: only differences matter
+
+// A database that is always away, but knows the name of the line.
+class NoDatabase : public IDatabase {
+ public:
+  explicit NoDatabase(std::string strName) : strLineName(std::move(strName)) {}
+  int WaitForConnection() override { return 1; }
+  void SetDbUser(const std::string&) override {}
+  void InitRecorder(const std::string&, const std::string&) override {}
+  long long GetRecorderID() override { return 0; }
+  int AddCall(const StringMap&) override { return -1; }
+  int AddActiveCall(const StringMap&) override { return -1; }
+  int AddCallGeneric(const std::string&, const StringMap&) override { return -1; }
+  void DeleteActiveCall(int) override {}
+  int GetCallBack(int, int) override { return -1; }
+  void UpdateActiveCallRemoteContact(int, Contact&, const std::string&) override {}
+  void UpdateActiveCallLocalContact(int, Contact&, const std::string&) override {}
+  void UpdateActiveCallConnectedNum(int, Contact&, const std::string&) override {}
+  void UpdateActiveCallCategory(int, int) override {}
+  bool UpdateActiveCall(int, const StringMap&) override { return false; }
+  void SetActiveCallExtra(int, const std::string&, const std::string&) override {}
+  StdStringMap GetActiveCallExtra(int) override { return {}; }
+  StdStringMap GetActiveCallCarryOver(int) override { return {}; }
+  Contact GetOrCreateLineContact(int, long long, const std::string&) override { return {}; }
+  Contact GetCallerIDContact(const std::string&) override { return {}; }
+  Contact GetOrCreateCallerIDContact(const std::string&, const std::string&, bool, const std::string&) override {
+    return {};
+  }
+  void DeleteIfUnused(Contact) override {}
+  std::string GetContactName(int) override { return strLineName; }
+  void GetConfigsPart(StdStringMap&, const std::string&) override {}
+  std::string GetConfig(const std::string&) override { return ""; }
+  int GetConfigInt(const std::string&) override { return 0; }
+  void SetConfigsPart(StdStringMap&, const std::string&) override {}
+  void GetUsersOfPhone(int, std::vector<int>&) override {}
+  std::string GetUserStringOnAccID(int, const std::string&) override { return ""; }
+  int GetUserIntOnAccID(int, const std::string&) override { return 0; }
+  IdMapEntry GetIdMapEntry(const std::string&) override { return {}; }
+  CallerIdContact GetCustomLocal(long long) override { return {}; }
+
+ private:
+  std::string strLineName;
+};
+
+class VerdictList : public IDisplayScanWatcher {
+ public:
+  void OnVerdict(const std::string& strNumber, EVerdict eVerdict) override {
+    strLines += strNumber + ": " + GetVerdictDescr(eVerdict) + "\n";
+  }
+  std::string Take() {
+    std::string strTaken;
+    strTaken.swap(strLines);
+    return strTaken;
+  }
+
+ private:
+  std::string strLines;
+};
+
+}  // namespace
+
+struct DisplayLine::Parts {
+  TRecorderBoot rBoot;
+  CRecorder rRecorder;
+  VerdictList rVerdicts;
+  DST_Channel* prLine = nullptr;  // owned by rRecorder
+};
+
+DisplayLine::DisplayLine(const DisplayLineState& rState) : prParts(std::make_unique<Parts>()) {
+  fAppTerminate = true;                   // the daemon's error file is left alone
+  (void)setlogmask(LOG_MASK(LOG_EMERG));  // and so is the system's log: without a card there is much to complain of
+  SetSimTime(START_TIME);
+
+  TBoard rBoard;
+  rBoard.fPresent = true;
+  rBoard.strSerial = "0";
+  rBoard.strPBXType = rState.strPbxType;
+  TRecorderBoot& rBoot = prParts->rBoot;
+  for (const auto& [strParam, strValue] : rState.rSettings) rBoot.rConfigs[rBoard.getId() + "_" + strParam] = strValue;
+  if (rState.fPilot) rBoot.rConfigs["Special_Pilot"] = "1";
+  rBoot.vrBoardList.push_back(rBoard);
+  rBoot.prDatabase = std::make_unique<NoDatabase>(rState.strLineName);
+
+  CRecorder& rRecorder = prParts->rRecorder;
+  rRecorder.prBoot = &rBoot;
+  rRecorder.prDatabase = rBoot.prDatabase.get();
+  prParts->prLine = new DST_Channel;
+  rRecorder.vChannels.push_back(prParts->prLine);
+
+  DST_Channel& rLine = *prParts->prLine;
+  rLine.prScanWatcher = &prParts->rVerdicts;
+  rLine.Init(/*iChannel=*/1, /*iBoardListIx=*/0, /*iBoardCh=*/0, &rRecorder, /*iDrvCh=*/0);
+  rLine.fDontRecord = true;
+  rLine.strPrevCallRemoteNum = rState.strPrevCallRemoteNum;
+  if (!rState.strLocalNum.empty()) rLine.strLocalNum = rState.strLocalNum;
+  if (!rState.strRemoteNum.empty()) {
+    rLine.strRemoteNum = rState.strRemoteNum;
+    rLine.rRemoteNumTime = START_TIME;
+  }
+  if (rState.fRinging) rLine.RingingStarted();
+  if (rState.iBusyFor >= 0) {
+    rLine.fInCall_DChannel = true;
+    rLine.fCallBusy = true;
+    rLine.rStartTime = START_TIME - rState.iBusyFor;
+  }
+  g_DebugMode = 1;  // from here on the daemon's log lines go to standard output
+}
+
+DisplayLine::~DisplayLine() = default;
+
+std::string DisplayLine::Show(const DisplayText& rDisplay) {
+  DST_Channel& rLine = *prParts->prLine;
+  const std::string strRemote = rLine.strRemoteNum;
+  const std::string strName = rLine.strConnectedNum;
+  const std::string strLocal = rLine.strLocalNum;
+
+  SetSimTime(START_TIME + rDisplay.iSecond);
+  std::string strData = rDisplay.strText;
+  SSM_EVENT rEvent;
+  rEvent.wEventCode = E_RCV_DSTDChannel;
+  rEvent.dwParam = DMSG_DISPLAY;
+  rEvent.pvBuffer = strData.data();
+  rEvent.dwDataLength = static_cast<DWORD>(strData.size());
+  rLine.HandleEvent(&rEvent);
+
+  std::string strResult = prParts->rVerdicts.Take();
+  const auto Tell = [&](const char* acWhat, const std::string& strBefore, const std::string& strAfter) {
+    if (strAfter != strBefore)
+      strResult += std::string(acWhat) + ": " + (strAfter.empty() ? "(none)" : strAfter) + "\n";
+  };
+  Tell("=> remote number", strRemote, rLine.strRemoteNum);
+  Tell("=> name", strName, rLine.strConnectedNum);
+  Tell("=> local id", strLocal, rLine.strLocalNum);
+  return strResult;
+}
