@@ -1,0 +1,28 @@
+"""Fixtures of the end-to-end tests. A test file names its CARDS and, if it likes, its SETTINGS; see harness.py."""
+
+import pytest
+
+from harness import Daemon
+
+LAST_LOG_LINES = 200
+
+
+@pytest.fixture(scope="module")
+def daemon(request):
+    """A running daemon for all tests of the file. One that is still there at the end must stop cleanly."""
+    daemon = Daemon(request.module.CARDS, getattr(request.module, "SETTINGS", None))
+    request.module.DAEMON = daemon
+    daemon.start()
+    yield daemon
+    if daemon.running:
+        assert daemon.stop() == 0
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """A failure shows what the daemon said last."""
+    outcome = yield
+    report = outcome.get_result()
+    daemon = getattr(item.module, "DAEMON", None)
+    if report.failed and daemon is not None:
+        report.sections.append(("daemon log", "\n".join(daemon.log_after(0)[-LAST_LOG_LINES:])))

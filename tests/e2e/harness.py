@@ -1,0 +1,243 @@
+"""The whole daemon under test, seen as its users see it: process, log, cards, database rows and files.
+
+Runs inside `script/sandbox --postgres` only (CTest does that), so all paths are the daemon's ordinary ones and belong
+to this one test file. The daemon takes ten seconds to come up, so the tests of a file share one daemon where they can:
+
+    CARDS = "card ATP8 1001 8"                      # the simulated cards, see docs/simulator.md
+    SETTINGS = {"s": {"RecMinDur": "2"}}            # rows of Configs by part, beside those every run needs
+
+    def test_something(daemon):
+        daemon.cards("offhook 0")                   # one cardsim action
+        daemon.wait_line("[1] Call starts")
+        ...
+
+Waiting is always for a condition, with LIMIT_S as the time after which the test fails.
+"""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import threading
+import time
+from pathlib import Path
+
+BUILD = Path(os.environ["MORVEX_BUILD"])
+SOURCE = Path(__file__).resolve().parents[2]
+DRIVER = Path("/usr/local/lib/shcti")
+RECORDINGS = Path("/recordings")
+
+# A sanitizer or valgrind slows the daemon down, and other tests run beside this one.
+LIMIT_S = 60
+
+AUDIO_BYTES_PER_S = 8000
+HEADER_BYTES = 56
+
+
+def wait_until(what, condition, limit=LIMIT_S):
+    """The condition's first true result; fails the test with `what` when there is none in time."""
+    deadline = time.monotonic() + limit
+    while True:
+        result = condition()
+        if result:
+            return result
+        assert time.monotonic() < deadline, f"not within {limit} s: {what}"
+        time.sleep(0.02)
+
+
+# -- database --------------------------------------------------------------------------------------------------------
+
+
+def sql(statement):
+    """Runs statements that give no rows."""
+    subprocess.run(["psql", "-Xq", "-v", "ON_ERROR_STOP=1", "-c", statement], check=True)
+
+
+def rows(query):
+    """The rows of a query, each a dict of column name (lower case) and value; integers as int, NULL as None."""
+    wrapped = f"SELECT coalesce(json_agg(to_json(r)), '[]') FROM ({query}) r"
+    return json.loads(subprocess.run(["psql", "-XAtq", "-c", wrapped], check=True, capture_output=True).stdout)
+
+
+def server(action):
+    """Stops, kills, starts or restarts PostgreSQL."""
+    subprocess.run([SOURCE / "script/sandbox-pg", action], check=True)
+
+
+def statements():
+    """The statements that the server has seen from all clients so far, in order."""
+    mark = "LOG:  statement: "
+    return [line[len(mark) :] for line in Path(os.environ["PGLOG"]).read_text().splitlines() if line.startswith(mark)]
+
+
+# -- files -----------------------------------------------------------------------------------------------------------
+
+
+def header(channels, length, law_tag=6):
+    """The 56 bytes before the audio of a recording: A-law (6) or mu-law (7), `length` audio bytes."""
+
+    def number(value, size):
+        return value.to_bytes(size, "little")
+
+    return b"".join(
+        [
+            b"RIFF" + number(length + 48, 4) + b"WAVEfmt " + number(16, 4),
+            number(law_tag, 2) + number(channels, 2) + number(8000, 4) + number(8000 * channels, 4),
+            number(channels, 2) + number(8, 2),
+            b"fact" + number(4, 4) + number(length, 4) + b"data" + number(length, 4),
+        ]
+    )
+
+
+def path_of(call):
+    """The recording of a row of Calls or ActiveCalls."""
+    return RECORDINGS / call["directory"] / call["filename"]
+
+
+def soxi(path, option):
+    """What sox says about a file: `-D` seconds, `-e` encoding, `-r` rate, `-c` channels, `-s` samples."""
+    return subprocess.run(["soxi", option, path], check=True, capture_output=True, text=True).stdout.strip()
+
+
+# -- the daemon ------------------------------------------------------------------------------------------------------
+
+
+class Daemon:
+    """One life of `morvex_crec debug` with its simulated cards."""
+
+    def __init__(self, cards, settings=None):
+        self.lines = []
+        self.changed = threading.Condition()
+        self.process = None
+        self.reader = None
+        self.install_cards(cards)
+        self.store_settings({"s": {"crec": "1"}})
+        self.store_settings(settings or {})
+        Path("/var/morvex/conf/serial").write_text("E2E1\n")
+
+    @staticmethod
+    def install_cards(cards):
+        tools = DRIVER / "CurrentVersion" / "tools"
+        tools.mkdir(parents=True, exist_ok=True)
+        (DRIVER / "simcards.conf").write_text(cards)
+        shutil.copy(BUILD / "sim" / "config", tools)
+
+    @staticmethod
+    def store_settings(settings):
+        for part, values in settings.items():
+            for param, value in values.items():
+                quoted = ", ".join("'" + text.replace("'", "''") + "'" for text in (param, value, part))
+                sql(f"DELETE FROM Configs WHERE param = '{param}'; INSERT INTO Configs (param, value, part) VALUES ({quoted})")
+
+    # MORVEX_WRAPPER puts the daemon under valgrind or a profiler.
+    def launch(self, argument="debug"):
+        """Starts the process and does not wait for anything."""
+        command = os.environ.get("MORVEX_WRAPPER", "").split() + [str(BUILD / "src" / "morvex_crec"), argument]
+        self.process = subprocess.Popen(
+            command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/"
+        )
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+        return self
+
+    def start(self):
+        """Starts the process and waits until it takes events from the cards."""
+        self.launch()
+        self.wait_line("** STARTED **")
+        return self
+
+    def _read(self):
+        for raw in self.process.stdout:
+            with self.changed:
+                self.lines.append(raw.decode("utf-8", "backslashreplace").rstrip("\n"))
+                self.changed.notify_all()
+        with self.changed:
+            self.changed.notify_all()
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    @property
+    def running(self):
+        return self.process is not None and self.process.poll() is None
+
+    # -- log ---------------------------------------------------------------------------------------------------------
+
+    def mark(self):
+        """The place in the log that a later wait_line or log_after begins at."""
+        with self.changed:
+            return len(self.lines)
+
+    def log_after(self, mark):
+        with self.changed:
+            return self.lines[mark:]
+
+    def wait_line(self, text, mark=0, limit=LIMIT_S):
+        """The first log line after `mark` that begins with `text`."""
+        deadline = time.monotonic() + limit
+        with self.changed:
+            while True:
+                for line in self.lines[mark:]:
+                    if line.startswith(text):
+                        return line
+                left = deadline - time.monotonic()
+                assert left > 0, f"not in the log within {limit} s: {text}"
+                assert self.reader.is_alive(), f"daemon ended without the line: {text}"
+                self.changed.wait(min(left, 0.5))
+
+    # -- cards -------------------------------------------------------------------------------------------------------
+
+    def cards(self, *actions):
+        """Carries out cardsim actions, one after the other; each is one line as in a scenario file."""
+        for action in actions:
+            subprocess.run([BUILD / "tools" / "cardsim", *action.split()], check=True)
+
+    # -- rows --------------------------------------------------------------------------------------------------------
+
+    def active_call(self, line):
+        """Waits for the one row of ActiveCalls of this line."""
+        return wait_until(
+            f"row in ActiveCalls of line {line}", lambda: rows(f"SELECT * FROM ActiveCalls WHERE linenr = {line}")
+        )[0]
+
+    def finished_call(self, remoteid):
+        """Waits until the call with this id has moved to Calls."""
+        return wait_until(f"row in Calls of {remoteid}", lambda: rows(f"SELECT * FROM Calls WHERE remoteid = '{remoteid}'"))[
+            0
+        ]
+
+    # -- end ---------------------------------------------------------------------------------------------------------
+
+    def terminate(self):
+        self.process.send_signal(signal.SIGTERM)
+
+    def wait_exit(self, limit=LIMIT_S):
+        """The exit status, negative for a signal, when the process has ended by itself and its log is read."""
+        status = self.process.wait(limit)
+        self.reader.join(limit)
+        return status
+
+    def stop(self):
+        self.terminate()
+        return self.wait_exit()
+
+    def kill(self):
+        self.process.kill()
+        return self.wait_exit()
+
+
+def order(command, limit=LIMIT_S):
+    """The daemon's answer to one command on its control socket."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+        client.settimeout(limit)
+        client.connect("/tmp/morvex_crec")
+        client.sendall(command.encode())
+        return b"".join(iter(lambda: client.recv(4096), b"")).decode()
+
+
+def counting(count):
+    """The first bytes that a recording holds while its line carries the simulator's counting pattern."""
+    return bytes(k * 2654435761 % 2**32 >> 24 for k in range(count))
