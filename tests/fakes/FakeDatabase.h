@@ -1,6 +1,7 @@
 // FakeDatabase: the database as state in memory, for tests of channels, actions and the recorder.
-// Every operation that changes something, or that a test may want to see asked, adds a text to astrCalls. Tests set the
-// public maps beforehand and read them afterwards.
+// Every operation that changes something, or that a test may want to see asked, adds a text to astrCalls; with
+// fNoteReads set the plain reads of settings and rows do too. Tests set the public maps beforehand and read them
+// afterwards.
 #pragma once
 
 #include <map>
@@ -55,7 +56,10 @@ class FakeDatabase : public IDatabase {
     Note("SetActiveCallExtra " + std::to_string(iID) + " " + strKey + "=" + strValue);
     rExtra[iID][strKey] = strValue;
   }
-  StdStringMap GetActiveCallExtra(int iID) override { return rExtra[iID]; }
+  StdStringMap GetActiveCallExtra(int iID) override {
+    NoteRead("GetActiveCallExtra " + std::to_string(iID));
+    return rExtra[iID];
+  }
   StdStringMap GetActiveCallCarryOver(int iID) override {
     Note("GetActiveCallCarryOver " + std::to_string(iID));
     return rCarryOver;
@@ -94,9 +98,13 @@ class FakeDatabase : public IDatabase {
     return rContact;
   }
   void DeleteIfUnused(Contact rContact) override { Note("DeleteIfUnused " + std::to_string(rContact.iContactID)); }
-  std::string GetContactName(int iContactId) override { return rContactNames[iContactId]; }
+  std::string GetContactName(int iContactId) override {
+    NoteRead("GetContactName " + std::to_string(iContactId));
+    return rContactNames[iContactId];
+  }
 
   void GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) override {
+    NoteRead("GetConfigsPart " + strPart);
     if (fDown) return;
     for (const auto& [strParam, strValue] : rParts[strPart]) rConfigs[strParam] = strValue;
   }
@@ -108,6 +116,7 @@ class FakeDatabase : public IDatabase {
     return "";
   }
   int GetConfigInt(const std::string& strParam) override {
+    NoteRead("GetConfigInt " + strParam);
     return static_cast<int>(strtol(GetConfig(strParam).c_str(), nullptr, 10));
   }
   void SetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) override {
@@ -127,8 +136,14 @@ class FakeDatabase : public IDatabase {
   int GetUserIntOnAccID(int iAccID, const std::string& strField) override {
     return static_cast<int>(strtol(rUserFields[iAccID][strField].c_str(), nullptr, 10));
   }
-  IdMapEntry GetIdMapEntry(const std::string& strLocalNum) override { return rIdMap[strLocalNum]; }
-  CallerIdContact GetCustomLocal(long long iContactID) override { return rCustomLocals[iContactID]; }
+  IdMapEntry GetIdMapEntry(const std::string& strLocalNum) override {
+    NoteRead("GetIdMapEntry " + strLocalNum);
+    return rIdMap[strLocalNum];
+  }
+  CallerIdContact GetCustomLocal(long long iContactID) override {
+    NoteRead("GetCustomLocal " + std::to_string(iContactID));
+    return rCustomLocals[iContactID];
+  }
 
   std::vector<std::string> TakeCalls() {
     std::vector<std::string> astrTaken;
@@ -136,6 +151,7 @@ class FakeDatabase : public IDatabase {
     return astrTaken;
   }
 
+  bool fNoteReads = false;
   bool fDown = false;  // the server is away: every operation gives its default
   long long iRecorderID = 7;
   int iLastRowId = 0;
@@ -154,6 +170,9 @@ class FakeDatabase : public IDatabase {
 
  private:
   void Note(const std::string& strText) { astrCalls.push_back(strText); }
+  void NoteRead(const std::string& strText) {
+    if (fNoteReads) Note(strText);
+  }
   void NoteContact(const char* acName, int iID, const Contact& rContact, const std::string& strText) {
     Note(std::string(acName) + " " + std::to_string(iID) + " " + rContact.StdStrCallerID() + " " +
          rContact.StdStrContactID() + " " + strText);
