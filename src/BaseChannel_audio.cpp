@@ -198,10 +198,7 @@ void BaseChannel::StartMixRecord(int iBaseDrvCh) {
   BasicRecordingPreparation();
   lg(LOG_NOTICE, "{%d} Mixing this channel to {%d}", iDrvCh, iBaseRecCh);
   iRecordOffset = 0;
-  const int iFormat = GetAudioLaw(prRecorder->eRecEnc).iFormat;
-  if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) != SSM_OK) {
-    LogSsmError("SsmRecToMem");
-  }
+  (void)StartDriver();  // reports by itself; without it this side stays silent
 }
 
 void BaseChannel::StopMixRecord() {
