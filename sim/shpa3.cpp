@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "simcards_call.h"
-#include "simcards_pacing.h"
+#include "simcards_start.h"
 
 using simcards::Call;
 using simcards::Channel;
@@ -56,9 +56,17 @@ std::string WrongSetting(WORD wEvent, BOOL bEnable, const EVENT_SET_INFO* prSett
 // -- start and end ------------------------------------------------------------------------------------------
 
 int SsmStartCti(LPCSTR lpSsmCfgFileName, LPCSTR lpIndexCfgFileName) {
-  Call rCall(Call::LISTED, "SsmStartCti", lpSsmCfgFileName, lpIndexCfgFileName);
-  if (rCall.Refused(/*fNeedsStart=*/false)) return rCall.iResult;
-  return rCall.Fail("no simulated cards");
+  {
+    Call rCall(Call::LISTED, "SsmStartCti", lpSsmCfgFileName, lpIndexCfgFileName);
+    if (rCall.Refused(/*fNeedsStart=*/false)) return rCall.iResult;
+    if (lpSsmCfgFileName == nullptr || lpIndexCfgFileName == nullptr) return rCall.Fail("no file name given");
+  }
+  const std::string strError = simcards::StartCards(lpSsmCfgFileName, lpIndexCfgFileName);
+  if (strError.empty()) return SSM_OK;
+  State& rState = simcards::TheState();
+  const std::lock_guard<std::mutex> rGuard(rState.rMutex);
+  rState.strLastError = "SsmStartCti: " + strError;
+  return simcards::SSM_FAILED;
 }
 
 int SsmCloseCti() {
@@ -66,11 +74,7 @@ int SsmCloseCti() {
     Call rCall(Call::LISTED, "SsmCloseCti");
     if (rCall.Refused()) return rCall.iResult;
   }
-  simcards::StopPacingThread();
-  State& rState = simcards::TheState();
-  const std::lock_guard<std::mutex> rGuard(rState.rMutex);
-  rState.eMode = simcards::MODE_CLOSED;
-  rState.rChanged.notify_all();
+  simcards::StopCards();
   return SSM_OK;
 }
 

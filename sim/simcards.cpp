@@ -3,6 +3,7 @@
 #include "simcards.h"
 
 #include "simcards_pacing.h"
+#include "simcards_start.h"
 #include "simcards_state.h"
 
 namespace simcards {
@@ -26,10 +27,11 @@ void SetSource(int nCh, F fnSet) {
 }  // namespace
 
 void Reset() {
-  StopPacingThread();
-  Locked rLocked;
-  rLocked.rState.Forget();
-  rLocked.rState.eMode = MODE_BENCH;
+  ResetCards();
+}
+
+void SetConfFile(const std::string& strPath) {
+  UseConfFile(strPath);
 }
 
 void AddBoard(int iBoardId, int iCount, int iChType) {

@@ -19,6 +19,9 @@ void Reset();
 // until StartPacing, so a test that fills the ring and pushes events by hand is not disturbed.
 void AddBoard(int iBoardId, int iCount, int iChType);
 
+// Where SsmStartCti looks for the cards in the machine, until Reset; without it "/usr/local/lib/shcti/simcards.conf".
+void SetConfFile(const std::string& strPath);
+
 // -- facts and state ------------------------------------------------------------------------------------------------
 void SetChState(int nCh, int iState);  // what SsmGetChState returns; no event
 void SetVoltage(int nCh, int iVoltage);

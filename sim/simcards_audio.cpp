@@ -81,8 +81,8 @@ const char* AudioSource::Name() const {
   return "";
 }
 
-bool AudioSource::Ended() const {
-  return eKind == FILE && !fLoop && iPos >= prFile->Length();
+bool AudioSource::Playing() const {
+  return eKind == FILE && (fLoop || iPos < prFile->Length());
 }
 
 }  // namespace simcards

@@ -38,7 +38,7 @@ class AudioSource {
   void Skip(int iBytes) { iPos += iBytes; }
 
   const char* Name() const;  // "silence", "tone", "counting", "file"
-  bool Ended() const;        // a file that is not repeated has been played to its end
+  bool Playing() const;      // a file that has not come to its end
 
  private:
   enum EKind { SILENCE, TONE, COUNTING, FILE };

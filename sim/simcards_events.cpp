@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "simcards_state.h"
+#include "simcards_trace.h"
 
 namespace simcards {
 namespace {
@@ -42,6 +43,7 @@ void State::SetEvent(WORD wEvent, int nReference, const EVENT_SET_INFO& rSetting
 
 void State::Queue(QueuedEvent rQueued) {
   if (SettingOf(rQueued.rEvent.wEventCode, rQueued.rEvent.nReference) == nullptr) return;
+  TraceEvent(rQueued);
   rQueue.push_back(std::move(rQueued));
   rChanged.notify_all();
 }

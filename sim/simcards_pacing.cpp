@@ -28,6 +28,7 @@ class Pacer {
     Stop();
     const std::lock_guard<std::mutex> rGuard(rOwnerMutex);
     dSpeed = dNewSpeed;
+    dRunningSpeed = dNewSpeed;
     fStop = false;
     iSlippedBytes = 0;
     rThread = StartThread([this] { Run(); });
@@ -42,8 +43,10 @@ class Pacer {
     }
     rStopped.notify_all();
     rThread.join();
+    dRunningSpeed = 0;
   }
 
+  double Speed() const { return dRunningSpeed; }
   double Slipped() const { return static_cast<double>(iSlippedBytes) / BYTES_PER_S; }
 
  private:
@@ -77,6 +80,7 @@ class Pacer {
   std::condition_variable rStopped;
   bool fStop = false;   // guarded by rStopMutex
   double dSpeed = 1.0;  // written only while no thread runs
+  std::atomic<double> dRunningSpeed{0};
   std::atomic<long long> iSlippedBytes{0};
   std::thread rThread;  // guarded by rOwnerMutex
 };
@@ -94,6 +98,10 @@ void StartPacingThread(double dSpeed) {
 
 void StopPacingThread() {
   ThePacer().Stop();
+}
+
+double PacingSpeed() {
+  return ThePacer().Speed();
 }
 
 double PacingSlipped() {

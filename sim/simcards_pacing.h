@@ -6,6 +6,7 @@ namespace simcards {
 
 void StartPacingThread(double dSpeed);  // restarts with the new speed when it runs already
 void StopPacingThread();                // returns when the thread has ended
+double PacingSpeed();                   // 0 when no thread runs
 // Seconds of audio that were left out because the machine was too busy to make them in time.
 double PacingSlipped();
 

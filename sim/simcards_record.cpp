@@ -86,8 +86,9 @@ void State::AdvanceAll(int iBytes) {
     Channel& rChannel = *vChannels[i];
     if (rChannel.rMem.fOn) AdvanceMem(*this, static_cast<int>(i), rChannel, iBytes);
     if (rChannel.rFile.IsOpen()) AdvanceFile(rChannel, iBytes);
+    const bool fPlaying = rChannel.rSource.Playing();
     rChannel.rSource.Skip(iBytes);
-    fEnded = fEnded || rChannel.rSource.Ended();
+    fEnded = fEnded || (fPlaying && !rChannel.rSource.Playing());
   }
   if (fEnded) rChanged.notify_all();  // somebody may wait for a file to be played
 }

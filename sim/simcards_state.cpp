@@ -12,7 +12,7 @@ Channel* State::At(int nCh) {
   return vChannels[static_cast<std::size_t>(nCh)].get();
 }
 
-void State::Forget() {
+void State::ForgetCards() {
   eMode = MODE_CLOSED;
   iBoards = 0;
   vChannels.clear();
@@ -21,11 +21,15 @@ void State::Forget() {
   strDelivered.clear();
   fHandling = false;
   rEventSettings.clear();
+  rChanged.notify_all();
+}
+
+void State::Forget() {
+  ForgetCards();
   rFaults.clear();
   strLastError.clear();
   astrCalls.clear();
   iOverruns = 0;
-  rChanged.notify_all();
 }
 
 void State::AddBoardChannels(int iBoardId, int iCount, int iChType) {

@@ -97,6 +97,7 @@ struct State {
 
   Channel* At(int nCh);  // null when there is no such channel
   void Forget();         // back to MODE_CLOSED with nothing in it
+  void ForgetCards();    // likewise, but keeps what tests ask afterwards: calls, faults, overruns, last error
   void AddBoardChannels(int iBoardId, int iCount, int iChType);
   void Note(const std::string& strCall);
 

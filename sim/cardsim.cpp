@@ -1,0 +1,297 @@
+// cardsim: steers the simulated cards of a running program through their control socket.
+// Single actions go to the socket as they stand on the command line; a scenario file is checked whole before its first
+// action. Exit status: 0 done, 1 refused by the cards, 2 wrong command line or scenario, 3 no cards at the socket.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "scenario.h"
+#include "simcards_conf.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using simcards::ScenarioLine;
+
+enum EExit { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_WRONG_INPUT = 2, EXIT_NO_CARDS = 3 };
+
+constexpr auto CONNECT_PAUSE = std::chrono::milliseconds(50);
+
+// The answer to one command.
+struct Answer {
+  bool fConnected = true;
+  std::string strError;  // why it was refused; empty: it was done
+  std::vector<std::string> vLines;
+};
+
+class Connection {
+ public:
+  ~Connection() {
+    if (iFd >= 0) close(iFd);
+  }
+
+  // Tries until the cards are there or dSeconds have passed.
+  bool Open(const std::string& strPath, double dSeconds) {
+    const auto rUntil = Clock::now() + std::chrono::duration<double>(dSeconds);
+    while (!TryOpen(strPath)) {
+      if (Clock::now() >= rUntil) return false;
+      std::this_thread::sleep_for(CONNECT_PAUSE);
+    }
+    return true;
+  }
+
+  Answer Ask(const std::string& strCommand) {
+    Answer rAnswer;
+    std::string strLine = strCommand + "\n";
+    if (send(iFd, strLine.data(), strLine.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(strLine.size())) {
+      rAnswer.fConnected = false;
+      return rAnswer;
+    }
+    while ((rAnswer.fConnected = ReadLine(strLine)) && strLine.rfind("= ", 0) == 0) {
+      rAnswer.vLines.push_back(strLine.substr(2));
+    }
+    if (strLine.rfind("ERROR ", 0) == 0) rAnswer.strError = strLine.substr(6);
+    return rAnswer;
+  }
+
+ private:
+  bool TryOpen(const std::string& strPath) {
+    sockaddr_un rAddress{};
+    rAddress.sun_family = AF_UNIX;
+    if (strPath.size() >= sizeof rAddress.sun_path) return false;
+    strPath.copy(rAddress.sun_path, strPath.size());
+    iFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (iFd >= 0 && connect(iFd, reinterpret_cast<const sockaddr*>(&rAddress), sizeof rAddress) == 0) return true;
+    const int iError = errno;
+    if (iFd >= 0) close(iFd);
+    iFd = -1;
+    errno = iError;
+    return false;
+  }
+
+  bool ReadLine(std::string& strLine) {
+    std::size_t iEnd = 0;
+    while ((iEnd = strReceived.find('\n')) == std::string::npos) {
+      char acPiece[4096];
+      const ssize_t iRead = recv(iFd, acPiece, sizeof acPiece, 0);
+      if (iRead < 0 && errno == EINTR) continue;
+      if (iRead <= 0) return false;
+      strReceived.append(acPiece, static_cast<std::size_t>(iRead));
+    }
+    strLine = strReceived.substr(0, iEnd);
+    strReceived.erase(0, iEnd + 1);
+    return true;
+  }
+
+  int iFd = -1;
+  std::string strReceived;
+};
+
+struct Options {
+  std::string strSocket = simcards::CONTROL_SOCKET;
+  double dConnect = 0;
+  bool fJson = false;
+  bool fVerbose = false;
+  double dSpeed = 1;
+  std::string strFile;
+};
+
+int NoCards(const Options& rOptions) {
+  std::fprintf(stderr, "cardsim: no simulated cards at %s: %s\n", rOptions.strSocket.c_str(), std::strerror(errno));
+  return EXIT_NO_CARDS;
+}
+
+int Lost() {
+  std::fprintf(stderr, "cardsim: the cards have stopped\n");
+  return EXIT_NO_CARDS;
+}
+
+int Refused(const std::string& strWhere, const std::string& strError) {
+  std::fprintf(stderr, "%s: %s\n", strWhere.c_str(), strError.c_str());
+  return EXIT_REFUSED;
+}
+
+// -- single actions -----------------------------------------------------------------------------------------
+
+// A word of the command line as the cards read it: quoted where it must be.
+std::string AsWord(const std::string& strArg) {
+  if (!strArg.empty() && strArg.find_first_of(" \t\r\n\"\\#") == std::string::npos) return strArg;
+  std::string strWord = "\"";
+  for (std::size_t i = 0; i < strArg.size(); i++) {
+    const char ch = strArg[i];
+    const bool fEscape = ch == '\\' && i + 1 < strArg.size() && std::strchr("ntx\\\"", strArg[i + 1]) != nullptr;
+    if (ch == '\n') {
+      strWord += "\\n";
+    } else if (ch == '"' || (ch == '\\' && !fEscape)) {
+      strWord += std::string("\\") + ch;
+    } else {
+      strWord += ch;
+      if (fEscape) strWord += strArg[++i];  // "a\nb" in the shell's quotes is two lines
+    }
+  }
+  return strWord + '"';
+}
+
+std::string AsCommand(const std::vector<std::string>& astrArgs) {
+  std::string strCommand;
+  for (const std::string& strArg : astrArgs) strCommand += (strCommand.empty() ? "" : " ") + AsWord(strArg);
+  return strCommand;
+}
+
+std::string DirectoryCommand(const std::filesystem::path& rPath) {
+  return "directory " + AsWord(rPath.string());
+}
+
+int RunAction(const Options& rOptions, const std::vector<std::string>& astrArgs) {
+  const std::string strCommand = AsCommand(astrArgs);
+  simcards::Command rCommand;
+  const std::string strWrong = simcards::ParseCommand(strCommand, rCommand);
+  if (!strWrong.empty()) {
+    std::fprintf(stderr, "cardsim: %s\n", strWrong.c_str());
+    return EXIT_WRONG_INPUT;
+  }
+  Connection rConnection;
+  if (!rConnection.Open(rOptions.strSocket, rOptions.dConnect)) return NoCards(rOptions);
+  (void)rConnection.Ask(DirectoryCommand(std::filesystem::current_path()));
+  const Answer rAnswer = rConnection.Ask(strCommand);
+  if (!rAnswer.fConnected) return Lost();
+  for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
+  return rAnswer.strError.empty() ? EXIT_DONE : Refused("cardsim", rAnswer.strError);
+}
+
+// -- status -------------------------------------------------------------------------------------------------
+
+// "name=value name=value" as an object; numbers become numbers.
+nlohmann::json AsObject(const std::string& strLine) {
+  nlohmann::json rObject;
+  for (const std::string& strField : CLI::detail::split(strLine, ' ')) {
+    const std::size_t iEqual = strField.find('=');
+    const std::string strValue = strField.substr(iEqual + 1);
+    const nlohmann::json rNumber = nlohmann::json::parse(strValue, nullptr, /*allow_exceptions=*/false);
+    rObject[strField.substr(0, iEqual)] = rNumber.is_number() ? rNumber : nlohmann::json(strValue);
+  }
+  return rObject;
+}
+
+void PrintJson(const std::vector<std::string>& vLines) {
+  nlohmann::json rStatus = AsObject(vLines[0]);
+  rStatus["ch"] = nlohmann::json::array();
+  rStatus["cic"] = nlohmann::json::array();
+  for (std::size_t i = 1; i < vLines.size(); i++) {
+    rStatus[vLines[i].rfind("ch=", 0) == 0 ? "ch" : "cic"].push_back(AsObject(vLines[i]));
+  }
+  std::printf("%s\n", rStatus.dump(2).c_str());
+}
+
+int RunStatus(const Options& rOptions) {
+  Connection rConnection;
+  if (!rConnection.Open(rOptions.strSocket, rOptions.dConnect)) return NoCards(rOptions);
+  const Answer rAnswer = rConnection.Ask("status");
+  if (!rAnswer.fConnected || rAnswer.vLines.empty()) return Lost();
+  if (rOptions.fJson) {
+    PrintJson(rAnswer.vLines);
+  } else {
+    for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
+  }
+  return EXIT_DONE;
+}
+
+// -- scenarios ----------------------------------------------------------------------------------------------
+
+int ReadScenario(const std::string& strFile, std::vector<ScenarioLine>& vLines) {
+  std::ifstream rFile(strFile);
+  if (!rFile) {
+    std::fprintf(stderr, "cardsim: cannot read %s: %s\n", strFile.c_str(), std::strerror(errno));
+    return EXIT_WRONG_INPUT;
+  }
+  const std::string strText((std::istreambuf_iterator<char>(rFile)), std::istreambuf_iterator<char>());
+  std::vector<std::string> astrErrors;
+  vLines = simcards::ParseScenario(strText, strFile, astrErrors);
+  for (const std::string& strError : astrErrors) std::fprintf(stderr, "%s\n", strError.c_str());
+  return astrErrors.empty() ? EXIT_DONE : EXIT_WRONG_INPUT;
+}
+
+int RunScenario(const Options& rOptions) {
+  std::vector<ScenarioLine> vLines;
+  if (const int iExit = ReadScenario(rOptions.strFile, vLines); iExit != EXIT_DONE) return iExit;
+  Connection rConnection;
+  if (!rConnection.Open(rOptions.strSocket, rOptions.dConnect)) return NoCards(rOptions);
+  (void)rConnection.Ask(DirectoryCommand(std::filesystem::absolute(rOptions.strFile).parent_path()));
+  simcards::ScenarioClock rClock;
+  const Clock::time_point rStart = Clock::now();
+  for (const ScenarioLine& rLine : vLines) {
+    std::this_thread::sleep_until(rStart + std::chrono::duration<double>(rClock.Due(rLine) / rOptions.dSpeed));
+    if (rLine.rCommand.eCommand == simcards::CMD_PRINT) std::printf("%s\n", rLine.rCommand.strText.c_str());
+    if (rOptions.fVerbose) std::printf("%8.3f %s\n", rClock.Due(rLine), rLine.strCommand.c_str());
+    (void)std::fflush(stdout);
+    const Answer rAnswer = rConnection.Ask(rLine.strCommand);
+    if (!rAnswer.fConnected) return Lost();
+    for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
+    if (!rAnswer.strError.empty()) {
+      return Refused(rOptions.strFile + ":" + std::to_string(rLine.iLine), rAnswer.strError);
+    }
+    const std::chrono::duration<double> rElapsed = Clock::now() - rStart;
+    rClock.Done(rLine, rElapsed.count() * rOptions.dSpeed);
+  }
+  return EXIT_DONE;
+}
+
+constexpr const char* FOOTER =
+    "Actions, each as in a scenario (docs/simulator.md has them all):\n"
+    "  cardsim ch 3 ring on            cardsim ch 3 callerid 0301234567\n"
+    "  cardsim ch 3 offhook            cardsim ch 3 play file speech.wav\n"
+    "  cardsim cic 5 talk in caller 0301234567 callee 200\n"
+    "  cardsim fail SsmRecToMem 1 text \"no memory\"\n"
+    "  cardsim wait recording 3 timeout 5";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options rOptions;
+  CLI::App rApp{"Steers the simulated cards of a running recorder", "cardsim"};
+  rApp.footer(FOOTER);
+  rApp.allow_extras()->prefix_command();
+  rApp.add_option("--socket", rOptions.strSocket, "Control socket of the cards")->capture_default_str();
+  rApp.add_option("--connect", rOptions.dConnect, "Seconds to wait for the cards to be there")->capture_default_str();
+
+  CLI::App* prRun = rApp.add_subcommand("run", "Runs a scenario file");
+  prRun->add_option("file", rOptions.strFile, "The scenario")->required();
+  prRun->add_option("--speed", rOptions.dSpeed, "Times as fast as written")->check(CLI::PositiveNumber);
+  prRun->add_flag("-v,--verbose", rOptions.fVerbose, "Prints each action as it is done");
+  CLI::App* prCheck = rApp.add_subcommand("check", "Only reads a scenario file and tells what is wrong in it");
+  prCheck->add_option("file", rOptions.strFile, "The scenario")->required();
+  CLI::App* prStatus = rApp.add_subcommand("status", "Channels with type, state and recording");
+  prStatus->add_flag("--json", rOptions.fJson, "As JSON");
+
+  try {
+    rApp.parse(argc, argv);
+  } catch (const CLI::ParseError& rError) {
+    return rApp.exit(rError) == 0 ? EXIT_DONE : EXIT_WRONG_INPUT;
+  }
+  if (*prRun) return RunScenario(rOptions);
+  if (*prStatus) return RunStatus(rOptions);
+  if (*prCheck) {
+    std::vector<ScenarioLine> vLines;
+    return ReadScenario(rOptions.strFile, vLines);
+  }
+  const std::vector<std::string> astrArgs = rApp.remaining();
+  if (astrArgs.empty()) {
+    std::fprintf(stderr, "%s", rApp.help().c_str());
+    return EXIT_WRONG_INPUT;
+  }
+  return RunAction(rOptions, astrArgs);
+}
