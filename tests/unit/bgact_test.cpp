@@ -1,0 +1,245 @@
+#include "bgact.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogSink.h"
+#include "TestTools.h"
+#include "morvex_crec.h"
+#include "recorder.h"
+#include "signaling.h"
+
+using testtools::Await;
+using testtools::Exists;
+using testtools::StopWatch;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+// What actions did, in order, over all threads.
+class Diary {
+ public:
+  void Note(const std::string& strText) {
+    const std::lock_guard<std::mutex> rLock(rMutex);
+    astrNotes.push_back(strText);
+  }
+  Texts Notes() {
+    const std::lock_guard<std::mutex> rLock(rMutex);
+    return astrNotes;
+  }
+
+ private:
+  std::mutex rMutex;
+  Texts astrNotes;  // guarded by rMutex
+};
+
+// Notes all that happens to it. While *prHold is true its slow part goes on.
+class NotingAct : public ThreadAct {
+ public:
+  NotingAct(Diary& rDiaryToUse, const std::string& strItsName, std::atomic<bool>* prHoldWhile = nullptr)
+      : rDiary(rDiaryToUse), strName(strItsName), prHold(prHoldWhile), rMaker(std::this_thread::get_id()) {}
+  ~NotingAct() override { rDiary.Note(strName + " deleted"); }
+  void performThread() override {
+    rDiary.Note(strName + " thread" + (std::this_thread::get_id() == rMaker ? " here" : ""));
+    if (prHold == nullptr) return;
+    EXPECT_TRUE(Await([this] { return !*prHold; }));
+  }
+  void performMain() override {
+    rDiary.Note(strName + " main" + (std::this_thread::get_id() == rMaker ? " here" : ""));
+  }
+  void completed() override { rDiary.Note(strName + " completed"); }
+
+ private:
+  Diary& rDiary;
+  std::string strName;
+  std::atomic<bool>* prHold;
+  std::thread::id rMaker;
+};
+
+class BgActTest : public testing::Test {
+ protected:
+  void SetUp() override { (void)logsink::Take(); }
+  void TearDown() override {
+    fHold = false;
+    ClosePool();
+    g_prBoot = nullptr;
+  }
+  // close_bgact leaves the pointer, as the process ends; here the next test follows.
+  void ClosePool() {
+    if (prBgActHandler == nullptr) return;
+    close_bgact();
+    prBgActHandler = nullptr;
+  }
+
+  Diary rDiary;
+  std::atomic<bool> fHold{true};
+};
+
+TEST_F(BgActTest, WithoutAPoolTheActionRunsToItsEndAtOnce) {
+  queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_EQ(rDiary.Notes(), Texts({"a thread here", "a main here", "a deleted"}));  // and completed is not called
+}
+
+TEST_F(BgActTest, WithoutAPoolANullActionIsIgnored) {
+  queueAction(nullptr);
+}
+
+TEST_F(BgActTest, WithoutAPoolTheQueueIsReady) {
+  EXPECT_TRUE(isBgQueueReady());
+}
+
+TEST_F(BgActTest, WithoutABootObjectTheMainQueueDeletesUnrun) {
+  mainQueue(new NotingAct(rDiary, "a"));
+  EXPECT_EQ(rDiary.Notes(), Texts({"a deleted"}));
+  mainQueue(nullptr);
+}
+
+TEST_F(BgActTest, ActionGoesThroughAWorkerToTheMainThread) {
+  TRecorderBoot rBoot;
+  g_prBoot = &rBoot;
+  init_bgact();
+  queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_EQ(rDiary.Notes(), Texts({"a thread"}));
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(rDiary.Notes(), Texts({"a thread", "a main here", "a completed", "a deleted"}));
+  EXPECT_FALSE(rBoot.RunOneAction());
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_EQ(astrLines.size(), 1u);
+  EXPECT_TRUE(astrLines[0] == "7 Bg Act 0\n" || astrLines[0] == "7 Bg Act 1\n") << astrLines[0];
+}
+
+TEST_F(BgActTest, ReadyFallsOnlyWhenTheMainQueueHasTheAction) {
+  TRecorderBoot rBoot;
+  g_prBoot = &rBoot;
+  init_bgact();
+  for (int iRound = 0; iRound < 3; iRound++) {
+    constexpr int ACTIONS = 200;
+    for (int i = 0; i < ACTIONS; i++) queueAction(new NotingAct(rDiary, "a"));
+    while (!isBgQueueReady()) std::this_thread::yield();
+    int iTaken = 0;
+    while (rBoot.RunOneAction()) iTaken++;
+    EXPECT_EQ(iTaken, ACTIONS);
+  }
+}
+
+TEST_F(BgActTest, RunningActionKeepsThePoolUnreadyWhileTheListIsEmpty) {
+  init_bgact();
+  EXPECT_TRUE(isBgQueueReady());
+  queueAction(new NotingAct(rDiary, "long", &fHold));
+  EXPECT_FALSE(isBgQueueReady());
+  EXPECT_TRUE(Await([this] { return rDiary.Notes() == Texts({"long thread"}); }));
+  EXPECT_FALSE(isBgQueueReady());
+  fHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_EQ(rDiary.Notes(), Texts({"long thread", "long deleted"}));
+}
+
+TEST_F(BgActTest, TwoActionsRunAtATimeInTheOrderOfQueueing) {
+  init_bgact();
+  for (const char* acName : {"1", "2", "3"}) queueAction(new NotingAct(rDiary, acName, &fHold));
+  EXPECT_TRUE(Await([this] { return rDiary.Notes().size() == 2; }));
+  Texts astrStarted = rDiary.Notes();
+  std::sort(astrStarted.begin(), astrStarted.end());  // the two write into the diary in any order
+  EXPECT_EQ(astrStarted, Texts({"1 thread", "2 thread"}));
+  fHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_EQ(rDiary.Notes().size(), 6u);
+}
+
+TEST_F(BgActTest, IdlePoolStartsAnActionWithinAboutASecond) {
+  init_bgact();
+  const StopWatch rWatch;
+  queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_TRUE(Await([this] { return !rDiary.Notes().empty(); }));
+  EXPECT_LT(rWatch.Seconds(), 2);
+}
+
+TEST_F(BgActTest, BusyWorkerTakesTheNextActionWithoutSleeping) {
+  init_bgact();
+  const StopWatch rWatch;
+  for (int i = 0; i < 50; i++) queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_LT(rWatch.Seconds(), 5);  // a sleep after each would make 25 seconds and more
+}
+
+TEST_F(BgActTest, NullEntryIsSkipped) {
+  init_bgact();
+  queueAction(nullptr);
+  queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_EQ(rDiary.Notes(), Texts({"a thread", "a deleted"}));
+}
+
+TEST_F(BgActTest, ClosingWaitsForTheRunningAndDropsTheQueued) {
+  init_bgact();
+  std::vector<NotingAct*> rNotRun;
+  for (const char* acName : {"1", "2"}) queueAction(new NotingAct(rDiary, acName, &fHold));
+  EXPECT_TRUE(Await([this] { return rDiary.Notes().size() == 2; }));
+  for (const char* acName : {"3", "4"}) {
+    rNotRun.push_back(new NotingAct(rDiary, acName, &fHold));
+    queueAction(rNotRun.back());
+  }
+  std::atomic<bool> fAtIt{false};
+  std::thread rCloser([this, &fAtIt] {
+    fAtIt = true;
+    ClosePool();
+  });
+  EXPECT_TRUE(Await([&fAtIt] { return fAtIt.load(); }));
+  (void)usleep(200'000);  // the order to stop is the first act of close, and nothing shows that it was given
+  EXPECT_EQ(rDiary.Notes().size(), 2u);
+  const StopWatch rWatch;
+  fHold = false;
+  rCloser.join();
+  EXPECT_LT(rWatch.Seconds(), 2);
+  Texts astrNotes = rDiary.Notes();
+  std::sort(astrNotes.begin(), astrNotes.end());
+  EXPECT_EQ(astrNotes, Texts({"1 deleted", "1 thread", "2 deleted", "2 thread"}));  // neither run nor deleted
+  for (const NotingAct* prAct : rNotRun) delete prAct;
+}
+
+TEST_F(BgActTest, ClosingAnIdlePoolTakesOnePollingIntervalAtMost) {
+  init_bgact();
+  const StopWatch rWatch;
+  ClosePool();
+  EXPECT_LT(rWatch.Seconds(), 1);
+}
+
+TEST_F(BgActTest, ClosingWithoutAPoolDoesNothing) {
+  close_bgact();
+}
+
+TEST_F(BgActTest, DeleteFileActRemovesItsFileOnAWorker) {
+  WriteTestFile("/recordings/gone.wav", "x");
+  auto* prAct = new DeleteFileAct;
+  prAct->strFilename = "/recordings/gone.wav";
+  queueAction(prAct);
+  EXPECT_FALSE(Exists("/recordings/gone.wav"));
+}
+
+TEST_F(BgActTest, DeleteFileActIgnoresAMissingFile) {
+  auto* prAct = new DeleteFileAct;
+  prAct->strFilename = "/recordings/never.wav";
+  queueAction(prAct);
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
+TEST_F(BgActTest, SlowHandlerMsgHandsItsTextToTheServiceThread) {
+  init_signaling();
+  auto* prAct = new SlowHandlerMsg;
+  prAct->msg = "sysinfo";
+  queueAction(prAct);
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_FALSE(astrLines.empty());
+  EXPECT_EQ(astrLines[0], "5 signal => sysinfo");
+  close_signaling();
+}
+
+}  // namespace
