@@ -1,0 +1,185 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <ctime>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogSink.h"
+#include "TestFiles.h"
+#include "TestTools.h"
+#include "bgact.h"
+
+using testtools::Await;
+using testtools::StopWatch;
+
+namespace {
+
+std::atomic<time_t> rSkippedS{0};  // the clock runs ahead by this: nobody waits for 600 seconds in a test
+
+using Texts = std::vector<std::string>;
+
+}  // namespace
+
+// Takes the place of the C library's in this program.
+extern "C" time_t time(time_t* prTime) noexcept {
+  timespec rNow{};
+  (void)clock_gettime(CLOCK_REALTIME, &rNow);
+  const time_t rTime = rNow.tv_sec + rSkippedS;
+  if (prTime != nullptr) *prTime = rTime;
+  return rTime;
+}
+
+namespace {
+
+// The real interpreter runs a script of the test's; the script notes its process and requests.
+class TrackerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)mkdir("/var/morvex/cmd", 0777);
+    for (const char* acName : {"/tmp/requests", "/tmp/pids"}) (void)unlink(acName);
+    (void)logsink::Take();
+  }
+  void TearDown() override { theTracker.close(); }
+
+  // acAnswer: PHP that sees the request as $line and the number of requests so far, over all processes, as $n.
+  static void UseScript(const std::string& strAnswer) {
+    WriteTestFile("/var/morvex/cmd/tracker.php",
+                  "<?php\n"
+                  "file_put_contents('/tmp/pids', getmypid() . \"\\n\", FILE_APPEND);\n"
+                  "while (($line = fgets(STDIN)) !== false) {\n"
+                  "  file_put_contents('/tmp/requests', $line, FILE_APPEND);\n"
+                  "  if ($line === \"exit\\n\") exit(0);\n"
+                  "  $n = count(file('/tmp/requests'));\n"
+                  "  " +
+                      strAnswer + "\n}\n");
+  }
+  static std::size_t Processes() {
+    const std::string strPids = ReadTestFile("/tmp/pids");
+    return static_cast<std::size_t>(std::count(strPids.begin(), strPids.end(), '\n'));
+  }
+  static void Post(int iCallID) {
+    CallPostAct rAct;
+    rAct.iCallID = iCallID;
+    rAct.performThread();
+    rAct.performMain();
+  }
+};
+
+TEST_F(TrackerTest, CloseBeforeAnyPostDoesNothing) {
+  theTracker.close();
+  theTracker.close();
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
+TEST_F(TrackerTest, ScriptHearsOfACallAndItsReplyIsLogged) {
+  UseScript("echo \"got it\\n\";");
+  Post(17);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "type=crec&act=post&id=17\n");
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"5 Call Post id=17", "5 LineCom reply: got it\n", "5 Post done"}));
+}
+
+TEST_F(TrackerTest, FailedRowIsPostedAsItComes) {
+  UseScript("echo \"ok\\n\";");
+  Post(-1);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "type=crec&act=post&id=-1\n");
+}
+
+TEST_F(TrackerTest, OneProcessServesAllCalls) {
+  UseScript("echo \"ok\\n\";");
+  for (int i = 1; i <= 5; i++) Post(i);
+  EXPECT_EQ(Processes(), 1u);
+}
+
+TEST_F(TrackerTest, ErrorReplyIsRepeatedToANewProcess) {
+  UseScript("echo $n < 2 ? \"ERROR\\n\" : \"ok\\n\";");
+  const StopWatch rWatch;
+  Post(3);
+  EXPECT_GT(rWatch.Seconds(), 0.49);  // the first pause
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "type=crec&act=post&id=3\ntype=crec&act=post&id=3\n");
+  EXPECT_EQ(Processes(), 2u);
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_EQ(astrLines.size(), 6u);
+  EXPECT_EQ(astrLines[1], "3 LineCom program reports ERROR");
+  EXPECT_EQ(astrLines[2], "5 LineCom Restart");
+  EXPECT_EQ(astrLines[3].find("5 LineCom try: 2 el: "), 0u);
+  EXPECT_EQ(astrLines[3].substr(astrLines[3].size() - 6), " / 120");
+  EXPECT_EQ(astrLines[4], "5 LineCom reply: ok\n");
+}
+
+TEST_F(TrackerTest, PostIsGivenUpAfterTwoMinutes) {
+  UseScript("echo \"ERROR\\n\";");
+  std::thread rClock([] {
+    EXPECT_TRUE(Await([] { return ReadTestFile("/tmp/requests") == "type=crec&act=post&id=4\n"; }));
+    rSkippedS += 121;
+  });
+  Post(4);
+  rClock.join();
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_GE(astrLines.size(), 4u);
+  EXPECT_EQ(astrLines[astrLines.size() - 3], "4 LineCom. Error time-out reached");
+  EXPECT_EQ(astrLines[astrLines.size() - 2], "3 LineCom SendMsg post failed");
+  EXPECT_EQ(astrLines.back(), "5 Post done");
+}
+
+TEST_F(TrackerTest, ProcessIsReplacedByExitMessageAfterTenMinutes) {
+  UseScript("echo \"ok\\n\";");
+  Post(1);
+  rSkippedS += 590;
+  Post(2);
+  EXPECT_EQ(Processes(), 1u);
+  rSkippedS += 11;
+  Post(3);
+  EXPECT_EQ(Processes(), 2u);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"),
+            "type=crec&act=post&id=1\ntype=crec&act=post&id=2\nexit\ntype=crec&act=post&id=3\n");
+}
+
+TEST_F(TrackerTest, TwoThreadsTakeTurns) {
+  UseScript("usleep(20000); echo \"reply to $line\";");
+  std::vector<std::thread> rThreads;
+  for (const int iFirst : {100, 200}) {
+    rThreads.emplace_back([iFirst] {
+      for (int i = 0; i < 5; i++) theTracker.postCall(iFirst + i);
+    });
+  }
+  for (std::thread& rThread : rThreads) rThread.join();
+  const Texts astrLines = logsink::TakeTexts();
+  EXPECT_EQ(astrLines.size(), 10u);  // each request got one whole reply
+  for (const std::string& strLine : astrLines) {
+    EXPECT_EQ(strLine.find("5 LineCom reply: reply to type=crec&act=post&id="), 0u) << strLine;
+  }
+  EXPECT_EQ(Processes(), 1u);
+}
+
+TEST_F(TrackerTest, WithoutAPoolThePostRunsOnTheCallersThread) {
+  UseScript("echo \"ok\\n\";");
+  auto* prAct = new CallPostAct;
+  prAct->iCallID = 6;
+  queueAction(prAct);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "type=crec&act=post&id=6\n");
+}
+
+TEST_F(TrackerTest, PoolEndsTheScriptWhenItCloses) {
+  UseScript("echo \"ok\\n\";");
+  init_bgact();
+  auto* prAct = new CallPostAct;
+  prAct->iCallID = 7;
+  queueAction(prAct);
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  const pid_t iPid = static_cast<pid_t>(strtol(ReadTestFile("/tmp/pids").c_str(), nullptr, 10));
+  ASSERT_GT(iPid, 0);
+  close_bgact();
+  prBgActHandler = nullptr;  // the next test follows
+  siginfo_t rInfo{};
+  EXPECT_EQ(waitid(P_PID, static_cast<id_t>(iPid), &rInfo, WEXITED), 0);
+  EXPECT_EQ(rInfo.si_status, SIGTERM);
+}
+
+}  // namespace
