@@ -88,7 +88,7 @@ std::string ArrayToString(const StdStringMap& rMap) {
 
 StdStringMap StringToArray(const std::string& strText) {
   StdStringMap rMap;
-  const std::string strLines = strText.c_str();  // the text ends at its first NUL
+  const std::string strLines = strText.substr(0, strText.find('\0'));
   size_t iStart = 0;
   for (size_t iEnd = strLines.find(LINE_END); iEnd != std::string::npos; iEnd = strLines.find(LINE_END, iStart)) {
     AddRecord(rMap, strLines.substr(iStart, iEnd - iStart));

@@ -18,9 +18,11 @@ std::string HeaderLine(const std::string& strSection) {
   return "[" + strSection + "]\n";
 }
 
+std::string KeyLine(const std::string& strKey, const std::string& strValue) { return strKey + "=" + strValue + "\n"; }
+
 std::string KeyLines(const IniSectionData& rSection) {
   std::string strLines;
-  for (const auto& [strKey, strValue] : rSection) strLines += strKey + "=" + strValue + "\n";
+  for (const auto& [strKey, strValue] : rSection) strLines += KeyLine(strKey, strValue);
   return strLines;
 }
 
@@ -71,7 +73,7 @@ struct MergeScan {
     trim(strParam);
     const auto it = rSectionData.find(strParam);
     if (it != rSectionData.end()) {
-      strOut += strParam + "=" + it->second + "\n";
+      strOut += KeyLine(strParam, it->second);
       rSectionData.erase(it);  // a second line with this key is copied like any other
     } else {
       strOut += strLine;

@@ -27,7 +27,7 @@ class MessageText {
     va_copy(rSecondArgs, args);
     const int iNeeded = vsnprintf(acShort, sizeof acShort, format, args);
     iLength = iNeeded < 0 ? 0 : static_cast<size_t>(iNeeded);
-    if (iLength >= sizeof acShort) {
+    if (IsLong()) {
       strLong.resize(iLength + 1);
       (void)vsnprintf(strLong.data(), strLong.size(), format, rSecondArgs);
     }
@@ -44,7 +44,7 @@ class MessageText {
 
   char acShort[SHORT_TEXT_BYTES];
   std::string strLong;  // holds the text when acShort is too small
-  size_t iLength;
+  size_t iLength = 0;
 };
 
 // One write a message, so that messages of several threads never mix. The loop goes round again only when a signal
@@ -67,8 +67,7 @@ void ReplaceErrorFile(const char* acText, size_t iLength) {
   close(hFile);
 }
 
-void PrintLine(const char* format, va_list args) {
-  MessageText rText(format, args);
+void PrintLine(MessageText& rText) {
   rText.EndLine();
   WriteWhole(STDOUT_FILENO, rText.data(), rText.size() + 1);
 }
@@ -78,19 +77,19 @@ void PrintLine(const char* format, va_list args) {
 void lg(int prio, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  va_list rErrorFileArgs;
-  va_copy(rErrorFileArgs, args);
   if (g_DebugMode != 0) {
-    PrintLine(format, args);
+    MessageText rText(format, args);
+    PrintLine(rText);
   } else {
     vsyslog(prio, format, args);
   }
-  if (prio <= LOG_ERR && !fAppTerminate) {
-    const MessageText rText(format, rErrorFileArgs);
-    ReplaceErrorFile(rText.data(), rText.size());
-  }
-  va_end(rErrorFileArgs);
   va_end(args);
+  if (prio > LOG_ERR || fAppTerminate) return;
+
+  va_start(args, format);
+  const MessageText rText(format, args);
+  va_end(args);
+  ReplaceErrorFile(rText.data(), rText.size());
 }
 
 void LogCapiError(const char* where) {
