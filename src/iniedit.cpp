@@ -18,7 +18,9 @@ std::string HeaderLine(const std::string& strSection) {
   return "[" + strSection + "]\n";
 }
 
-std::string KeyLine(const std::string& strKey, const std::string& strValue) { return strKey + "=" + strValue + "\n"; }
+std::string KeyLine(const std::string& strKey, const std::string& strValue) {
+  return strKey + "=" + strValue + "\n";
+}
 
 std::string KeyLines(const IniSectionData& rSection) {
   std::string strLines;
