@@ -19,7 +19,7 @@ void CheckConversions(const std::string& strText) {
 }
 
 void CheckSplitters(const std::string& strText) {
-  const std::string strToNul = strText.c_str();
+  const std::string strToNul = strText.substr(0, strText.find('\0'));
   std::vector<std::string> astrFields;
   lt_split(astrFields, strText, ',');
   FuzzCheck(Join(astrFields, ",") == strToNul + ",", "fields joined again give the text");
