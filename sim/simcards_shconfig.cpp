@@ -104,6 +104,17 @@ class DriverCheck {
                 std::to_string(iWanted));
   }
 
+  // A key that the daemon gives a default only where the file exists already: one that it wrote from nothing lacks it,
+  // and the driver's own value holds then.
+  bool IsLeftOut(const std::string& strSection, const std::string& strKey) {
+    return rSections[strSection].count(strKey) == 0;
+  }
+
+  bool OptionalNumber(const std::string& strSection, const std::string& strKey) {
+    int iIgnored = 0;
+    return IsLeftOut(strSection, strKey) || Number(strSection, strKey, iIgnored);
+  }
+
   // A comma list of exactly iCount numbers.
   bool NumberList(const std::string& strSection, const std::string& strKey, std::size_t iCount) {
     std::string strValue;
@@ -224,9 +235,9 @@ class DriverCheck {
 
   bool LineKeys(const std::string& strSection, const PlannedBoard& rBoard) {
     const auto iChannels = static_cast<std::size_t>(rBoard.rCard.iChannels);
-    int iR2Mode = 0;
-    if (rBoard.eFamily == FAMILY_SHT && !Number("SystemConfig", "R2DetectMode", iR2Mode)) return false;
-    return NumberList(strSection, "DualAndAllFreqEnScale", TONE_SCALES) &&
+    const std::string strScales = "DualAndAllFreqEnScale";
+    if (rBoard.eFamily == FAMILY_SHT && !OptionalNumber("SystemConfig", "R2DetectMode")) return false;
+    return (IsLeftOut(strSection, strScales) || NumberList(strSection, strScales, TONE_SCALES)) &&
            NumberList(strSection, "IsHangupDtrmVoltage", iChannels) &&
            NumberList(strSection, "IgnoreLineVoltage", iChannels) &&
            NumberList(strSection, "BargeInSensitive", iChannels);
@@ -234,15 +245,14 @@ class DriverCheck {
 
   bool TrunkKeys(const std::string& strSection, const PlannedBoard& rBoard) {
     const int iPcms = rBoard.rCard.iChannels / BLOCK_CHANNELS * 2;
-    int iIgnored = 0;
-    if (!Number(strSection, "UseHdlc", iIgnored) || !Number(strSection, "DualAndAllFreqEnScale", iIgnored) ||
-        !NumberIs(strSection, "PcmNumber", iPcms)) {
+    if (!OptionalNumber(strSection, "UseHdlc") || !OptionalNumber(strSection, "DualAndAllFreqEnScale") ||
+        !(IsLeftOut(strSection, "PcmNumber") || NumberIs(strSection, "PcmNumber", iPcms))) {
       return false;
     }
     for (int iPcm = 0; iPcm < iPcms; iPcm++) {
-      if (!Number(strSection, Indexed("PcmSSx", iPcm), iIgnored) ||
+      if (!OptionalNumber(strSection, Indexed("PcmSSx", iPcm)) ||
           !NumberIs(strSection, Indexed("PcmClockMode", iPcm), iPcm == 0 ? 0 : 2) ||
-          !Number(strSection, Indexed("PcmLinkType", iPcm), iIgnored)) {
+          !OptionalNumber(strSection, Indexed("PcmLinkType", iPcm))) {
         return false;
       }
     }
