@@ -7,7 +7,7 @@ to this one test file. The daemon takes ten seconds to come up, so the tests of 
     SETTINGS = {"s": {"RecMinDur": "2"}}            # rows of Configs by part, beside those every run needs
 
     def test_something(daemon):
-        daemon.cards("offhook 0")                   # one cardsim action
+        daemon.cards("ch 0 offhook")                # one cardsim action
         daemon.wait_line("[1] Call starts")
         ...
 
@@ -193,7 +193,7 @@ class Daemon:
     def cards(self, *actions):
         """Carries out cardsim actions, one after the other; each is one line as in a scenario file."""
         for action in actions:
-            subprocess.run([BUILD / "tools" / "cardsim", *action.split()], check=True)
+            subprocess.run([BUILD / "sim" / "cardsim", *action.split()], check=True)
 
     # -- rows --------------------------------------------------------------------------------------------------------
 

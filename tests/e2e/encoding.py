@@ -1,0 +1,35 @@
+"""What the MP3 and the GSM run have in common: each needs a daemon of its own, as the encoding is read at start."""
+
+import os
+import subprocess
+from pathlib import Path
+
+from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, counting, header, path_of, wait_until
+
+CARDS = "card ATP8 1001 8"
+
+
+def record_one_call(daemon):
+    """One kept call. Returns its row and a copy of the G.711 file that the daemon converted and removed."""
+    daemon.cards("ch 0 play counting", "ch 0 offhook")
+    active = daemon.active_call(1)
+    running = Path(f"{path_of(active)}.g711")
+    wait_until("2 s of audio", lambda: running.exists() and running.stat().st_size > 2 * AUDIO_BYTES_PER_S)
+    assert not path_of(active).exists()
+    # A second name for the same file, which goes on growing under both.
+    original = Path("/recordings/original.wav")
+    os.link(running, original)
+    daemon.cards("ch 0 onhook")
+    call = daemon.finished_call(active["remoteid"])
+
+    assert not running.exists()
+    assert path_of(call).stat().st_mode & 0o777 == 0o777
+    data = original.read_bytes()
+    audio = data[HEADER_BYTES:]
+    assert data == header(channels=1, length=len(audio)) + counting(len(audio))
+    return call, original
+
+
+def convert(source, options, target):
+    subprocess.run(["sox", source, *options, target], check=True)
+    return Path(target).read_bytes()
