@@ -71,6 +71,9 @@ struct TBoard {
 std::string SettingOf(const StdStringMap& rMap, const std::string& strKey);
 // Digits at the start of the text, 0 when there are none.
 int TextToInt(const std::string& strText);
+// Channel numbers are sums of what settings and the tool say, and those may say anything: a sum that is too large wraps
+// around, where plain addition would be undefined.
+int WrappingSum(int iA, int iB);
 
 // -- cluster ------------------------------------------------------------------------------------------------------
 // With /var/morvex/conf/opt_cluster, keys that belong to one node carry the unit's serial and "-" as prefix: the nodes

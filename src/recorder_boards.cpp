@@ -73,7 +73,7 @@ class ToolReader {
   void ChannelRange(const std::string& strValue) {
     const std::size_t iPoint = strValue.rfind('.');
     if (iPoint == std::string::npos) return;
-    rConfig.aiChannelCounts.push_back(TextToInt(strValue.substr(iPoint + 1)) + 1);
+    rConfig.aiChannelCounts.push_back(WrappingSum(TextToInt(strValue.substr(iPoint + 1)), 1));
   }
 
   ToolConfig& rConfig;
@@ -185,9 +185,9 @@ void TRecorderBoot::DetectBoards() {
 
   // The file of an earlier run must not pass for the answer of this one.
   (void)DeleteFn(TOOL_INI);
-  // A tool that is not there or fails leaves no file, which reads as no cards.
-  const bool fToolRan = chdir(TOOL_DIR) == 0 && system("./config") == 0;
-  (void)fToolRan;
+  // A tool that is not there or fails leaves no file, which reads as no cards. Run nowhere else, where "./config" may
+  // be anything.
+  if (chdir(TOOL_DIR) == 0) (void)!system("./config");
   TakeDetected(ReadToolConfig(TOOL_INI));
 
   lg(LOG_NOTICE, "Detected boards:");
@@ -283,8 +283,8 @@ void TRecorderBoot::NumberBoards() {
   for (TBoard& rBoard : vrBoardList) {
     rBoard.iStartCh = iTotalDrvMaxCh;
     rBoard.iWebStartCh = iTotalWebMaxCh;
-    iTotalDrvMaxCh += rBoard.iMaxCh;
-    iTotalWebMaxCh += rBoard.iWebMaxCh;
+    iTotalDrvMaxCh = WrappingSum(iTotalDrvMaxCh, rBoard.iMaxCh);
+    iTotalWebMaxCh = WrappingSum(iTotalWebMaxCh, rBoard.iWebMaxCh);
     rBoard.iBoardId = rBoard.fPresent ? iNextBoardId++ : -1;
     if (!rBoard.fPresent) continue;
     MapLines(rBoard);
@@ -296,7 +296,7 @@ void TRecorderBoot::MapLines(const TBoard& rBoard) {
   const bool isTrunk = rBoard.GetCtType() == CT_DTP;
   for (int i = 0; i < rBoard.iWebMaxCh; i++) {
     const int iDrvCh = DrvChannelOfLine(rBoard, i, isTrunk);
-    const int iWebCh = rBoard.iWebStartCh + i;
+    const int iWebCh = WrappingSum(rBoard.iWebStartCh, i);
     rDrvToWebChMap[iDrvCh] = iWebCh;
     rWebToDrvChMap[iWebCh] = iDrvCh;
   }

@@ -29,7 +29,7 @@ std::string Indexed(const char* acKey, int ix) {
 }
 // "<first>,0..<count - 1>", the driver's way to name a run of channels.
 std::string ChannelRun(const std::string& strFirst, int iCount) {
-  return strFirst + ",0.." + ToStdString(iCount - 1);
+  return strFirst + ",0.." + ToStdString(WrappingSum(iCount, -1));
 }
 std::string BoardSection(const TBoard& rBoard) {
   return "BoardId=" + ToStdString(rBoard.iBoardId);

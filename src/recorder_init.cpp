@@ -210,7 +210,7 @@ void CRecorder::CreateChannels() {
 
 void CRecorder::AddChannel(int iDrvCh, int& iLastDstBoardId) {
   const auto itWeb = prBoot->rDrvToWebChMap.find(iDrvCh);
-  const int iChannel = itWeb == prBoot->rDrvToWebChMap.end() ? -1 : itWeb->second + 1;
+  const int iChannel = itWeb == prBoot->rDrvToWebChMap.end() ? -1 : WrappingSum(itWeb->second, 1);
   if (itWeb != prBoot->rDrvToWebChMap.end()) {
     const std::string strDefLocalName = ToStdString(iChannel) + "@" + strSerial;
     (void)prDatabase->GetOrCreateLineContact(iChannel, prDatabase->GetRecorderID(), strDefLocalName);

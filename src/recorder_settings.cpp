@@ -75,6 +75,10 @@ int TextToInt(const std::string& strText) {
   return static_cast<int>(strtol(strText.c_str(), nullptr, 10));
 }
 
+int WrappingSum(int iA, int iB) {
+  return static_cast<int>(static_cast<unsigned int>(iA) + static_cast<unsigned int>(iB));
+}
+
 // -- cluster ------------------------------------------------------------------------------------------------------
 
 std::string ReadSN() {

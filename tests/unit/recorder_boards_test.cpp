@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -176,6 +177,7 @@ const ToolRow TOOL_ROWS[] = {
     {"keys are exact", "[BoardId=0]\nBoardModel =A\nBoardModels=B\nboardmodel=C\n", {}, {}, {}},
     {"a value without a point has no count", "[AppChToBoardChTable]\nAppCh[0]=0,31\nAppCh[1]=0.7\n", {8}, {}, {}},
     {"the last point counts", "[AppChToBoardChTable]\nAppCh[0]=1.2,0..15\nAppCh[16]=..\n", {16, 1}, {}, {}},
+    {"too large a number wraps around", "[AppChToBoardChTable]\nAppCh[0]=0,0..2147483647\n", {INT_MIN}, {}, {}},
     {"keys must begin with AppCh[", "[AppChToBoardChTable]\nTotalAppCh=0..9\nXAppCh[0]=0,0..9\n", {}, {}, {}},
     {"the value runs from the first equal sign", "[BoardId=0]\nBoardModel=A=B\n", {}, {}, {"A=B"}},
     {"empty values count", "[BoardId=0]\nBoardModel=\nBoardSerialNumber=\n", {}, {""}, {""}},
@@ -515,6 +517,14 @@ TEST_F(BoardsTest, TrunkCardsOfOddSizes) {
   EXPECT_EQ(rBoot.rAppToCicChMap, (std::map<int, int>{{1, 0}}));
   EXPECT_EQ(rBoot.iTotalDrvMaxCh, 4);
   EXPECT_EQ(rBoot.iTotalWebMaxCh, 1);
+}
+
+TEST_F(BoardsTest, SenselessNumbersOfChannelsWrapAround) {
+  rBoot.rConfigs = {{"CardList", "SynA,SynB"}, {"SynA_MaxChannels", "2147483647"}};
+  rBoot.vrDetectedBoards = {Present("ATP-2", "B", 2)};
+  rBoot.CreateBoardList();
+  EXPECT_EQ(rBoot.rDrvToWebChMap, (std::map<int, int>{{0, INT_MAX}, {1, INT_MIN}}));
+  EXPECT_EQ(rBoot.iTotalWebMaxCh, INT_MIN + 1);
 }
 
 // -- start of the driver ----------------------------------------------------------------------------------------------
