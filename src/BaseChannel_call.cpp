@@ -35,7 +35,7 @@ void BaseChannel::RingingStarted() {
     WhenNewRing();
   }
   rLastRing = rNow;
-  CheckRemoteExpired();
+  CheckRemoteExpired();  // drops nothing, as a number does not age while it rings; see RingDropsNoNumberByItself
 }
 
 void BaseChannel::RingingStopped() {

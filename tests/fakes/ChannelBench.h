@@ -2,6 +2,7 @@
 // test moves, and readers for the files that others would read.
 #pragma once
 
+#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -68,6 +69,15 @@ class ChannelBench : public ::testing::Test {
     (void)simcards::TakeCalls();
     (void)rRecorder.TakeCalls();
     (void)rRecorder.rDatabase.TakeCalls();
+  }
+
+  // Of this process; only differences mean something.
+  static int OpenDescriptors() {
+    int iCount = 0;
+    DIR* hDir = opendir("/proc/self/fd");
+    while (readdir(hDir) != nullptr) iCount++;
+    (void)closedir(hDir);
+    return iCount;
   }
 
   static std::string FileBytes(const std::string& strName) {

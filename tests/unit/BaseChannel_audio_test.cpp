@@ -286,8 +286,12 @@ TEST_F(BaseChannelAudio, FileThatCannotBeOpenedIsReportedOnceAndTheAudioDropped)
   EXPECT_EQ(NOTHING, logsink::TakeTexts());
 }
 
-TEST_F(BaseChannelAudio, FailedOpenLeavesNoFileOfTheRecordingBefore) {
-  Open();  // a recording that the driver refused to stop leaves its file open
+TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen) {
+  rRecorder.fMonitoring = true;
+  const int iBefore = OpenDescriptors();
+  Open();
+  Open();  // the driver has refused to stop, so nothing was closed
+  EXPECT_EQ(iBefore + 2, OpenDescriptors());
   rBase.strFullFilename = "/recordings/none/a.wav";
   rBase.OpenAudioFile();
   EXPECT_EQ(nullptr, rBase.hAudioFile);

@@ -84,6 +84,13 @@ TEST_F(BaseChannelCall, FirstRingIsSetAnewWhenItIsMissing) {
   EXPECT_EQ(1, rChannel.iNewRings);
 }
 
+TEST_F(BaseChannelCall, FirstRingWithoutALastOneIsTheSameCall) {
+  rChannel.rFirstRing = rNow - 30;
+  rChannel.RingingStarted();
+  EXPECT_EQ(rNow - 30, rChannel.rFirstRing);
+  EXPECT_EQ(0, rChannel.iNewRings);
+}
+
 TEST_F(BaseChannelCall, StopWithoutRingDoesNothing) {
   rChannel.fRingsUntilPickup = true;
   rChannel.rFirstRing = 5;
@@ -177,6 +184,15 @@ TEST_F(BaseChannelCall, RemoteNumberOfElevenSecondsIsExpired) {
     EXPECT_EQ(rRow.fKept ? rNow - rRow.iAge : 0, rChannel.rRemoteNumTime);
     EXPECT_EQ(rRow.fKept ? NOTHING : Texts{"5 [7] Remote expired, 11 seconds old"}, logsink::TakeTexts());
   }
+}
+
+TEST_F(BaseChannelCall, RingDropsNoNumberByItself) {
+  rChannel.strRemoteNum = "0170";
+  rChannel.rRemoteNumTime = rNow;
+  PassSeconds(3600);
+  rChannel.RingingStarted();
+  EXPECT_EQ("0170", rChannel.strRemoteNum);
+  EXPECT_EQ(NOTHING, logsink::TakeTexts());
 }
 
 TEST_F(BaseChannelCall, NumberWithoutTimeDoesNotExpire) {

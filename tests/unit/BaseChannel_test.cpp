@@ -1,6 +1,5 @@
 #include "BaseChannel.h"
 
-#include <dirent.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -46,14 +45,6 @@ class BaseChannelTest : public ChannelBench {
   static constexpr const char* FILE_NAME = "/recordings/b.wav";
   TestChannel rChannel;
 };
-
-int OpenDescriptors() {
-  int iCount = 0;
-  DIR* hDir = opendir("/proc/self/fd");
-  while (readdir(hDir) != nullptr) iCount++;
-  (void)closedir(hDir);
-  return iCount;
-}
 
 }  // namespace
 
@@ -339,6 +330,7 @@ TEST_F(BaseChannelTest, PositionAtTheEndOfTheRingIsTheSameAsItsStart) {
     OpenFile();
     rChannel.iRecordOffset = 4000;
     Ring(iEnd);
+    EXPECT_EQ(RingBytes(4000, 4096), Audio());
     Ring(50);
     EXPECT_EQ(RingBytes(4000, 4096) + RingBytes(0, 50), Audio());
     EXPECT_EQ(50, rChannel.iRecordOffset);
