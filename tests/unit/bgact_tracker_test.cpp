@@ -12,30 +12,17 @@
 
 #include "LogSink.h"
 #include "TestFiles.h"
+#include "TestTime.h"
 #include "TestTools.h"
 #include "bgact.h"
 
+using testtime::rSkippedS;  // nobody waits for 600 seconds in a test
 using testtools::Await;
 using testtools::StopWatch;
 
 namespace {
 
-std::atomic<time_t> rSkippedS{0};  // the clock runs ahead by this: nobody waits for 600 seconds in a test
-
 using Texts = std::vector<std::string>;
-
-}  // namespace
-
-// Takes the place of the C library's in this program.
-extern "C" time_t time(time_t* prTime) noexcept {
-  timespec rNow{};
-  (void)clock_gettime(CLOCK_REALTIME, &rNow);
-  const time_t rTime = rNow.tv_sec + rSkippedS;
-  if (prTime != nullptr) *prTime = rTime;
-  return rTime;
-}
-
-namespace {
 
 // The real interpreter runs a script of the test's; the script notes its process and requests.
 class TrackerTest : public testing::Test {
