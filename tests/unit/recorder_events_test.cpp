@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <string>
+#include <vector>
+
+#include "RecorderBench.h"
+#include "TestFiles.h"
+#include "TestTime.h"
+#include "TestTools.h"
+
+using testtools::Exists;
+
+namespace {
+
+constexpr const char* EVENT_SIGN = "/var/morvex/data/crec_event";
+
+std::vector<std::string>* prNotes = nullptr;  // of the running test
+
+class NotingChannel : public BaseChannel {
+ public:
+  explicit NotingChannel(int iNumber) : iMine(iNumber) {}
+  ~NotingChannel() override { Note("deleted"); }
+  void HandleEvent(SSM_EVENT* prEvent) override { Note("event " + std::to_string(prEvent->wEventCode)); }
+  void Finalize() override { Note(fCallBusy ? "finalize in a call" : "finalize"); }
+
+ private:
+  void Note(const std::string& strText) const { prNotes->push_back(std::to_string(iMine) + " " + strText); }
+  int iMine;
+};
+
+class EventsTest : public RecorderBench {
+ protected:
+  void SetUp() override {
+    prNotes = &astrNotes;
+    (void)unlink(EVENT_SIGN);
+    for (int i = 0; i < 3; i++) {
+      rRecorder.vChannels.push_back(new NotingChannel(i));
+      rRecorder.vChannels.back()->prRecorder = &rRecorder;
+      rRecorder.vChannels.back()->iDrvCh = i;
+    }
+    Forget();
+  }
+  void TearDown() override {
+    testtime::rFrozen = 0;
+    for (const BaseChannel* prChannel : rRecorder.vChannels) delete prChannel;  // while astrNotes is there
+    rRecorder.vChannels.clear();
+  }
+
+  void Send(WORD wCode, int nReference) {
+    SSM_EVENT rEvent = simcards::MakeEvent(wCode, nReference, 0);
+    rRecorder.HandleEvent(&rEvent);
+  }
+
+  Texts astrNotes;
+};
+
+TEST_F(EventsTest, EventReachesTheChannelOfItsReference) {
+  Send(E_CHG_ChState, 0);
+  Send(E_CHG_RcvDTMF, 2);
+  EXPECT_EQ(astrNotes, Texts({"0 event 24", "2 event 12"}));
+}
+
+TEST_F(EventsTest, ReferenceOutsideTheTableIsDroppedSilently) {
+  for (const int nReference : {-1, -2, 3, 4, 100000, INT_MAX, INT_MIN}) Send(E_CHG_ChState, nReference);
+  EXPECT_EQ(astrNotes, Texts());
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
+TEST_F(EventsTest, MissingChannelIsSkipped) {
+  delete rRecorder.vChannels[1];
+  rRecorder.vChannels[1] = nullptr;
+  astrNotes.clear();
+  Send(E_CHG_ChState, 1);
+  rRecorder.Shutdown();
+  EXPECT_EQ(astrNotes, Texts({"0 finalize", "2 finalize"}));
+}
+
+TEST_F(EventsTest, PcmLinkStatusReachesNobody) {
+  Send(E_CHG_PcmLinkStatus, 0);
+  EXPECT_EQ(astrNotes, Texts());
+  EXPECT_TRUE(Exists(EVENT_SIGN));  // and is a sign of life all the same
+}
+
+TEST_F(EventsTest, SpyStateGoesToTheChannelOfTheCircuit) {
+  rBoot.rCicToAppChMap = {{0, 2}, {7, 1}, {8, -1}, {9, 50}};
+  for (const int nCic : {0, 7, 8, 9, 1, -1}) Send(E_CHG_SpyState, nCic);
+  EXPECT_EQ(astrNotes, Texts({"2 event 49", "1 event 49"}));
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
+TEST_F(EventsTest, SpyStateWithoutAnyCircuitIsDropped) {
+  Send(E_CHG_SpyState, 0);
+  EXPECT_EQ(astrNotes, Texts());
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
+// -- sign of life -------------------------------------------------------------------------------------------------
+
+TEST_F(EventsTest, SignOfLifeIsMadeOnceASecondAndEmptied) {
+  testtime::rFrozen = 5000;
+  EXPECT_FALSE(Exists(EVENT_SIGN));
+  Send(E_CHG_ChState, -1);  // also an event that is dropped
+  EXPECT_EQ(ReadTestFile(EVENT_SIGN), "");
+  WriteTestFile(EVENT_SIGN, "x");
+  Send(E_CHG_ChState, 0);
+  EXPECT_EQ(ReadTestFile(EVENT_SIGN), "x");  // the same second
+  testtime::rFrozen = 5001;
+  Send(E_CHG_ChState, 0);
+  EXPECT_EQ(ReadTestFile(EVENT_SIGN), "");
+  EXPECT_EQ(rRecorder.lastEventReportTime, 5001);
+}
+
+TEST_F(EventsTest, ClockSetBackDelaysTheSignOfLife) {
+  testtime::rFrozen = 5000;
+  Send(E_CHG_ChState, 0);
+  WriteTestFile(EVENT_SIGN, "x");
+  testtime::rFrozen = 4000;
+  Send(E_CHG_ChState, 0);
+  EXPECT_EQ(ReadTestFile(EVENT_SIGN), "x");
+}
+
+TEST_F(EventsTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
+  ASSERT_EQ(mkdir(EVENT_SIGN, 0777), 0);
+  Send(E_CHG_ChState, 0);
+  EXPECT_EQ(astrNotes, Texts({"0 event 24"}));
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+  ASSERT_EQ(rmdir(EVENT_SIGN), 0);
+}
+
+// -- the end ------------------------------------------------------------------------------------------------------
+
+TEST_F(EventsTest, ShutdownEndsCallsInTableOrderAndRemovesTheLineStatus) {
+  WriteTestFile("/var/morvex/data/linestatus.dat", "Line_1: OK\n");
+  for (BaseChannel* prChannel : rRecorder.vChannels) prChannel->fCallBusy = true;
+  rRecorder.Shutdown();
+  EXPECT_EQ(astrNotes, Texts({"0 finalize", "1 finalize", "2 finalize"}));  // the call had ended before
+  EXPECT_EQ(simcards::TakeCalls(), Texts({"SsmClearCallerId(0)", "SsmClearCallerId(1)", "SsmClearCallerId(2)"}));
+  EXPECT_FALSE(Exists("/var/morvex/data/linestatus.dat"));
+}
+
+TEST_F(EventsTest, RecorderDeletesItsChannelsInTableOrder) {
+  {
+    CRecorder rOther;
+    rOther.vChannels.swap(rRecorder.vChannels);
+    rOther.vChannels.push_back(nullptr);
+  }
+  EXPECT_EQ(astrNotes, Texts({"0 deleted", "1 deleted", "2 deleted"}));
+}
+
+}  // namespace
