@@ -27,6 +27,7 @@ constexpr double LINEAR_SCALE = 3.0517578125e-05;  // 1/32768
 constexpr double RMS_SILENCE = 1e-05;              // not above it: NO_SOUND_DB, since a logarithm needs something
 constexpr int NO_SOUND_DB = -30;
 constexpr int FULL_SCALE_DB = 70;
+constexpr double ROUNDING_DB = 0.5;      // what is left is cut towards zero, so levels below 0 round up
 constexpr int QUIET_WINDOWS_FORGET = 2;  // more quiet windows than these in a row forget the loud ones
 constexpr int ZERO_BYTES_TOLERATED = 50;
 
@@ -45,8 +46,7 @@ constexpr int WAV_BLOCK_ALIGN = 32;
 constexpr int WAV_SAMPLE_BITS = 34;
 constexpr int WAV_FACT = 36;
 constexpr int WAV_FACT_LENGTH = 40;
-constexpr int WAV_FACT_VALUE =
-    44;  // bytes, in stereo too, where the format would have bytes of one side: readers rely on it
+constexpr int WAV_FACT_VALUE = 44;  // audio bytes; in stereo too not halved, as readers take it like that
 constexpr int WAV_DATA = 48;
 constexpr int WAV_DATA_LENGTH = 52;
 constexpr int WAV_HEADER_BYTES = 56;
@@ -308,7 +308,7 @@ void BaseChannel::MeasureLoudness(const BYTE* buf, int len) {
 
 void BaseChannel::NewLoudness() {
   const double dRms = std::sqrt(dLoudness / iCalcLoudnessSamples);
-  iLast_dB = dRms > RMS_SILENCE ? static_cast<int>(20 * std::log10(dRms) + FULL_SCALE_DB + 0.5) : NO_SOUND_DB;
+  iLast_dB = dRms > RMS_SILENCE ? static_cast<int>(20 * std::log10(dRms) + FULL_SCALE_DB + ROUNDING_DB) : NO_SOUND_DB;
   if (fHighDetect) CountLoudWindow();
   iCalcLoudnessIndex = 0;
   dLoudness = 0;
