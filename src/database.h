@@ -121,6 +121,10 @@ class Database : public IDatabase {
   // Reads callextra as it stands; false without a row, and on a failed query, which is logged.
   bool ReadActiveCallExtra(int iID, std::string& strExtra);
 
+  // -- settings
+  // The two statements of one setting within SetConfigsPart's transaction.
+  void ReplaceConfig(const std::string& strParam, const std::string& strValue, const std::string& strPart);
+
   // Two user names on purpose: this one serves WaitForConnection only, all SQL runs as DatabaseConnection's.
   std::string strDbUser = "root";
   long long iRecorderID = 0;

@@ -30,14 +30,15 @@ void Database::GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart
 void Database::SetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) {
   if (!rSharedConn.Reconnect()) return;
   (void)rSharedConn.ExecNonQuery("BEGIN");
-  const std::string strQuotedPart = rSharedConn.Quote(strPart);
-  for (const auto& [strParam, strValue] : rConfigs) {
-    const std::string strQuotedParam = rSharedConn.Quote(strParam);
-    (void)rSharedConn.ExecNonQuery("DELETE FROM Configs WHERE param=" + strQuotedParam);
-    (void)rSharedConn.ExecNonQuery("INSERT INTO Configs(param,value,part) VALUES (" + strQuotedParam + "," +
-                                   rSharedConn.Quote(strValue) + "," + strQuotedPart + ")");
-  }
+  for (const auto& [strParam, strValue] : rConfigs) ReplaceConfig(strParam, strValue, strPart);
   (void)rSharedConn.ExecNonQuery("COMMIT");
+}
+
+void Database::ReplaceConfig(const std::string& strParam, const std::string& strValue, const std::string& strPart) {
+  const std::string strQuotedParam = rSharedConn.Quote(strParam);
+  (void)rSharedConn.ExecNonQuery("DELETE FROM Configs WHERE param=" + strQuotedParam);
+  (void)rSharedConn.ExecNonQuery("INSERT INTO Configs(param,value,part) VALUES (" + strQuotedParam + "," +
+                                 rSharedConn.Quote(strValue) + "," + rSharedConn.Quote(strPart) + ")");
 }
 
 // -- the recorder -------------------------------------------------------------------------------------------------

@@ -28,7 +28,7 @@ struct CallerIdContact {
   bool fFound = false;
   long long iCallerID = 0;
   long long iContactID = 0;
-  std::string strText;          // number of that contact, UTF-8
+  std::string strText;        // number of that contact, UTF-8
   long long iUpdateTime = 0;  // seconds since 1970
 };
 
@@ -75,8 +75,8 @@ class IDatabase {
   virtual Contact GetOrCreateLineContact(int iChannel, long long iRecorderID, const std::string& strName) = 0;
   // Creates nothing, and leaves fLocal false whatever the row says.
   virtual Contact GetCallerIDContact(const std::string& strCallerID) = 0;
-  virtual Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& strCallerID2, bool fLocal,
-                                             const std::string& strName) = 0;
+  virtual Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& strCallerID2,
+                                             bool fLocal, const std::string& strName) = 0;
   virtual void DeleteIfUnused(Contact rContact) = 0;
   virtual std::string GetContactName(int iContactId) = 0;
 

@@ -30,7 +30,8 @@ Contact Party(long long iCallerID, long long iContactID) {
 // What an operation answered, as one text.
 std::string Told(const StdStringMap& rMap) {
   std::string strText;
-  for (const auto& [strKey, strValue] : rMap) strText += "[" + strKey + "=" + strValue + "]";
+  for (const auto& [strKey, strValue] : rMap)
+    strText.append("[").append(strKey).append("=").append(strValue).append("]");
   return strText;
 }
 

@@ -98,7 +98,7 @@ TEST_F(ConnectionTest, DestructorClosesTheConnection) {
 // -- keeping it alive -----------------------------------------------------------------------------------------------
 
 TEST_F(ConnectionTest, ReconnectOnlyPingsALiveConnection) {
-  const dbi_conn hBefore = rConn.conn;
+  void* const hBefore = rConn.conn;
   (void)pg::TakeStatements();
   EXPECT_TRUE(rConn.Reconnect());
   EXPECT_EQ(rConn.conn, hBefore);
