@@ -1,0 +1,481 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LambdaAct.h"
+#include "RecorderBench.h"
+#include "TestFiles.h"
+#include "TestTime.h"
+#include "TestTools.h"
+#include "logging.h"
+#include "morvex_crec.h"
+#include "reactor.h"
+
+using testtools::Await;
+using testtools::Exists;
+using testtools::StopWatch;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+// What happened, in order, over all threads.
+class Diary {
+ public:
+  void Note(const std::string& strText) {
+    const std::lock_guard<std::mutex> rLock(rMutex);
+    astrNotes.push_back(strText);
+  }
+  Texts Notes() {
+    const std::lock_guard<std::mutex> rLock(rMutex);
+    return astrNotes;
+  }
+  int Count(const std::string& strText) {
+    int iCount = 0;
+    for (const std::string& strNote : Notes()) iCount += strNote == strText ? 1 : 0;
+    return iCount;
+  }
+
+ private:
+  std::mutex rMutex;
+  Texts astrNotes;  // guarded by rMutex
+};
+
+// Stands at the end of the channel table of the running recorder, and does what the test says.
+class DiaryChannel : public BaseChannel {
+ public:
+  explicit DiaryChannel(Diary& rDiaryToUse) : rDiary(rDiaryToUse) {}
+  void HandleEvent(SSM_EVENT* prEvent) override {
+    rDiary.Note("event " + std::to_string(prEvent->wEventCode));
+    if (rOnEvent) rOnEvent(prEvent);
+  }
+  void Periodic() override {
+    rDiary.Note("periodic");
+    if (rOnPeriodic) rOnPeriodic();
+  }
+  void Finalize() override { rDiary.Note(fCallBusy ? "finalize in a call" : "finalize"); }
+
+  std::function<void(SSM_EVENT*)> rOnEvent;
+  std::function<void()> rOnPeriodic;
+
+ private:
+  Diary& rDiary;
+};
+
+class NotingAct : public ThreadAct {
+ public:
+  NotingAct(Diary& rDiaryToUse, const std::string& strItsName) : rDiary(rDiaryToUse), strName(strItsName) {}
+  ~NotingAct() override { rDiary.Note(strName + " deleted"); }
+  void performThread() override { rDiary.Note(strName + " thread"); }
+  void performMain() override { rDiary.Note(strName + " main"); }
+  void completed() override { rDiary.Note(strName + " completed"); }
+
+ private:
+  Diary& rDiary;
+  std::string strName;
+};
+
+// The loop runs on the test's thread; what happens meanwhile is the story of a second thread, or of queued actions.
+class LoopTest : public RecorderBench {
+ protected:
+  static constexpr int DIARY_CH = 2;  // driver channel of the DiaryChannel
+
+  void SetUp() override {
+    setSignalHandlers();  // the end of the reactor takes a signal
+    g_prBoot = &rBoot;
+    simcards::AddBoard(0, 4, CH_ANALOG);
+    rBoot.vrBoardList = {Present("ATP8", "1001", 2, 0)};
+    rBoot.iTotalDrvMaxCh = 2;
+    rBoot.rDrvToWebChMap = {{0, 0}, {1, 1}};
+    rBoot.rWebToDrvChMap = {{0, 0}, {1, 1}};
+    testtime::rFrozen = 1000000;  // no Periodic unless the test moves the clock
+    AtStart([this](CRecorder& rRunning) {
+      prChannel = new DiaryChannel(rDiary);
+      prChannel->prRecorder = &rRunning;
+      prChannel->iDrvCh = DIARY_CH;
+      prChannel->fCallBusy = true;
+      rRunning.vChannels.push_back(prChannel);
+    });
+    Forget();
+  }
+  void TearDown() override {
+    fAppTerminate = false;
+    testtime::rFrozen = 0;
+    if (prBgActHandler != nullptr) close_bgact();
+    prBgActHandler = nullptr;
+    g_prBoot = nullptr;
+    rBoot.emptyQueue();
+    simcards::Reset();
+  }
+
+  // Runs in the loop's first passes, on its thread, with the running recorder.
+  void AtStart(const std::function<void(CRecorder&)>& rRun) {
+    rBoot.queue(new LambdaAct([rRun] { rRun(*g_prReactor->prRecorder); }));
+  }
+  // The loop, while a second thread tells the story and then orders the end.
+  int RunWith(const std::function<void()>& rStory) {
+    std::thread rTeller([&] {
+      rStory();
+      fAppTerminate = true;
+    });
+    const int iResult = rBoot.RecorderUseBoardsLoop();
+    rTeller.join();
+    return iResult;
+  }
+  bool AwaitNote(const std::string& strText, int iTimes = 1) {
+    return Await([&] { return rDiary.Count(strText) >= iTimes; });
+  }
+  static void Event(WORD wCode, const std::string& strData = "") {
+    simcards::PushEvent(wCode, DIARY_CH, 0, 0, 0, strData);
+  }
+  // The lines of the loop alone, without those of the start and of the reactor.
+  static Texts TakeLinesOf(const std::string& strBegin) {
+    Texts astrFound;
+    for (const std::string& strLine : logsink::TakeTexts()) {
+      if (strLine.find(strBegin) == 0) astrFound.push_back(strLine);
+    }
+    return astrFound;
+  }
+
+  Diary rDiary;
+  DiaryChannel* prChannel = nullptr;  // owned by the running recorder
+};
+
+// -- preparation and end ------------------------------------------------------------------------------------------
+
+TEST_F(LoopTest, RecorderIsBuiltOnTheBootObject) {
+  AtStart([this](CRecorder& rRunning) {
+    EXPECT_EQ(rRunning.prBoot, &rBoot);
+    EXPECT_EQ(rRunning.prDatabase, prDb);
+    EXPECT_EQ(rRunning.strArchiveRoot, "/recordings");
+    EXPECT_EQ(rRunning.strRecordingRoot, "/recordings");
+    EXPECT_EQ(rRunning.vChannels.size(), 3u);
+    fAppTerminate = true;
+  });
+  EXPECT_EQ(rBoot.RecorderUseBoardsLoop(), 0);
+  EXPECT_EQ(g_prReactor, nullptr);
+  EXPECT_FALSE(Exists("/var/morvex/data/linestatus.dat"));
+}
+
+TEST_F(LoopTest, FailedInitRecorderStartsNoReactor) {
+  simcards::FailNext("SsmSetEvent", 1, -1, "no events");
+  EXPECT_EQ(rBoot.RecorderUseBoardsLoop(), 1);
+  const Texts astrLines = logsink::TakeTexts();
+  EXPECT_EQ(astrLines.back(), "3 Error in SsmSetEvent: no events");
+  for (const std::string& strLine : astrLines) EXPECT_NE(strLine, "5 reactor started");
+}
+
+TEST_F(LoopTest, FailedInitRecorderLeavesNoWorkerBehindInItsQueue) {
+  init_bgact();
+  simcards::FailNext("SsmSetEvent", 1, -1, "no events");
+  EXPECT_EQ(rBoot.RecorderUseBoardsLoop(), 1);  // the check of the system was queued before that
+  EXPECT_TRUE(isBgQueueReady());
+  EXPECT_FALSE(rBoot.RunOneAction());
+}
+
+TEST_F(LoopTest, LeftActionsAreDeletedUnrun) {
+  rBoot.emptyQueue();
+  rBoot.queue(new NotingAct(rDiary, "a"));
+  rBoot.queue(nullptr);
+  rBoot.queue(new NotingAct(rDiary, "b"));
+  rBoot.emptyQueue();
+  EXPECT_EQ(rDiary.Notes(), Texts({"a deleted", "b deleted"}));
+  EXPECT_FALSE(rBoot.RunOneAction());
+}
+
+// -- normal passes ------------------------------------------------------------------------------------------------
+
+TEST_F(LoopTest, EventReachesItsChannelWithItsData) {
+  AtStart([this](CRecorder&) {
+    prChannel->rOnEvent = [this](const SSM_EVENT* prEvent) {
+      rDiary.Note(std::string(static_cast<const char*>(prEvent->pvBuffer), prEvent->dwDataLength));
+    };
+    rDiary.Note("ready");
+  });
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Event(E_CHG_RcvDTMF, "some data");
+    EXPECT_TRUE(AwaitNote("some data"));
+  });
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "event 12", "some data", "finalize"}));
+}
+
+TEST_F(LoopTest, NoEventNoSignOfLife) {
+  (void)unlink("/var/morvex/data/crec_event");
+  AtStart([](CRecorder&) { fAppTerminate = true; });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_FALSE(Exists("/var/morvex/data/crec_event"));
+}
+
+TEST_F(LoopTest, FailingDriverIsLoggedAndAskedAgain) {
+  simcards::FailNext("SsmWaitForEventA", 3, -2, "card on fire");
+  AtStart([this](CRecorder&) { rDiary.Note("ready"); });
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Event(E_CHG_RcvDTMF);
+    EXPECT_TRUE(AwaitNote("event 12"));
+  });
+  EXPECT_EQ(TakeLinesOf("3 Error in SsmWaitForEventA"), Texts(3, "3 Error in SsmWaitForEventA: card on fire"));
+}
+
+TEST_F(LoopTest, TimeOutOfTheWaitIsNotLogged) {
+  AtStart([this](CRecorder&) { rDiary.Note("ready"); });
+  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("ready")); });
+  EXPECT_EQ(TakeLinesOf("3 Error"), Texts());
+}
+
+TEST_F(LoopTest, SlowEventIsAWarning) {
+  AtStart([this](CRecorder&) {
+    prChannel->rOnEvent = [](SSM_EVENT*) { (void)usleep(120'000); };
+    rDiary.Note("ready");
+  });
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Event(E_CHG_RcvDTMF);
+    EXPECT_TRUE(AwaitNote("event 12"));
+  });
+  const Texts astrWarnings = TakeLinesOf("4 ");
+  ASSERT_EQ(astrWarnings.size(), 1u);
+  double dTook = 0;
+  ASSERT_EQ(sscanf(astrWarnings[0].c_str(), "4 Event handling took: %lf s", &dTook), 1) << astrWarnings[0];
+  EXPECT_GT(dTook, 0.1);
+  char acLine[60];
+  (void)snprintf(acLine, sizeof acLine, "4 Event handling took: %.4f s", dTook);
+  EXPECT_EQ(astrWarnings[0], acLine);
+}
+
+TEST_F(LoopTest, SlowPeriodicIsAWarning) {
+  AtStart([this](CRecorder&) {
+    prChannel->rOnPeriodic = [] { (void)usleep(120'000); };
+    testtime::rFrozen += 1;
+  });
+  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("periodic")); });
+  const Texts astrWarnings = TakeLinesOf("4 Periodic took: 0.1");
+  EXPECT_EQ(astrWarnings.size(), 1u);
+}
+
+TEST_F(LoopTest, PeriodicRunsOncePerChangeOfTheSecond) {
+  // A pass is told from the next by an action that ran in it.
+  AtStart([this](CRecorder&) { rDiary.Note("same second"); });
+  AtStart([this](CRecorder&) {
+    rDiary.Note("five seconds on");
+    testtime::rFrozen += 5;
+  });
+  AtStart([this](CRecorder&) { rDiary.Note("still then"); });
+  AtStart([this](CRecorder&) {
+    rDiary.Note("set back");
+    testtime::rFrozen -= 3;
+  });
+  AtStart([this](CRecorder&) {
+    rDiary.Note("not caught up");
+    testtime::rFrozen += 3;
+  });
+  AtStart([this](CRecorder&) {
+    rDiary.Note("caught up");
+    testtime::rFrozen += 1;
+  });
+  AtStart([this](CRecorder&) {
+    rDiary.Note("later");
+    fAppTerminate = true;
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(rDiary.Notes(), Texts({"same second", "five seconds on", "periodic", "still then", "set back",
+                                   "not caught up", "caught up", "periodic", "later", "finalize"}));
+}
+
+TEST_F(LoopTest, ChannelAddedByAPeriodicHasItsTurn) {
+  AtStart([this](CRecorder& rRunning) {
+    prChannel->rOnPeriodic = [this, &rRunning] {
+      auto* prSecond = new DiaryChannel(rDiary);
+      prSecond->prRecorder = &rRunning;
+      prSecond->rOnPeriodic = [this] { rDiary.Note("of the second"); };
+      rRunning.vChannels.push_back(prSecond);
+    };
+    testtime::rFrozen += 1;
+  });
+  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("of the second")); });
+}
+
+TEST_F(LoopTest, OneActionAPassInTheOrderOfQueueing) {
+  for (const char* acName : {"a", "b"}) rBoot.queue(new NotingAct(rDiary, acName));
+  AtStart([this](CRecorder&) {
+    // Each further pass takes one event first, if there is one.
+    for (int i = 0; i < 3; i++) Event(E_CHG_RcvDTMF);
+    rDiary.Note("ready");
+  });
+  for (const char* acName : {"c", "d"}) rBoot.queue(new NotingAct(rDiary, acName));
+  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("event 12", 3)); });
+  EXPECT_EQ(rDiary.Notes(), Texts({"a main", "a completed", "a deleted", "b main", "b completed", "b deleted", "ready",
+                                   "event 12", "c main", "c completed", "c deleted", "event 12", "d main",
+                                   "d completed", "d deleted", "event 12", "finalize"}));
+}
+
+TEST_F(LoopTest, NullActionCountsAsTaken) {
+  rBoot.emptyQueue();
+  rBoot.queue(nullptr);
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_FALSE(rBoot.RunOneAction());
+}
+
+// -- stop ---------------------------------------------------------------------------------------------------------
+
+TEST_F(LoopTest, StopDuringAnEventShutsDownInTheSamePass) {
+  AtStart([this](CRecorder&) {
+    prChannel->rOnEvent = [](SSM_EVENT*) {
+      fAppTerminate = true;
+      testtime::rFrozen += 1;
+    };
+    for (int i = 0; i < 3; i++) Event(E_CHG_RcvDTMF);
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  // The rest of the pass is done; the other events are never taken.
+  EXPECT_EQ(rDiary.Notes(), Texts({"event 12", "finalize", "periodic"}));
+}
+
+TEST_F(LoopTest, StopBeforeTheFirstPassStillEndsCallsOnce) {
+  fAppTerminate = true;
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(rDiary.Notes(), Texts());  // the channel came after Shutdown, by the queue that was drained
+}
+
+TEST_F(LoopTest, StopRunsActionsThatActionsQueue) {
+  AtStart([this](CRecorder&) {
+    fAppTerminate = true;
+    mainQueue(new LambdaAct([this] {
+      rDiary.Note("second");
+      mainQueue(new LambdaAct([this] {
+        rDiary.Note("third");
+        mainQueue(nullptr);
+        mainQueue(new NotingAct(rDiary, "fourth"));
+      }));
+    }));
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(rDiary.Notes(),
+            Texts({"finalize", "second", "third", "fourth main", "fourth completed", "fourth deleted"}));
+}
+
+TEST_F(LoopTest, StopWaitsForTheWorkersAndTheirActions) {
+  class HeldAct : public NotingAct {
+   public:
+    HeldAct(Diary& rDiaryToUse, std::atomic<bool>& fGoOnWhen) : NotingAct(rDiaryToUse, "slow"), fGoOn(fGoOnWhen) {}
+    void performThread() override {
+      NotingAct::performThread();
+      EXPECT_TRUE(Await([this] { return fGoOn.load(); }));
+    }
+
+   private:
+    std::atomic<bool>& fGoOn;
+  };
+  std::atomic<bool> fGoOn{false};
+  init_bgact();
+  AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
+  std::thread rTeller([&] {
+    EXPECT_TRUE(AwaitNote("slow thread"));
+    fAppTerminate = true;
+    EXPECT_TRUE(AwaitNote("finalize"));
+    (void)usleep(500'000);  // some stopping passes
+    EXPECT_EQ(rDiary.Count("slow main"), 0);
+    rDiary.Note("released");
+    fGoOn = true;
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  rTeller.join();
+  EXPECT_EQ(rDiary.Notes(),
+            Texts({"slow thread", "finalize", "released", "slow main", "slow completed", "slow deleted"}));
+}
+
+TEST_F(LoopTest, StopDrainsInStepsOfTwoHundredMilliseconds) {
+  AtStart([](CRecorder&) { fAppTerminate = true; });
+  for (int i = 0; i < 4; i++) rBoot.queue(new NotingAct(rDiary, "a"));
+  const StopWatch rWatch;
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_GE(rWatch.Seconds(), 5 * 0.2);  // four that take an action, and one that finds none
+}
+
+// -- trace --------------------------------------------------------------------------------------------------------
+
+class LoopTraceTest : public LoopTest {
+ protected:
+  void SetUp() override {
+    LoopTest::SetUp();
+    (void)mkdir("/recordings/log", 0777);
+    (void)unlink("/recordings/log/dch.log");
+    rBoot.queue(new LambdaAct([this] { rDiary.Note("ready"); }));
+  }
+  // On the main thread, as the reactor's command does it.
+  void Trace(bool fOn) {
+    mainQueue(new LambdaAct([this, fOn] {
+      g_prReactor->prRecorder->iBitStreamChNr = 1;
+      g_prReactor->prRecorder->fBitStreamTracing = fOn;
+      rDiary.Note(fOn ? "on" : "off");
+    }));
+  }
+};
+
+TEST_F(LoopTraceTest, TraceShutsDownOnceAndEventsFlowAgainAfterIt) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+    Event(E_CHG_RcvDTMF);
+    Trace(/*fOn=*/false);
+    EXPECT_TRUE(AwaitNote("event 12"));
+  });
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "on", "finalize", "off", "event 12"}));
+  EXPECT_EQ(TakeLinesOf("5 St"), Texts({"5 Starting bit stream tracing on channel 1", "5 Stopped bit stream tracing"}));
+}
+
+TEST_F(LoopTraceTest, StopAfterTraceEndsNoCallAgain) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    for (int i = 0; i < 2; i++) {  // nor does a second trace
+      (void)unlink("/recordings/log/dch.log");
+      Trace(/*fOn=*/true);
+      EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+      Trace(/*fOn=*/false);
+      EXPECT_TRUE(Await([] { return !TakeLinesOf("5 Stopped bit stream tracing").empty(); }));
+    }
+  });
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "on", "finalize", "off", "on", "off"}));
+}
+
+TEST_F(LoopTraceTest, TraceAndStopTogetherOpenAndCloseTheFiles) {
+  simcards::FailNext("DTRSendRawData2A3", 1, -1, "silent");  // so that the driver writes no lines of its own
+  AtStart([this](CRecorder& rRunning) {
+    rRunning.iBitStreamChNr = 1;
+    rRunning.fBitStreamTracing = true;
+    fAppTerminate = true;
+    rDiary.Note("both");
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "both", "finalize"}));
+  EXPECT_EQ(ReadTestFile("/recordings/log/dch.log"), "[Ch] Seconds  EventCo. SubReas. XtraInfo DataLen.\n");
+  EXPECT_EQ(TakeLinesOf("5 St"), Texts({"5 Starting bit stream tracing on channel 1", "5 Stopped bit stream tracing"}));
+}
+
+TEST_F(LoopTraceTest, StopDuringTheTraceLeavesTheLoop) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+  });
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "on", "finalize"}));
+}
+
+TEST_F(LoopTraceTest, TraceSwitchedOffBeforeItBeginsIsNone) {
+  Trace(/*fOn=*/true);
+  Trace(/*fOn=*/false);
+  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("off")); });
+  EXPECT_FALSE(Exists("/recordings/log/dch.log"));
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "on", "finalize", "off"}));
+}
+
+}  // namespace
