@@ -32,6 +32,10 @@
 class BaseChannel;
 class ThreadAct;
 
+constexpr const char* UNIT_SERIAL_FILE = "/var/morvex/conf/serial";       // identifier of this unit
+constexpr const char* DRIVER_INI_FILE = "/var/morvex/data/ShConfig.ini";  // both read by the driver when it starts
+constexpr const char* DRIVER_INDEX_FILE = "/var/morvex/data/ShIndex.ini";
+
 enum ECfgLoadMethod {
   CFG_LIVE_LOAD = 0,    // ask the database now
   CFG_CACHED_LOAD = 1,  // use the copy in memory

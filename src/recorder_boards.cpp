@@ -4,16 +4,16 @@
 // its place and its web channels as long as a present card stands behind it in the list. Driver channels know only the
 // present cards. On a trunk card the driver channels come in blocks of 60: 30 lines, then the opposite direction of the
 // same 30, which has neither web channel nor circuit number.
+#include "recorder.h"
+
 #include <dlfcn.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 
 #include "database.h"
 #include "logging.h"
-#include "recorder.h"
 
 namespace {
 
@@ -21,8 +21,6 @@ constexpr const char* DISABLED_FILE = "/var/morvex/conf/crec_disabled";
 constexpr const char* TOOL_DIR = "/usr/local/lib/shcti/CurrentVersion/tools/";
 constexpr const char* TOOL_INI = "/usr/local/lib/shcti/CurrentVersion/tools/ShConfig.ini";
 constexpr std::size_t TOOL_LINE_BYTES = 500;  // a longer line counts as several
-constexpr const char* DRIVER_INI = "/var/morvex/data/ShConfig.ini";
-constexpr const char* DRIVER_INDEX = "/var/morvex/data/ShIndex.ini";
 constexpr const char* CARD_LIBRARY = "libshpa3.so";
 constexpr const char* DEFAULT_PBX_TYPE = "Siemens Hicom/Hipath";
 
@@ -338,7 +336,7 @@ int TRecorderBoot::InitBoards() {
   if (fAppTerminate) return 1;
   while (true) {
     usleep(HALF_SECOND_US);
-    if (SsmStartCti(DRIVER_INI, DRIVER_INDEX) == SSM_OK) {
+    if (SsmStartCti(DRIVER_INI_FILE, DRIVER_INDEX_FILE) == SSM_OK) {
       lg(LOG_NOTICE, "Board init. OK");
       return 0;
     }

@@ -2,18 +2,18 @@
 // survives; "ShIndex.ini" only has to exist. The driver reads both when it starts.
 // Two tables describe the cards as they stand at this start and are replaced whole; of all other sections only the
 // named keys are touched. The meaning of the bare numbers is the driver's; they are settled values.
+#include "recorder.h"
+
 #include <syslog.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "iniedit.h"
 #include "logging.h"
-#include "recorder.h"
 
 namespace {
 
-constexpr const char* DRIVER_INI = "/var/morvex/data/ShConfig.ini";
-constexpr const char* DRIVER_INDEX = "/var/morvex/data/ShIndex.ini";
 constexpr const char* OS_NAME_FILE = "/etc/issue.net";
 constexpr const char* OS_NAME = "Debian GNU/Linux ";
 constexpr int OS_VERSION_MIN = 6;
@@ -187,6 +187,6 @@ void TRecorderBoot::WriteConfig() {
   const int iDtpBlocks = AddBoards(rData, *this, GetDebianVersion());
   AddTrunkTables(rData, iDtpBlocks);
   AddDebugView(rData, TextToInt(GetOSetting("TdmLogApi")) != 0);
-  rData.update(DRIVER_INI);
-  const StdFile hIndex(fopen(DRIVER_INDEX, "w+e"));  // one that cannot be made shows when the driver starts
+  rData.update(DRIVER_INI_FILE);
+  const StdFile hIndex(fopen(DRIVER_INDEX_FILE, "w+e"));  // one that cannot be made shows when the driver starts
 }

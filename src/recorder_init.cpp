@@ -1,6 +1,8 @@
 // From settings to a running recorder: plain fields that channels read directly, the unit and its lines in the
 // database, one channel object for each driver channel, and last the events, so that no event finds a channel missing.
 // A part of the settings can be read again while calls run; that part changes lists and switches only, never a channel.
+#include "recorder.h"
+
 #include <sys/stat.h>
 #include <syslog.h>
 
@@ -12,11 +14,9 @@
 #include "DstChannel.h"
 #include "PriChannel.h"
 #include "logging.h"
-#include "recorder.h"
 
 namespace {
 
-constexpr const char* SERIAL_FILE = "/var/morvex/conf/serial";
 constexpr int SERIAL_BUF_BYTES = 50;
 
 // Working areas of recordings that are encrypted in the end: a memory disk that the appliance provides, or the disk.
@@ -53,7 +53,7 @@ unsigned int LeadingHex(const std::string& strText) {
 // The unit's identifier: the letters and digits at the start of its file, as many as the buffer holds with its end.
 void readSerial(char* acBuf, int iBufBytes) {
   acBuf[0] = '\0';
-  const StdFile hFile(fopen(SERIAL_FILE, "re"));
+  const StdFile hFile(fopen(UNIT_SERIAL_FILE, "re"));
   if (!hFile) return;
   const std::size_t iRead = fread(acBuf, 1, static_cast<std::size_t>(iBufBytes) - 1, hFile.get());
   std::size_t iEnd = 0;

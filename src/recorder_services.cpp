@@ -2,6 +2,8 @@
 // from outside that are addressed to a running call.
 // An order goes to the first channel of the table that fits. All searches are linear: the table has a few hundred
 // entries at most, and they run only at call boundaries or on an order.
+#include "recorder.h"
+
 #include <syslog.h>
 
 #include <algorithm>
@@ -9,7 +11,6 @@
 
 #include "BaseChannel.h"
 #include "logging.h"
-#include "recorder.h"
 #include "signaling.h"
 
 namespace {

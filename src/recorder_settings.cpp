@@ -2,19 +2,19 @@
 // for a channel of a board and turn text into numbers.
 // The maps are a snapshot of the start, apart from rConfigsO. What is written goes to the database alone, so a value
 // written here is read back only by the process after this one, or by a live lookup.
+#include "recorder.h"
+
 #include <syslog.h>
 
 #include <cstdlib>
 
 #include "logging.h"
-#include "recorder.h"
 
 bool g_fClustering = false;
 std::string g_cfgPrefix;
 
 namespace {
 
-constexpr const char* SERIAL_FILE = "/var/morvex/conf/serial";
 constexpr const char* CLUSTER_FILE = "/var/morvex/conf/opt_cluster";
 
 // What takes the place of 0, so that an explicit 0 cannot be stored for these keys.
@@ -82,7 +82,7 @@ int WrappingSum(int iA, int iB) {
 // -- cluster ------------------------------------------------------------------------------------------------------
 
 std::string ReadSN() {
-  std::string strSerial = StdGetFileContent(SERIAL_FILE);
+  std::string strSerial = StdGetFileContent(UNIT_SERIAL_FILE);
   trim(strSerial);
   return strSerial;
 }

@@ -2,6 +2,8 @@
 // availability of trunk cards in the database, and the state file of one line on request.
 // Channels decide about their health themselves; here it is only passed on. Nothing refreshes the summary by time: it
 // is written once when all channels exist, and on each change of health.
+#include "recorder.h"
+
 #include <syslog.h>
 
 #include <cstdio>
@@ -9,7 +11,6 @@
 #include "BaseChannel.h"
 #include "bgact.h"
 #include "logging.h"
-#include "recorder.h"
 
 namespace {
 
