@@ -7,6 +7,11 @@
 #include <iterator>
 #include <string>
 
+// Where this program was built, with the simulated cards' tools in "sim/".
+inline std::string BuildDir() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path().string();
+}
+
 class SimConfigFiles {
  public:
   SimConfigFiles() {

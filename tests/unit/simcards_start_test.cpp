@@ -1,0 +1,157 @@
+// Starting from the daemon's own configuration, start failures, and the end.
+
+#include "simcards_start.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "CardBench.h"
+#include "SimConfigFiles.h"
+#include "recorder.h"
+#include "simcards_state.h"
+
+namespace {
+
+constexpr const char* DRIVER_DIR = "/usr/local/lib/shcti";
+constexpr const char* DATA_DIR = "/var/morvex/data";
+
+class SimStart : public CardBench {
+ protected:
+  void Conf(const std::string& strExtra = "") {
+    rFiles.Write("simcards.conf",
+                 std::string(SimConfigFiles::FOUR_CARDS) + "socket " + rFiles.Path("socket") + "\n" + strExtra);
+    rFiles.Write("ShConfig.ini", SimConfigFiles::FourCardsConfig());
+    simcards::SetConfFile(rFiles.Path("simcards.conf"));
+  }
+  int Start() { return SsmStartCti(rFiles.Path("ShConfig.ini").c_str(), rFiles.Path("ShIndex.ini").c_str()); }
+
+  SimConfigFiles rFiles;
+};
+
+TEST_F(SimStart, BoardsChannelsAndCircuitsComeOfTheConfiguration) {
+  Conf("channel 1002 1 type 20\n");
+  ASSERT_EQ(SSM_OK, Start()) << LastError();
+  EXPECT_EQ(4, SsmGetMaxUsableBoard());
+  EXPECT_EQ(127, SsmGetMaxCh());
+  const struct {
+    int nCh, iBoard, iBoardCh, iType;
+  } arRows[] = {{0, 0, 0, 3}, {2, 1, 0, 12}, {3, 1, 1, 20}, {5, 2, 0, 7}, {124, 2, 119, 7}, {125, 3, 0, 3}};
+  for (const auto& rRow : arRows) {
+    int iBoard = -1, iBoardCh = -1;
+    EXPECT_EQ(SSM_OK, SsmGetChHdInfo(rRow.nCh, &iBoard, &iBoardCh));
+    EXPECT_EQ(rRow.iBoard, iBoard) << rRow.nCh;
+    EXPECT_EQ(rRow.iBoardCh, iBoardCh) << rRow.nCh;
+    EXPECT_EQ(rRow.iType, SsmGetChType(rRow.nCh)) << rRow.nCh;
+  }
+}
+
+TEST_F(SimStart, FailsAsOftenAsOrderedAndThenStarts) {
+  Conf("start_failures 2 Board 1 does not answer\n");
+  EXPECT_EQ(-1, Start());
+  EXPECT_EQ("SsmStartCti: Board 1 does not answer", LastError());
+  EXPECT_EQ(-1, Start());
+  EXPECT_EQ(0, SsmGetMaxCh()) << "nothing is there after a failure";
+  EXPECT_EQ(SSM_OK, Start()) << LastError();
+  EXPECT_EQ(-1, Start());
+  EXPECT_EQ("SsmStartCti: the driver is started already", LastError());
+}
+
+TEST_F(SimStart, WrongConfigurationIsNamed) {
+  Conf();
+  rFiles.Write("ShConfig.ini", "[SystemConfig]\nTotalBoards=1\n");
+  EXPECT_EQ(-1, Start());
+  EXPECT_EQ("SsmStartCti: [SystemConfig] lacks EventInterfaceType", LastError());
+  simcards::SetConfFile("/nowhere/simcards.conf");
+  EXPECT_EQ(-1, Start());
+  EXPECT_EQ("SsmStartCti: no simulated cards: cannot read /nowhere/simcards.conf: No such file or directory",
+            LastError());
+}
+
+TEST_F(SimStart, EventsFlowOnlyAfterTheyWereAskedFor) {
+  Conf();
+  ASSERT_EQ(SSM_OK, Start());
+  simcards::PushEvent(E_CHG_ChState, 0, 1);
+  EXPECT_EQ("", Events());
+  EVENT_SET_INFO rSetting;
+  rSetting.dwWorkMode = EVENT_POLLING;
+  EXPECT_EQ(SSM_OK, SsmSetEvent(0xFFFF, -1, 1, &rSetting));
+  simcards::PushEvent(E_CHG_ChState, 0, 1);
+  EXPECT_EQ("24 ref 0: 1\n", Events());
+}
+
+TEST_F(SimStart, AudioFlowsByItselfAtTheSpeedOfTheSettings) {
+  Conf("speed 50\n");
+  ASSERT_EQ(SSM_OK, Start());
+  EVENT_SET_INFO rSetting;
+  rSetting.dwWorkMode = EVENT_POLLING;
+  rSetting.dwOutParamVal = MEM_BYTES;
+  rSetting.dwOutCondition = 2048;
+  ASSERT_EQ(SSM_OK, SsmSetEvent(E_PROC_RecordMem, -1, 1, &rSetting));
+  std::vector<BYTE> vRing(4096);
+  ASSERT_EQ(SSM_OK, SsmRecToMem(2, SSM_FORMAT_ALAW, vRing.data(), 4096, 0));
+  SSM_EVENT rEvent;
+  for (const DWORD dwPosition : {2048U, 0U, 2048U}) {
+    ASSERT_EQ(SSM_OK, SsmWaitForEventA(20000, &rEvent));
+    EXPECT_EQ(dwPosition, rEvent.dwParam);
+  }
+  EXPECT_EQ(SSM_OK, SsmStopRecToMem(2));
+}
+
+TEST_F(SimStart, CloseForgetsTheCardsAndTheNextStartMakesThemAnew) {
+  Conf();
+  for (int i = 0; i < 3; i++) {
+    ASSERT_EQ(SSM_OK, Start()) << LastError();
+    simcards::SetVoltage(0, 1);
+    EXPECT_TRUE(std::filesystem::exists(rFiles.Path("socket")));
+    EXPECT_EQ(SSM_OK, SsmCloseCti());
+    EXPECT_FALSE(std::filesystem::exists(rFiles.Path("socket")));
+    EXPECT_EQ(-1, SsmGetMaxCh());
+  }
+  ASSERT_EQ(SSM_OK, Start());
+  EXPECT_EQ(48, SsmGetLineVoltage(0));
+}
+
+TEST_F(SimStart, StartReplacesABench) {
+  Conf();
+  simcards::AddBoard(0, 3, CH_DST);
+  ASSERT_EQ(SSM_OK, Start());
+  EXPECT_EQ(127, SsmGetMaxCh());
+  simcards::Reset();
+  EXPECT_EQ(0, SsmGetMaxCh());
+}
+
+TEST_F(SimStart, SocketThatCannotBeMadeFailsTheStart) {
+  rFiles.Write("ShConfig.ini", SimConfigFiles::FourCardsConfig());
+  rFiles.Write("simcards.conf", std::string(SimConfigFiles::FOUR_CARDS) + "socket /nowhere/socket\n");
+  simcards::SetConfFile(rFiles.Path("simcards.conf"));
+  EXPECT_EQ(-1, Start());
+  EXPECT_EQ("SsmStartCti: control socket /nowhere/socket: No such file or directory", LastError());
+  EXPECT_EQ(-1, SsmGetMaxCh());
+}
+
+// From the tool's file through the daemon's board list and configuration to running cards.
+TEST_F(SimStart, TakesWhatTheDaemonMakesOfTheToolsFile) {
+  std::filesystem::create_directories(DRIVER_DIR);
+  std::filesystem::create_directories(DATA_DIR);
+  rFiles.Write("simcards.conf", std::string(SimConfigFiles::FOUR_CARDS) + "card XYZ-1 1005 4\ncard DTP-30 1006 60\n");
+  ASSERT_EQ(0, std::system(("cd " + rFiles.Path("") + " && " + BuildDir() + "/sim/config simcards.conf").c_str()));
+  TRecorderBoot rBoot;
+  rBoot.TakeDetected(ReadToolConfig(rFiles.Path("ShConfig.ini")));
+  ASSERT_EQ(5U, rBoot.vrDetectedBoards.size()) << "the unknown model is left out";
+  rBoot.CreateBoardList();
+  rBoot.WriteConfig();
+  rFiles.Write("simcards.conf", rFiles.Read("simcards.conf") + "socket " + rFiles.Path("socket") + "\n");
+  simcards::SetConfFile(rFiles.Path("simcards.conf"));
+  ASSERT_EQ(SSM_OK, SsmStartCti("/var/morvex/data/ShConfig.ini", "/var/morvex/data/ShIndex.ini")) << LastError();
+  EXPECT_EQ(rBoot.iTotalDrvMaxCh, SsmGetMaxCh());
+  const simcards::State& rState = simcards::TheState();
+  ASSERT_EQ(90U, rState.rCircuits.size());
+  for (const auto& [iCic, rCircuit] : rState.rCircuits) {
+    EXPECT_EQ(rBoot.rCicToAppChMap[iCic], rCircuit.iFirstCh) << "circuit " << iCic;
+    EXPECT_EQ(rCircuit.iFirstCh + 30, rCircuit.iSecondCh) << "circuit " << iCic;
+  }
+}
+
+}  // namespace
