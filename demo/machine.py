@@ -1,0 +1,119 @@
+"""The appliance of the demo, in its sandbox: database, daemon, cards, and the tools that a person would use on them."""
+
+import json
+import os
+import subprocess
+import time
+from pathlib import Path
+
+BUILD = Path(os.environ["MORVEX_BUILD"])
+SOURCE = Path(__file__).resolve().parents[1]
+RECORDINGS = Path("/recordings")
+WORK = Path("/tmp/demo")
+
+CARDSIM = BUILD / "sim" / "cardsim"
+CTL = BUILD / "tools" / "morvex_ctl"
+
+START_LIMIT_S = 60
+STOP_LIMIT_S = 60
+
+
+class Failed(Exception):
+    """The demo cannot go on; the text says why."""
+
+
+# -- database --------------------------------------------------------------------------------------------------------
+
+
+def quote(text):
+    return "'" + text.replace("'", "''") + "'"
+
+
+def sql(statement):
+    subprocess.run(["psql", "-Xq", "-v", "ON_ERROR_STOP=1", "-c", statement], check=True)
+
+
+def rows(query):
+    """The rows of a query, each a dict by column name in lower case."""
+    wrapped = f"SELECT coalesce(json_agg(to_json(r)), '[]') FROM ({query}) r"
+    return json.loads(subprocess.run(["psql", "-XAtq", "-c", wrapped], check=True, capture_output=True).stdout)
+
+
+def store_settings(settings):
+    for part, values in settings.items():
+        for param, value in values.items():
+            sql(
+                f"DELETE FROM Configs WHERE param = {quote(param)}; INSERT INTO Configs (param, value, part)"
+                f" VALUES ({quote(param)}, {quote(value)}, {quote(part)})"
+            )
+
+
+def name_line(line, name):
+    """What a user does in the web application: the contact of a line gets a name."""
+    sql(f"UPDATE Contacts SET name = {quote(name)} FROM Lines WHERE Contacts.id = contactid AND linenr = {line}")
+
+
+# -- daemon and cards ------------------------------------------------------------------------------------------------
+
+
+class Daemon:
+    """One life of the daemon. Its log goes to a file that a person can follow."""
+
+    def __init__(self, name):
+        self.log = WORK / f"daemon-{name}.log"
+        # A session of its own: a Ctrl-C is for the demo, which then stops the daemon.
+        self.process = subprocess.Popen(
+            [BUILD / "src" / "morvex_crec", "debug"],
+            stdin=subprocess.DEVNULL,
+            stdout=self.log.open("w"),
+            stderr=subprocess.STDOUT,
+            cwd="/",
+            start_new_session=True,
+        )
+
+    def wait_started(self):
+        deadline = time.monotonic() + START_LIMIT_S
+        while "** STARTED **" not in self.log.read_text("utf-8", "replace"):
+            if self.process.poll() is not None or time.monotonic() > deadline:
+                raise Failed(f"the daemon did not start; the end of its log:\n{self.log_end()}")
+            time.sleep(0.1)
+
+    def log_end(self):
+        return "\n".join("    " + line for line in self.log.read_text("utf-8", "replace").splitlines()[-15:])
+
+    def stop(self):
+        """Ends it as its supervisor would; it finishes what it has in hand first."""
+        self.process.terminate()
+        try:
+            status = self.process.wait(STOP_LIMIT_S)
+        except subprocess.TimeoutExpired:
+            raise Failed(f"the daemon did not stop; the end of its log:\n{self.log_end()}") from None
+        if status != 0:
+            raise Failed(f"the daemon ended with status {status}; the end of its log:\n{self.log_end()}")
+
+
+def start_scenario(name):
+    scenario = WORK / f"{name}.sim"
+    scenario.write_text((SOURCE / "demo" / f"{name}.sim").read_text())
+    return subprocess.Popen([CARDSIM, "run", scenario], stdin=subprocess.DEVNULL, start_new_session=True)
+
+
+# -- orders ----------------------------------------------------------------------------------------------------------
+
+
+def calls_in_progress():
+    """As `morvex_ctl status --json` tells them."""
+    result = subprocess.run([CTL, "status", "--json"], capture_output=True, check=False)
+    return json.loads(result.stdout)["calls"]
+
+
+def status_text():
+    """The calls of `morvex_ctl status`; the health of 54 lines stands before them."""
+    text = subprocess.run([CTL, "status"], capture_output=True, check=False, text=True).stdout
+    return text.split("\n\n", 1)[1].rstrip()
+
+
+def order(word, call_id):
+    """The answer to an order, which is "OK" when it was carried out."""
+    result = subprocess.run([CTL, word, call_id], capture_output=True, check=False, text=True)
+    return (result.stdout + result.stderr).strip()

@@ -1,0 +1,206 @@
+"""The demo inside its sandbox: runs the daemon three times over simulated calls, and checks what came of each call.
+
+usage: main.py [--keep] FOLDER      FOLDER gets the recordings, their pictures and the table of calls
+
+Exit status: 0 when each call left what it should, 1 when one did not, 130 after a Ctrl-C.
+"""
+
+import argparse
+import os
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import compare
+import machine
+import report
+import speech
+from calls import ALAW, COMMON_SETTINGS, LINE_NAMES, RUNS
+from machine import WORK, Failed
+from watch import Watch
+
+# How much of a call an order to silence it for two seconds may take: a block of audio and the watching's own pace.
+SILENCED_S = (1.0, 5.0)
+
+began = time.monotonic()
+
+
+def say(text):
+    stamp = f"{time.monotonic() - began:5.1f} s  "
+    print(stamp + text.replace("\n", "\n" + " " * len(stamp)), flush=True)
+
+
+# -- a run -----------------------------------------------------------------------------------------------------------
+
+
+def make_speeches():
+    for run in RUNS:
+        for call in run.calls:
+            for each in call.speeches:
+                speech.make(each, WORK)
+
+
+def play(run, first, keep):
+    """One life of the daemon, from its start to its stop; with `keep` it goes on and is returned."""
+    say(f"the daemon starts: {run.title}. It gives the cards ten seconds to come up.")
+    machine.store_settings(run.settings)
+    daemon = machine.Daemon(run.name)
+    try:
+        if first:
+            make_speeches()
+            say("meanwhile: espeak-ng has spoken all calls")
+        daemon.wait_started()
+        for line, name in LINE_NAMES.items():
+            machine.name_line(line, name)
+        say(f"the daemon runs; the cards play the scenario demo/{run.name}.sim")
+        Watch(run, say).follow(machine.start_scenario(run.name))
+    except BaseException:
+        daemon.process.kill()
+        raise
+    if keep:
+        return daemon
+    daemon.stop()
+    return None
+
+
+# -- checking --------------------------------------------------------------------------------------------------------
+
+
+def compare_audio(call, path):
+    speeches = [speech.spoken(each, WORK) for each in call.speeches]
+    if call.encoding != ALAW:
+        return compare.alike(path, WORK / f"{call.speeches[0].name}.al", speeches[0])
+    audio = compare.audio_of(path)
+    if len(speeches) == 2:
+        return compare.exact_stereo(audio, speeches)
+    if call.silenced:
+        return compare.exact_but_silenced(audio, speeches[0], *SILENCED_S)
+    return compare.exact(audio, speeches[0])
+
+
+def check_row(call, row):
+    """What the row says against what was played."""
+    found = {key: row[key] for key in ("direction", "remote", "local", "encoding")}
+    wanted = {"direction": call.direction, "remote": call.remote, "local": call.local, "encoding": call.encoding}
+    for key, value in wanted.items():
+        if found[key] != value:
+            raise compare.Different(f"its {key} is {found[key]!r}, not {value!r}")
+    if call.line_name not in row["filename"]:
+        raise compare.Different(f"its file is not named after the line {call.line_name}")
+    if not report.path_of(row).exists():
+        raise compare.Different(f"its file {row['filename']} is missing")
+    if report.checksum_of(row) != report.sha256(report.path_of(row)):
+        raise compare.Different("its checksum is not that of its file")
+
+
+def check_call(call, rows):
+    """Returns what was found good; raises Different."""
+    rows = [row for row in rows if row["linenr"] == call.line]
+    if not call.speeches:
+        left = [path.name for path in machine.RECORDINGS.rglob(f"*_{call.line:03}_*")]
+        if rows or left:
+            raise compare.Different(f"it should not have been kept, but left {left or rows}")
+        return "nothing was kept of it"
+    if len(rows) != 1:
+        raise compare.Different(f"{len(rows)} recordings of it were kept, not one")
+    check_row(call, rows[0])
+    return compare_audio(call, report.path_of(rows[0]))
+
+
+def check_run(run, rows):
+    """Tells the verdict on each call of a run; the number of those that are wrong."""
+    wrong = 0
+    for call in run.calls:
+        try:
+            verdict = check_call(call, rows)
+        except compare.Different as why:
+            wrong += 1
+            verdict = f"WRONG: {why}"
+        print(f"  line {call.line:2}  {call.title:42}  {verdict}", flush=True)
+    return wrong
+
+
+# -- keeping it running ----------------------------------------------------------------------------------------------
+
+
+def stay():
+    """Leaves daemon and cards to a person."""
+    print(
+        "\nThe daemon and its cards go on. From another terminal of this machine:\n"
+        "  script/sandbox-enter               a shell in here, with cardsim, morvex_ctl and psql\n"
+        "In here:\n"
+        "  cardsim ch 5 offhook               line 6 is lifted\n"
+        "  cardsim ch 5 dtmf 0301112223       it dials\n"
+        f"  cardsim ch 5 play file {WORK}/outgoing.al\n"
+        "  morvex_ctl status                  the call in progress\n"
+        "  cardsim ch 5 onhook                it is over: a row in Calls, a file in /recordings\n"
+        '  psql -c "SELECT * FROM Calls"      the rows\n'
+        f"  tail -f {WORK}/daemon-{RUNS[-1].name}.log     the daemon's log",
+        flush=True,
+    )
+    if sys.stdin.isatty():
+        print("This terminal is in here too. Leave it by exit, which ends the demo.", flush=True)
+        signal.signal(signal.SIGINT, signal.SIG_IGN)  # for the shell's children
+        path = f"{machine.CARDSIM.parent}:{machine.CTL.parent}:{os.environ['PATH']}"
+        shell = ["bash", "--norc", "-i"]
+        subprocess.run(shell, env={**os.environ, "PATH": path, "PS1": "demo# "}, cwd=WORK, check=False, preexec_fn=default_int)
+    else:
+        print("It ends with Ctrl-C.", flush=True)
+        signal.pause()
+
+
+def default_int():
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
+# -- the whole -------------------------------------------------------------------------------------------------------
+
+
+def demo(folder, keep):
+    WORK.mkdir()
+    Path("/var/morvex/conf/serial").write_text("DEMO1\n")
+    machine.store_settings(COMMON_SETTINGS)
+    rows_by_run = []
+    daemon = None
+    for run in RUNS:
+        known = {row["id"] for rows in rows_by_run for row in rows}
+        daemon = play(run, first=run is RUNS[0], keep=keep and run is RUNS[-1])
+        rows_by_run.append([row for row in machine.rows("SELECT * FROM Calls ORDER BY id") if row["id"] not in known])
+
+    rows = sorted((row for rows in rows_by_run for row in rows), key=lambda row: (row["startdate"], row["linenr"]))
+    text = report.calls_table(rows)
+    print(f"\nThe table Calls:\n\n{text}\n\nPlayed and recorded:\n", flush=True)
+    wrong = sum(check_run(run, run_rows) for run, run_rows in zip(RUNS, rows_by_run))
+
+    pictures = report.deliver(rows, folder)
+    (folder / "calls.txt").write_text(text + "\n")
+    print(f"\n{len(rows)} recordings and {len(pictures)} pictures of them are in {folder}", flush=True)
+    if daemon is not None:
+        stay()
+        daemon.stop()
+    return wrong
+
+
+def main():
+    parser = argparse.ArgumentParser(add_help=False)
+    parser.add_argument("--keep", action="store_true")
+    parser.add_argument("folder", type=Path)
+    arguments = parser.parse_args()
+    # The end of the sandbox by SIGTERM is the end of all processes in it; nothing is left to do here.
+    try:
+        wrong = demo(arguments.folder, arguments.keep)
+    except KeyboardInterrupt:
+        print("\ndemo: ended by Ctrl-C", file=sys.stderr)
+        return 130
+    except Failed as why:
+        print(f"demo: {why}", file=sys.stderr)
+        return 1
+    if wrong:
+        print(f"demo: {wrong} calls did not leave what they should", file=sys.stderr)
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
