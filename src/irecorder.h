@@ -90,8 +90,8 @@ class ICRecorder {
   int iCstaType = 0;      // only logged
   int iCstaMonitors = 0;  // only logged
   bool fLineNameInFileName = false;
-  bool fCardNotInternal = false;    // no call of a card counts as internal
-  bool fDebugRepeatRecord = false;  // test switch: lines record in an endless chain
+  bool fCardNotInternal = false;     // no call of a card counts as internal
+  bool fDebugRepeatRecord = false;   // test switch: lines record in an endless chain
   bool fCrecTestSwapLocRem = false;  // test switch: local and remote exchanged
   std::string strArchiveRoot = "/recordings";
   std::string strRecordingRoot = "/recordings";

@@ -1,3 +1,5 @@
 #include "morvex_crec.h"
 
-int main(int argc, char** argv) { return RunDaemon(argc, argv); }
+int main(int argc, char** argv) {
+  return RunDaemon(argc, argv);
+}

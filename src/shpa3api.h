@@ -28,11 +28,11 @@ using LPBYTE = BYTE*;
 struct SSM_EVENT {
   WORD wEventCode = 0;
   WORD wReserved0 = 0;
-  int nReference = 0;      // driver channel; -1: no channel; circuit number for E_CHG_SpyState
-  DWORD dwParam = 0;       // meaning by event code, see ESsmEvent
+  int nReference = 0;  // driver channel; -1: no channel; circuit number for E_CHG_SpyState
+  DWORD dwParam = 0;   // meaning by event code, see ESsmEvent
   DWORD dwUser = 0;
-  DWORD dwSubReason = 0;   // second value of E_RCV_DSTDChannel
-  DWORD dwXtraInfo = 0;    // third value of E_RCV_DSTDChannel
+  DWORD dwSubReason = 0;  // second value of E_RCV_DSTDChannel
+  DWORD dwXtraInfo = 0;   // third value of E_RCV_DSTDChannel
   PVOID pvBuffer = nullptr;
   DWORD dwBufferLength = 0;
   DWORD dwDataLength = 0;  // bytes of data at pvBuffer
@@ -77,11 +77,13 @@ static_assert(sizeof(SSM_EVENT) == 56, "size of the card library's event record"
 static_assert(offsetof(SSM_EVENT, nReference) == 4 && offsetof(SSM_EVENT, dwParam) == 8, "event record layout");
 static_assert(offsetof(SSM_EVENT, dwUser) == 12 && offsetof(SSM_EVENT, dwSubReason) == 16, "event record layout");
 static_assert(offsetof(SSM_EVENT, dwXtraInfo) == 20 && offsetof(SSM_EVENT, pvBuffer) == 24, "event record layout");
-static_assert(offsetof(SSM_EVENT, dwBufferLength) == 32 && offsetof(SSM_EVENT, dwDataLength) == 36, "event record layout");
+static_assert(offsetof(SSM_EVENT, dwBufferLength) == 32 && offsetof(SSM_EVENT, dwDataLength) == 36,
+              "event record layout");
 static_assert(offsetof(SSM_EVENT, dwEventFlag) == 40 && offsetof(SSM_EVENT, dwReserved1) == 44, "event record layout");
 static_assert(offsetof(SSM_EVENT, llReserved2) == 48, "event record layout");
 static_assert(sizeof(EVENT_SET_INFO) == 32, "size of the card library's event setting");
-static_assert(offsetof(EVENT_SET_INFO, lpHandlerParam) == 8 && offsetof(EVENT_SET_INFO, dwOutCondition) == 16, "layout");
+static_assert(offsetof(EVENT_SET_INFO, lpHandlerParam) == 8 && offsetof(EVENT_SET_INFO, dwOutCondition) == 16,
+              "layout");
 static_assert(offsetof(EVENT_SET_INFO, dwOutParamVal) == 20 && offsetof(EVENT_SET_INFO, dwUser) == 24, "layout");
 static_assert(sizeof(SSM_VERSION) == 8 && offsetof(SSM_VERSION, usInternal) == 2, "version record layout");
 static_assert(offsetof(SSM_VERSION, usBuild) == 4 && offsetof(SSM_VERSION, ucRelease) == 6, "version record layout");
@@ -105,17 +107,17 @@ enum EEventOutParam : DWORD { END_HALF_BUFFER = 0, END_BUFFER = 1, MEM_OFFSET = 
 // Event codes that are acted on; the library's own list runs from 0 to 124, and all others are ignored.
 enum ESsmEvent : WORD {
   E_PROC_Recognize = 0,
-  E_CHG_PcmLinkStatus = 7,   // dropped before any channel sees it
-  E_CHG_RcvDTMF = 12,        // low 8 bits: the digit as a character
-  E_PROC_RecordMem = 21,     // write position reached in the recording buffer
-  E_CHG_ChState = 24,        // low 16 bits: new channel state
-  E_CHG_CIDExBuf = 31,       // caller id has arrived, see SsmGetCallerIdA
+  E_CHG_PcmLinkStatus = 7,  // dropped before any channel sees it
+  E_CHG_RcvDTMF = 12,       // low 8 bits: the digit as a character
+  E_PROC_RecordMem = 21,    // write position reached in the recording buffer
+  E_CHG_ChState = 24,       // low 16 bits: new channel state
+  E_CHG_CIDExBuf = 31,      // caller id has arrived, see SsmGetCallerIdA
   E_CHG_FlashCount = 35,
-  E_CHG_ToneAnalyze = 37,    // tone kind; low 8 bits on analogue lines, whole value on station lines
-  E_SYS_BargeIn = 46,        // 1: sound is present
+  E_CHG_ToneAnalyze = 37,  // tone kind; low 8 bits on analogue lines, whole value on station lines
+  E_SYS_BargeIn = 46,      // 1: sound is present
   E_SYS_NoSound = 47,
-  E_CHG_SpyState = 49,       // low 16 bits: new state, high 16 bits: previous state; nReference is a circuit number
-  E_RCV_DSTDChannel = 65,    // message code of the PBX signalling
+  E_CHG_SpyState = 49,     // low 16 bits: new state, high 16 bits: previous state; nReference is a circuit number
+  E_RCV_DSTDChannel = 65,  // message code of the PBX signalling
   MAX_EVENT_SIZE = 125,
 };
 
@@ -153,12 +155,18 @@ enum ETone : int {
 enum ESsmFormat : int { SSM_FORMAT_ALAW = 6, SSM_FORMAT_ULAW = 7 };
 
 // Parts of a value that carries several, such as dwParam.
-constexpr DWORD LowByte(DWORD dw) { return dw & 0xff; }
-constexpr DWORD LowWord(DWORD dw) { return dw & 0xffff; }
-constexpr DWORD HighWord(DWORD dw) { return dw >> 16; }
+constexpr DWORD LowByte(DWORD dw) {
+  return dw & 0xff;
+}
+constexpr DWORD LowWord(DWORD dw) {
+  return dw & 0xffff;
+}
+constexpr DWORD HighWord(DWORD dw) {
+  return dw >> 16;
+}
 
 constexpr int SSM_OK = 0;
-constexpr int SSM_EVENT_TIMEOUT = -1;          // of SsmWaitForEventA
+constexpr int SSM_EVENT_TIMEOUT = -1;           // of SsmWaitForEventA
 constexpr std::size_t SSM_ERR_MSG_BYTES = 300;  // buffer of SsmGetLastErrMsg
 constexpr std::size_t SPY_NUMBER_BYTES = 64;    // buffer of the SpyGet...Id operations
 
@@ -212,9 +220,9 @@ int SsmSetBargeInSens(int nCh, int nSensitivity);
 // -- numbers and digits -------------------------------------------------------------------------------------
 int SsmClearCallerId(int nCh);
 int SsmClearRxDtmfBuf(int nCh);
-char* SsmGetCallerIdA(int nCh);  // null, or a string owned by the library: read it at once
-int SpyGetCallInCh(int nCic);    // driver channel of the incoming direction
-int SpyGetCallOutCh(int nCic);   // driver channel of the outgoing direction
+char* SsmGetCallerIdA(int nCh);             // null, or a string owned by the library: read it at once
+int SpyGetCallInCh(int nCic);               // driver channel of the incoming direction
+int SpyGetCallOutCh(int nCic);              // driver channel of the outgoing direction
 int SpyGetCallerId(int nCic, char* pcCid);  // buffers of SPY_NUMBER_BYTES
 int SpyGetCalleeId(int nCic, char* pcCid);
 int SpyGetConId(int nCic, char* pcCid);

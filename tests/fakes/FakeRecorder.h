@@ -38,9 +38,13 @@ class FakeRecorder : public ICRecorder {
   int GetChannelParamIntLive(int /*iBoardCh*/, int /*iBoardListIx*/, const std::string& strParam) override {
     return ToInt(rChannelParamsLive[strParam]);
   }
-  std::string GetBoardParamStr(int /*iBoardListIx*/, const std::string& strParam) override { return rBoardParams[strParam]; }
+  std::string GetBoardParamStr(int /*iBoardListIx*/, const std::string& strParam) override {
+    return rBoardParams[strParam];
+  }
   ECardType GetBoardCardType(int /*iBoardListIx*/) override { return eCardType; }
-  int GetBoardParamInt(int /*iBoardListIx*/, const std::string& strParam) override { return ToInt(rBoardParams[strParam]); }
+  int GetBoardParamInt(int /*iBoardListIx*/, const std::string& strParam) override {
+    return ToInt(rBoardParams[strParam]);
+  }
   int GetParamInt(const std::string& strParam) override { return ToInt(rParams[strParam]); }
   bool IsBoardStartCondition(int, unsigned int dwEvent, unsigned int dwSubReason) override {
     return rStartCnds.count({dwEvent, dwSubReason}) > 0;
@@ -128,7 +132,8 @@ class FakeRecorder : public ICRecorder {
  private:
   void Note(const std::string& strText) { astrCalls.push_back(strText); }
   BaseChannel* At(int iCh) const {
-    return iCh >= 0 && static_cast<std::size_t>(iCh) < vChannels.size() ? vChannels[static_cast<std::size_t>(iCh)] : nullptr;
+    return iCh >= 0 && static_cast<std::size_t>(iCh) < vChannels.size() ? vChannels[static_cast<std::size_t>(iCh)]
+                                                                        : nullptr;
   }
   static int ToInt(const std::string& strText) { return static_cast<int>(strtol(strText.c_str(), nullptr, 10)); }
   static bool Holds(const std::vector<std::string>& astrList, const std::string& strText) {

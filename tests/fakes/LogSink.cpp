@@ -18,7 +18,9 @@ void Keep(int iPrio, const char* format, va_list args) {
 }
 }  // namespace
 
-extern "C" void vsyslog(int iPrio, const char* format, va_list args) { Keep(iPrio, format, args); }
+extern "C" void vsyslog(int iPrio, const char* format, va_list args) {
+  Keep(iPrio, format, args);
+}
 
 extern "C" void syslog(int iPrio, const char* format, ...) {
   va_list args;
