@@ -164,7 +164,7 @@ std::string ActOnChannels(State& rState, const Command& rCommand, const std::sha
   for (int nCh = rCommand.iFirst; nCh <= rCommand.iLast; nCh++) {
     const Channel* prChannel = rState.At(nCh);
     if (prChannel == nullptr) return "channel " + std::to_string(nCh) + " does not exist";
-    const std::string strUnfit = Unfit(rCommand, nCh, *prChannel);
+    std::string strUnfit = Unfit(rCommand, nCh, *prChannel);
     if (!strUnfit.empty()) return strUnfit;
   }
   for (int nCh = rCommand.iFirst; nCh <= rCommand.iLast; nCh++) {

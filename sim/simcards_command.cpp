@@ -355,6 +355,7 @@ void ReadAction(WordReader& rWords, const std::vector<Action>& vActions, int iAc
 
 std::vector<Keyword> WordsOf(const std::vector<Action>& vActions) {
   std::vector<Keyword> vWords;
+  vWords.reserve(vActions.size());
   for (const Action& rAction : vActions) vWords.push_back({rAction.acWord, static_cast<int>(vWords.size())});
   return vWords;
 }

@@ -38,7 +38,7 @@ BYTE LinearToUlaw(int iSample) {
   const int iSegment = HighestBit(iMagnitude) - 7;
   const int iStep = iMagnitude >> (iSegment + 3) & 0x0F;
   const int iSign = iSample >= 0 ? 0 : SIGN_BIT;
-  return static_cast<BYTE>(~(iSign | iSegment << 4 | iStep));
+  return static_cast<BYTE>(~(iSign | iSegment * 16 | iStep));
 }
 
 int UlawToLinear(BYTE ucByte) {

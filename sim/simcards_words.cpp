@@ -83,7 +83,7 @@ std::string WordReader::Quoted(const std::string& strLine, std::size_t& i) {
       strText += chCode;
     } else if (chCode == 'x' && i + 2 < strLine.size() && HexDigit(strLine[i + 1]) >= 0 &&
                HexDigit(strLine[i + 2]) >= 0) {
-      strText += static_cast<char>(HexDigit(strLine[i + 1]) << 4 | HexDigit(strLine[i + 2]));
+      strText += static_cast<char>(HexDigit(strLine[i + 1]) * 16 + HexDigit(strLine[i + 2]));
       i += 2;
     } else {
       Fail("expected \\n, \\t, \\\\, \\\" or \\xHH in the quoted text");

@@ -28,7 +28,8 @@ constexpr useconds_t IDLE_STEP_US = 100'000;  // also the longest that an idle w
 void BgActHandler::init() {
   for (std::intptr_t ix = 0; ix < ATHREAD; ix++) {
     fBusy[ix] = false;
-    if (pthread_create(&rThread[ix], nullptr, run_it, reinterpret_cast<void*>(ix)) != 0) rThread[ix] = 0;
+    void* pvIndex = reinterpret_cast<void*>(ix);  // NOLINT(performance-no-int-to-ptr): a number, never followed
+    if (pthread_create(&rThread[ix], nullptr, run_it, pvIndex) != 0) rThread[ix] = 0;
   }
 }
 

@@ -402,6 +402,7 @@ void close_reactor() {
   // The signal breaks the wait for a client. It may come just before that wait begins and be lost, so it is repeated
   // until the thread has gone.
   for (bool fGone = g_prReactor->rThread == 0; !fGone;) {
+    // The process survives it, since its handler only sets a flag. NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread)
     (void)pthread_kill(g_prReactor->rThread, SIGTERM);
     timespec rUntil{};
     (void)clock_gettime(CLOCK_REALTIME, &rUntil);
