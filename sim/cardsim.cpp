@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -258,9 +259,7 @@ constexpr const char* FOOTER =
     "  cardsim fail SsmRecToMem 1 text \"no memory\"\n"
     "  cardsim wait recording 3 timeout 5";
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   Options rOptions;
   CLI::App rApp{"Steers the simulated cards of a running recorder", "cardsim"};
   rApp.footer(FOOTER);
@@ -294,4 +293,15 @@ int main(int argc, char** argv) {
     return EXIT_WRONG_INPUT;
   }
   return RunAction(rOptions, astrArgs);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& rError) {  // a working directory that is gone, no memory
+    std::fprintf(stderr, "cardsim: %s\n", rError.what());
+    return EXIT_WRONG_INPUT;
+  }
 }

@@ -18,6 +18,13 @@ int HexDigit(char ch) {
   return -1;
 }
 
+// The byte that two digits at iAt stand for; -1 when they do not.
+int HexByte(const std::string& strText, std::size_t iAt) {
+  if (iAt + 1 >= strText.size()) return -1;
+  const int iHigh = HexDigit(strText[iAt]), iLow = HexDigit(strText[iAt + 1]);
+  return iHigh < 0 || iLow < 0 ? -1 : iHigh * 16 + iLow;
+}
+
 // "a", "b" or "c"
 std::string Alternatives(const std::vector<Keyword>& vKeywords) {
   std::string strAll;
@@ -81,9 +88,8 @@ std::string WordReader::Quoted(const std::string& strLine, std::size_t& i) {
       strText += '\t';
     } else if (chCode == '\\' || chCode == '"') {
       strText += chCode;
-    } else if (chCode == 'x' && i + 2 < strLine.size() && HexDigit(strLine[i + 1]) >= 0 &&
-               HexDigit(strLine[i + 2]) >= 0) {
-      strText += static_cast<char>(HexDigit(strLine[i + 1]) * 16 + HexDigit(strLine[i + 2]));
+    } else if (const int iByte = HexByte(strLine, i + 1); chCode == 'x' && iByte >= 0) {
+      strText += static_cast<char>(iByte);
       i += 2;
     } else {
       Fail("expected \\n, \\t, \\\\, \\\" or \\xHH in the quoted text");

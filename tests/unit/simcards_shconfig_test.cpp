@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "SimConfigFiles.h"
 
 namespace simcards {
@@ -76,15 +78,16 @@ TEST_F(SimDriverConfig, NamesWhatIsWrong) {
       {"=3,0..1", "=3,1..1", "[AppChToBoardChTable] AppCh[125]=3,1..1 should read <board>,0..<last channel>"},
       {"PBXType=NEC", "PBXType=", "[BoardId=1] PBXType is empty on a station card"},
       {"DstRecRawData=0\nPBXType=NEC", "DstRecRawData=1\nPBXType=NEC", "[BoardId=1] DstRecRawData=1 should be 0"},
-      {"R2DetectMode=1\n", "", "[SystemConfig] lacks R2DetectMode"},
       {"BargeInSensitive=12,12", "BargeInSensitive=12", "[BoardId=0] BargeInSensitive has 1 values for 2"},
       {"BargeInSensitive=12,12", "BargeInSensitive=12,", "[BoardId=0] BargeInSensitive=12, is no list of numbers"},
       {"DualAndAllFreqEnScale=10,", "DualAndAllFreqEnScale=", "[BoardId=0] DualAndAllFreqEnScale has 23 values for 24"},
       {"IgnoreLineVoltage=0,1\n", "", "[BoardId=0] lacks IgnoreLineVoltage"},
       {"IsHangupDtrmVoltage=26,26\n", "", "[BoardId=0] lacks IsHangupDtrmVoltage"},
-      {"UseHdlc=1\n", "", "[BoardId=2] lacks UseHdlc"},
+      {"R2DetectMode=1", "R2DetectMode=on", "[SystemConfig] R2DetectMode=on is no number that can be"},
+      {"UseHdlc=1", "UseHdlc=", "[BoardId=2] UseHdlc= is no number that can be"},
+      {"PcmSSx[3]=2", "PcmSSx[3]=x", "[BoardId=2] PcmSSx[3]=x is no number that can be"},
+      {"PcmClockMode[3]=2\n", "", "[BoardId=2] lacks PcmClockMode[3]"},
       {"PcmNumber=4", "PcmNumber=2", "[BoardId=2] PcmNumber=2 should be 4"},
-      {"PcmSSx[3]=2\n", "", "[BoardId=2] lacks PcmSSx[3]"},
       {"PcmClockMode[2]=2", "PcmClockMode[2]=0", "[BoardId=2] PcmClockMode[2]=0 should be 2"},
       {"PcmClockMode[0]=0", "PcmClockMode[0]=2", "[BoardId=2] PcmClockMode[0]=2 should be 0"},
       {"WhoSupplySysClock=2", "WhoSupplySysClock=0", "[SystemConfig] WhoSupplySysClock=0 names no board with a clock"},
@@ -121,6 +124,24 @@ TEST_F(SimDriverConfig, HandEditedTuningIsTaken) {
   for (const auto& rRow : arRows) {
     strConfig.replace(strConfig.find(rRow.acGood), std::string(rRow.acGood).size(), rRow.acEdited);
   }
+  EXPECT_EQ("", Plan(strConfig));
+}
+
+// The daemon leaves its defaults out of a file that it writes from nothing.
+TEST_F(SimDriverConfig, DefaultsMayBeMissing) {
+  std::string strConfig;
+  std::istringstream rLines(SimConfigFiles::FourCardsConfig());
+  int iLeftOut = 0;
+  for (std::string strLine; std::getline(rLines, strLine);) {
+    bool fDefault = false;
+    for (const char* acKey : {"DualAndAllFreqEnScale=", "EnableDMA=", "PcmLinkType[", "PcmNumber=", "PcmSSx[",
+                              "R2DetectMode=", "UseHdlc="}) {
+      fDefault = fDefault || strLine.rfind(acKey, 0) == 0;
+    }
+    iLeftOut += fDefault ? 1 : 0;
+    if (!fDefault) strConfig += strLine + "\n";
+  }
+  EXPECT_EQ(15, iLeftOut);
   EXPECT_EQ("", Plan(strConfig));
 }
 
