@@ -24,7 +24,7 @@ class CardBench : public testing::Test {
     if (SsmWaitForEventA(0, &rEvent) != SSM_OK) rEvent.wEventCode = MAX_EVENT_SIZE;
     return rEvent;
   }
-  // All that waits, one text an event: "24 ch 3: 1", with the second and third value only when they are not 0.
+  // All that waits, one line an event: "24 ref 3: 1", with the second and third value only when they are not 0.
   static std::string Events() {
     std::string strAll;
     char acData[1024];
