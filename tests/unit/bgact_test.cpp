@@ -116,18 +116,27 @@ TEST_F(BgActTest, ActionGoesThroughAWorkerToTheMainThread) {
   EXPECT_TRUE(astrLines[0] == "7 Bg Act 0\n" || astrLines[0] == "7 Bg Act 1\n") << astrLines[0];
 }
 
-TEST_F(BgActTest, ReadyFallsOnlyWhenTheMainQueueHasTheAction) {
+TEST_F(BgActTest, WorkerIsBusyUntilTheMainQueueHasItsAction) {
+  // The lock of the main queue is held for as long as this action's deletion takes.
+  class SlowlyDeleted : public NotingAct {
+   public:
+    using NotingAct::NotingAct;
+    ~SlowlyDeleted() override { NotingAct::performThread(); }
+  };
   TRecorderBoot rBoot;
   g_prBoot = &rBoot;
+  rBoot.queue(new SlowlyDeleted(rDiary, "held", &fHold));
+  std::thread rEmptier([&rBoot] { rBoot.emptyQueue(); });
+  EXPECT_TRUE(Await([this] { return rDiary.Notes() == Texts({"held thread"}); }));
   init_bgact();
-  for (int iRound = 0; iRound < 3; iRound++) {
-    constexpr int ACTIONS = 200;
-    for (int i = 0; i < ACTIONS; i++) queueAction(new NotingAct(rDiary, "a"));
-    while (!isBgQueueReady()) std::this_thread::yield();
-    int iTaken = 0;
-    while (rBoot.RunOneAction()) iTaken++;
-    EXPECT_EQ(iTaken, ACTIONS);
-  }
+  queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_TRUE(Await([this] { return rDiary.Notes().back() == "a thread"; }));
+  (void)usleep(100'000);  // the worker now waits for the lock, and nothing shows that it does
+  EXPECT_FALSE(isBgQueueReady());
+  fHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_TRUE(rBoot.RunOneAction());
+  rEmptier.join();
 }
 
 TEST_F(BgActTest, RunningActionKeepsThePoolUnreadyWhileTheListIsEmpty) {
