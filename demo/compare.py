@@ -14,7 +14,6 @@ from operator import mul
 
 RATE = 8000
 HEADER_BYTES = 56
-BLOCK_BYTES = 2048  # the daemon takes and silences audio in blocks of the card
 SILENCE = 0xD5
 
 # Correlation of a second of speech with itself after GSM or MP3 at 8 kHz; that of two different speeches is near 0.
@@ -87,7 +86,8 @@ def alike(recording, speech_file, speech):
 
 def samples(source):
     """A file as sox decodes it: 16-bit samples of one channel."""
-    raw = subprocess.run(["sox", "-D", *source, "-t", "s16", "-L", "-c", "1", "-"], check=True, capture_output=True).stdout
+    command = ["sox", "-D", *source, "-t", "s16", "-L", "-c", "1", "-"]
+    raw = subprocess.run(command, check=True, capture_output=True).stdout
     return array.array("h", raw[: len(raw) // 2 * 2])
 
 

@@ -44,6 +44,7 @@ def make_speeches():
 
 def play(run, first, keep):
     """One life of the daemon, from its start to its stop; with `keep` it goes on and is returned."""
+    scenario = None
     say(f"the daemon starts: {run.title}. It gives the cards ten seconds to come up.")
     machine.store_settings(run.settings)
     daemon = machine.Daemon(run.name)
@@ -55,8 +56,11 @@ def play(run, first, keep):
         for line, name in LINE_NAMES.items():
             machine.name_line(line, name)
         say(f"the daemon runs; the cards play the scenario demo/{run.name}.sim")
-        Watch(run, say).follow(machine.start_scenario(run.name))
+        scenario = machine.start_scenario(run.name)
+        Watch(run, say).follow(scenario)
     except BaseException:
+        if scenario is not None:
+            scenario.kill()
         daemon.process.kill()
         raise
     if keep:
@@ -129,7 +133,7 @@ def stay():
     """Leaves daemon and cards to a person."""
     print(
         "\nThe daemon and its cards go on. From another terminal of this machine:\n"
-        "  script/sandbox-enter               a shell in here, with cardsim, morvex_ctl and psql\n"
+        "  script/sandbox-enter --in demo/main.py     a shell in here, with cardsim, morvex_ctl and psql\n"
         "In here:\n"
         "  cardsim ch 5 offhook               line 6 is lifted\n"
         "  cardsim ch 5 dtmf 0301112223       it dials\n"
@@ -142,16 +146,16 @@ def stay():
     )
     if sys.stdin.isatty():
         print("This terminal is in here too. Leave it by exit, which ends the demo.", flush=True)
-        signal.signal(signal.SIGINT, signal.SIG_IGN)  # for the shell's children
+        signal.signal(signal.SIGINT, signal.SIG_IGN)  # a Ctrl-C is for what runs in the shell
         path = f"{machine.CARDSIM.parent}:{machine.CTL.parent}:{os.environ['PATH']}"
-        shell = ["bash", "--norc", "-i"]
-        subprocess.run(shell, env={**os.environ, "PATH": path, "PS1": "demo# "}, cwd=WORK, check=False, preexec_fn=default_int)
+        environment = {**os.environ, "PATH": path, "PS1": "demo# "}
+        subprocess.run(["bash", "--norc", "-i"], env=environment, cwd=WORK, check=False, preexec_fn=heed_ctrl_c)
     else:
         print("It ends with Ctrl-C.", flush=True)
         signal.pause()
 
 
-def default_int():
+def heed_ctrl_c():
     signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 

@@ -10,6 +10,13 @@ POLL_S = 0.3
 LIMIT_S = 120
 
 
+def parties(call):
+    remote = call["remote"] or "a number not yet known"
+    if call["direction"] == "incoming":
+        return f"from {remote}" + (f" for {call['local']}" if call["local"] else "")
+    return f"to {remote}" + (f" by {call['local']}" if call["local"] else "")
+
+
 class Watch:
     def __init__(self, run, say):
         self.run = run
@@ -39,10 +46,10 @@ class Watch:
         now = time.monotonic()
         present = {}
         for call in calls:
-            numbers = f"{call['local'] or '-'} {'<-' if call['direction'] == 'incoming' else '->'} {call['remote'] or '?'}"
+            numbers = parties(call)
             state, before, since = self.seen.get(call["line"], ("", "", now))
             if (call["state"], numbers) != (state, before):
-                self.say(f"line {call['line']:2}  {call['direction']}  {numbers:20}  {call['state']}")
+                self.say(f"line {call['line']:2}  {numbers:27}  {call['state']}")
             present[call["line"]] = (call["state"], numbers, since if call["state"] == state else now)
         for line in sorted(self.seen.keys() - present.keys()):
             self.say(f"line {line:2}  is over")
