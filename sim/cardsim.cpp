@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "replay.h"
 #include "scenario.h"
 #include "simcards_conf.h"
 
@@ -108,7 +109,10 @@ struct Options {
   bool fJson = false;
   bool fVerbose = false;
   double dSpeed = 1;
-  std::string strFile;
+  std::string strFile;   // scenario, or "dch.log" of a trace
+  std::string strTexts;  // "dmsg.log"; empty: not given
+  int iChannel = simcards::CHANNEL_OF_TRACE;
+  bool fPrint = false;
 };
 
 int NoCards(const Options& rOptions) {
@@ -213,22 +217,31 @@ int RunStatus(const Options& rOptions) {
 
 // -- scenarios ----------------------------------------------------------------------------------------------
 
-int ReadScenario(const std::string& strFile, std::vector<ScenarioLine>& vLines) {
-  std::ifstream rFile(strFile);
+bool ReadFile(const std::string& strFile, std::string& strText) {
+  std::ifstream rFile(strFile, std::ios::binary);
   if (!rFile) {
     std::fprintf(stderr, "cardsim: cannot read %s: %s\n", strFile.c_str(), std::strerror(errno));
-    return EXIT_WRONG_INPUT;
+    return false;
   }
-  const std::string strText((std::istreambuf_iterator<char>(rFile)), std::istreambuf_iterator<char>());
-  std::vector<std::string> astrErrors;
-  vLines = simcards::ParseScenario(strText, strFile, astrErrors);
+  strText.assign(std::istreambuf_iterator<char>(rFile), std::istreambuf_iterator<char>());
+  return true;
+}
+
+int PrintErrors(const std::vector<std::string>& astrErrors) {
   for (const std::string& strError : astrErrors) std::fprintf(stderr, "%s\n", strError.c_str());
   return astrErrors.empty() ? EXIT_DONE : EXIT_WRONG_INPUT;
 }
 
-int RunScenario(const Options& rOptions) {
-  std::vector<ScenarioLine> vLines;
-  if (const int iExit = ReadScenario(rOptions.strFile, vLines); iExit != EXIT_DONE) return iExit;
+int ReadScenario(const std::string& strFile, std::vector<ScenarioLine>& vLines) {
+  std::string strText;
+  if (!ReadFile(strFile, strText)) return EXIT_WRONG_INPUT;
+  std::vector<std::string> astrErrors;
+  vLines = simcards::ParseScenario(strText, strFile, astrErrors);
+  return PrintErrors(astrErrors);
+}
+
+// strWhat names the scenario in a refusal.
+int RunLines(const Options& rOptions, const std::string& strWhat, const std::vector<ScenarioLine>& vLines) {
   Connection rConnection;
   if (!rConnection.Open(rOptions.strSocket, rOptions.dConnect)) return NoCards(rOptions);
   (void)rConnection.Ask(DirectoryCommand(std::filesystem::absolute(rOptions.strFile).parent_path()));
@@ -243,12 +256,38 @@ int RunScenario(const Options& rOptions) {
     if (!rAnswer.fConnected) return Lost();
     for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
     if (!rAnswer.strError.empty()) {
-      return Refused(rOptions.strFile + ":" + std::to_string(rLine.iLine), rAnswer.strError);
+      return Refused(strWhat + ":" + std::to_string(rLine.iLine), rAnswer.strError);
     }
     const std::chrono::duration<double> rElapsed = Clock::now() - rStart;
     rClock.Done(rLine, rElapsed.count() * rOptions.dSpeed);
   }
   return EXIT_DONE;
+}
+
+int RunScenario(const Options& rOptions) {
+  std::vector<ScenarioLine> vLines;
+  const int iExit = ReadScenario(rOptions.strFile, vLines);
+  return iExit == EXIT_DONE ? RunLines(rOptions, rOptions.strFile, vLines) : iExit;
+}
+
+// A trace is turned into a scenario as a whole, which is then printed or run.
+int Replay(const Options& rOptions) {
+  simcards::TraceFile rEvents{rOptions.strFile, ""};
+  simcards::TraceFile rTexts{rOptions.strTexts, ""};
+  const bool fTexts = !rOptions.strTexts.empty();
+  if (!ReadFile(rEvents.strName, rEvents.strText)) return EXIT_WRONG_INPUT;
+  if (fTexts && !ReadFile(rTexts.strName, rTexts.strText)) return EXIT_WRONG_INPUT;
+  std::vector<std::string> astrErrors;
+  const std::string strScenario =
+      simcards::ReplayScenario(rEvents, fTexts ? &rTexts : nullptr, rOptions.iChannel, astrErrors);
+  if (!astrErrors.empty()) return PrintErrors(astrErrors);
+  if (rOptions.fPrint) {
+    std::printf("%s", strScenario.c_str());
+    return EXIT_DONE;
+  }
+  const std::string strWhat = "scenario of " + rOptions.strFile;
+  const std::vector<ScenarioLine> vLines = simcards::ParseScenario(strScenario, strWhat, astrErrors);
+  return astrErrors.empty() ? RunLines(rOptions, strWhat, vLines) : PrintErrors(astrErrors);
 }
 
 constexpr const char* FOOTER =
@@ -271,6 +310,14 @@ int Main(int argc, char** argv) {
   prRun->add_option("file", rOptions.strFile, "The scenario")->required();
   prRun->add_option("--speed", rOptions.dSpeed, "Times as fast as written")->check(CLI::PositiveNumber);
   prRun->add_flag("-v,--verbose", rOptions.fVerbose, "Prints each action as it is done");
+  CLI::App* prReplay = rApp.add_subcommand("replay", "Gives a station line the messages of a trace");
+  prReplay->add_option("dch_log", rOptions.strFile, "\"dch.log\" of the trace")->required();
+  prReplay->add_option("dmsg_log", rOptions.strTexts, "\"dmsg.log\" of the trace; without it displays have no text");
+  prReplay->add_option("--channel", rOptions.iChannel, "Where the messages go; as in the trace if not said")
+      ->check(CLI::NonNegativeNumber);
+  prReplay->add_option("--speed", rOptions.dSpeed, "Times as fast as traced")->check(CLI::PositiveNumber);
+  prReplay->add_flag("-v,--verbose", rOptions.fVerbose, "Prints each action as it is done");
+  prReplay->add_flag("--print", rOptions.fPrint, "Only prints the scenario, to be edited and run; needs no cards");
   CLI::App* prCheck = rApp.add_subcommand("check", "Only reads a scenario file and tells what is wrong in it");
   prCheck->add_option("file", rOptions.strFile, "The scenario")->required();
   CLI::App* prStatus = rApp.add_subcommand("status", "Channels with type, state and recording");
@@ -282,6 +329,7 @@ int Main(int argc, char** argv) {
     return rApp.exit(rError) == 0 ? EXIT_DONE : EXIT_WRONG_INPUT;
   }
   if (*prRun) return RunScenario(rOptions);
+  if (*prReplay) return Replay(rOptions);
   if (*prStatus) return RunStatus(rOptions);
   if (*prCheck) {
     std::vector<ScenarioLine> vLines;
