@@ -184,12 +184,13 @@ def test_into_the_background(arguments):
     assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
     pid = int(wait_until("pid file", lambda: PID_FILE.exists() and PID_FILE.read_text()).strip())
     assert PID_FILE.read_text() == f"{pid}\n"
+    # The last step of going to the background, long after the pid file is written.
+    wait_until("file mode mask", lambda: status_of(pid)["Umask"] == "0000")
+    assert catches_stop(pid)
+    assert int(status_of(pid)["SigIgn"], 16) >> (signal.SIGPIPE - 1) & 1
     assert os.readlink(f"/proc/{pid}/cwd") == "/"
     assert [os.readlink(f"/proc/{pid}/fd/{fd}") for fd in (0, 1, 2)] == ["/dev/null"] * 3
     assert os.getsid(pid) == pid
-    wait_until("signal handlers", lambda: catches_stop(pid))
-    assert int(status_of(pid)["SigIgn"], 16) >> (signal.SIGPIPE - 1) & 1
-    assert status_of(pid)["Umask"] == "0000"
     os.kill(pid, signal.SIGTERM)
     wait_until("end of the daemon", lambda: is_gone(pid))
 
