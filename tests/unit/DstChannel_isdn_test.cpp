@@ -257,8 +257,6 @@ TEST_F(DstChannelIsdn, PartiesOfARecord) {
       {"out by any other value", 0, "", "OUT", "0301234", "22"},
       {"out by a value with 1 in it", 0x10001, "", "OUT", "0301234", "22"},
       {"out, two characters", 2, "77", "OUT", "0301234", "22"},
-      // The line's own connected number and not that of the record.
-      {"out, connected", 2, "777", "OUT", "0301234", "member"},
   };
   for (const Row& rRow : rRows) {
     for (const std::size_t uiBytes : {ISDN_RECORD_BYTES, ISDN_RECORD_EXTENDED_BYTES}) {
@@ -275,6 +273,17 @@ TEST_F(DstChannelIsdn, PartiesOfARecord) {
       EXPECT_EQ("member", rLine.strConnectedNum);
     }
   }
+}
+
+TEST_F(DstChannelIsdn, OutgoingRecordTakesConnectedNumberOfChannel) {
+  rLine.strConnectedNum = "0307777";
+  Record(PROGRESS, Info(2, "22", "0301234", "033"));
+  EXPECT_EQ("0307777", rLine.strRemoteNum);
+  rLine.strConnectedNum = "";
+  Record(PROGRESS, Info(2, "22", "0301234", "033"));
+  EXPECT_EQ((Texts{"5 [5] ISDN progress F:22 T:0301234 C:033 OUT (L:22 R:0307777)", "5 [5] Remote: 0307777",
+                   "5 [5] ISDN progress F:22 T:0301234 C:033 OUT (L:22 R:)", "5 [5] Remote: "}),
+            logsink::TakeTexts());
 }
 
 TEST_F(DstChannelIsdn, UnterminatedNumbersEndWithTheirFields) {
@@ -324,7 +333,7 @@ TEST_F(DstChannelIsdn, CallByRecordsIsToldWhole) {
   EXPECT_EQ(PBX_UNDEF, rLine.iPbxType);
   Record(RELEASED, Info(1, "0309999", "44"));
   // The numbers of a release are not taken.
-  EXPECT_EQ((Texts{"5 [5] ISDN released F:0309999 T:44 C: Inc (L:44 R:0309999)", "5 [5] Remote: 0301234",
+  EXPECT_EQ((Texts{"5 [5] ISDN released F:0309999 T:44 C: Inc (L:44 R:0309999)", "5 [5] Remote: 0301234", REFUSED,
                    "5 [5] Call stops"}),
             logsink::TakeTexts());
   EXPECT_FALSE(rLine.fCallBusy);
