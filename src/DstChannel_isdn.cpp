@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "DstChannel.h"
-#include "bgact.h"
 #include "fstring.h"
 #include "logging.h"
 
