@@ -275,7 +275,6 @@ struct DateScan {
 
   bool Gap();
   bool SecondPart();
-  void CountFirst();
   bool FirstPart();
 
   bool IsTextOver() const { return iPos < 0; }
