@@ -331,6 +331,8 @@ TEST(DisplayScan, AlcatelLooksAtTheFirstLineOnly) {
   EXPECT_EQ("nothing", Told(Scan("abc\n1234", rRules)));
   EXPECT_EQ("'1234'", Told(Scan("abc 1234\n56789", rRules)));
   EXPECT_EQ("nothing", Told(Scan("\n1234", rRules)));
+  EXPECT_EQ("nothing", Told(Scan("^1234\n5678", rRules))) << "a number behind a hat ends with its line";
+  EXPECT_EQ("nothing", Told(Scan("12.03.2015\n5678", rRules))) << "so does a year";
   rRules.strLocalNum = "1234";
   EXPECT_EQ("nothing", Told(Scan("1234\n5678", rRules)));
   rRules.fMuteMode = true;
