@@ -129,18 +129,18 @@ int TRecorderBoot::RecorderUseBoardsLoop() {
   rRecorder.strArchiveRoot = "/recordings";
   rRecorder.strRecordingRoot = rRecorder.strArchiveRoot;
   rRecorder.prDatabase = prDatabase.get();
-  if (rRecorder.InitRecorder() != 0) {
-    // A late failure comes after a first message was queued: its worker must be through with our queue before we go.
-    while (!isBgQueueReady()) (void)usleep(STOPPING_PAUSE_US);
-    emptyQueue();
-    return 1;
+  const bool fStarted = rRecorder.InitRecorder() == 0;
+  if (fStarted) {
+    init_reactor(&rRecorder);
+    MainLoop rLoop{*this, rRecorder};
+    rLoop.Run();
+    close_reactor();  // before the queue is emptied: the reactor could still fill it
   }
-  init_reactor(&rRecorder);
-  MainLoop rLoop{*this, rRecorder};
-  rLoop.Run();
-  close_reactor();  // before the queue is emptied: the reactor is the last one that could fill it
+  // Two ways lead here with a worker at work: a start that failed late has queued a first message, and a stop during a
+  // trace leaves at once. The worker uses the recorder and this queue, so both stay until it is through.
+  while (!isBgQueueReady()) (void)usleep(STOPPING_PAUSE_US);
   emptyQueue();
-  return 0;
+  return fStarted ? 0 : 1;
 }
 
 // -- the queue of the main thread ---------------------------------------------------------------------------------

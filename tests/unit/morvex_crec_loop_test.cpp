@@ -61,9 +61,13 @@ class DiaryChannel : public BaseChannel {
     if (rOnPeriodic) rOnPeriodic();
   }
   void Finalize() override { rDiary.Note(fCallBusy ? "finalize in a call" : "finalize"); }
+  ~DiaryChannel() override {
+    if (rOnDelete) rOnDelete();
+  }
 
   std::function<void(SSM_EVENT*)> rOnEvent;
   std::function<void()> rOnPeriodic;
+  std::function<void()> rOnDelete;
 
  private:
   Diary& rDiary;
@@ -80,6 +84,19 @@ class NotingAct : public ThreadAct {
  private:
   Diary& rDiary;
   std::string strName;
+};
+
+// Its slow part lasts until it is released.
+class HeldAct : public NotingAct {
+ public:
+  HeldAct(Diary& rDiaryToUse, std::atomic<bool>& fGoOnWhen) : NotingAct(rDiaryToUse, "slow"), fGoOn(fGoOnWhen) {}
+  void performThread() override {
+    NotingAct::performThread();
+    EXPECT_TRUE(Await([this] { return fGoOn.load(); }));
+  }
+
+ private:
+  std::atomic<bool>& fGoOn;
 };
 
 // The loop runs on the test's thread; what happens meanwhile is the story of a second thread, or of queued actions.
@@ -363,17 +380,6 @@ TEST_F(LoopTest, StopRunsActionsThatActionsQueue) {
 }
 
 TEST_F(LoopTest, StopWaitsForTheWorkersAndTheirActions) {
-  class HeldAct : public NotingAct {
-   public:
-    HeldAct(Diary& rDiaryToUse, std::atomic<bool>& fGoOnWhen) : NotingAct(rDiaryToUse, "slow"), fGoOn(fGoOnWhen) {}
-    void performThread() override {
-      NotingAct::performThread();
-      EXPECT_TRUE(Await([this] { return fGoOn.load(); }));
-    }
-
-   private:
-    std::atomic<bool>& fGoOn;
-  };
   std::atomic<bool> fGoOn{false};
   init_bgact();
   AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
@@ -468,6 +474,29 @@ TEST_F(LoopTraceTest, StopDuringTheTraceLeavesTheLoop) {
     EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
   });
   EXPECT_EQ(rDiary.Notes(), Texts({"ready", "on", "finalize"}));
+}
+
+TEST_F(LoopTraceTest, StopDuringTheTraceKeepsTheRecorderForItsWorkers) {
+  std::atomic<bool> fGoOn{false};
+  init_bgact();
+  AtStart([this](CRecorder& rRunning) {
+    prChannel->rOnDelete = [this] { rDiary.Note("channel deleted"); };
+    rRunning.iBitStreamChNr = 1;
+    rRunning.fBitStreamTracing = true;
+  });
+  std::thread rTeller([&] {
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+    mainQueue(new LambdaAct([&] { queueAction(new HeldAct(rDiary, fGoOn)); }));  // as an order to end a recording does
+    EXPECT_TRUE(AwaitNote("slow thread"));
+    fAppTerminate = true;
+    EXPECT_TRUE(Await([] { return !TakeLinesOf("5 reactor exit").empty(); }));
+    (void)usleep(300'000);  // time enough to leave
+    rDiary.Note("released");
+    fGoOn = true;
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  rTeller.join();
+  EXPECT_EQ(rDiary.Notes(), Texts({"ready", "finalize", "slow thread", "released", "slow deleted", "channel deleted"}));
 }
 
 TEST_F(LoopTraceTest, TraceSwitchedOffBeforeItBeginsIsNone) {
