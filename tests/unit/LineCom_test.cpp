@@ -1,14 +1,18 @@
 #include "LineCom.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "LogSink.h"
@@ -28,9 +32,13 @@ class OpenLineCom : public LineCom {
  public:
   using LineCom::childPid;
   using LineCom::EnsureProgramStarted;
+  using LineCom::errorRecheckInterval;
+  using LineCom::errorTimeout;
   using LineCom::InternalSendMsg;
   using LineCom::IsProgramActive;
   using LineCom::pipesfd;
+  using LineCom::readTimeout;
+  using LineCom::restartInterval;
   using LineCom::RestartProgram;
   using LineCom::StartProgram;
   using LineCom::WaitForExit;
@@ -72,6 +80,13 @@ class LineComTest : public testing::Test {
   OpenLineCom rCom;
   std::string strReply = "untouched";
 };
+
+TEST_F(LineComTest, DefaultsOfTheTimes) {
+  EXPECT_EQ(rCom.restartInterval, 0);
+  EXPECT_EQ(rCom.readTimeout, 10);
+  EXPECT_EQ(rCom.errorTimeout, 60);
+  EXPECT_EQ(rCom.errorRecheckInterval, 3);
+}
 
 // -- a conversation -----------------------------------------------------------------------------------------------
 
@@ -235,6 +250,72 @@ TEST_F(LineComTest, ChildThatCannotBeWrittenToIsAnInvalidState) {
   (void)kill(rCom.childPid, SIGSTOP);
   EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
   EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Invalid state"}));
+}
+
+// A child with one of our ends replaced by a descriptor that fails at its use.
+class BrokenPipeTest : public LineComTest {
+ protected:
+  void SetUp() override {
+    LineComTest::SetUp();
+    UseLoop("sleep 60");
+    ASSERT_TRUE(rCom.StartProgram());
+  }
+  void Replace(int hEnd, const char* acBy) {
+    const int hOther = open(acBy, O_RDONLY);
+    ASSERT_EQ(dup2(hOther, hEnd), hEnd);
+    (void)close(hOther);
+  }
+};
+
+TEST_F(BrokenPipeTest, RequestThatCannotBeWrittenIsAFailure) {
+  FILE* hReadOnly = fopen("/dev/null", "r");
+  std::swap(rCom.writeToChild, hReadOnly);
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  std::swap(rCom.writeToChild, hReadOnly);
+  (void)fclose(hReadOnly);
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Write failure"}));
+}
+
+TEST_F(BrokenPipeTest, OutputThatCannotBeReadIsAFailure) {
+  Replace(rCom.pipesfd[0], "/tmp");
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Read error"}));
+}
+
+TEST_F(BrokenPipeTest, ErrorOutputThatCannotBeReadIsAFailure) {
+  Replace(rCom.pipesfd[2], "/tmp");
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Read -1"}));
+}
+
+TEST_F(BrokenPipeTest, SignalDuringTheWaitIsAFailure) {
+  struct sigaction rAction {};
+  rAction.sa_handler = [](int) {};
+  ASSERT_EQ(sigaction(SIGUSR1, &rAction, nullptr), 0);
+  const pthread_t rWaiting = pthread_self();
+  std::atomic<bool> fDone{false};
+  std::thread rSender([&] {
+    EXPECT_TRUE(Await([&] {  // until one of them meets the wait
+      (void)pthread_kill(rWaiting, SIGUSR1);
+      return fDone.load();
+    }));
+  });
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  fDone = true;
+  rSender.join();
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Select error"}));
+}
+
+TEST_F(LineComTest, ProgramThatCannotBeStartedIsAFailure) {
+  UseLoop("echo hi");
+  rlimit rOld{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &rOld), 0);
+  const rlimit rNone = {0, rOld.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &rNone), 0);  // no pipes are to be had
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &rOld), 0);
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Ensure program is started failed"}));
+  EXPECT_EQ(rCom.childPid, 0);
 }
 
 TEST_F(LineComTest, MissingProgramFailsReadOrStartAndEndsWith99) {
