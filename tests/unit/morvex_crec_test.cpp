@@ -46,6 +46,8 @@ std::atomic<long long> iWaitedUs{0};  // by the main thread, without waiting
 std::vector<useconds_t> aiSleeps;     // each of these waits; main thread only
 std::function<void()> OnSleep;        // main thread only
 bool fForkFails = false;
+bool fSetsidFails = false;
+bool fChdirFails = false;
 bool fHoldRaise = false;
 int iRaised = 0;
 
@@ -79,6 +81,14 @@ extern "C" pid_t fork() noexcept {
   return fForkFails ? -1 : Real<pid_t()>("fork")();
 }
 
+extern "C" pid_t setsid() noexcept {
+  return fSetsidFails ? -1 : Real<pid_t()>("setsid")();
+}
+
+extern "C" int chdir(const char* acPath) noexcept {
+  return fChdirFails ? -1 : Real<int(const char*)>("chdir")(acPath);
+}
+
 extern "C" int raise(int iSignal) noexcept {
   iRaised = iSignal;
   return fHoldRaise ? 0 : Real<int(int)>("raise")(iSignal);
@@ -98,7 +108,7 @@ class ProcessTest : public testing::Test {
   void TearDown() override {
     fAppTerminate = false;
     OnSleep = nullptr;
-    fForkFails = fHoldRaise = false;
+    fForkFails = fSetsidFails = fChdirFails = fHoldRaise = false;
     g_prBoot = nullptr;
   }
   // Runs in a process of its own; the result is its wait status.
@@ -267,6 +277,34 @@ TEST_F(ProcessTest, PidFileThatCannotBeWrittenIsIgnored) {
 TEST_F(ProcessTest, FailedForkIsOne) {
   fForkFails = true;
   EXPECT_EQ(spawn_me(), 1);
+}
+
+TEST_F(ProcessTest, ChildWithoutASessionOrDirectoryIsOne) {
+  for (bool* prFails : {&fSetsidFails, &fChdirFails}) {
+    *prFails = true;
+    const int iStatus = InChild([] {
+      const int iResult = spawn_me();
+      if (iResult == 0) _exit(0);  // the parent
+      WriteTestFile("/tmp/facts.new", std::to_string(iResult));
+      (void)rename("/tmp/facts.new", "/tmp/facts");
+      _exit(0);
+    });
+    *prFails = false;
+    EXPECT_EQ(iStatus, 0);
+    EXPECT_TRUE(Await([] { return Exists("/tmp/facts"); }));
+    EXPECT_EQ(ReadTestFile("/tmp/facts"), "1");
+    (void)unlink("/tmp/facts");
+  }
+}
+
+TEST_F(ProcessTest, StartThatCannotGoToTheBackgroundFails) {
+  (void)mkdir(DRIVER_DIR, 0777);
+  fForkFails = true;
+  char acName[] = "morvex_crec";
+  char* aacArguments[] = {acName, nullptr};
+  EXPECT_EQ(RunDaemon(1, aacArguments), 1);
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "Could not start");
+  EXPECT_EQ(logsink::TakeTexts(), Texts());  // the start itself has not been reached
 }
 
 // -- start tries --------------------------------------------------------------------------------------------------
