@@ -21,19 +21,10 @@ enum ELineHealth { LINEHEALTH_OK = 0, LINEHEALTH_OFFLINE = 1, LINEHEALTH_ERROR =
 // Values of iHighNotify: the loud alarm of a call is found while audio arrives and sent by the next Periodic, once.
 enum EHighNotify { HIGH_NOTIFY_NONE = 0, HIGH_NOTIFY_TO_SEND = 1, HIGH_NOTIFY_SENT = 2 };
 
-constexpr int NO_LEVEL_DB = -999;  // iLast_dB before the first loudness window of a call
+// The two sides of a mix, as indices: this channel's own audio and that of the linked channel.
+enum EMixSide { MIX_OWN = 0, MIX_LINKED = 1 };
 
-// One of the two laws of G.711 audio.
-struct AudioLaw {
-  int iFormat;         // for SsmRecToMem
-  WORD wWavTag;        // format tag of the WAV header
-  BYTE ucSilence;      // the byte of silenced audio
-  const char* acName;  // as the side file of a live listener tells it
-  short (*ToLinear)(unsigned char ucCode);
-  unsigned char (*FromLinear)(short iSample);
-};
-// The law of a recording while the call runs. MP3 and GSM are made from A-law after the call.
-const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc);
+constexpr int NO_LEVEL_DB = -999;  // iLast_dB before the first loudness window of a call
 
 // -- texts of the card's codes; empty for an unknown one ----------------------------------------------------------
 const char* GetChannelStateDescr(int iState);
@@ -72,6 +63,7 @@ class BaseChannel {
   void DefaultEventHandle(SSM_EVENT* prEvent);
   // Once a second.
   virtual void Periodic();
+  // The last call before the channel is destroyed, after EndOfCall.
   virtual void Finalize() {}
   // Forgets the information of a call. What outlives a call stays: direction, own numbers, and all recording state.
   virtual void ClearInfo();
@@ -90,6 +82,7 @@ class BaseChannel {
   virtual void WhenNewRing() {}
   // A subclass calls it after anything that may change InCall(); a call starts or stops when the answer has changed.
   void InCallMaybeChanged();
+  // The two halves of that change.
   void WhenCallStarts();
   void WhenCallStops();
   // Ends a call in progress when the recorder shuts down.
@@ -110,6 +103,7 @@ class BaseChannel {
   virtual bool RecordingScheduled();
   // The one way into a recording. A call that waits for a demand gets its active row too, without audio.
   void TryStartRecording();
+  // The audio of a part: file, driver, linked channel. A part without file or driver runs on without audio.
   void StartRecording();
   // On entry fClearInfo asks for ClearInfo after the stop; on return it is false when that was done or cancelled.
   virtual void StopRecording(bool& fClearInfo);
@@ -135,14 +129,14 @@ class BaseChannel {
   void WriteMemRange(int iStart, int iStop);
   // Audio of the linked channel, on the base; overwritten with silence while the base is silenced.
   void MixAudio(BYTE* buf, int len);
-  // Collects both sides, which come in unequal pieces, and writes once they are level. iType 0: own side, 1: linked
-  // side. A piece that finds no room is dropped with a warning; what is left at the end of a recording is dropped too.
+  // Collects both sides, which come in unequal pieces, and writes once they are level. iType is an EMixSide. A piece
+  // that finds no room is dropped with a warning; what is left at the end of a recording is dropped too.
   void MixAdd(const BYTE* buf, int iLen, int iType);
   // Writes to the file and the live listener's copy, and measures loudness on the way.
   void WriteBuf(const BYTE* buf, int len);
-  // On the linked channel: feeds the recording of driver channel iBaseRecCh from here on; and no more. When the driver
-  // refuses to stop, the link stays.
+  // On the linked channel: begins to feed the recording of driver channel iBaseRecCh.
   void StartMixRecord(int iBaseRecCh);
+  // Ends it; when the driver refuses to stop, the link stays.
   void StopMixRecord();
   // Replaces any file named strFullFilename. When that fails hAudioFile stays null and the audio goes nowhere.
   void OpenAudioFile();
@@ -177,6 +171,7 @@ class BaseChannel {
   // Judges the collected digits once the last one is DIGIT_EXPIRY_S old, or at once; on a line that delivers no number,
   // what was dialled becomes the remote number.
   void CheckDigitsExpired(bool fForceExpired);
+  // strDigits are about to be judged and emptied.
   virtual void WhenDigitExpiring() {}
   void DetectedDigit(char ch);
   // A digit forwarded by the linked channel.
@@ -266,7 +261,7 @@ class BaseChannel {
   BYTE* acRecordBuf = nullptr;  // owned, iRecordBufSize bytes; the card writes, we read behind its position
   FILE* hAudioFile = nullptr;
   bool fSilencing = false;
-  int iMixBufIx[2] = {0, 0};    // bytes a side in acMixBuffer: [0] own, [1] linked
+  int iMixBufIx[2] = {0, 0};    // bytes in acMixBuffer of each EMixSide
   BYTE* acMixBuffer = nullptr;  // owned, 4 * iRecordBufSize bytes
   bool fDoStereo = false;
   int iCalcLoudnessSamples = 0;  // samples of a loudness window
@@ -323,8 +318,6 @@ class BaseChannel {
 
   // -- steps of starting and stopping a recording ---------------------------------------------------------------
   void ReadCustomLocal();
-  bool StartDriver();
-  bool StopDriver();
   Verdict JudgeRecording();
   bool StoreOnDemandKeeps(const StdStringMap& rExtra, bool& fDelay) const;
   bool DirectionKeeps(const Contact& rContactRemote) const;
@@ -332,6 +325,9 @@ class BaseChannel {
   void QueueDelete();
 
   // -- steps of the audio ---------------------------------------------------------------------------------------
+  // Both log a refusal of the driver, and return false.
+  bool StartDriver();
+  bool StopDriver();
   void MixMono(const BYTE* buf, int iLen, int iType);
   void MeasureLoudness(const BYTE* buf, int len);
   void CountLoudWindow();

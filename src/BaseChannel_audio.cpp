@@ -106,8 +106,22 @@ bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
 
 // -- samples ---------------------------------------------------------------------------------------------------------
 
+// One of the two laws of G.711 audio.
+struct AudioLaw {
+  int iFormat;         // for SsmRecToMem
+  WORD wWavTag;        // format tag of the WAV header
+  BYTE ucSilence;      // the byte of silenced audio
+  const char* acName;  // as the side file of a live listener tells it
+  short (*ToLinear)(unsigned char ucCode);
+  unsigned char (*FromLinear)(short iSample);
+};
 constexpr AudioLaw LAW_A = {SSM_FORMAT_ALAW, 6, 0xd5, "alaw", alaw2linear, linear2alaw};
 constexpr AudioLaw LAW_U = {SSM_FORMAT_ULAW, 7, 0xff, "ulaw", ulaw2linear, linear2ulaw};
+
+// The law of a recording while the call runs. MP3 and GSM are made from A-law after the call.
+const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc) {
+  return eRecEnc == RECENC_G711U ? LAW_U : LAW_A;
+}
 
 BYTE SumOfSamples(const AudioLaw& rLaw, BYTE ucOne, BYTE ucOther) {
   const int iSum = rLaw.ToLinear(ucOne) + rLaw.ToLinear(ucOther);
@@ -116,11 +130,20 @@ BYTE SumOfSamples(const AudioLaw& rLaw, BYTE ucOne, BYTE ucOther) {
 
 }  // namespace
 
-const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc) {
-  return eRecEnc == RECENC_G711U ? LAW_U : LAW_A;
+// -- from the card to the ring buffer --------------------------------------------------------------------------------
+
+bool BaseChannel::StartDriver() {
+  const int iFormat = GetAudioLaw(prRecorder->eRecEnc).iFormat;
+  if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) == SSM_OK) return true;
+  LogSsmError("SsmRecToMem");
+  return false;
 }
 
-// -- from the ring buffer --------------------------------------------------------------------------------------------
+bool BaseChannel::StopDriver() {
+  if (SsmStopRecToMem(iDrvCh) == SSM_OK) return true;
+  LogSsmError("SsmStopRecMem");
+  return false;
+}
 
 void BaseChannel::BasicRecordingPreparation() {
   fSilencing = false;
@@ -137,6 +160,8 @@ void BaseChannel::BasicRecordingPreparation() {
   }
 }
 
+// -- from the ring buffer --------------------------------------------------------------------------------------------
+
 void BaseChannel::WriteMemRange(int iStart, int iStop) {
   if (iStart >= iStop) return;
   if (iBaseRecCh == -1 && hAudioFile == nullptr) return;
@@ -150,7 +175,7 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
   if (iBaseRecCh != -1) {
     prRecorder->MixAudio(iBaseRecCh, buf, len);
   } else if (iLinkedCh != -1) {
-    MixAdd(buf, len, 0);
+    MixAdd(buf, len, MIX_OWN);
   } else {
     WriteBuf(buf, len);
   }
@@ -161,7 +186,7 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
 void BaseChannel::MixAudio(BYTE* buf, int len) {
   if (len <= 0) return;
   if (fSilencing) memset(buf, GetAudioLaw(prRecorder->eRecEnc).ucSilence, static_cast<std::size_t>(len));
-  MixAdd(buf, len, 1);
+  MixAdd(buf, len, MIX_LINKED);
 }
 
 void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
@@ -202,11 +227,7 @@ void BaseChannel::StartMixRecord(int iBaseDrvCh) {
 }
 
 void BaseChannel::StopMixRecord() {
-  if (SsmStopRecToMem(iDrvCh) == SSM_OK) {
-    iBaseRecCh = -1;
-  } else {
-    LogSsmError("SsmStopRecMem");
-  }
+  if (StopDriver()) iBaseRecCh = -1;
 }
 
 // -- to the file -----------------------------------------------------------------------------------------------------

@@ -15,7 +15,6 @@
 #include "bgact.h"
 #include "ftime.h"
 #include "logging.h"
-#include "shpa3link.h"
 
 namespace {
 
@@ -143,13 +142,6 @@ void BaseChannel::StartRecording() {
   lg(LOG_NOTICE, "[%d] Recording to file %s", iChannel, strFullFilename.c_str());
 }
 
-bool BaseChannel::StartDriver() {
-  const int iFormat = GetAudioLaw(prRecorder->eRecEnc).iFormat;
-  if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) == SSM_OK) return true;
-  LogSsmError("SsmRecToMem");
-  return false;
-}
-
 // Takes the identity that the web side may have set for this line.
 void BaseChannel::ReadCustomLocal() {
   IDatabase* const prDB = prRecorder->GetDatabaseHandle();
@@ -173,6 +165,7 @@ struct BaseChannel::Verdict {
 void BaseChannel::StopRecording(bool& fClearInfo) {
   if (!fRecording) return;
   fRecording = false;
+  if (iLinkedCh != -1) prRecorder->StopMixIn(iLinkedCh);
   if (!StopDriver()) {
     ClearInfo();  // no decision: the card may still be writing, so file and row stay as they are
     return;
@@ -192,13 +185,6 @@ void BaseChannel::StopRecording(bool& fClearInfo) {
   }
   if (fClearInfo) ClearInfo();
   fClearInfo = false;
-}
-
-bool BaseChannel::StopDriver() {
-  if (iLinkedCh != -1) prRecorder->StopMixIn(iLinkedCh);
-  if (SsmStopRecToMem(iDrvCh) == SSM_OK) return true;
-  LogSsmError("SsmStopRecMem");
-  return false;
 }
 
 // Asks the rules of keeping, in their order; each logs when it refuses.
