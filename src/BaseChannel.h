@@ -346,5 +346,5 @@ class BaseChannel {
   void FillPartColumns(StringMap* rCallInfo, const Parties& rParties, bool fFinal) const;
   void FillPartyColumns(StringMap* rCallInfo, const Parties& rParties) const;
   void FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) const;
-  std::string Direction(bool fInternal) const;
+  const char* Direction(bool fInternal) const;
 };

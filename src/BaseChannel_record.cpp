@@ -105,6 +105,7 @@ struct BaseChannel::Parties {
   Contact rLocalNum;
   Contact rRemote;
   std::string strDbRemoteNum;  // Latin-1
+  std::string strLocalNum;     // UTF-8; empty without fHaveLocal
   bool fHaveLocal = false;     // a local number identifies the local side, not the line
   bool fInternal = false;
 };
@@ -124,6 +125,7 @@ BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) cons
   }
   rParties.fHaveLocal = QUseLocalNum();
   if (rParties.fHaveLocal) {
+    rParties.strLocalNum = GetLocalNum();
     rParties.rLocalNum = LocalNumContact(prDB);
     rParties.rLocalLine.iContactID = rParties.rLocalNum.iContactID;
   }
@@ -142,7 +144,7 @@ void BaseChannel::FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFina
   rCallInfo->AddUtf8("recorderid", std::to_string(prDB->GetRecorderID()));
   rCallInfo->AddUtf8("callextra", ArrayToString({}));
   if (!rParties.fHaveLocal) return;
-  const IdMapEntry rEntry = prDB->GetIdMapEntry(GetLocalNum());  // lets a mapped number fill in a note
+  const IdMapEntry rEntry = prDB->GetIdMapEntry(rParties.strLocalNum);  // lets a mapped number fill in a note
   if (rEntry.fFound && (rEntry.strTarget == "notes" || rEntry.strTarget == "notes2")) {
     rCallInfo->AddUtf8(rEntry.strTarget, rEntry.strValue);
   }
@@ -174,10 +176,8 @@ void BaseChannel::FillPartyColumns(StringMap* rCallInfo, const Parties& rParties
   rFar.iContactID = rParties.rRemote.iContactID;
   rFar.fContact = rParties.rRemote.iContactID != -1;
   Side rOwn;
-  if (rParties.fHaveLocal) {
-    rOwn.strNum = GetLocalNum();
-    rOwn.iCallerID = rParties.rLocalNum.iCallerID;
-  }
+  rOwn.strNum = rParties.strLocalNum;
+  if (rParties.fHaveLocal) rOwn.iCallerID = rParties.rLocalNum.iCallerID;
   rOwn.iContactID = iActiveContactLocal;
   // An internal incoming call is filed under the party that called. The test switch turns every call over.
   const bool fSwap = (rParties.fInternal && fIncoming) || prRecorder->fCrecTestSwapLocRem;
@@ -192,11 +192,12 @@ void BaseChannel::FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) co
   rCallInfo->AddUtf8("connectedcontact", std::to_string(rContact.iContactID));
 }
 
-std::string BaseChannel::Direction(bool fInternal) const {
-  std::string strDirection = fIncoming ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
-  if (fInternal) strDirection = DIRECTION_INTERNAL;
-  if (!prRecorder->fCrecTestSwapLocRem) return strDirection;
-  return strDirection == DIRECTION_OUTGOING ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
+const char* BaseChannel::Direction(bool fInternal) const {
+  if (prRecorder->fCrecTestSwapLocRem) {  // turns outgoing calls over, and files all others as outgoing
+    return !fInternal && !fIncoming ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
+  }
+  if (fInternal) return DIRECTION_INTERNAL;
+  return fIncoming ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
 }
 
 // -- rows and the end of a part -------------------------------------------------------------------------------------
