@@ -136,7 +136,11 @@ void BaseChannel::TakeMonitoredNum(std::string strLocalPhoneNum) {
 void BaseChannel::PhoneNumberChanged(bool stopIsFinal) {
   if (!fCallBusy) return;
   if (fRecording && !MayStartRecording(/*fTell=*/true)) {
-    (stopIsFinal ? fDontRecord : fDontKeepThisPart) = true;
+    if (stopIsFinal) {
+      fDontRecord = true;
+    } else {
+      fDontKeepThisPart = true;
+    }
     FinalizeRecording(/*fClearInfo=*/false);
   }
   if (!fRecording) TryStartRecording();  // a call that was not allowed so far may be with this number
