@@ -762,6 +762,17 @@ TEST_F(BaseChannelAudio, LoudWindowsRaiseTheAlarm) {
   }
 }
 
+TEST_F(BaseChannelAudio, AlarmAtNoWindowsIsNeverRaised) {
+  rBase.fCalcLoudness = true;
+  rBase.fHighDetect = true;
+  rBase.iHighDbThr = 60;
+  rBase.iHighMaxCnt = 0;  // "LoudnessLen" is missing
+  Open();
+  for (int i = 0; i < 3; i++) Deliver(rBase, std::string(4000, '\xaa'));
+  EXPECT_EQ(3, rBase.iHighCnt);
+  EXPECT_EQ(HIGH_NOTIFY_NONE, rBase.iHighNotify);
+}
+
 TEST_F(BaseChannelAudio, LevelAtTheThresholdIsNotLoud) {
   rBase.fCalcLoudness = true;
   rBase.fHighDetect = true;

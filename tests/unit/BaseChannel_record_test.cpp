@@ -325,6 +325,13 @@ TEST_F(BaseChannelRecord, UnknownFarPartyIsAbsentOnEitherSide) {
   EXPECT_EQ(Fill(/*fFinal=*/false), rExpected);
 }
 
+TEST_F(BaseChannelRecord, FarPartyWithACallerIdButNoContactIsAbsent) {
+  rDatabase.rNumbers["099"] = MakeContact(54, -1, true);
+  rChannel.strRemoteNum = "099";
+  EXPECT_EQ(Fill(/*fFinal=*/true), Row({{"remote", "099"}, {"remotefull", "099"}, {"isarchived", "1"}}));
+  EXPECT_THAT(logsink::Take(), IsEmpty());  // nor does it make the call internal
+}
+
 TEST_F(BaseChannelRecord, CardsCanBeDeclaredNeverInternal) {
   rRecorder.fCardNotInternal = true;
   rChannel.fIncoming = true;

@@ -470,6 +470,17 @@ TEST_F(BaseChannelTest, PartLengthOfZeroCutsEverySecond) {
   }
 }
 
+TEST_F(BaseChannelTest, PartThatMayNotGoOnLeavesNoSecondsBehind) {
+  rRecorder.rChannelParams = {{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}};
+  InitLine(rChannel, 4);
+  StartCall();
+  for (int i = 0; i < 59; i++) Tick(rChannel);
+  rRecorder.iNumberFilterType = 1;  // lets no number pass
+  Tick(rChannel);
+  EXPECT_FALSE(rChannel.fRecording);
+  EXPECT_EQ(0, rChannel.iPeriodicCounter2);
+}
+
 TEST_F(BaseChannelTest, SecondsOfAPartCountOnlyWhileItIsRecordedAndWanted) {
   InitLine(rChannel, 4);
   struct Row {
