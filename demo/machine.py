@@ -113,7 +113,13 @@ def status_text():
     return text.split("\n\n", 1)[1].rstrip()
 
 
-def order(word, call_id):
+def order(*words):
     """The answer to an order, which is "OK" when it was carried out."""
-    result = subprocess.run([CTL, word, call_id], capture_output=True, check=False, text=True)
+    result = subprocess.run([CTL, *words], capture_output=True, check=False, text=True)
     return (result.stdout + result.stderr).strip()
+
+
+def settle():
+    """Waits until what has left ActiveCalls is in Calls: both are one piece of work, and orders wait their turn."""
+    if order("reconfig") != "OK":
+        raise Failed("the daemon does not answer orders")

@@ -64,6 +64,7 @@ def play(run, first, keep):
         daemon.process.kill()
         raise
     if keep:
+        machine.settle()
         return daemon
     daemon.stop()
     return None
@@ -192,7 +193,6 @@ def main():
     parser.add_argument("--keep", action="store_true")
     parser.add_argument("folder", type=Path)
     arguments = parser.parse_args()
-    # The end of the sandbox by SIGTERM is the end of all processes in it; nothing is left to do here.
     try:
         wrong = demo(arguments.folder, arguments.keep)
     except KeyboardInterrupt:
@@ -202,7 +202,7 @@ def main():
         print(f"demo: {why}", file=sys.stderr)
         return 1
     if wrong:
-        print(f"demo: {wrong} calls did not leave what they should", file=sys.stderr)
+        print(f"demo: {wrong} of the calls did not leave what they should", file=sys.stderr)
     return 1 if wrong else 0
 
 

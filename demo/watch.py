@@ -1,6 +1,5 @@
 """Watching one run: tells each call as it comes, changes and goes, and gives the orders when they are due."""
 
-import subprocess
 import time
 
 import machine

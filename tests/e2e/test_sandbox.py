@@ -40,7 +40,7 @@ def test_kill_ends_all_processes_inside():
 
 
 def test_second_command_enters_a_sandbox_that_runs():
-    process = sandbox("sh", "-c", "echo secret >/recordings/inside; echo ready; exec sleep 999.125", start_new_session=True)
+    process = sandbox("sh", "-c", "echo secret >/recordings/inside; echo ready; exec sleep 999.125")
     assert process.stdout.readline() == "ready\n"
     enter = [SOURCE / "script/sandbox-enter", "--in", "999.125", "cat", "/recordings/inside"]
     assert subprocess.run(enter, check=True, capture_output=True, text=True).stdout == "secret\n"
