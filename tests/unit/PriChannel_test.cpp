@@ -288,7 +288,10 @@ TEST_F(PriChannelTest, RingInACallEndsIt) {
 }
 
 TEST_F(PriChannelTest, TalkingAgainReadsTheNumbersAnew) {
+  rRecorder.iRecOnDmdType = 2;
+  rRecorder.astrRecOnDmdList = {"24"};
   Spy(rIn, PRI_TALK, PRI_IDLE);
+  EXPECT_FALSE(rIn.fRecOnDmd);
   simcards::SetSpyInfo(CIC, {0, 1, "0309999", "24", ""});
   ForgetTraces();
   Spy(rIn, PRI_TALK, PRI_TALK);
@@ -298,6 +301,7 @@ TEST_F(PriChannelTest, TalkingAgainReadsTheNumbersAnew) {
   EXPECT_EQ("0309999", rIn.strRemoteNum);
   EXPECT_EQ("24", rIn.strLocalNum);
   EXPECT_EQ("", rIn.strConnectedNum);
+  EXPECT_TRUE(rIn.fRecOnDmd);
   EXPECT_EQ((Texts{"LinkedChannel 0 1"}), rRecorder.TakeCalls());
 }
 
