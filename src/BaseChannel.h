@@ -63,7 +63,7 @@ class BaseChannel {
   void DefaultEventHandle(SSM_EVENT* prEvent);
   // Once a second.
   virtual void Periodic();
-  // The last call before the channel is destroyed, after EndOfCall.
+  // When the recorder shuts down, after EndOfCall.
   virtual void Finalize() {}
   // Forgets the information of a call. What outlives a call stays: direction, own numbers, and all recording state.
   virtual void ClearInfo();
