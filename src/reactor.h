@@ -9,6 +9,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <string>
 
 class CRecorder;
 
@@ -17,6 +18,8 @@ constexpr const char* CREC_SOCKET_PATH = "/tmp/morvex_crec";
 class CrecReactor {
  public:
   explicit CrecReactor(CRecorder* prRecorderToUse) : prRecorder(prRecorderToUse) {}
+  // Does what a client's message orders. The line to answer, without its line feed; null: none is sent.
+  const char* ReplyTo(const std::string& strMsg);
   // Waits until the queued action has completed; false when it took longer.
   bool DoWaitOnMain(int iMaxWaitMs);
   // The thread: serves clients one at a time until it is told to close.

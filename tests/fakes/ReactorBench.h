@@ -1,0 +1,108 @@
+// ReactorBench: the fixture of the tests of the control socket, and a client of it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "RecorderBench.h"
+#include "TestTools.h"
+#include "logging.h"
+#include "morvex_crec.h"
+#include "reactor.h"
+
+// One connection, as the web side has it.
+class Client {
+ public:
+  Client() : hSocket(socket(AF_UNIX, SOCK_STREAM, 0)) {
+    sockaddr_un rAddress{};
+    rAddress.sun_family = AF_UNIX;
+    (void)strcpy(rAddress.sun_path, CREC_SOCKET_PATH);
+    fConnected = connect(hSocket, reinterpret_cast<const sockaddr*>(&rAddress), sizeof rAddress) == 0;
+  }
+  ~Client() { Close(); }
+  void Close() {
+    if (hSocket >= 0) (void)close(hSocket);
+    hSocket = -1;
+  }
+  bool IsConnected() const { return fConnected; }
+  void Send(const std::string& strText) const {
+    EXPECT_EQ(send(hSocket, strText.data(), strText.size(), MSG_NOSIGNAL), static_cast<ssize_t>(strText.size()));
+  }
+  // All until the server closes.
+  std::string Read() const {
+    std::string strAll;
+    char acBuf[200];
+    for (ssize_t iGot = 0; (iGot = recv(hSocket, acBuf, sizeof acBuf, 0)) > 0;) {
+      strAll.append(acBuf, static_cast<std::size_t>(iGot));
+    }
+    return strAll;
+  }
+
+ private:
+  int hSocket;
+  bool fConnected = false;
+};
+
+inline std::string AskOnce(const std::string& strCommand) {
+  const Client rClient;
+  if (!rClient.IsConnected()) return "(not connected)";
+  rClient.Send(strCommand);
+  return rClient.Read();
+}
+
+// The reactor's own thread on the real socket; the test thread is the main thread and runs the actions.
+class ReactorBench : public RecorderBench {
+ protected:
+  void SetUp() override {
+    setSignalHandlers();  // the closing signal would end the test program otherwise
+    (void)umask(0);
+    g_prBoot = &rBoot;
+    rRecorder.fInitializing = false;
+  }
+  void TearDown() override {
+    close_reactor();
+    rBoot.emptyQueue();
+    g_prBoot = nullptr;
+    fAppTerminate = false;
+    (void)unlink(CREC_SOCKET_PATH);
+  }
+
+  void Start() {
+    init_reactor(&rRecorder);
+    ASSERT_TRUE(testtools::Await([] { return Client().IsConnected(); }));
+    // That client said nothing, which is an empty message; it has been dealt with when a second one is.
+    EXPECT_EQ(Ask("?"), "E0: Unknown commmand\n");
+    Forget();
+  }
+
+  // The reply to a command while the main thread goes on as usual.
+  std::string Ask(const std::string& strCommand) {
+    std::atomic<bool> fDone{false};
+    std::string strReply;
+    std::thread rClient([&] {
+      strReply = AskOnce(strCommand);
+      fDone = true;
+    });
+    EXPECT_TRUE(testtools::Await([&] {
+      (void)rBoot.RunOneAction();
+      return fDone.load();
+    }));
+    rClient.join();
+    return strReply;
+  }
+
+  // A line in a call with this id.
+  BaseChannel& AddCall(const std::string& strId) {
+    BaseChannel& rChannel = AddChannel(static_cast<int>(rRecorder.vChannels.size()) + 1);
+    rChannel.strDbRemoteId = strId;
+    return rChannel;
+  }
+};

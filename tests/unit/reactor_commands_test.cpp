@@ -1,0 +1,260 @@
+#include "reactor.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "ReactorBench.h"
+
+using testtools::Await;
+using testtools::StopWatch;
+
+namespace {
+
+using CommandsTest = ReactorBench;
+
+// -- commands and replies -----------------------------------------------------------------------------------------
+
+struct ReplyRow {
+  const char* acLabel;
+  const char* acCommand;
+  bool fOptionsOn;
+  const char* acReply;
+};
+
+TEST_F(CommandsTest, RepliesOfTheCommandsOnACall) {
+  const ReplyRow rRows[] = {
+      {"sound taken", "sound call-1", true, "OK\n"},
+      {"sound on no call", "sound call-2", true, "E2: unknown call\n"},
+      {"sound refused", "sound call-1", false, "E3: option silence-on-demand is off\n"},
+      {"silence taken", "silence call-1", true, "OK\n"},
+      {"silence on no call", "silence call-2", true, "E2: unknown call\n"},
+      {"silence refused", "silence call-1", false, "E3: option silence-on-demand is off\n"},
+      {"stop taken", "stop call-1", true, "OK\n"},
+      {"stop on no call", "stop call-2", true, "E2: unknown call\n"},
+      {"stop refused", "stop call-1", false, "E3: option RecOnDmd is off\n"},
+      {"start on no call", "start call-2", true, "E2: unknown call\n"},
+      {"start refused", "start call-1", false, "E3: option RecOnDmd is off\n"},
+      {"delete taken", "delete call-1", true, "OK\n"},
+      {"delete on no call", "delete call-2", true, "E2: unknown call\n"},
+      {"delete refused", "delete call-1", false, "E3: option DelOnDmd is off\n"},
+      {"the id is all behind the first blank", "delete call-1 x", true, "E2: unknown call\n"},
+      {"a second blank belongs to the id", "delete  call-1", true, "E2: unknown call\n"},
+      {"a line feed belongs to the id", "delete call-1\n", true, "E2: unknown call\n"},
+  };
+  BaseChannel& rChannel = AddCall("call-1");
+  Start();
+  for (const ReplyRow& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    rChannel.strDbRemoteId = "call-1";
+    rChannel.fRecOnDmd = rRow.fOptionsOn;
+    rRecorder.fSilenceOnDemand = rRow.fOptionsOn;
+    rRecorder.iDelOnDmdType = rRow.fOptionsOn ? 1 : 0;
+    EXPECT_EQ(Ask(rRow.acCommand), rRow.acReply);
+  }
+}
+
+TEST_F(CommandsTest, StartOfARunningRecordingIsTaken) {
+  BaseChannel& rChannel = AddCall("call-1");
+  rChannel.fRecOnDmd = true;
+  rChannel.fRecording = true;
+  Start();
+  EXPECT_EQ(Ask("start call-1"), "OK\n");
+  rChannel.fRecording = false;
+}
+
+TEST_F(CommandsTest, SilenceAndSoundSetTheChannelsFlag) {
+  BaseChannel& rChannel = AddCall("call-1");
+  rRecorder.fSilenceOnDemand = true;
+  Start();
+  EXPECT_EQ(Ask("silence call-1"), "OK\n");
+  EXPECT_TRUE(rChannel.fSilencing);
+  EXPECT_EQ(Ask("sound call-1"), "OK\n");
+  EXPECT_FALSE(rChannel.fSilencing);
+}
+
+TEST_F(CommandsTest, FirstChannelWithTheIdIsMeant) {
+  BaseChannel& rFirst = AddCall("same");
+  BaseChannel& rSecond = AddCall("same");
+  rRecorder.fSilenceOnDemand = true;
+  Start();
+  EXPECT_EQ(Ask("silence same"), "OK\n");
+  EXPECT_TRUE(rFirst.fSilencing);
+  EXPECT_FALSE(rSecond.fSilencing);
+}
+
+TEST_F(CommandsTest, UnknownCommandKeepsSpelling) {
+  Start();
+  for (const char* acCommand : {"x", "Sound call-1", "reconfig\n", " reconfig", "sound\tcall-1", "silence2", "st",
+                                "\xff\xfe\x01", "change_local|1|2|0"}) {
+    SCOPED_TRACE(acCommand);
+    EXPECT_EQ(Ask(acCommand), "E0: Unknown commmand\n");
+  }
+}
+
+TEST_F(CommandsTest, LogTellsMessageCommandAndReply) {
+  Start();
+  EXPECT_EQ(Ask("chst 1 2"), "OK\n");
+  EXPECT_EQ(logsink::TakeTexts(),
+            Texts({"5 Msg received: chst 1 2", "5 Command: 'chst' Param: '1 2'", "5 reactor reply: OK"}));
+}
+
+TEST_F(CommandsTest, ReconfigIsAnsweredBeforeItIsDone) {
+  Start();
+  EXPECT_EQ(AskOnce("reconfig"), "OK\n");
+  prDb->rParts["o"]["NumberFilterType"] = "2";
+  EXPECT_EQ(rRecorder.iNumberFilterType, 0);
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(rRecorder.iNumberFilterType, 2);
+  EXPECT_EQ(Ask("reconfig with a parameter"), "OK\n");
+}
+
+TEST_F(CommandsTest, ChstIsOkWhateverTheChannel) {
+  AddCall("call-1");
+  Start();
+  g_prReactor->iActResult = 2;  // of a command before; it has no say here
+  for (const char* acCommand :
+       {"chst 1", "chst 99", "chst -1", "chst", "chst ", "chst x", "chst 99999999999999999999"}) {
+    SCOPED_TRACE(acCommand);
+    EXPECT_EQ(Ask(acCommand), "OK\n");
+  }
+}
+
+// -- change_local -------------------------------------------------------------------------------------------------
+
+TEST_F(CommandsTest, ChangeLocalRepliesByTheCommandBefore) {
+  BaseChannel& rChannel = AddCall("call-1");
+  Start();
+  EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");  // no command yet
+  EXPECT_EQ(Ask("silence none"), "E2: unknown call\n");
+  EXPECT_EQ(Ask("change_local 11|22|0"), "E2: unknown call\n");
+  EXPECT_EQ(Ask("silence call-1"), "E3: option silence-on-demand is off\n");
+  EXPECT_EQ(Ask("change_local 11|22|0"), "");  // closed without a line
+  rRecorder.fSilenceOnDemand = true;
+  EXPECT_EQ(Ask("silence call-1"), "OK\n");
+  EXPECT_EQ(Ask("chst 1"), "OK\n");  // leaves no result
+  EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");
+  rChannel.fSilencing = false;
+}
+
+TEST_F(CommandsTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
+  BaseChannel& rChannel = AddCall("call-1");
+  rChannel.strRemoteNum = "0301234";
+  Start();
+  EXPECT_EQ(Ask("change_local 55|0301234|0|ignored|1"), "OK\n");
+  EXPECT_EQ(rChannel.strLocalNum, "55");
+  EXPECT_EQ(Ask("change_local 66|000301234|0"), "OK\n");
+  EXPECT_EQ(rChannel.strLocalNum, "66");
+  EXPECT_EQ(Ask("change_local 77|0309999|0"), "OK\n");
+  EXPECT_EQ(rChannel.strLocalNum, "66");
+}
+
+TEST_F(CommandsTest, ChangeLocalWithMissingElements) {
+  BaseChannel& rChannel = AddCall("call-1");
+  rChannel.strRemoteNum = "0301234";
+  Start();
+  for (const char* acCommand : {"change_local", "change_local ", "change_local |", "change_local 1"}) {
+    SCOPED_TRACE(acCommand);
+    EXPECT_EQ(Ask(acCommand), "OK\n");
+  }
+  EXPECT_EQ(Ask("change_local 55|0301234"), "OK\n");
+  EXPECT_EQ(rChannel.strLocalNum, "55");
+}
+
+// -- bit trace ----------------------------------------------------------------------------------------------------
+
+TEST_F(CommandsTest, BitTraceCommandsSwitchTheRecorder) {
+  Start();
+  EXPECT_EQ(Ask("bittrace_stop"), "ERR: already stopped\n");
+  EXPECT_EQ(AskOnce("bittrace_start 7"), "OK\n");
+  EXPECT_FALSE(rRecorder.fBitStreamTracing);
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_TRUE(rRecorder.fBitStreamTracing);
+  EXPECT_EQ(rRecorder.iBitStreamChNr, 7);
+  EXPECT_EQ(Ask("bittrace_start 8"), "ERR: already started\n");
+  EXPECT_EQ(rRecorder.iBitStreamChNr, 7);
+  EXPECT_EQ(AskOnce("bittrace_stop"), "OK\n");
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_FALSE(rRecorder.fBitStreamTracing);
+  EXPECT_EQ(rRecorder.iBitStreamChNr, 7);  // only a start sets it
+}
+
+TEST_F(CommandsTest, TwoQuickBitTraceStartsBothSucceed) {
+  Start();
+  EXPECT_EQ(AskOnce("bittrace_start 7"), "OK\n");
+  EXPECT_EQ(AskOnce("bittrace_start nine"), "OK\n");
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(rRecorder.iBitStreamChNr, 0);  // a bad number is 0
+  EXPECT_TRUE(rRecorder.fBitStreamTracing);
+}
+
+// -- waits --------------------------------------------------------------------------------------------------------
+
+TEST_F(CommandsTest, WaitEndsAtOnceWhenNothingIsAwaited) {
+  CrecReactor rReactor(&rRecorder);
+  const StopWatch rWatch;
+  EXPECT_TRUE(rReactor.DoWaitOnMain(300));
+  EXPECT_LT(rWatch.Seconds(), 0.05);
+}
+
+TEST_F(CommandsTest, WaitIsGivenUpAfterSevenSteps) {
+  CrecReactor rReactor(&rRecorder);
+  rReactor.fWaitingOnMain = true;
+  const StopWatch rWatch;
+  EXPECT_FALSE(rReactor.DoWaitOnMain(300));
+  EXPECT_GE(rWatch.Seconds(), 0.35);
+  EXPECT_LT(rWatch.Seconds(), 2);
+}
+
+TEST_F(CommandsTest, BusyMainThreadGivesATimeOutAndTheCommandStillTakesEffect) {
+  BaseChannel& rChannel = AddCall("call-1");
+  rRecorder.fSilenceOnDemand = true;
+  rChannel.fRecOnDmd = true;
+  Start();
+  for (const char* acCommand : {"silence call-1", "sound call-1", "start call-1", "stop call-1", "delete call-1",
+                                "chst 1", "change_local 1|2|0"}) {
+    SCOPED_TRACE(acCommand);
+    EXPECT_EQ(AskOnce(acCommand), "E4: time-out\n");
+  }
+  EXPECT_TRUE(g_prReactor->fWaitingOnMain);
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_TRUE(rChannel.fSilencing);
+  EXPECT_FALSE(g_prReactor->fWaitingOnMain);
+}
+
+TEST_F(CommandsTest, LateCompletionReleasesTheNextWaitWithItsResult) {
+  AddCall("call-1");
+  rRecorder.fSilenceOnDemand = true;
+  Start();
+  EXPECT_EQ(AskOnce("silence none"), "E4: time-out\n");
+  std::atomic<bool> fDone{false};
+  std::string strReply;
+  std::thread rClient([&] {
+    strReply = AskOnce("silence call-1");
+    fDone = true;
+  });
+  // Only the late action runs while the second command waits.
+  EXPECT_TRUE(Await([] {
+    for (const std::string& strLine : logsink::TakeTexts()) {
+      if (strLine == "5 Command: 'silence' Param: 'call-1'") return true;
+    }
+    return false;
+  }));
+  (void)usleep(20'000);  // into the first step of its wait
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_TRUE(Await([&] { return fDone.load(); }));
+  rClient.join();
+  EXPECT_EQ(strReply, "E2: unknown call\n");  // the late result
+}
+
+TEST_F(CommandsTest, CompletionAfterTheReactorHasGoneIsHarmless) {
+  Start();
+  EXPECT_EQ(AskOnce("silence none"), "E4: time-out\n");
+  close_reactor();
+  EXPECT_TRUE(rBoot.RunOneAction());
+}
+
+}  // namespace
