@@ -21,13 +21,16 @@
 // One connection, as the web side has it.
 class Client {
  public:
-  Client() : hSocket(socket(AF_UNIX, SOCK_STREAM, 0)) {
+  explicit Client(bool fToConnect = true) : hSocket(socket(AF_UNIX, SOCK_STREAM, 0)) {
+    if (fToConnect) Connect();
+  }
+  ~Client() { Close(); }
+  void Connect() {
     sockaddr_un rAddress{};
     rAddress.sun_family = AF_UNIX;
     (void)strcpy(rAddress.sun_path, CREC_SOCKET_PATH);
     fConnected = connect(hSocket, reinterpret_cast<const sockaddr*>(&rAddress), sizeof rAddress) == 0;
   }
-  ~Client() { Close(); }
   void Close() {
     if (hSocket >= 0) (void)close(hSocket);
     hSocket = -1;

@@ -1,6 +1,7 @@
 // TestTools: what tests of processes and threads need again and again.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +35,22 @@ inline void WriteScript(const std::string& strPath, const std::string& strText) 
   WriteTestFile(strPath, strText);
   (void)chmod(strPath.c_str(), 0755);
 }
+
+// While it lives this process can open nothing more.
+class NoMoreDescriptors {
+ public:
+  NoMoreDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &rOld);
+    const rlimit rNone = {3, rOld.rlim_max};  // these are taken; a poll of some descriptors stays within it
+    setrlimit(RLIMIT_NOFILE, &rNone);
+  }
+  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &rOld); }
+  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+ private:
+  rlimit rOld = {};
+};
 
 class StopWatch {
  public:

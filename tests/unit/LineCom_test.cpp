@@ -1,7 +1,6 @@
 #include "LineCom.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <fcntl.h>
@@ -21,6 +20,7 @@
 
 using testtools::Await;
 using testtools::Exists;
+using testtools::NoMoreDescriptors;
 using testtools::StopWatch;
 using testtools::WriteScript;
 
@@ -308,12 +308,10 @@ TEST_F(BrokenPipeTest, SignalDuringTheWaitIsAFailure) {
 
 TEST_F(LineComTest, ProgramThatCannotBeStartedIsAFailure) {
   UseLoop("echo hi");
-  rlimit rOld{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &rOld), 0);
-  const rlimit rNone = {0, rOld.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &rNone), 0);  // no pipes are to be had
-  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &rOld), 0);
+  {
+    const NoMoreDescriptors rLimit;  // no pipes are to be had
+    EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  }
   EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Ensure program is started failed"}));
   EXPECT_EQ(rCom.childPid, 0);
 }

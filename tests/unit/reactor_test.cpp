@@ -1,10 +1,13 @@
 #include "reactor.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -15,7 +18,29 @@
 
 using testtools::Await;
 using testtools::Exists;
+using testtools::NoMoreDescriptors;
 using testtools::StopWatch;
+
+namespace {
+
+std::atomic<bool> fChmodFails{false};
+std::atomic<bool> fListenFails{false};
+
+int Refuse() {
+  errno = EACCES;
+  return -1;
+}
+
+}  // namespace
+
+// Stand in for the C library's, which refuse nothing to root.
+extern "C" int chmod(const char* acPath, mode_t iMode) noexcept {
+  return fChmodFails ? Refuse() : static_cast<int>(syscall(SYS_fchmodat, AT_FDCWD, acPath, iMode));
+}
+
+extern "C" int listen(int hSocket, int iBacklog) noexcept {
+  return fListenFails ? Refuse() : static_cast<int>(syscall(SYS_listen, hSocket, iBacklog));
+}
 
 namespace {
 
@@ -112,7 +137,10 @@ TEST_F(ReactorTest, CloseEndsTheWaitAndLeavesTheFile) {
   EXPECT_TRUE(Exists(CREC_SOCKET_PATH));
   EXPECT_FALSE(Client().IsConnected());
   const Texts astrLines = logsink::TakeTexts();
+  ASSERT_GE(astrLines.size(), 3u);
   EXPECT_EQ(astrLines.front(), "5 reactor started");
+  // The reactor had gone back to its wait, as the last client saw its connection closed.
+  EXPECT_EQ(astrLines[astrLines.size() - 2], "3 Socket communication error: select: Interrupted system call");
   EXPECT_EQ(astrLines.back(), "5 reactor exit");
 }
 
@@ -141,18 +169,70 @@ TEST_F(ReactorTest, CloseWithoutAReactorDoesNothing) {
   close_reactor();
 }
 
-TEST_F(ReactorTest, SocketThatCannotBeMadeEndsTheThread) {
+class ReactorFailureTest : public ReactorBench {
+ protected:
+  void TearDown() override {
+    ReactorBench::TearDown();
+    fChmodFails = fListenFails = false;
+    (void)rmdir(CREC_SOCKET_PATH);
+  }
+  // All lines up to the end of the thread.
+  static Texts LinesToTheEnd() {
+    Texts astrLines;
+    EXPECT_TRUE(Await([&astrLines] {
+      for (const std::string& strLine : logsink::TakeTexts()) astrLines.push_back(strLine);
+      return !astrLines.empty() && astrLines.back() == "5 reactor exit";
+    }));
+    return astrLines;
+  }
+};
+
+constexpr const char* NOT_LISTENING = "3 Socket communication error: Failure, could not start listening.";
+
+TEST_F(ReactorFailureTest, SocketThatCannotBeMadeEndsTheThread) {
+  {
+    const NoMoreDescriptors rLimit;
+    init_reactor(&rRecorder);
+    EXPECT_EQ(LinesToTheEnd(), Texts({"5 reactor started", "3 Socket communication error: socket: Too many open files",
+                                      NOT_LISTENING, "5 reactor exit"}));
+  }
+  close_reactor();  // joins a thread that has ended
+  EXPECT_EQ(g_prReactor, nullptr);
+}
+
+TEST_F(ReactorFailureTest, PathThatIsTakenEndsTheThread) {
   ASSERT_EQ(mkdir(CREC_SOCKET_PATH, 0777), 0);
   init_reactor(&rRecorder);
-  Texts astrLines;
-  EXPECT_TRUE(Await([&astrLines] {
-    for (const std::string& strLine : logsink::TakeTexts()) astrLines.push_back(strLine);
-    return !astrLines.empty() && astrLines.back() == "5 reactor exit";
-  }));
-  EXPECT_EQ(astrLines, Texts({"5 reactor started", "3 Socket communication error: bind: Address already in use",
-                              "3 Socket communication error: Failure, could not start listening.", "5 reactor exit"}));
-  close_reactor();
-  (void)rmdir(CREC_SOCKET_PATH);
+  EXPECT_EQ(LinesToTheEnd(), Texts({"5 reactor started", "3 Socket communication error: bind: Address already in use",
+                                    NOT_LISTENING, "5 reactor exit"}));
+}
+
+TEST_F(ReactorFailureTest, SocketThatCannotListenEndsTheThread) {
+  fListenFails = true;
+  init_reactor(&rRecorder);
+  EXPECT_EQ(LinesToTheEnd(), Texts({"5 reactor started", "3 Socket communication error: listen: Permission denied",
+                                    NOT_LISTENING, "5 reactor exit"}));
+}
+
+TEST_F(ReactorFailureTest, SocketWhoseModeCannotBeSetIsServedAllTheSame) {
+  fChmodFails = true;
+  init_reactor(&rRecorder);
+  EXPECT_TRUE(Await([] { return Client().IsConnected(); }));
+  EXPECT_EQ(Ask("?"), "E0: Unknown commmand\n");
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_GE(astrLines.size(), 2u);
+  EXPECT_EQ(astrLines[1], "3 Socket communication error: chmod: Permission denied");
+}
+
+TEST_F(ReactorFailureTest, FailedAcceptEndsTheThread) {
+  Start();
+  Client rClient(/*fToConnect=*/false);
+  {
+    const NoMoreDescriptors rLimit;
+    rClient.Connect();
+    EXPECT_EQ(LinesToTheEnd(), Texts({"3 Socket communication error: accept: Too many open files", "5 reactor exit"}));
+  }
+  EXPECT_FALSE(Client().IsConnected());  // silent until the next start of the daemon
 }
 
 }  // namespace

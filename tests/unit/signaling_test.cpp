@@ -1,7 +1,6 @@
 #include "signaling.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -23,6 +22,7 @@
 
 #include "LogSink.h"
 #include "TestFiles.h"
+#include "TestTools.h"
 
 namespace {
 std::atomic<int> iLastAddressBytes{0};  // address length of the last connect of this program
@@ -33,6 +33,8 @@ extern "C" int connect(int hSocket, const sockaddr* prAddress, socklen_t iBytes)
   iLastAddressBytes = static_cast<int>(iBytes);
   return static_cast<int>(syscall(SYS_connect, hSocket, prAddress, iBytes));
 }
+
+using testtools::NoMoreDescriptors;
 
 namespace {
 
@@ -96,22 +98,6 @@ class Service {
   std::condition_variable rChanged;
   std::optional<std::string> strReply = "OK";  // guarded by rMutex; none: no answer
   Texts astrTexts;                             // guarded by rMutex
-};
-
-// While it lives this process can open nothing more.
-class NoMoreDescriptors {
- public:
-  NoMoreDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &rOld);
-    const rlimit rNone = {0, rOld.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &rNone);
-  }
-  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &rOld); }
-  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-
- private:
-  rlimit rOld = {};
 };
 
 class SignalingTest : public testing::Test {
