@@ -403,6 +403,19 @@ TEST_F(PriChannelTest, WildPartnersDoNoHarm) {
   }
 }
 
+TEST_F(PriChannelTest, CircuitOfOneChannelDoesNoHarm) {
+  AllowRecording();
+  simcards::SetSpyInfo(CIC, {0, 0, "0301234", "22", ""});
+  Spy(rIn, PRI_TALK, PRI_IDLE);
+  EXPECT_EQ(0, rIn.iBaseCh);  // its own base: from here on it follows no state
+  for (int i = 0; i < 8; i++) Send(rIn, E_PROC_RecordMem, i % 2 == 0 ? 2048 : 0);
+  Send(rIn, E_CHG_RcvDTMF, '5');
+  EXPECT_EQ("5", rIn.strDigits);
+  rIn.EndOfCall();  // as the recorder does when it shuts down
+  EXPECT_FALSE(rIn.fCallBusy || rIn.fRecording);
+  EXPECT_EQ(-1, rIn.iBaseRecCh);
+}
+
 // -- availability ----------------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, AvailabilityIsReportedOnceAChange) {
