@@ -37,17 +37,23 @@ constexpr DWORD CODES[] = {DMSG_OFF_HOOK,
                            0xFFFFFFFF,
                            0};
 
-// The length in front of a text: short ones as they are, then the two lengths of a record and some that are near.
-size_t TextLength(unsigned uiByte) {
-  constexpr size_t LONG[] = {204, 236, 203, 205, 235, 237, 299, 300, 301, 1024};
-  return uiByte < 200 ? uiByte : LONG[uiByte % std::size(LONG)];
+// A short text as it is, or a few bytes again and again up to a length where something ends: a record, what is looked
+// at of a display, the buffer behind it.
+std::string EventText(FuzzBytes& rBytes) {
+  constexpr size_t LONG[] = {203, 204, 205, 235, 236, 237, 299, 300, 301, 1023, 1024, 1025, 4000};
+  const unsigned uiLength = rBytes.Byte();
+  if (uiLength < 200) return rBytes.Text(uiLength);
+  const std::string strPattern = rBytes.Text(32) + " ";
+  std::string strText;
+  while (strText.size() < LONG[uiLength % std::size(LONG)]) strText += strPattern;
+  return strText.substr(0, LONG[uiLength % std::size(LONG)]);
 }
 
 void OneEvent(DstLine& rLine, FuzzBytes& rBytes) {
   const unsigned uiKind = rBytes.Below(64);
   if (uiKind < std::size(CODES)) {
     const DWORD dwSubReason = rBytes.Byte();
-    std::string strText = rBytes.Text(TextLength(rBytes.Byte()));
+    std::string strText = EventText(rBytes);
     rLine.Send(E_RCV_DSTDChannel, CODES[uiKind], dwSubReason, std::move(strText));
     return;
   }
