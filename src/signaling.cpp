@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "logging.h"
 
@@ -79,20 +80,17 @@ int RunCommand(const std::string& strCommand, std::string* prOutput) {
 }  // namespace
 
 void SignalObj::init() {
-  (void)pthread_mutex_init(&rMutex, nullptr);
   fStarted = pthread_create(&rThread, nullptr, &SignalObj::run_it, this) == 0;
 }
 
 void SignalObj::close() {
   fPleaseStop = true;
   if (fStarted) (void)pthread_join(rThread, nullptr);
-  (void)pthread_mutex_destroy(&rMutex);
 }
 
 void SignalObj::schedule(const std::string& strSignal) {
-  pthread_mutex_lock(&rMutex);
+  const std::lock_guard<std::mutex> rLock(rMutex);
   rList.push_back(strSignal);
-  pthread_mutex_unlock(&rMutex);
 }
 
 void SignalObj::signal(const std::string& strSignal) {
@@ -127,13 +125,10 @@ void SignalObj::run() {
 }
 
 std::string SignalObj::takeFirst() {
-  std::string strSignal;
-  pthread_mutex_lock(&rMutex);
-  if (!rList.empty()) {
-    strSignal.swap(rList.front());
-    rList.pop_front();
-  }
-  pthread_mutex_unlock(&rMutex);
+  const std::lock_guard<std::mutex> rLock(rMutex);
+  if (rList.empty()) return "";
+  std::string strSignal = std::move(rList.front());
+  rList.pop_front();
   return strSignal;
 }
 

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <list>
+#include <mutex>
 #include <string>
 
 class SignalObj {
@@ -30,7 +31,7 @@ class SignalObj {
 
   pthread_t rThread{};
   bool fStarted = false;  // rThread is to be joined; false when no thread could be had
-  pthread_mutex_t rMutex{};
+  std::mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
   std::list<std::string> rList;  // guarded by rMutex
 };
