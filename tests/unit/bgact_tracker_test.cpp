@@ -100,6 +100,23 @@ TEST_F(TrackerTest, ErrorReplyIsRepeatedToANewProcess) {
   EXPECT_EQ(astrLines[4], "5 LineCom reply: ok\n");
 }
 
+TEST_F(TrackerTest, ReplyIsAwaitedForThirtySeconds) {
+  UseScript("while ($n === 1) usleep(10000); echo \"ok\\n\";");
+  std::thread rClock([] {
+    EXPECT_TRUE(Await([] { return ReadTestFile("/tmp/requests") == "type=crec&act=post&id=5\n"; }));
+    (void)logsink::Take();
+    rSkippedS += 25;
+    std::size_t iDelayed = 0;  // the second such line tells that the wait went on after the first
+    EXPECT_TRUE(Await([&iDelayed] { return (iDelayed += logsink::Take().size()) >= 2; }));
+    EXPECT_EQ(Processes(), 1u);
+    rSkippedS += 6;
+  });
+  Post(5);
+  rClock.join();
+  EXPECT_EQ(Processes(), 2u);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "type=crec&act=post&id=5\ntype=crec&act=post&id=5\n");
+}
+
 TEST_F(TrackerTest, PostIsGivenUpAfterTwoMinutes) {
   UseScript("echo \"ERROR\\n\";");
   std::thread rClock([] {
