@@ -1,9 +1,10 @@
+#include "bgact.h"
+
 #include <sys/stat.h>
 #include <syslog.h>
 
 #include <cstdlib>
 
-#include "bgact.h"
 #include "datafile.h"
 #include "filedir.h"
 #include "fstring.h"

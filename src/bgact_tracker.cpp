@@ -1,7 +1,8 @@
+#include "bgact.h"
+
 #include <syslog.h>
 
 #include "LineCom.h"
-#include "bgact.h"
 #include "fstring.h"
 #include "logging.h"
 

@@ -1,3 +1,5 @@
+#include "morvex_crec.h"
+
 #include <syslog.h>
 #include <unistd.h>
 
@@ -6,7 +8,6 @@
 #include "BaseChannel.h"
 #include "bgact.h"
 #include "logging.h"
-#include "morvex_crec.h"
 #include "reactor.h"
 #include "recorder.h"
 #include "shpa3api.h"

@@ -1,9 +1,10 @@
+#include "recorder.h"
+
 #include <cstdio>
 #include <ctime>
 
 #include "BaseChannel.h"
 #include "filedir.h"
-#include "recorder.h"
 
 // The road of a card event to its channel, and the end of all channels.
 

@@ -1,3 +1,5 @@
+#include "recorder.h"
+
 #include <syslog.h>
 #include <unistd.h>
 
@@ -7,7 +9,6 @@
 
 #include "filedir.h"
 #include "logging.h"
-#include "recorder.h"
 #include "shpa3api.h"
 
 // The bit-stream trace: everything that one channel says, into four files for whoever looks for a fault of a line. The
