@@ -58,5 +58,9 @@ int DTRSendRawData2A3(DWORD dwNum, PCHAR pcData, int nCh, BYTE ucProcessType, WO
     return SSM_OK;
   }
   const auto pfnSignal = reinterpret_cast<DTR_CALLBACK>(pfnCallback);
-  return simcards::StartSignalTrace(nCh, pfnSignal) ? SSM_OK : AlreadyTraced("DTRSendRawData2A3", nCh);
+  if (!simcards::StartSignalTrace(nCh, pfnSignal)) return AlreadyTraced("DTRSendRawData2A3", nCh);
+  simcards::State& rState = simcards::TheState();
+  const std::lock_guard<std::mutex> rGuard(rState.rMutex);
+  rState.rChanged.notify_all();  // someone may wait for the trace
+  return SSM_OK;
 }

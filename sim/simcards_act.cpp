@@ -8,6 +8,7 @@
 #include "simcards_pacing.h"
 #include "simcards_state.h"
 #include "simcards_status.h"
+#include "simcards_trace.h"
 
 namespace simcards {
 namespace {
@@ -212,13 +213,14 @@ std::string ActOnCircuits(State& rState, const Command& rCommand) {
 
 bool Holds(State& rState, const Command& rCommand) {
   const bool fHandled = rState.EventsOn() && rState.rQueue.empty() && !rState.fHandling;
-  int iRecorded = 0, iPlayed = 0, iAny = 0;
+  int iRecorded = 0, iPlayed = 0, iTraced = 0, iAny = 0;
   for (std::size_t i = 0; i < rState.vChannels.size(); i++) {
     const Channel& rChannel = *rState.vChannels[i];
     if (rChannel.rMem.fOn) iAny++;
     if (static_cast<int>(i) < rCommand.iFirst || static_cast<int>(i) > rCommand.iLast) continue;
     if (rChannel.rMem.fOn) iRecorded++;
     if (!rChannel.rSource.Playing()) iPlayed++;
+    if (IsSignalTraced(static_cast<int>(i))) iTraced++;
   }
   const int iRange = rCommand.iLast - rCommand.iFirst + 1;
   switch (static_cast<EWaitFor>(rCommand.iValue)) {
@@ -232,6 +234,8 @@ bool Holds(State& rState, const Command& rCommand) {
       return iRecorded == iRange;
     case WAIT_STOPPED:
       return iRecorded == 0;
+    case WAIT_TRACED:
+      return iTraced == iRange;
     case WAIT_PLAYED:
       return iPlayed == iRange;
   }

@@ -65,7 +65,8 @@ const std::vector<Keyword> CALL_PHASES = {{"progress", 0x6B}, {"alerting", 0x6E}
                                           {"released", 0x70}, {"abandoned", 0x75}, {"rejected", 0x76}};
 
 const std::vector<Keyword> WAITS = {{"ready", WAIT_READY},         {"handled", WAIT_HANDLED}, {"idle", WAIT_IDLE},
-                                    {"recording", WAIT_RECORDING}, {"stopped", WAIT_STOPPED}, {"played", WAIT_PLAYED}};
+                                    {"recording", WAIT_RECORDING}, {"stopped", WAIT_STOPPED}, {"played", WAIT_PLAYED},
+                                    {"traced", WAIT_TRACED}};
 
 DWORD Dword(WordReader& rWords, const char* acWhat) {
   return static_cast<DWORD>(rWords.Int(acWhat, 0, MAX_DWORD));

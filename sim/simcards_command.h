@@ -52,6 +52,7 @@ enum EWaitFor {
   WAIT_IDLE,       // that, and no channel is recorded
   WAIT_RECORDING,  // all channels of the range are recorded
   WAIT_STOPPED,    // none of the range is
+  WAIT_TRACED,     // the signalling of all channels of the range is traced
   WAIT_PLAYED,     // the files of the range have been played to their ends
 };
 

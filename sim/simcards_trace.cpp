@@ -181,6 +181,10 @@ class Traces {
     }
     prTrace->Stop();
   }
+  bool IsRunning(int nCh) {
+    const std::lock_guard<std::mutex> rGuard(rMutex);
+    return rRunning.count(nCh) > 0;
+  }
   void StopAll() {
     while (true) {
       int nCh = 0;
@@ -230,6 +234,10 @@ bool StartSignalTrace(int nCh, DTR_CALLBACK pfnSignal) {
 
 void StopSignalTrace(int nCh) {
   SignalTraces().Stop(nCh);
+}
+
+bool IsSignalTraced(int nCh) {
+  return SignalTraces().IsRunning(nCh);
 }
 
 void StopAllTraces() {

@@ -12,6 +12,7 @@ bool StartBitTrace(int nCh, LPFNDSTRECRAWDATA pfnBits);
 void StopBitTrace(int nCh);
 bool StartSignalTrace(int nCh, DTR_CALLBACK pfnSignal);
 void StopSignalTrace(int nCh);
+bool IsSignalTraced(int nCh);
 void StopAllTraces();
 
 // A D-channel message passes on a line: both traces of the line see it.

@@ -191,6 +191,25 @@ TEST_F(SimAct, PlaysFilesFromTheDirectoryOfTheSession) {
   EXPECT_EQ("", Do("wait played 5 timeout 0"));
 }
 
+TEST_F(SimAct, WaitsForATraceOfAllChannels) {
+  const auto pfnNothing = +[](DWORD, char*, int, BYTE, BYTE, WORD, BYTE*, void*) { return 1; };
+  const auto Trace = [&](int nCh, WORD wOn) {
+    char acNothing[1] = {0};
+    return DTRSendRawData2A3(0xFFFFFFFF, acNothing, nCh, 255, wOn,
+                             wOn == 1 ? reinterpret_cast<LPBYTE>(pfnNothing) : nullptr);
+  };
+  std::thread rStarter([&] {
+    EXPECT_EQ(SSM_OK, Trace(2, 1));
+    EXPECT_EQ(SSM_OK, Trace(3, 1));
+  });
+  EXPECT_EQ("", Do("wait traced 2..3 timeout 20"));
+  rStarter.join();
+  EXPECT_EQ("it did not come about in time", Do("wait traced 2..4 timeout 0"));
+  EXPECT_EQ(SSM_OK, Trace(2, 0));
+  EXPECT_EQ("it did not come about in time", Do("wait traced 2..3 timeout 0"));
+  EXPECT_EQ(SSM_OK, Trace(3, 0));
+}
+
 TEST_F(SimAct, FaultsSpeedAndOverruns) {
   EXPECT_EQ("", Do("fail SsmClearCallerId 1 result 9 text \"out of order\""));
   EXPECT_EQ(9, SsmClearCallerId(0));

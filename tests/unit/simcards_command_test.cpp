@@ -197,7 +197,8 @@ TEST(SimCommand, ErrorsSayWhatWasExpected) {
       {"event 5 param 4294967296", "expected a number from 0 to 4294967295, found \"4294967296\""},
       {"fail SsmRecToMem", "expected how many times, found the end of the line"},
       {"wait for",
-       "expected \"ready\", \"handled\", \"idle\", \"recording\", \"stopped\" or \"played\", found \"for\""},
+       "expected \"ready\", \"handled\", \"idle\", \"recording\", \"stopped\", \"played\" or \"traced\", found "
+       "\"for\""},
       {"wait idle 3", "expected the end of the line, found \"3\""},
       {"speed 0", "expected a speed from 0.01 to 1000, found \"0\""},
   };
