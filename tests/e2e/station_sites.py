@@ -55,8 +55,11 @@ def run_days(*names):
     assert [run.wait() for run in runs] == [0] * len(runs)
 
 
-# What the log's own threads say; anything else that begins with no "[line] " goes on with the text of the line above.
-OTHERS = re.compile(r"\[\d+\] |\{\d+\} |Added |Bg Act |signal =>|Signal: |Error connecting|Other .* is also local")
+# How the messages begin that are of no line. What begins in no such way goes on with the text of the line above.
+OTHERS = re.compile(
+    r"\[\d+\] |\{\d+\} |Added |Bg Act |signal =>|Signal: |Error connecting|Other .* is also local"
+    r"|Msg received: |Command: |reactor |St(art|opp)(ing|ed) bit stream tracing"
+)
 
 
 def story(daemon, line, mark=0):
