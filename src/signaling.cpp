@@ -22,7 +22,7 @@ constexpr char SERVICE_SOCKET[] = "/tmp/morvex";
 // The path without its NUL: 2 bytes of family and 11 of path.
 constexpr socklen_t SERVICE_ADDRESS_BYTES = offsetof(sockaddr_un, sun_path) + sizeof SERVICE_SOCKET - 1;
 static_assert(SERVICE_ADDRESS_BYTES == 13);
-constexpr time_t REPLY_TIMEOUT_S = 5;
+constexpr time_t SERVICE_TIMEOUT_S = 5;
 constexpr size_t REPLY_BYTES = 200;
 constexpr useconds_t PAUSE_STEP_US = 100000;
 constexpr int PAUSE_STEPS = 10;  // a second in all, in steps so that closing never waits that long
@@ -40,8 +40,11 @@ class ServiceSocket {
 
   bool IsOpen() const { return hSocket >= 0; }
   bool Connect() const {
-    const timeval rTimeout = {REPLY_TIMEOUT_S, 0};
-    (void)setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &rTimeout, sizeof rTimeout);  // cannot fail for a fresh socket
+    const timeval rTimeout = {SERVICE_TIMEOUT_S, 0};
+    // Neither can fail for a fresh socket. The first bounds the wait for the reply. The second bounds connect, which
+    // otherwise waits without end for a service that hangs with a full backlog, and would hold up close_signaling.
+    (void)setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &rTimeout, sizeof rTimeout);
+    (void)setsockopt(hSocket, SOL_SOCKET, SO_SNDTIMEO, &rTimeout, sizeof rTimeout);
     sockaddr_un rAddress = {};
     rAddress.sun_family = AF_UNIX;
     memcpy(rAddress.sun_path, SERVICE_SOCKET, sizeof SERVICE_SOCKET);

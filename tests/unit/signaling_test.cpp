@@ -259,7 +259,7 @@ TEST_F(SignalingTest, MayBeClosedWithoutStartAndStartedAgain) {
   }
 }
 
-// The only slow test: the time-out is part of what the service may rely on.
+// This and the next are slow: the time-out is part of what the service may rely on.
 TEST_F(SignalingTest, SilentServiceIsLeftAfterFiveSecondsAndClosingDropsTheRest) {
   Service rService;
   rService.SetReply(std::nullopt);
@@ -278,6 +278,52 @@ TEST_F(SignalingTest, SilentServiceIsLeftAfterFiveSecondsAndClosingDropsTheRest)
   std::sort(astrLines.begin(), astrLines.end());  // two threads have written them
   EXPECT_EQ(astrLines, (Texts{"3 Error reading reply from socket", "5 signal => dropped", "5 signal => unanswered",
                               "7 Signal: unanswered"}));
+}
+
+// A hanging service: it listens, accepts nobody, and its backlog is full.
+class HangingService {
+ public:
+  HangingService() : hListen(Socket()), hWaiting(Socket()) {
+    unlink(SOCKET_PATH);
+    sockaddr_un rAddress = {};
+    rAddress.sun_family = AF_UNIX;
+    strcpy(rAddress.sun_path, SOCKET_PATH);
+    const auto* prAddress = reinterpret_cast<const sockaddr*>(&rAddress);
+    EXPECT_EQ(bind(hListen, prAddress, sizeof rAddress), 0);
+    EXPECT_EQ(listen(hListen, 0), 0);  // room for one
+    EXPECT_EQ(connect(hWaiting, prAddress, sizeof rAddress), 0);
+  }
+  ~HangingService() {
+    close(hWaiting);
+    close(hListen);
+    unlink(SOCKET_PATH);
+  }
+  HangingService(const HangingService&) = delete;
+  HangingService& operator=(const HangingService&) = delete;
+
+ private:
+  static int Socket() { return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+
+  int hListen;
+  int hWaiting;
+};
+
+TEST_F(SignalingTest, ServiceThatAcceptsNobodyIsLeftAfterFiveSeconds) {
+  const HangingService rService;
+  init_signaling();
+  const Clock::time_point rStart = Clock::now();
+  signal_service("hanging");
+  Texts astrLines;
+  while (astrLines.size() < 2) {  // until the message is under way
+    for (const std::string& strLine : logsink::TakeTexts()) astrLines.push_back(strLine);
+    ASSERT_LT(Clock::now() - rStart, PATIENCE);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  close_signaling();
+  const auto rTaken = Clock::now() - rStart;
+  EXPECT_GE(rTaken, std::chrono::milliseconds(4900));
+  EXPECT_LT(rTaken, PATIENCE);
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 Error connecting to socket"});
 }
 
 TEST(EscapeShellArg, WrapsInSingleQuotes) {
