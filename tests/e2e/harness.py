@@ -19,9 +19,11 @@ import os
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import threading
 import time
+from contextlib import contextmanager
 from pathlib import Path
 
 BUILD = Path(os.environ["MORVEX_BUILD"])
@@ -229,11 +231,19 @@ class Daemon:
         return self.wait_exit()
 
 
-def order(command, limit=LIMIT_S):
-    """The daemon's answer to one command on its control socket."""
+@contextmanager
+def control_client(limit=LIMIT_S):
+    """A connection to the control socket. With a time-out of Python's own, connecting would fail on a full backlog."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
-        client.settimeout(limit)
+        for option in (socket.SO_RCVTIMEO, socket.SO_SNDTIMEO):
+            client.setsockopt(socket.SOL_SOCKET, option, struct.pack("@qq", limit, 0))
         client.connect("/tmp/morvex_crec")
+        yield client
+
+
+def order(command):
+    """The daemon's answer to one command on its control socket."""
+    with control_client() as client:
         client.sendall(command.encode())
         return b"".join(iter(lambda: client.recv(4096), b"")).decode()
 
