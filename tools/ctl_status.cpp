@@ -64,17 +64,23 @@ const char* StateText(const CallStatus& rCall) {
   return rCall.fSilenced ? "silenced" : "recording";
 }
 
+// Names in the numbers are UTF-8: bytes that go on with a character take no room.
+std::size_t WidthOf(const std::string& strText) {
+  return static_cast<std::size_t>(
+      std::count_if(strText.begin(), strText.end(), [](char ch) { return (ch & 0xC0) != 0x80; }));
+}
+
 // Columns as wide as their widest cell, two blanks apart; the first row is the heading.
 std::string Table(const std::vector<std::vector<std::string>>& vRows) {
   std::vector<std::size_t> vWidths(vRows.front().size());
   for (const auto& vRow : vRows) {
-    for (std::size_t i = 0; i < vRow.size(); i++) vWidths[i] = std::max(vWidths[i], vRow[i].size());
+    for (std::size_t i = 0; i < vRow.size(); i++) vWidths[i] = std::max(vWidths[i], WidthOf(vRow[i]));
   }
   std::string strText;
   for (const auto& vRow : vRows) {
     std::string strLine;
     for (std::size_t i = 0; i < vRow.size(); i++)
-      strLine += vRow[i] + std::string(vWidths[i] - vRow[i].size() + 2, ' ');
+      strLine += vRow[i] + std::string(vWidths[i] - WidthOf(vRow[i]) + 2, ' ');
     strLine.erase(strLine.find_last_not_of(' ') + 1);
     strText += strLine + "\n";
   }

@@ -1,0 +1,150 @@
+#include "ctl_status.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "TestFiles.h"
+
+namespace {
+
+constexpr const char* STATUS_PATH = "/tmp/linestatus.dat";
+constexpr time_t NOW = 1706707385;  // 2024-01-31 13:23:05 UTC
+
+CallStatus MakeCall(int iLine, time_t rSince) {
+  CallStatus rCall;
+  rCall.iLine = iLine;
+  rCall.strCallId = "20240131_132200_00" + std::to_string(iLine) + "_01";
+  rCall.strDirection = "incoming";
+  rCall.strLocal = "22";
+  rCall.strRemote = "0301234567";
+  rCall.rSince = rSince;
+  return rCall;
+}
+
+// Three lines, and a call of each kind.
+CtlStatus MakeStatus() {
+  CtlStatus rStatus;
+  rStatus.fRunning = true;
+  rStatus.fDatabase = true;
+  rStatus.vLines = {{1, "ok"}, {2, "offline"}, {12, "error"}};
+  rStatus.vCalls = {MakeCall(1, NOW - 5), MakeCall(2, NOW - 3661), MakeCall(3, NOW + 60)};
+  rStatus.vCalls[1].fSilenced = true;
+  rStatus.vCalls[1].strDirection = "outgoing";
+  rStatus.vCalls[1].strLocal = "";
+  rStatus.vCalls[2].fWaiting = true;
+  rStatus.vCalls[2].strRemote = "";
+  return rStatus;
+}
+
+class StatusTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "UTC", 1);
+    tzset();
+  }
+};
+
+TEST_F(StatusTest, LinesAreReadAndTheRestIsSkipped) {
+  WriteTestFile(STATUS_PATH, "Line_1: ok\nLine_12: offline\nwhat else\nLine_x: ok\n\nLine_3:\nLine_7: error\n");
+  std::vector<LineStatus> vLines;
+  ASSERT_TRUE(ReadLineStatus(STATUS_PATH, vLines));
+  ASSERT_EQ(vLines.size(), 3U);
+  EXPECT_EQ(vLines[0].iLine, 1);
+  EXPECT_EQ(vLines[0].strHealth, "ok");
+  EXPECT_EQ(vLines[1].iLine, 12);
+  EXPECT_EQ(vLines[1].strHealth, "offline");
+  EXPECT_EQ(vLines[2].iLine, 7);
+  EXPECT_EQ(vLines[2].strHealth, "error");
+}
+
+TEST_F(StatusTest, MissingFileIsToldByTheResult) {
+  std::vector<LineStatus> vLines;
+  EXPECT_FALSE(ReadLineStatus("/tmp/no_such_file", vLines));
+  EXPECT_TRUE(vLines.empty());
+}
+
+TEST_F(StatusTest, EmptyFileIsADaemonWithoutLines) {
+  WriteTestFile(STATUS_PATH, "");
+  std::vector<LineStatus> vLines;
+  EXPECT_TRUE(ReadLineStatus(STATUS_PATH, vLines));
+  EXPECT_TRUE(vLines.empty());
+}
+
+TEST_F(StatusTest, TextIsATableOfLinesAndOneOfCalls) {
+  EXPECT_EQ(StatusToText(MakeStatus(), NOW),
+            "LINE  HEALTH\n"
+            "1     ok\n"
+            "2     offline\n"
+            "12    error\n"
+            "\n"
+            "LINE  DIRECTION  LOCAL  REMOTE      SINCE     AGE      STATE      CALL ID\n"
+            "1     incoming   22     0301234567  13:23:00  0:00:05  recording  20240131_132200_001_01\n"
+            "2     outgoing   -      0301234567  12:22:04  1:01:01  silenced   20240131_132200_002_01\n"
+            "3     incoming   22     -           13:24:05  0:00:00  waiting    20240131_132200_003_01\n");
+}
+
+TEST_F(StatusTest, ColumnsOfNumbersInUtf8AreCountedInCharacters) {
+  CtlStatus rStatus = MakeStatus();
+  rStatus.vCalls = {MakeCall(1, NOW), MakeCall(2, NOW)};
+  rStatus.vCalls[0].strLocal = "M\xc3\xbcller";
+  EXPECT_EQ(StatusToText(rStatus, NOW),
+            "LINE  HEALTH\n"
+            "1     ok\n"
+            "2     offline\n"
+            "12    error\n"
+            "\n"
+            "LINE  DIRECTION  LOCAL   REMOTE      SINCE     AGE      STATE      CALL ID\n"
+            "1     incoming   M\xc3\xbcller  0301234567  13:23:05  0:00:00  recording  20240131_132200_001_01\n"
+            "2     incoming   22      0301234567  13:23:05  0:00:00  recording  20240131_132200_002_01\n");
+}
+
+TEST_F(StatusTest, TextWithoutCallsDaemonOrDatabase) {
+  CtlStatus rStatus;
+  rStatus.fDatabase = true;
+  EXPECT_EQ(StatusToText(rStatus, NOW),
+            "The recorder is not running: it publishes no line status.\n\nNo calls in progress.\n");
+  rStatus.fRunning = true;
+  rStatus.vLines = {{1, "ok"}};
+  rStatus.fDatabase = false;
+  rStatus.strDatabaseError = "server is gone";
+  EXPECT_EQ(StatusToText(rStatus, NOW), "LINE  HEALTH\n1     ok\n\nThe database cannot be read: server is gone\n");
+}
+
+TEST_F(StatusTest, JsonHasTheSameFacts) {
+  const auto rExpected = nlohmann::json::parse(R"({
+    "running": true,
+    "lines": [{"line": 1, "health": "ok"}, {"line": 2, "health": "offline"}, {"line": 12, "health": "error"}],
+    "calls": [
+      {"line": 1, "call_id": "20240131_132200_001_01", "direction": "incoming", "local": "22", "remote": "0301234567",
+       "since": 1706707380, "state": "recording", "silenced": false},
+      {"line": 2, "call_id": "20240131_132200_002_01", "direction": "outgoing", "local": "", "remote": "0301234567",
+       "since": 1706703724, "state": "silenced", "silenced": true},
+      {"line": 3, "call_id": "20240131_132200_003_01", "direction": "incoming", "local": "22", "remote": "",
+       "since": 1706707445, "state": "waiting", "silenced": false}
+    ]
+  })");
+  EXPECT_EQ(StatusToJson(MakeStatus()), rExpected);
+}
+
+TEST_F(StatusTest, JsonWithoutDaemonAndDatabase) {
+  CtlStatus rStatus;
+  rStatus.strDatabaseError = "server is gone";
+  EXPECT_EQ(StatusToJson(rStatus).dump(),
+            R"({"calls":[],"database_error":"server is gone","lines":[],"running":false})");
+}
+
+TEST_F(StatusTest, DatabaseThatCannotBeReachedIsToldInTheStatus) {
+  WriteTestFile(STATUS_PATH, "Line_1: ok\n");
+  const CtlStatus rStatus = ReadStatus(STATUS_PATH, "host=/tmp/nowhere dbname=morvex");
+  EXPECT_TRUE(rStatus.fRunning);
+  EXPECT_EQ(rStatus.vLines.size(), 1U);
+  EXPECT_FALSE(rStatus.fDatabase);
+  EXPECT_TRUE(rStatus.vCalls.empty());
+  EXPECT_FALSE(rStatus.strDatabaseError.empty());
+  EXPECT_NE(rStatus.strDatabaseError.back(), '\n');
+}
+
+}  // namespace
