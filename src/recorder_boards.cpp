@@ -36,8 +36,9 @@ constexpr bool IsUnusableChType(int iType) {
 }
 
 // Driver channel of line i of a card: on a trunk card the opposite direction of each block is stepped over.
-int DrvChannelOfLine(const TBoard& rBoard, int i, bool isTrunk) {
-  return rBoard.iStartCh + i + (isTrunk ? i / TRUNK_BLOCK_LINES * TRUNK_BLOCK_LINES : 0);
+int DrvChannelOfLine(const TBoard& rBoard, int i) {
+  const int iBlock = rBoard.GetCtType() == CT_DTP ? i / TRUNK_BLOCK_LINES : 0;
+  return rBoard.iStartCh + i + iBlock * TRUNK_BLOCK_LINES;
 }
 
 // Reads the tool's INI text line by line. The text is the card maker's, so every cut is bounded by what is there.
@@ -291,9 +292,8 @@ void TRecorderBoot::NumberBoards() {
 }
 
 void TRecorderBoot::MapLines(const TBoard& rBoard) {
-  const bool isTrunk = rBoard.GetCtType() == CT_DTP;
   for (int i = 0; i < rBoard.iWebMaxCh; i++) {
-    const int iDrvCh = DrvChannelOfLine(rBoard, i, isTrunk);
+    const int iDrvCh = DrvChannelOfLine(rBoard, i);
     const int iWebCh = WrappingSum(rBoard.iWebStartCh, i);
     rDrvToWebChMap[iDrvCh] = iWebCh;
     rWebToDrvChMap[iWebCh] = iDrvCh;
@@ -303,7 +303,7 @@ void TRecorderBoot::MapLines(const TBoard& rBoard) {
 void TRecorderBoot::MapCircuits(const TBoard& rBoard, int& iCic) {
   if (rBoard.GetCtType() != CT_DTP || rBoard.iMaxCh <= 1) return;
   for (int i = 0; i < rBoard.iMaxCh / 2; i++, iCic++) {
-    const int iDrvCh = DrvChannelOfLine(rBoard, i, /*isTrunk=*/true);
+    const int iDrvCh = DrvChannelOfLine(rBoard, i);
     rCicToAppChMap[iCic] = iDrvCh;
     rAppToCicChMap[iDrvCh] = iCic;
   }
