@@ -230,7 +230,8 @@ void TRecorderBoot::CreateBoardList() {
   LogBoardList();
 }
 
-// An empty list is one empty entry, as lt_split has it; it leaves the row "_Present", which nobody reads.
+// An empty list is one empty entry, as lt_split has it; it leaves the row "_Present", which nobody reads. A card that
+// was taken has the empty id, which no entry may find.
 void TRecorderBoot::MergeRememberedBoards() {
   strCardList = SettingOf(rConfigs, g_cfgPrefix + "CardList");
   lg(LOG_NOTICE, "Old card list: %s", strCardList.c_str());
@@ -239,7 +240,7 @@ void TRecorderBoot::MergeRememberedBoards() {
   for (const std::string& strEntry : astrEntries) {
     TBoard* prFound = nullptr;
     for (TBoard& rDetected : vrDetectedBoards) {
-      if (!prFound && rDetected.getId() == strEntry) prFound = &rDetected;
+      if (!prFound && rDetected.fPresent && rDetected.getId() == strEntry) prFound = &rDetected;
     }
     if (prFound) {
       vrBoardList.push_back(*prFound);

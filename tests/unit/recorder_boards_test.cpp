@@ -327,6 +327,21 @@ TEST_F(DetectTest, FailedToolThatWroteItsFileIsBelieved) {
   EXPECT_EQ(rBoot.vrDetectedBoards.size(), 1U);
 }
 
+// The command is relative: in any other directory it could be anything.
+TEST_F(DetectTest, WithoutTheToolsDirectoryNothingIsRun) {
+  const std::string strElsewhere = "/tmp/elsewhere";
+  EnsurePath(strElsewhere + "/");
+  WriteTestFile(strElsewhere + "/config", "#!/bin/sh\ntouch ran\n");
+  ASSERT_EQ(chmod((strElsewhere + "/config").c_str(), 0755), 0);
+  ASSERT_EQ(chdir(strElsewhere.c_str()), 0);
+  (void)remove(Tool().c_str());
+  ASSERT_EQ(rmdir(TOOL_DIR), 0);
+  rBoot.DetectBoards();
+  EXPECT_FALSE(file_exists((strElsewhere + "/ran").c_str()));
+  EXPECT_THAT(rBoot.vrDetectedBoards, IsEmpty());
+  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 Waiting to give card time to initialize.", "5 Detected boards:"));
+}
+
 TEST_F(DetectTest, OrderToStopEndsTheWait) {
   rWaits.OnWait = [] { fAppTerminate = rWaits.iCalls == 3; };
   InstallTool("exit 0\n");
@@ -425,6 +440,15 @@ TEST_F(BoardsTest, CardNamedTwiceInTheListIsTakenOnce) {
   EXPECT_TRUE(rBoot.vrBoardList[0].fPresent);
   EXPECT_FALSE(rBoot.vrBoardList[1].fPresent);
   EXPECT_EQ(rBoot.rNewConfigs["SynA_Present"], "0");
+}
+
+TEST_F(BoardsTest, BlankEntryOfTheListTakesNoCardASecondTime) {
+  rBoot.rConfigs["CardList"] = "SynA,,SynB";
+  rBoot.vrDetectedBoards = {Present("ATP-4", "A", 4), Present("ATP-4", "B", 4)};
+  rBoot.CreateBoardList();
+  EXPECT_THAT(BoardIds(), ElementsAre("SynA", "SynB"));
+  EXPECT_EQ(rBoot.vrBoardList[1].iStartCh, 4);
+  EXPECT_EQ(rBoot.vrBoardList[1].iWebStartCh, 4);
 }
 
 TEST_F(BoardsTest, ClusterNodeReadsItsOwnList) {
