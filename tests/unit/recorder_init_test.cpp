@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <cstdio>
 #include <typeinfo>
 
@@ -280,6 +281,15 @@ TEST_F(InitTest, SecondHalfOfATrunkBlockHasNoLineContact) {
   for (std::size_t i = 0; i < 60; i++) {
     EXPECT_EQ(rRecorder.vChannels[i]->iChannel, i < 30 ? static_cast<int>(i) + 1 : -1) << i;
   }
+}
+
+using InitDeathTest = InitTest;
+
+// Such a line would be recorded with the settings of nobody.
+TEST_F(InitDeathTest, ChannelOfABoardThatIsNotListedEndsTheProcess) {
+  TakeCards({Present("ATP-1", "A", 1)});
+  simcards::AddBoard(7, 1, CH_ANALOG);
+  EXPECT_EXIT((void)rRecorder.InitRecorder(), testing::KilledBySignal(SIGABRT), "");
 }
 
 // -- identifier of the unit -------------------------------------------------------------------------------------------
