@@ -17,6 +17,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -171,7 +172,10 @@ int RunAction(const Options& rOptions, const std::vector<std::string>& astrArgs)
   }
   Connection rConnection;
   if (!rConnection.Open(rOptions.strSocket, rOptions.dConnect)) return NoCards(rOptions);
-  (void)rConnection.Ask(DirectoryCommand(std::filesystem::current_path()));
+  // The cards find the files of "play" from here. Other actions do without, so a directory that is gone is no error.
+  std::error_code rError;
+  const std::filesystem::path rHere = std::filesystem::current_path(rError);
+  if (!rError) (void)rConnection.Ask(DirectoryCommand(rHere));
   const Answer rAnswer = rConnection.Ask(strCommand);
   if (!rAnswer.fConnected) return Lost();
   for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
@@ -348,7 +352,7 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
-  } catch (const std::exception& rError) {  // a working directory that is gone, no memory
+  } catch (const std::exception& rError) {  // no memory
     std::fprintf(stderr, "cardsim: %s\n", rError.what());
     return EXIT_WRONG_INPUT;
   }

@@ -59,6 +59,14 @@ TEST_F(CardsimTool, SingleActionsReachTheCards) {
   }
 }
 
+TEST_F(CardsimTool, SingleActionNeedsNoWorkingDirectory) {
+  const std::string strGone = "mkdir gone && cd gone && rmdir ../gone && ";
+  Ran rRan = Run(strGone + BuildDir() + "/sim/cardsim --socket " + rFiles.Path("socket") + " ch 0 ring on");
+  EXPECT_EQ("", rRan.strOutput);
+  EXPECT_EQ(0, rRan.iExit);
+  EXPECT_EQ("24 ref 0: 2\n", Events());
+}
+
 TEST_F(CardsimTool, EachKindOfErrorHasItsStatus) {
   Ran rRan = Cardsim("ch 7 ring on");
   EXPECT_EQ(1, rRan.iExit);
