@@ -345,10 +345,7 @@ int TRecorderBoot::InitBoards() {
       LogSsmError("SsmStartCti");
       return 1;
     }
-    char acText[SSM_ERR_MSG_BYTES] = "";
-    SsmGetLastErrMsg(acText);
-    acText[sizeof acText - 1] = '\0';  // a text that fills the buffer may come without its end
-    lg(LOG_NOTICE, "Could not (yet) start: %s", acText);
+    lg(LOG_NOTICE, "Could not (yet) start: %s", LastSsmError());
     lg(LOG_NOTICE, "Waiting for board init");
     if (fAppTerminate) return 1;
   }

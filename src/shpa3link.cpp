@@ -6,9 +6,13 @@
 
 SsmClearR2callToneBuf_FT SsmClearR2callToneBuf_FP = nullptr;
 
-void LogSsmError(const char* pos) {
+const char* LastSsmError() {
   static char acText[SSM_ERR_MSG_BYTES];
   SsmGetLastErrMsg(acText);
   acText[sizeof acText - 1] = '\0';  // a text that fills the buffer may come without its end
-  lg(LOG_ERR, "Error in %s: %s", pos, acText);
+  return acText;
+}
+
+void LogSsmError(const char* pos) {
+  lg(LOG_ERR, "Error in %s: %s", pos, LastSsmError());
 }
