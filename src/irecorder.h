@@ -49,7 +49,9 @@ class ICRecorder {
   virtual void Shutdown() = 0;
   // Whether a call of these parties is kept only on demand.
   virtual bool StoreOnDemand(Contact rContactLocal, Contact rContactRemote) = 0;
+  // Asks the service to mail recording iID to the first user of this telephone; nothing without a user.
   virtual void EmailRecording(int iID, int iContactID) = 0;
+  // The same for the iBack-th newest call (1: the newest), to the last enabled user; -1 stands for none enabled.
   virtual void EmailBackRecording(int iContactID, int iBack) = 0;
   virtual std::string GetCheckSumType() = 0;
   virtual int SilencingAct(const std::string& strCallId, bool fSound) = 0;

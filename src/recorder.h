@@ -1,11 +1,12 @@
 // recorder: what lies between the cards and the channels. TRecorderBoot holds settings, boards and numbering for one
 // start try; CRecorder holds the channels and serves them.
 // Files:     recorder_settings.cpp maps and lookups, recorder_boards.cpp cards and numbering, recorder_drvconfig.cpp
-//            the driver's files, recorder_init.cpp settings to fields and channels, recorder_services.cpp what channels
-//            and the web side ask for, recorder_status.cpp health of the lines.
+//            the driver's files, recorder_init.cpp settings to fields and channels, recorder_events.cpp card events,
+//            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines,
+//            recorder_trace.cpp the bit-stream trace. Loop and queue of TRecorderBoot: morvex_crec_loop.cpp.
 // Threads:   main, except TRecorderBoot::queue (any), CRecorder::fBitStreamTracing (read by the reactor) and the two
 //            trace callbacks (the driver's threads, only while a trace runs).
-// Ownership: TRecorderBoot owns the database and queued actions' list nodes; CRecorder owns the channels.
+// Ownership: TRecorderBoot owns the database and the actions in its queue; CRecorder owns the channels.
 // Locks:     TRecorderBoot::rListMutex guards rActQueue and is never held while an action runs.
 // Settings:  rows of the table Configs, one map a part. A key lives in one part only, and its reader names the map; a
 //            missing key reads as the empty text or 0. Texts become numbers by strtol, so "12x" is 12.
@@ -107,6 +108,8 @@ ToolConfig ReadToolConfig(const std::string& strPath);
 // item whose event reads as 0 is dropped. "1304, 1100.2,xx" gives (0x1304, any) and (0x1100, 2).
 void AddCndList(const std::string& strList, std::vector<StartStopCnd>& arr);
 bool IsCondition(const std::vector<StartStopCnd>& arr, unsigned int dwEvent, unsigned int dwSubReason);
+
+// -- the driver's configuration -----------------------------------------------------------------------------------
 // Major version of the operating system from /etc/issue.net, 6 to 12; -1 for anything else.
 int GetDebianVersion();
 

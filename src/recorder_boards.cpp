@@ -30,7 +30,7 @@ constexpr time_t DRIVER_START_S = 20;    // boards come up while SsmStartCti is 
 
 constexpr int TRUNK_BLOCK_LINES = 30;  // lines in a block of a trunk card, and as many channels of the other direction
 
-// Types of driver channels that carry no line.
+// Types of driver channels that carry no line. 20 and 27 have no name here: only the library knows what they are.
 constexpr bool IsUnusableChType(int iType) {
   return iType == CH_UNKNOWN || iType == 20 || iType == 27;
 }

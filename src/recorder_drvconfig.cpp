@@ -35,7 +35,7 @@ std::string BoardSection(const TBoard& rBoard) {
   return "BoardId=" + ToStdString(rBoard.iBoardId);
 }
 
-// The keys of one section that are forced.
+// What is wanted of one section: keys that are forced, keys that only fill a gap, or the section emptied first.
 class Section {
  public:
   Section(IniData& rDataToFill, std::string strSectionName) : rData(rDataToFill), strName(std::move(strSectionName)) {}
