@@ -29,13 +29,13 @@ DAYS = {
 
 @pytest.fixture(scope="module")
 def days(daemon):
-    mark = daemon.mark()
-    station_sites.run_days(*DAYS)
-    return mark
+    return station_sites.run_days(daemon, *DAYS)
 
 
 @pytest.mark.parametrize("name", DAYS)
 def test_day(daemon, days, name):
     line, calls = DAYS[name]
-    station_sites.check_story(daemon, line, name, days)
-    station_sites.check_calls(daemon, line, calls, days)
+    mark, exits = days
+    station_sites.check_story(daemon, line, name, mark)
+    assert exits[name] == 0
+    station_sites.check_calls(daemon, line, calls, mark)
