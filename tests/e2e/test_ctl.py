@@ -1,0 +1,331 @@
+"""morvex_ctl against a running daemon, as a person and as a script use it."""
+
+import json
+import os
+import pty
+import re
+import select
+import subprocess
+import time
+from pathlib import Path
+
+import pytest
+
+from harness import BUILD, SOURCE, order, rows, wait_until
+
+CARDS = "card ATP8 1001 8"
+# Line 8 records on demand.
+SETTINGS = {"o": {"SilOnDemand": "1"}, "crec": {"Syn1001_RecOnDmd": "0,0,0,0,0,0,0,1"}}
+CTL = BUILD / "tools" / "morvex_ctl"
+NO_CALL = "20240131_142305_007_42"
+OUTSIDE = "0301234567"
+USAGE = 2
+
+
+def ctl(*arguments, **environment):
+    """Exit status, standard output, standard error."""
+    done = subprocess.run(
+        [CTL, *arguments], capture_output=True, text=True, stdin=subprocess.DEVNULL, env={**os.environ, **environment}
+    )
+    return done.returncode, done.stdout, done.stderr
+
+
+def told(text, status):
+    """The outcome of an order: "OK" for standard output, all else for standard error."""
+    return (status, text + "\n", "") if status == 0 else (status, "", text + "\n")
+
+
+OK = told("OK", 0)
+
+
+@pytest.fixture(scope="module", autouse=True)
+def calls(daemon):
+    """Line 1: an incoming call; line 2: an outgoing one, silenced; line 8: waits for a demand."""
+    daemon.wait_line("signal => sysinfo")
+    mark = daemon.mark()
+    daemon.cards("ch 0 ring on", f"ch 0 callerid {OUTSIDE}")
+    daemon.wait_line(f"[1] Remote: {OUTSIDE}", mark)
+    daemon.cards("ch 0 offhook")
+    daemon.active_call(1)
+    daemon.cards("ch 1 offhook", "ch 7 offhook", "ch 4 state offline")
+    silenced = daemon.active_call(2)
+    daemon.active_call(8)
+    daemon.wait_line("[5] Line health: offline", mark)
+    assert ctl("silence", silenced["remoteid"]) == OK
+    return {line: daemon.active_call(line) for line in (1, 2, 8)}
+
+
+# -- orders ----------------------------------------------------------------------------------------------------------
+
+
+def test_orders_that_need_no_call(daemon):
+    assert ctl("reconfig") == OK
+    assert ctl("chst", "3") == OK
+    assert Path("/var/morvex/data/chstate_3.dat").exists()
+    assert ctl("bittrace_stop") == told("ERR: already stopped", 7)
+
+
+@pytest.mark.parametrize("word", ["silence", "sound", "start", "stop", "delete"])
+def test_unknown_call(daemon, word):
+    assert ctl(word, NO_CALL) == told("E2: unknown call", 4)
+
+
+def test_options_that_are_off(daemon, calls):
+    call = calls[1]["remoteid"]
+    assert ctl("start", call) == told("E3: option RecOnDmd is off", 5)
+    assert ctl("stop", call) == told("E3: option RecOnDmd is off", 5)
+    assert ctl("delete", call) == told("E3: option DelOnDmd is off", 5)
+    # The daemon closes without a line behind a refusal, and has done the order.
+    assert ctl("change_local", "22", OUTSIDE) == told("The recorder gave no reply.", 8)
+    assert daemon.active_call(1)["local"] == "22"
+
+
+def test_silence_and_sound(daemon, calls):
+    call = calls[1]["remoteid"]
+    assert ctl("silence", call) == OK
+    assert daemon.active_call(1)["callextra"] == "silencing: 1\r\n"
+    assert ctl("sound", call) == OK
+    assert daemon.active_call(1)["callextra"] == "silencing: 0\r\n"
+    # Now the reply to this order is that of the one before.
+    mark = daemon.mark()
+    assert ctl("change_local", "--stop-start", "23", "0309999999") == OK
+    daemon.wait_line("Msg received: change_local 23|0309999999|1", mark)
+    assert ctl("change_local", "", "0309999999") == OK
+    daemon.wait_line("Msg received: change_local |0309999999|0", mark)
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        [],
+        ["nonsense"],
+        ["silence"],
+        ["silence", "7"],
+        ["silence", NO_CALL + "\n"],
+        ["silence", NO_CALL, NO_CALL],
+        ["chst"],
+        ["chst", "0"],
+        ["chst", "-1"],
+        ["chst", "100000"],
+        ["chst", "two"],
+        ["bittrace_start"],
+        ["bittrace_start", "-1"],
+        ["bittrace_start", "1x"],
+        ["bittrace_stop", "1"],
+        ["reconfig", "now"],
+        ["change_local", "22"],
+        ["change_local", "2|2", OUTSIDE],
+        ["change_local", "22", OUTSIDE + "\n"],
+        ["change_local", "2" * 50, "3" * 50],
+        ["status", "--xml"],
+        ["watch"],  # no terminal
+    ],
+)
+def test_arguments_that_make_no_sense_send_nothing(daemon, arguments):
+    mark = daemon.mark()
+    status, output, complaint = ctl(*arguments)
+    assert (status, output) == (USAGE, "")
+    assert complaint.endswith("\n")
+    assert order("hello") == "E0: Unknown commmand\n"
+    daemon.wait_line("Msg received: hello", mark)
+    assert [line for line in daemon.log_after(mark) if line.startswith("Msg")] == ["Msg received: hello"]
+
+
+def test_help_names_each_subcommand(daemon):
+    status, output, complaint = ctl("--help")
+    assert (status, complaint) == (0, "")
+    for word in SUBCOMMANDS:
+        assert re.search(rf"^ +{word} ", output, re.MULTILINE)
+
+
+# -- status ----------------------------------------------------------------------------------------------------------
+
+ROWS = [(1, "incoming", OUTSIDE, "recording"), (2, "outgoing", "", "silenced"), (8, "outgoing", "", "waiting")]
+
+
+def test_status_for_people(daemon, calls):
+    status, output, complaint = ctl("status")
+    assert (status, complaint) == (0, "")
+    lines = output.splitlines()
+    assert lines[:10] == ["LINE  HEALTH"] + [f"{n}     {'offline' if n == 5 else 'ok'}" for n in range(1, 9)] + [""]
+    assert lines[10].split("  ")[0] == "LINE" and len(lines) == 14
+    local = daemon.active_call(1)["local"]
+    for line, (number, direction, remote, state) in zip(lines[11:], ROWS):
+        call = calls[number]
+        since = time.strftime("%H:%M:%S", time.localtime(call["startdate"]))
+        words = [str(number), direction, local if number == 1 and local else "-", remote or "-", since]
+        age, *rest = line.split()[5:]
+        assert line.split()[:5] == words and rest == [state, call["remoteid"]]
+        hours, minutes, seconds = map(int, age.split(":"))
+        assert abs(time.time() - call["startdate"] - (hours * 3600 + minutes * 60 + seconds)) < 5
+
+
+def expected_json(daemon, calls):
+    local = daemon.active_call(1)["local"]
+    return {
+        "running": True,
+        "lines": [{"line": n, "health": "offline" if n == 5 else "ok"} for n in range(1, 9)],
+        "calls": [
+            {
+                "line": number,
+                "call_id": calls[number]["remoteid"],
+                "direction": direction,
+                "local": local if number == 1 else "",
+                "remote": remote,
+                "since": calls[number]["startdate"],
+                "state": state,
+                "silenced": state == "silenced",
+            }
+            for number, direction, remote, state in ROWS
+        ],
+    }
+
+
+def test_status_for_scripts(daemon, calls):
+    status, output, complaint = ctl("status", "--json")
+    assert (status, complaint) == (0, "")
+    assert json.loads(output) == expected_json(daemon, calls)
+
+
+def test_status_without_database(daemon):
+    status, output, complaint = ctl("status", PGHOST="/tmp/nowhere")
+    assert (status, complaint) == (10, "")
+    assert output.startswith("LINE  HEALTH\n1     ok\n")
+    assert "\nThe database cannot be read: " in output
+
+
+# -- watch -----------------------------------------------------------------------------------------------------------
+
+
+class Terminal:
+    """`morvex_ctl watch` on a terminal of 40 lines."""
+
+    def __init__(self):
+        self.output = b""
+        self.pid, self.master = pty.fork()
+        if self.pid == 0:
+            os.execve(CTL, [CTL, "watch"], {**os.environ, "TERM": "xterm", "LINES": "40", "COLUMNS": "120"})
+
+    def wait(self, text):
+        """Waits for this text on the screen, after what was waited for last."""
+
+        def seen():
+            if select.select([self.master], [], [], 0)[0]:
+                self.output += os.read(self.master, 65536)
+            return text in self.output
+
+        wait_until(f"{text} on the screen", seen)
+        self.output = self.output.split(text, 1)[1]
+
+    def press(self, key):
+        os.write(self.master, key)
+
+    def status(self):
+        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
+
+
+def test_watch_redraws_until_a_key(daemon, calls):
+    terminal = Terminal()
+    terminal.wait(b"HEALTH")
+    terminal.wait(calls[8]["remoteid"].encode())
+    terminal.wait(b"Any key ends.")
+    daemon.cards("ch 5 state offline")
+    terminal.wait(b"ffline")  # only what differs is drawn: the "o" of "ok" is there
+    daemon.cards("ch 5 state standby")
+    terminal.wait(b"k")
+    terminal.press(b"q")
+    assert terminal.status() == 0
+
+
+def test_watch_for_scripts_is_an_object_a_line(daemon, calls):
+    with subprocess.Popen([CTL, "watch", "--json"], stdout=subprocess.PIPE, text=True) as watch:
+        started = time.monotonic()
+        for _ in range(3):
+            assert json.loads(watch.stdout.readline()) == expected_json(daemon, calls)
+        assert time.monotonic() - started > 1.9
+        watch.stdout.close()  # nobody reads on
+        assert watch.wait(60) != 1
+
+
+# -- around it -------------------------------------------------------------------------------------------------------
+
+SUBCOMMANDS = "silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local status watch".split()
+
+
+def complete(*words):
+    """What bash offers for the last of the words."""
+    script = (
+        f"source {SOURCE}/tools/morvex_ctl.bash; COMP_WORDS=(morvex_ctl \"$@\"); COMP_CWORD=$#; _morvex_ctl;"
+        ' printf "%s\\n" "${COMPREPLY[@]}"'
+    )
+    path = f"{CTL.parent}:{os.environ['PATH']}"
+    done = subprocess.run(
+        ["bash", "-c", script, "-", *words], capture_output=True, text=True, check=True, env={**os.environ, "PATH": path}
+    )
+    assert done.stderr == ""
+    return done.stdout.split()
+
+
+def test_completion(daemon, calls):
+    assert complete("") == SUBCOMMANDS + ["--help"]
+    assert complete("bit") == ["bittrace_start", "bittrace_stop"]
+    assert complete("x") == []
+    ids = [call["remoteid"] for call in calls.values()]
+    for word in SUBCOMMANDS[:5]:
+        assert complete(word, "") == ids
+    assert complete("silence", ids[2]) == [ids[2]]
+    assert complete("status", "--") == ["--json"]
+    assert complete("watch", "") == ["--json"]
+    assert complete("change_local", "--") == ["--stop-start"]
+    assert complete("chst", "") == []
+
+
+def test_manual_page_renders_without_warnings(daemon):
+    done = subprocess.run(
+        ["groff", "-ww", "-man", "-Tutf8", SOURCE / "tools" / "morvex_ctl.1"], capture_output=True, text=True, check=True
+    )
+    assert done.stderr == ""
+    text = re.sub("\x1b\\[[\\d;]*m|.\b", "", done.stdout)  # bold by colour or by overprinting
+    for word in SUBCOMMANDS:
+        assert word in text
+
+
+# -- start, stop, delete, trace, the end -------------------------------------------------------------------------------
+
+
+def test_record_on_demand(daemon, calls):
+    assert ctl("start", calls[8]["remoteid"]) == OK
+    query = "SELECT * FROM ActiveCalls WHERE linenr = 8 AND encoding <> 0"
+    part = wait_until("the demanded part", lambda: rows(query))[0]
+    assert ctl("stop", part["remoteid"]) == OK
+    assert daemon.finished_call(part["remoteid"])["encoding"] == 554
+
+
+def test_delete(daemon, calls):
+    daemon.store_settings({"o": {"DelOnDmdType": "1"}})
+    mark = daemon.mark()
+    assert ctl("reconfig") == OK
+    daemon.wait_line("DelOnDmdType: 1", mark)
+    assert ctl("delete", calls[1]["remoteid"]) == OK
+    wait_until("row deleted", lambda: rows("SELECT id FROM ActiveCalls WHERE linenr = 1") == [])
+
+
+def test_trace(daemon):
+    assert ctl("bittrace_start", "0") == OK
+    daemon.wait_line("Starting bit stream tracing on channel 0")
+    assert ctl("bittrace_start", "1") == told("ERR: already started", 7)
+    assert ctl("bittrace_stop") == OK
+    daemon.wait_line("Stopped bit stream tracing")
+
+
+def test_daemon_that_does_not_run(daemon):
+    """Last: it ends the daemon."""
+    assert daemon.stop() == 0
+    sentence = "The recorder is not running: nobody answers at /tmp/morvex_crec."
+    for arguments in (["reconfig"], ["silence", NO_CALL], ["chst", "1"]):
+        assert ctl(*arguments) == told(sentence, 9)
+    status, output, complaint = ctl("status")
+    assert (status, complaint) == (9, "")
+    assert output.startswith("The recorder is not running: it publishes no line status.\n\n")
+    status, output, _ = ctl("status", "--json")
+    assert (status, json.loads(output)["running"], json.loads(output)["lines"]) == (9, False, [])
