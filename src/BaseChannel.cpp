@@ -28,6 +28,9 @@ BaseChannel::BaseChannel() {
 }
 
 BaseChannel::~BaseChannel() {
+  // Recordings still run here when the process ends after a trace, which has had the only Shutdown. The card must not
+  // write on into memory that is gone.
+  if (fRecording || iBaseRecCh != -1) (void)SsmStopRecToMem(iDrvCh);
   delete[] acRecordBuf;
   delete[] acMixBuffer;
   if (hAudioFile != nullptr) (void)fclose(hAudioFile);
