@@ -112,8 +112,8 @@ def test_socket_is_open_to_all(daemon):
 def test_command_reply_and_log(daemon):
     mark = daemon.mark()
     assert order(f"silence {NO_CALL}") == UNKNOWN_CALL
-    daemon.wait_line("reactor reply", mark)
-    assert daemon.log_after(mark) == [
+    daemon.wait_line("reactor reply: E2", mark)
+    assert daemon.log_after(mark)[-3:] == [
         f"Msg received: silence {NO_CALL}",
         f"Command: 'silence' Param: '{NO_CALL}'",
         "reactor reply: E2: unknown call",
