@@ -56,7 +56,7 @@ CREATE TABLE IF NOT EXISTS CallerIDs (
   contactid bigint NOT NULL REFERENCES Contacts (id),
   deleted   integer NOT NULL DEFAULT 0   -- not 0: invisible to the look-up by number
 );
-CREATE INDEX IF NOT EXISTS callerids_callerid ON CallerIDs (callerid);
+CREATE INDEX IF NOT EXISTS callerids_callerid ON CallerIDs (callerid text_pattern_ops);  -- for LIKE '0123%' too
 CREATE INDEX IF NOT EXISTS callerids_contactid ON CallerIDs (contactid);
 
 CREATE TABLE IF NOT EXISTS Lines (
@@ -117,13 +117,17 @@ CREATE SEQUENCE IF NOT EXISTS activecalls_id_seq AS integer OWNED BY ActiveCalls
 ALTER TABLE ActiveCalls ALTER COLUMN id SET DEFAULT nextval('activecalls_id_seq');
 
 -- By party and date, newest first; by number, also by its beginning (text_pattern_ops serves LIKE '0123%'); by line; by
--- date alone; by the name of the recording. The two on ids answer whether a number is still in use.
+-- date alone; by the name of the recording. The two on ids answer whether a number is still in use. Few calls have a
+-- connected party, so that one's index leaves out the rest.
 CREATE INDEX IF NOT EXISTS calls_localcontact ON Calls (localcontact, startdate);
 CREATE INDEX IF NOT EXISTS calls_remotecontact ON Calls (remotecontact, startdate);
+CREATE INDEX IF NOT EXISTS calls_connectedcontact ON Calls (connectedcontact, startdate)
+  WHERE connectedcontact IS NOT NULL;
 CREATE INDEX IF NOT EXISTS calls_localcallerid ON Calls (localcallerid);
 CREATE INDEX IF NOT EXISTS calls_remotecallerid ON Calls (remotecallerid);
 CREATE INDEX IF NOT EXISTS calls_local ON Calls (local text_pattern_ops);
 CREATE INDEX IF NOT EXISTS calls_remote ON Calls (remote text_pattern_ops);
+CREATE INDEX IF NOT EXISTS calls_connected ON Calls (connected text_pattern_ops);
 CREATE INDEX IF NOT EXISTS calls_line ON Calls (lineid, startdate);
 CREATE INDEX IF NOT EXISTS calls_startdate ON Calls (startdate);
 CREATE INDEX IF NOT EXISTS calls_remoteid ON Calls (remoteid);
