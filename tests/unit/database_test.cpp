@@ -86,6 +86,21 @@ TEST_F(ConnectionTest, RefusedConnectKeepsTheFailedHandleAndTellsTheReason) {
   }
 }
 
+// A machine without the driver package: dbi_conn_new then gives no handle at all.
+TEST(DriverTest, WithoutTheDriverEachOperationFailsAndSaysSo) {
+  (void)dbi_initialize("/tmp");  // a directory without drivers
+  (void)logsink::Take();
+  {
+    Database rDatabase;
+    const Texts astrLines = {"3 DB connect error -1 no libdbi driver for PostgreSQL\n"};
+    for (int i = 0; i < 2; i++) {
+      EXPECT_EQ(rDatabase.GetConfig("any"), "");
+      EXPECT_EQ(logsink::TakeTexts(), astrLines) << "operation " << i;
+    }
+  }
+  Database::Deinit();
+}
+
 TEST_F(ConnectionTest, DestructorClosesTheConnection) {
   {
     DatabaseConnection rOther;
