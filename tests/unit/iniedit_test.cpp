@@ -11,6 +11,7 @@
 
 #include "LogSink.h"
 #include "TestFiles.h"
+#include "fstring.h"
 
 using namespace std::string_literals;
 
@@ -336,6 +337,19 @@ TEST_F(IniEditTest, ContentIsCopiedOntoTheExistingFile) {
   EXPECT_EQ(ReadTestFile("it's the file.ini.tmp"), "(no file)");
   EXPECT_EQ(logsink::TakeTexts(),
             std::vector<std::string>{"5 Command: cp -p 'it'\\''s the file.ini.tmp' 'it'\\''s the file.ini'"});
+}
+
+TEST_F(IniEditTest, FailedCopyLeavesTheOldFileAndNoTemporary) {
+  WriteTestFile("file.ini", "[s]\na=0\n");
+  const std::string strPath = StdStringNullSafe(getenv("PATH"));
+  ASSERT_EQ(setenv("PATH", "/nowhere", 1), 0);  // the shell finds no cp
+  IniData rIni;
+  rIni.set("s", "a", "1");
+  rIni.update("file.ini");
+  ASSERT_EQ(setenv("PATH", strPath.c_str(), 1), 0);
+  EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=0\n");
+  EXPECT_EQ(ReadTestFile("file.ini.tmp"), "(no file)");
+  EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{"5 Command: cp -p 'file.ini.tmp' 'file.ini'"});
 }
 
 TEST_F(IniEditTest, UpdateLeavesTheObjectAsItIs) {
