@@ -60,10 +60,14 @@ class IDatabase {
   virtual void DeleteActiveCall(int iID) = 0;
   // The iBack-th newest call of a local contact (1: the newest); -1 when there is none.
   virtual int GetCallBack(int iContactID, int iBack) = 0;
+  // These three link one party of the row and write its number, the first two also as the full number. An unknown
+  // contact clears the link and keeps the number.
   virtual void UpdateActiveCallRemoteContact(int iID, Contact& rContact, const std::string& strRemote) = 0;
   virtual void UpdateActiveCallLocalContact(int iID, Contact& rContact, const std::string& strLocal) = 0;
   virtual void UpdateActiveCallConnectedNum(int iID, Contact& rContact, const std::string& strConnected) = 0;
   virtual void UpdateActiveCallCategory(int iID, int iCategory) = 0;
+  // Sets each column of the map; false when the statement failed, as it does for an empty map. No such row is no
+  // failure.
   virtual bool UpdateActiveCall(int iID, const StringMap& rCallInfo) = 0;
   // Reads callextra, sets one key and writes it back; nothing when the row is gone.
   virtual void SetActiveCallExtra(int iID, const std::string& strKey, const std::string& strValue) = 0;
@@ -72,17 +76,23 @@ class IDatabase {
   virtual StdStringMap GetActiveCallCarryOver(int iID) = 0;
 
   // -- contacts -----------------------------------------------------------------------------------------------
+  // Finds or makes the row of a line, with a contact of its own; the name given first stays. iChannel is the line
+  // number that users see. Sets iLineID and iContactID alone.
   virtual Contact GetOrCreateLineContact(int iChannel, long long iRecorderID, const std::string& strName) = 0;
   // Creates nothing, and leaves fLocal false whatever the row says.
   virtual Contact GetCallerIDContact(const std::string& strCallerID) = 0;
+  // Finds or makes the row of a number, with a contact of that name. An existing row never changes; strCallerID2 is not
+  // stored. fLocal of the result tells what the row said before, so it is false for a number made here.
   virtual Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& strCallerID2,
                                              bool fLocal, const std::string& strName) = 0;
+  // Removes the number when no call on either side has it, then the contact when no number is left to it.
   virtual void DeleteIfUnused(Contact rContact) = 0;
   virtual std::string GetContactName(int iContactId) = 0;
 
   // -- configuration and users --------------------------------------------------------------------------------
   // Merges the rows of a part over what the map holds.
   virtual void GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) = 0;
+  // The value in whatever part; the second reads the decimal number in front of it, 0 without one.
   virtual std::string GetConfig(const std::string& strParam) = 0;
   virtual int GetConfigInt(const std::string& strParam) = 0;
   // Replaces each row by param alone, whatever part it stood in.
@@ -92,6 +102,7 @@ class IDatabase {
   // strField goes bare into the statement: only the program's own column names.
   virtual std::string GetUserStringOnAccID(int iAccID, const std::string& strField) = 0;
   virtual int GetUserIntOnAccID(int iAccID, const std::string& strField) = 0;
+  // Both tell by fFound whether there is an entry. How long a replacement holds is for the caller to decide.
   virtual IdMapEntry GetIdMapEntry(const std::string& strLocalNum) = 0;
   virtual CallerIdContact GetCustomLocal(long long iContactID) = 0;
 };
