@@ -1,6 +1,6 @@
 // g711: ITU-T G.711 conversions between 16-bit linear samples and A-law or mu-law bytes.
-// All in 16-bit arithmetic, with the edges that follow: mu-law does not clip, A-law codes -1 to -7 as 0x5A. Recordings
-// mixed by earlier versions sound the same only as long as these edges stay.
+// All in 16-bit arithmetic, with the edges that follow: mu-law does not clip, A-law codes -1 to -7 as 0x5A. The edges
+// are kept on purpose: mixed recordings are made of these bytes, and sound alike only as long as the edges stay.
 // Threads:   any; pure functions, every input has an output.
 #pragma once
 
