@@ -108,7 +108,7 @@ def calls_in_progress():
 
 
 def status_text():
-    """The calls of `morvex_ctl status`; the health of 54 lines stands before them."""
+    """The calls of `morvex_ctl status`; the health of the lines stands before them."""
     text = subprocess.run([CTL, "status"], capture_output=True, check=False, text=True).stdout
     return text.split("\n\n", 1)[1].rstrip()
 

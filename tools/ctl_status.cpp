@@ -87,6 +87,49 @@ std::string Table(const std::vector<std::vector<std::string>>& vRows) {
   return strText;
 }
 
+// Lines with neighbouring numbers.
+struct LineRun {
+  long iFirst = 0;
+  long iLast = 0;
+};
+
+struct HealthRow {
+  std::string strHealth;
+  std::vector<LineRun> vRuns;
+};
+
+void AddLine(HealthRow& rRow, long iLine) {
+  if (!rRow.vRuns.empty() && rRow.vRuns.back().iLast + 1 == iLine) {
+    rRow.vRuns.back().iLast = iLine;
+  } else {
+    rRow.vRuns.push_back({iLine, iLine});
+  }
+}
+
+// "1-8,17"
+std::string LinesText(const HealthRow& rRow) {
+  std::string strText;
+  for (const LineRun& rRun : rRow.vRuns) {
+    strText += (strText.empty() ? "" : ",") + std::to_string(rRun.iFirst);
+    if (rRun.iLast != rRun.iFirst) strText += "-" + std::to_string(rRun.iLast);
+  }
+  return strText;
+}
+
+// One row for all lines of the same health, as a unit has dozens of them and mostly all are ok.
+std::string HealthTable(const std::vector<LineStatus>& vLines) {
+  std::vector<HealthRow> vHealths;  // in the order in which the file first names them
+  for (const LineStatus& rLine : vLines) {
+    auto itRow = std::find_if(vHealths.begin(), vHealths.end(),
+                              [&](const HealthRow& rRow) { return rRow.strHealth == rLine.strHealth; });
+    if (itRow == vHealths.end()) itRow = vHealths.insert(itRow, {rLine.strHealth, {}});
+    AddLine(*itRow, rLine.iLine);
+  }
+  std::vector<std::vector<std::string>> vRows = {{"LINES", "HEALTH"}};
+  for (const HealthRow& rRow : vHealths) vRows.push_back({LinesText(rRow), rRow.strHealth});
+  return Table(vRows);
+}
+
 }  // namespace
 
 bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines) {
@@ -121,9 +164,7 @@ std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {
   if (!rStatus.fRunning) {
     strText += "The recorder is not running: it publishes no line status.\n";
   } else {
-    std::vector<std::vector<std::string>> vRows = {{"LINE", "HEALTH"}};
-    for (const LineStatus& rLine : rStatus.vLines) vRows.push_back({std::to_string(rLine.iLine), rLine.strHealth});
-    strText += Table(vRows);
+    strText += HealthTable(rStatus.vLines);
   }
   strText += "\n";
   if (!rStatus.fDatabase) return strText + "The database cannot be read: " + rStatus.strDatabaseError + "\n";

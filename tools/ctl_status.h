@@ -39,6 +39,8 @@ bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines)
 // Both sources. strConnection: libpq connection text; empty: the daemon's own database.
 CtlStatus ReadStatus(const std::string& strPath = LINE_STATUS_FILE, const std::string& strConnection = "");
 
-// A table for people; times in local time, ages counted to rNow.
+// Two tables for people: lines in runs of equal health ("1-8,17-20  ok"), and calls; times in local time, ages counted
+// to rNow.
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow);
+// For scripts: each line by itself.
 nlohmann::json StatusToJson(const CtlStatus& rStatus);

@@ -147,10 +147,10 @@ def test_status_for_people(daemon, calls):
     status, output, complaint = ctl("status")
     assert (status, complaint) == (0, "")
     lines = output.splitlines()
-    assert lines[:10] == ["LINE  HEALTH"] + [f"{n}     {'offline' if n == 5 else 'ok'}" for n in range(1, 9)] + [""]
-    assert lines[10].split("  ")[0] == "LINE" and len(lines) == 14
+    assert lines[:4] == ["LINES    HEALTH", "1-4,6-8  ok", "5        offline", ""]
+    assert lines[4].split("  ")[0] == "LINE" and len(lines) == 8
     local = daemon.active_call(1)["local"]
-    for line, (number, direction, remote, state) in zip(lines[11:], ROWS):
+    for line, (number, direction, remote, state) in zip(lines[5:], ROWS):
         call = calls[number]
         since = time.strftime("%H:%M:%S", time.localtime(call["startdate"]))
         words = [str(number), direction, local if number == 1 and local else "-", remote or "-", since]
@@ -190,7 +190,7 @@ def test_status_for_scripts(daemon, calls):
 def test_status_without_database(daemon):
     status, output, complaint = ctl("status", PGHOST="/tmp/nowhere")
     assert (status, complaint) == (10, "")
-    assert output.startswith("LINE  HEALTH\n1     ok\n")
+    assert output.startswith("LINES    HEALTH\n1-4,6-8  ok\n")
     assert "\nThe database cannot be read: " in output
 
 
@@ -229,10 +229,13 @@ def test_watch_redraws_until_a_key(daemon, calls):
     terminal.wait(b"HEALTH")
     terminal.wait(calls[8]["remoteid"].encode())
     terminal.wait(b"Any key ends.")
-    daemon.cards("ch 5 state offline")
-    terminal.wait(b"ffline")  # only what differs is drawn: the "o" of "ok" is there
-    daemon.cards("ch 5 state standby")
-    terminal.wait(b"k")
+    # Only what differs is drawn: "5" becomes "5-6", then "5,7".
+    for channel, drawn in ((5, b"-6"), (6, b",7")):
+        daemon.cards(f"ch {channel} state offline")
+        terminal.wait(drawn)
+        mark = daemon.mark()
+        daemon.cards(f"ch {channel} state standby")
+        daemon.wait_line(f"[{channel + 1}] Line health: ok", mark)
     terminal.press(b"q")
     assert terminal.status() == 0
 

@@ -75,10 +75,10 @@ TEST_F(StatusTest, EmptyFileIsADaemonWithoutLines) {
 
 TEST_F(StatusTest, TextIsATableOfLinesAndOneOfCalls) {
   EXPECT_EQ(StatusToText(MakeStatus(), NOW),
-            "LINE  HEALTH\n"
-            "1     ok\n"
-            "2     offline\n"
-            "12    error\n"
+            "LINES  HEALTH\n"
+            "1      ok\n"
+            "2      offline\n"
+            "12     error\n"
             "\n"
             "LINE  DIRECTION  LOCAL  REMOTE      SINCE     AGE      STATE      CALL ID\n"
             "1     incoming   22     0301234567  13:23:00  0:00:05  recording  20240131_132200_001_01\n"
@@ -86,15 +86,38 @@ TEST_F(StatusTest, TextIsATableOfLinesAndOneOfCalls) {
             "3     incoming   22     -           13:24:05  0:00:00  waiting    20240131_132200_003_01\n");
 }
 
+TEST_F(StatusTest, LinesOfEqualHealthShareARow) {
+  struct Row {
+    const char* acLabel;
+    std::vector<LineStatus> vLines;
+    const char* acTable;
+  };
+  const Row rRows[] = {
+      {"no lines", {}, "LINES  HEALTH\n"},
+      {"one run", {{1, "ok"}, {2, "ok"}, {3, "ok"}}, "LINES  HEALTH\n1-3    ok\n"},
+      {"a run goes on behind others",
+       {{1, "ok"}, {2, "ok"}, {3, "error"}, {4, "offline"}, {5, "error"}, {6, "ok"}, {7, "ok"}},
+       "LINES    HEALTH\n1-2,6-7  ok\n3,5      error\n4        offline\n"},
+      {"numbers of absent cards", {{7, "ok"}, {9, "ok"}, {10, "ok"}}, "LINES   HEALTH\n7,9-10  ok\n"},
+      {"not in order", {{2, "offline"}, {1, "offline"}, {2, "ok"}}, "LINES  HEALTH\n2,1    offline\n2      ok\n"},
+  };
+  for (const Row& rRow : rRows) {
+    CtlStatus rStatus;
+    rStatus.fRunning = rStatus.fDatabase = true;
+    rStatus.vLines = rRow.vLines;
+    EXPECT_EQ(StatusToText(rStatus, NOW), std::string(rRow.acTable) + "\nNo calls in progress.\n") << rRow.acLabel;
+  }
+}
+
 TEST_F(StatusTest, ColumnsOfNumbersInUtf8AreCountedInCharacters) {
   CtlStatus rStatus = MakeStatus();
   rStatus.vCalls = {MakeCall(1, NOW), MakeCall(2, NOW)};
   rStatus.vCalls[0].strLocal = "M\xc3\xbcller";
   EXPECT_EQ(StatusToText(rStatus, NOW),
-            "LINE  HEALTH\n"
-            "1     ok\n"
-            "2     offline\n"
-            "12    error\n"
+            "LINES  HEALTH\n"
+            "1      ok\n"
+            "2      offline\n"
+            "12     error\n"
             "\n"
             "LINE  DIRECTION  LOCAL   REMOTE      SINCE     AGE      STATE      CALL ID\n"
             "1     incoming   M\xc3\xbcller  0301234567  13:23:05  0:00:00  recording  20240131_132200_001_01\n"
@@ -110,7 +133,7 @@ TEST_F(StatusTest, TextWithoutCallsDaemonOrDatabase) {
   rStatus.vLines = {{1, "ok"}};
   rStatus.fDatabase = false;
   rStatus.strDatabaseError = "server is gone";
-  EXPECT_EQ(StatusToText(rStatus, NOW), "LINE  HEALTH\n1     ok\n\nThe database cannot be read: server is gone\n");
+  EXPECT_EQ(StatusToText(rStatus, NOW), "LINES  HEALTH\n1      ok\n\nThe database cannot be read: server is gone\n");
 }
 
 TEST_F(StatusTest, JsonHasTheSameFacts) {
