@@ -424,7 +424,7 @@ TEST_F(BaseChannelFinish, ActionCarriesFilesLengthAndChecksumType) {
   rRecorder.fStereo = true;
   rRecorder.fRecCheck = true;
   rRecorder.fALE = true;
-  rRecorder.strRecordingRoot = "/tmp/work";
+  rRecorder.strRecordingRoot = "/tmp/area";
   rRecorder.strArchiveRoot = "/recordings";
   rRecorder.strCheckSumType = "sha1";
   StereoChannel rStereo;
@@ -433,8 +433,8 @@ TEST_F(BaseChannelFinish, ActionCarriesFilesLengthAndChecksumType) {
   PassSeconds(10);
   rStereo.FinalizeRecording(/*fClearInfo=*/true);
   const std::string strFile = "2024/01/31/14/20240131_142345_007_01.mp3";
-  EXPECT_EQ(ToolLog(), "sox /tmp/work/" + strFile + ".g711 -C 32.4 /tmp/work/" + strFile + "\n" +
-                           "morvex_reccheck /tmp/work/" + strFile + " 10\n" + "morvex_crypt -e -i /tmp/work/" +
+  EXPECT_EQ(ToolLog(), "sox /tmp/area/" + strFile + ".g711 -C 32.4 /tmp/area/" + strFile + "\n" +
+                           "morvex_reccheck /tmp/area/" + strFile + " 10\n" + "morvex_crypt -e -i /tmp/area/" +
                            strFile + " -o /recordings/" + strFile + "\n" + "sha1sum -b /recordings/" + strFile + "\n");
   ASSERT_EQ(KeptRows(), 1u);
   StdStringMap& rRow = rDatabase.rTables["Calls"].begin()->second;

@@ -115,7 +115,7 @@ TEST_F(BaseChannelRecord, FileNamesByEncoding) {
       {"GSM is still to be made", RECENC_GSM, "id.wav", "id.wav.g711"},
       {"MP3 is still to be made", RECENC_MP3, "id.mp3", "id.mp3.g711"},
   };
-  rRecorder.strRecordingRoot = "/recordings/work";
+  rRecorder.strRecordingRoot = "/recordings/area";
   rRecorder.strArchiveRoot = "/recordings/archive";
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
@@ -124,9 +124,9 @@ TEST_F(BaseChannelRecord, FileNamesByEncoding) {
     const std::string strFinal = rRow.acFinal;
     EXPECT_EQ(rChannel.strFilename, strFinal);
     EXPECT_EQ(rChannel.strDirectory, "2024/01/31/14");
-    EXPECT_EQ(rChannel.strFullFilenameFinal, "/recordings/work/2024/01/31/14/" + strFinal);
+    EXPECT_EQ(rChannel.strFullFilenameFinal, "/recordings/area/2024/01/31/14/" + strFinal);
     EXPECT_EQ(rChannel.strArchiveFilename, "/recordings/archive/2024/01/31/14/" + strFinal);
-    EXPECT_EQ(rChannel.strFullFilename, std::string("/recordings/work/2024/01/31/14/") + rRow.acWritten);
+    EXPECT_EQ(rChannel.strFullFilename, std::string("/recordings/area/2024/01/31/14/") + rRow.acWritten);
   }
   EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
 }

@@ -50,7 +50,7 @@ class AudioConvTest : public testing::Test {
     const std::string strPath = getenv("PATH");
     if (strPath.find(TOOLS_DIR) != 0) (void)setenv("PATH", (TOOLS_DIR + (":" + strPath)).c_str(), 1);
     (void)unlink(TOOLS_LOG);
-    (void)stdSystem("rm -rf /recordings/* /tmp/work; mkdir -p /tmp/work");
+    (void)stdSystem("rm -rf /recordings/* /tmp/area; mkdir -p /tmp/area");
     (void)logsink::Take();
   }
 
@@ -171,14 +171,14 @@ TEST_F(AudioConvTest, FailedMp3ConversionBecomesAWavFile) {
 }
 
 TEST_F(AudioConvTest, Mp3FallbackKeepsTheArchiveName) {
-  UseNames(RECENC_MP3, "/tmp/work/call.mp3", "/recordings/call.mp3");
+  UseNames(RECENC_MP3, "/tmp/area/call.mp3", "/recordings/call.mp3");
   rRecorder.fALE = true;
   rAct.strCheckSumType = "md5";
   RecordText("raw");
   rAct.performThread();
   EXPECT_EQ(ReadTestFile("/recordings/call.mp3"), "sealed:raw");
   EXPECT_FALSE(Exists("/recordings/call.wav"));
-  EXPECT_FALSE(Exists("/tmp/work/call.wav"));
+  EXPECT_FALSE(Exists("/tmp/area/call.wav"));
 }
 
 TEST_F(AudioConvTest, Mp3FallbackWithoutEncryptionHasNoSumAndLeavesSideFilesBehind) {
@@ -208,7 +208,7 @@ TEST_F(AudioConvTest, FailedCopyLosesTheAudioAndKeepsTheRow) {
 // -- names --------------------------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, SingleQuoteInANameReachesEveryTool) {
-  UseNames(RECENC_MP3, "/tmp/work/O'Neill call.mp3", "/recordings/O'Neill call.mp3");
+  UseNames(RECENC_MP3, "/tmp/area/O'Neill call.mp3", "/recordings/O'Neill call.mp3");
   rRecorder.fRecCheck = true;
   rRecorder.fALE = true;
   rAct.strCheckSumType = "md5";
@@ -216,8 +216,8 @@ TEST_F(AudioConvTest, SingleQuoteInANameReachesEveryTool) {
   rAct.performThread();
   EXPECT_EQ(rAct.rCallInfo.data["encoding"], "801");
   EXPECT_EQ(ReadTestFile(TOOLS_LOG),
-            "reccheck</tmp/work/O'Neill call.mp3><12>\n"
-            "crypt<-e><-i></tmp/work/O'Neill call.mp3><-o></recordings/O'Neill call.mp3>\n");
+            "reccheck</tmp/area/O'Neill call.mp3><12>\n"
+            "crypt<-e><-i></tmp/area/O'Neill call.mp3><-o></recordings/O'Neill call.mp3>\n");
   EXPECT_EQ(ReadTestFile("/recordings/O'Neill call.mp3").substr(0, 7), "sealed:");
   const std::string strSum = MadeBy("md5sum \"/recordings/O'Neill call.mp3\"").substr(0, 32);
   EXPECT_EQ(Extra(), "chk: " + strSum + "\r\nchktype: md5\r\nline: 3\r\n");
@@ -244,35 +244,35 @@ TEST_F(AudioConvTest, FailedCheckIsIgnored) {
 }
 
 TEST_F(AudioConvTest, EncryptionMovesTheClearFileIntoTheArchive) {
-  UseNames(RECENC_G711A, "/tmp/work/call.wav", "/recordings/call.wav");
+  UseNames(RECENC_G711A, "/tmp/area/call.wav", "/recordings/call.wav");
   rRecorder.fALE = true;
   RecordText("audio");
   rAct.performThread();
-  EXPECT_EQ(logsink::TakeTexts(), Texts({"5 Exec: morvex_crypt -e -i '/tmp/work/call.wav' -o '/recordings/call.wav'"}));
-  EXPECT_FALSE(Exists("/tmp/work/call.wav"));
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"5 Exec: morvex_crypt -e -i '/tmp/area/call.wav' -o '/recordings/call.wav'"}));
+  EXPECT_FALSE(Exists("/tmp/area/call.wav"));
   EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "sealed:audio");
 }
 
 TEST_F(AudioConvTest, FailedEncryptionStillRemovesTheClearFile) {
-  UseNames(RECENC_G711A, "/tmp/work/call.wav", "/recordings/call.wav");
+  UseNames(RECENC_G711A, "/tmp/area/call.wav", "/recordings/call.wav");
   rRecorder.fALE = true;
   WriteScript(TOOLS_DIR + std::string("/morvex_crypt"), "#!/bin/sh\nexit 1\n");
   RecordText("audio");
   rAct.performThread();
-  EXPECT_FALSE(Exists("/tmp/work/call.wav"));
+  EXPECT_FALSE(Exists("/tmp/area/call.wav"));
   EXPECT_FALSE(Exists("/recordings/call.wav"));
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
 }
 
 TEST_F(AudioConvTest, MissingToolsStopNothing) {
-  UseNames(RECENC_G711A, "/tmp/work/call.wav", "/recordings/call.wav");
+  UseNames(RECENC_G711A, "/tmp/area/call.wav", "/recordings/call.wav");
   rRecorder.fRecCheck = true;
   rRecorder.fALE = true;
   (void)unlink((TOOLS_DIR + std::string("/morvex_crypt")).c_str());
   (void)unlink((TOOLS_DIR + std::string("/morvex_reccheck")).c_str());
   RecordText("audio");
   rAct.performThread();
-  EXPECT_FALSE(Exists("/tmp/work/call.wav"));
+  EXPECT_FALSE(Exists("/tmp/area/call.wav"));
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
 }
 
