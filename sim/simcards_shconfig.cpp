@@ -1,6 +1,6 @@
 // The checks go from the whole to the parts: list of boards, table of channels, keys of each board, clock, trunks. Each
-// step returns false once it has told what is wrong. Keys that only tune the card's electronics may have any value, since
-// somebody may have edited them by hand.
+// step returns false once it has told what is wrong. Keys that only tune the card's electronics may have any value,
+// since somebody may have edited them by hand.
 
 #include "simcards_shconfig.h"
 
