@@ -1,6 +1,7 @@
+#include "database.h"
+
 #include <syslog.h>
 
-#include "database.h"
 #include "datafile.h"
 #include "logging.h"
 

@@ -1,6 +1,6 @@
-#include <sstream>
-
 #include "database.h"
+
+#include <sstream>
 
 // Contacts: finding or creating the rows under which calls are filed. A contact is a person or a line; numbers
 // (CallerIDs) and lines (Lines) point to it. Operations that create look first and insert two rows when nothing is
