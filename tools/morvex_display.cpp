@@ -25,8 +25,10 @@ bool ReadInput(const std::string& strFile, std::string& strContent) {
     return true;
   }
   std::ifstream rFile(strFile, std::ios::binary);
+  (void)rFile.peek();  // a directory opens and fails at its first byte
+  if (rFile.fail()) return false;
   strContent.assign(std::istreambuf_iterator<char>(rFile), {});
-  return rFile.good();
+  return true;
 }
 
 std::string Indented(const std::string& strText) {

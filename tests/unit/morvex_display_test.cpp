@@ -128,6 +128,16 @@ TEST(MorvexDisplay, FileThatCannotBeReadIsAnError) {
   EXPECT_EQ(1, rOutcome.iStatus);
 }
 
+TEST(MorvexDisplay, DirectoryIsRefusedAndAnEmptyFileIsNot) {
+  const Outcome rDirectory = RunTool("/tmp");
+  EXPECT_EQ("Cannot read /tmp\n", rDirectory.strOutput);
+  EXPECT_EQ(1, rDirectory.iStatus);
+  WriteTestFile(FILE_NAME, "");
+  const Outcome rEmpty = RunTool(FILE_NAME);
+  EXPECT_EQ("", rEmpty.strOutput);
+  EXPECT_EQ(0, rEmpty.iStatus);
+}
+
 TEST(MorvexDisplay, WrongArgumentsAreRefused) {
   for (const char* acArguments : {"", "--start-mode loud -", "--busy -1 -", "--unknown -"}) {
     EXPECT_NE(0, RunTool(acArguments).iStatus) << acArguments;
