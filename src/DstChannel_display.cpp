@@ -87,6 +87,8 @@ struct DisplayScan {
   EStep NumberEnded();
   EVerdict Judge() const;
   bool PassesLineEnd();
+  void TakeNecParty();
+  void TakeA5000Name();
 
   std::string Number() const { return {acText + start, static_cast<std::size_t>(i - start)}; }
   bool IsAtStart() const { return start == 0 || acText[start - 1] == '\n'; }
@@ -133,27 +135,28 @@ bool DisplayScan::Run() {
     if (eStep == STEP_LINE_END && PassesLineEnd()) return fDetected;
   }
 
-  if (rRules.iPbxType == PBX_NEC) {
-    // NEC shows who is talked to behind a marker: a name or a number, taken as it stands.
-    constexpr const char* TALKING_TO = "\nTALKING TO";
-    if (const char* acMarker = strstr(acText, TALKING_TO)) {
-      const char* acName = acMarker + strlen(TALKING_TO);
-      acName += strspn(acName, " ");
-      const std::string strName(acName, strcspn(acName, "\n"));
-      if (strName != rRules.strLocalNum && strRemoteNum.empty()) {
-        strRemoteNum = strName;
-        fDetected = true;
-      }
-    }
-  }
-  if (rRules.iPbxType == PBX_A5000 && !BeginsWithDigit(strRemoteNum)) {
-    std::string strName;
-    if (ExtractA5000Name(acText, strName)) {
-      strRemoteNum = strName;
-      fDetected = true;
-    }
-  }
+  if (rRules.iPbxType == PBX_NEC) TakeNecParty();
+  if (rRules.iPbxType == PBX_A5000) TakeA5000Name();
   return fDetected;
+}
+
+// NEC shows who is talked to behind a marker: a name or a number, taken as it stands.
+void DisplayScan::TakeNecParty() {
+  constexpr const char* TALKING_TO = "\nTALKING TO";
+  const char* acMarker = strstr(acText, TALKING_TO);
+  if (acMarker == nullptr) return;
+  const char* acParty = acMarker + strlen(TALKING_TO);
+  acParty += strspn(acParty, " ");
+  const std::string strParty(acParty, strcspn(acParty, "\n"));
+  if (strParty == rRules.strLocalNum || !strRemoteNum.empty()) return;
+  strRemoteNum = strParty;
+  fDetected = true;
+}
+
+// Without a number, a display of nothing but a name tells who it is.
+void DisplayScan::TakeA5000Name() {
+  if (BeginsWithDigit(strRemoteNum) || !ExtractA5000Name(acText, strRemoteNum)) return;
+  fDetected = true;
 }
 
 EStep DisplayScan::Step() {
