@@ -39,14 +39,13 @@ constexpr DWORD LOW_WORD = 0xFFFF;
 
 constexpr int PHONE_TYPE_TENOVIS = 1;  // setting "PhoneType" on an "Avaya Mer..." PBX
 
-// Copies the event's data as a text of at most iMax characters; acTo has room for one more.
-void CopyText(const SSM_EVENT& rEvent, char* acTo, std::size_t iMax) {
+}  // namespace
+
+void CopyEventText(const SSM_EVENT& rEvent, char* acTo, std::size_t iMax) {
   const std::size_t iLen = rEvent.pvBuffer == nullptr ? 0 : std::min<std::size_t>(rEvent.dwDataLength, iMax);
   if (iLen > 0) memcpy(acTo, rEvent.pvBuffer, iLen);
   acTo[iLen] = '\0';
 }
-
-}  // namespace
 
 const DST_Channel::DMsgRow DST_Channel::rDMsgRows[] = {
     {DMSG_OFF_HOOK, &DST_Channel::OnOffHook, LOW_WORD},
@@ -58,36 +57,35 @@ const DST_Channel::DMsgRow DST_Channel::rDMsgRows[] = {
     {DMSG_BRI_ABANDONED, &DST_Channel::OnBriCancelled, LOW_WORD},
     {DMSG_BRI_REJECTED, &DST_Channel::OnBriCancelled, LOW_WORD},
     // Lamps and keys without a meaning of their own: only the board conditions look at them.
-    {0x1001, &DST_Channel::OnNothing, LOW_WORD},
-    {0x1002, &DST_Channel::OnNothing, LOW_WORD},
-    {0x1003, &DST_Channel::OnNothing, LOW_WORD},
-    {0x100B, &DST_Channel::OnNothing, LOW_WORD},
-    {0x100F, &DST_Channel::OnNothing, LOW_WORD},
-    {0x1025, &DST_Channel::OnNothing, LOW_WORD},
-    {0x1028, &DST_Channel::OnNothing, LOW_WORD},
-    {0x102A, &DST_Channel::OnNothing, LOW_WORD},
-    {0x1033, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_1001, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_1002, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_1003, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_100B, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_100F, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_1025, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_1028, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_102A, &DST_Channel::OnNothing, LOW_WORD},
+    {DMSG_UNNAMED_1033, &DST_Channel::OnNothing, LOW_WORD},
     {DMSG_KEY_DIGIT, &DST_Channel::OnKeyDigit, LOW_BYTE},
     {DMSG_DISPLAY, &DST_Channel::OnDisplay, LOW_WORD},
     {DMSG_FUNCTION_BUTTON, &DST_Channel::OnFunctionButton, LOW_BYTE},
     {DMSG_RELEASE_BUTTON, &DST_Channel::OnReleaseButton, LOW_WORD},
     {DMSG_FEATURE_BUTTON, &DST_Channel::OnFeatureButton, LOW_WORD},
     {DMSG_SOFT_BUTTON, &DST_Channel::OnSoftButton, LOW_BYTE},
-    // Each PBX family has ring codes of its own; 0x1305 is none of them.
     {DMSG_RING_ON, &DST_Channel::OnRingOn, LOW_WORD},
-    {0x10BA, &DST_Channel::OnRingOn, LOW_WORD},
-    {0x10BB, &DST_Channel::OnRingOn, LOW_WORD},
-    {0x10BC, &DST_Channel::OnRingOn, LOW_WORD},
-    {0x1307, &DST_Channel::OnRingOn, LOW_WORD},
+    {DMSG_RING_ON_10BA, &DST_Channel::OnRingOn, LOW_WORD},
+    {DMSG_RING_ON_10BB, &DST_Channel::OnRingOn, LOW_WORD},
+    {DMSG_RING_ON_10BC, &DST_Channel::OnRingOn, LOW_WORD},
+    {DMSG_RING_ON_1307, &DST_Channel::OnRingOn, LOW_WORD},
     {DMSG_RING_OFF, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x10B8, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x1304, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x1306, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x1308, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x1309, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x130A, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x130B, &DST_Channel::OnRingOff, LOW_WORD},
-    {0x130C, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_10B8, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_1304, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_1306, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_1308, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_1309, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_130A, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_130B, &DST_Channel::OnRingOff, LOW_WORD},
+    {DMSG_RING_OFF_130C, &DST_Channel::OnRingOff, LOW_WORD},
     {DMSG_LINE_BUTTON, &DST_Channel::OnLineButton, LOW_WORD},
     {DMSG_AUDIO_CHANGE, &DST_Channel::OnAudioChange, LOW_WORD},
     {DMSG_MUTE_LIGHT_OFF, &DST_Channel::OnMuteLightOff, LOW_WORD},
@@ -384,7 +382,7 @@ void DST_Channel::OnKeyDigit(const SSM_EVENT& rEvent) {
 }
 
 void DST_Channel::OnDisplay(const SSM_EVENT& rEvent) {
-  CopyText(rEvent, acPhoneDisp, DISPLAY_TEXT_BYTES);
+  CopyEventText(rEvent, acPhoneDisp, DISPLAY_TEXT_BYTES);
   lg(LOG_NOTICE, "[%d] Message change:%s", iChannel, acPhoneDisp);
   const bool isAlwaysAnalysed = InMuteMode() || iPbxType == PBX_PANASONIC || iPbxType == PBX_BELGACOM;
   if (isAlwaysAnalysed || fCallBusy || fRinging || rLastRing == GetSrTime()) {
@@ -479,7 +477,7 @@ void DST_Channel::OnMuteLightOn(const SSM_EVENT& /*rEvent*/) {
 }
 
 void DST_Channel::OnChangeLocal(const SSM_EVENT& rEvent) {
-  CopyText(rEvent, strChangeLocalNum, DISPLAY_TEXT_BYTES);
+  CopyEventText(rEvent, strChangeLocalNum, DISPLAY_TEXT_BYTES);
   lg(LOG_NOTICE, "[%d] Change Local Number: %s", iChannel, strChangeLocalNum);
   const std::list<std::string> astrElements = getElements(strChangeLocalNum);
   auto it = astrElements.begin();

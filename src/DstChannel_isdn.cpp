@@ -32,12 +32,6 @@ std::string ToText(const char (&acField)[N]) {
   return {acField, strnlen(acField, N)};
 }
 
-void CopyText(const SSM_EVENT& rEvent, char (&acTo)[BRI_TEXT_BYTES + 1]) {
-  const std::size_t iLen = rEvent.pvBuffer == nullptr ? 0 : std::min<std::size_t>(rEvent.dwDataLength, BRI_TEXT_BYTES);
-  if (iLen > 0) memcpy(acTo, rEvent.pvBuffer, iLen);
-  acTo[iLen] = '\0';
-}
-
 std::string GetPhaseDescr(DWORD dwCode) {
   switch (dwCode) {
     case DMSG_BRI_PROGRESS:
@@ -63,7 +57,7 @@ void DST_Channel::OnBriProgress(const SSM_EVENT& rEvent) {
     HandleIsdnCallInfo(DMSG_BRI_PROGRESS, &rInfo);
     return;
   }
-  CopyText(rEvent, acPhoneDisp);
+  CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
   lg(LOG_NOTICE, "[%d] BRI in progress %s %d", iChannel, acPhoneDisp, static_cast<int>(rEvent.dwSubReason));
 }
 
@@ -74,7 +68,7 @@ void DST_Channel::OnBriAlerting(const SSM_EVENT& rEvent) {
     HandleIsdnCallInfo(DMSG_BRI_ALERTING, &rInfo);
   } else {
     fIncoming = rEvent.dwSubReason == CALL_SOURCE_INCOMING;
-    CopyText(rEvent, acPhoneDisp);
+    CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
     AnalyseBriCID();
     lg(LOG_NOTICE, "[%d] BRI alerting %s %d", iChannel, acPhoneDisp, static_cast<int>(rEvent.dwSubReason));
   }
@@ -89,7 +83,7 @@ void DST_Channel::OnBriConnected(const SSM_EVENT& rEvent) {
     HandleIsdnCallInfo(DMSG_BRI_CONNECTED, &rInfo);
   } else {
     fIncoming = rEvent.dwSubReason == CALL_SOURCE_INCOMING;
-    CopyText(rEvent, acPhoneDisp);
+    CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
     AnalyseBriCID();
     lg(LOG_NOTICE, "[%d] BRI connected '%s' %d", iChannel, acPhoneDisp, static_cast<int>(rEvent.dwSubReason));
   }
