@@ -16,8 +16,6 @@ constexpr const char* EVENTS_HEADER = "[Ch] Seconds  EventCo. SubReas. XtraInfo 
 constexpr const char* TEXTS_HEADER = "[Ch] Seconds";
 constexpr const char* EVENT_FORM = "[%02d] %8d %08x %08x %08x %08x";
 constexpr const char* ENTRY_FORM = "[%02d] %8d LCD message";
-constexpr DWORD DMSG_KEY = 0x1006;
-constexpr DWORD DMSG_DISPLAY = 0x1008;
 
 struct TraceEvent {
   int iLine = 0;  // in the file, from 1
@@ -241,33 +239,33 @@ std::string NamedAction(const TraceEvent& rEvent) {
   const bool isBare = rEvent.dwSubReason == 0;
   const std::string strValue = std::to_string(rEvent.dwSubReason);
   switch (rEvent.dwCode) {
-    case 0x0008:
+    case DMSG_OFF_HOOK:
       return isBare ? "offhook" : "";
-    case 0x000E:
+    case DMSG_ON_HOOK:
       return isBare ? "onhook" : "";
-    case DMSG_KEY:
+    case DMSG_KEY_DIGIT:
       return IsPlainKey(rEvent.dwSubReason) ? std::string("key ") + static_cast<char>(rEvent.dwSubReason) : "";
     case DMSG_DISPLAY:
       return isBare && rEvent.hasText ? "display " + Quoted(rEvent.strText) : "";
-    case 0x100E:
+    case DMSG_FUNCTION_BUTTON:
       return "button function " + strValue;
-    case 0x1012:
+    case DMSG_RELEASE_BUTTON:
       return isBare ? "button release" : "";
-    case 0x101A:
+    case DMSG_FEATURE_BUTTON:
       return "button feature " + strValue;
-    case 0x101E:
+    case DMSG_SOFT_BUTTON:
       return "button soft " + strValue;
-    case 0x101F:
+    case DMSG_RING_ON:
       return isBare ? "ring on" : "";
-    case 0x1020:
+    case DMSG_RING_OFF:
       return isBare ? "ring off" : "";
-    case 0x1021:
+    case DMSG_LINE_BUTTON:
       return isBare ? "button line" : "";
-    case 0x104A:
+    case DMSG_AUDIO_CHANGE:
       return "audio " + strValue;
-    case 0x111E:
+    case DMSG_MUTE_LIGHT_OFF:
       return isBare ? "mutelight off" : "";
-    case 0x111F:
+    case DMSG_MUTE_LIGHT_ON:
       return isBare ? "mutelight on" : "";
     default:
       return "";

@@ -15,10 +15,6 @@ namespace {
 
 constexpr int OFF_HOOK_VOLTAGE = 8;
 constexpr int NO_REFERENCE = -1;
-constexpr DWORD DMSG_OFF_HOOK = 0x0008;
-constexpr DWORD DMSG_ON_HOOK = 0x000E;
-constexpr DWORD DMSG_RING_ON = 0x101F;
-constexpr DWORD DMSG_RING_OFF = 0x1020;
 
 bool IsTrunk(const Channel& rChannel) {
   return rChannel.iType == CH_ISDN_USR || rChannel.iType == CH_ISDN_NTW;

@@ -39,22 +39,6 @@ const std::vector<Keyword> EVENTS = {
     {"tone", E_CHG_ToneAnalyze},      {"bargein", E_SYS_BargeIn},     {"nosound", E_SYS_NoSound},
     {"spystate", E_CHG_SpyState},     {"dchannel", E_RCV_DSTDChannel}};
 
-// D-channel messages of station lines.
-enum EDMessage : DWORD {
-  DMSG_OFF_HOOK = 0x0008,
-  DMSG_ON_HOOK = 0x000E,
-  DMSG_KEY = 0x1006,
-  DMSG_DISPLAY = 0x1008,
-  DMSG_FUNCTION_BUTTON = 0x100E,
-  DMSG_RELEASE_BUTTON = 0x1012,
-  DMSG_FEATURE_BUTTON = 0x101A,
-  DMSG_SOFT_BUTTON = 0x101E,
-  DMSG_LINE_BUTTON = 0x1021,
-  DMSG_AUDIO_CHANGE = 0x104A,
-  DMSG_MUTE_LIGHT_OFF = 0x111E,
-  DMSG_MUTE_LIGHT_ON = 0x111F,
-};
-
 const std::vector<Keyword> BUTTONS = {{"function", DMSG_FUNCTION_BUTTON},
                                       {"release", DMSG_RELEASE_BUTTON},
                                       {"feature", DMSG_FEATURE_BUTTON},
@@ -215,7 +199,7 @@ void ReadDisplay(WordReader& rWords, Command& rCommand) {
 
 void ReadKeys(WordReader& rWords, Command& rCommand) {
   rCommand.strText = rWords.Text("keys");
-  rCommand.rMessage.dwParam = DMSG_KEY;
+  rCommand.rMessage.dwParam = DMSG_KEY_DIGIT;
 }
 
 // button function N | feature N | soft N | line | release

@@ -32,7 +32,6 @@ constexpr WORD DTR_ON = 1;
 constexpr WORD DTR_OFF = 0;
 constexpr BYTE PROCESS_DATA = 0;  // ucProcessType of a callback
 constexpr BYTE PROCESS_EVENT = 1;
-constexpr DWORD EVENT_LCD_MESSAGE = 0x1008;
 constexpr BYTE FIRST_CMD_TYPE = 0x2e;
 constexpr char CMD_TYPES[] = "SUDV";  // from FIRST_CMD_TYPE on
 constexpr int BUFFER_CHARS = sizeof(DST_EVENT::pucBuffer);
@@ -96,7 +95,7 @@ void WriteEventLine(int nCh, const DST_EVENT& rEvent) {
   const int iSeconds = static_cast<int>(time(nullptr) - g_tTraceStartTime);
   (void)fprintf(hCasTraceFile, "[%02d] %8d %08x %08x %08x %08x\n", nCh, iSeconds, rEvent.dwEventCode,
                 rEvent.dwSubReason, rEvent.dwXtraInfo, rEvent.dwDataLength);
-  if (rEvent.dwEventCode != EVENT_LCD_MESSAGE || hCasMsgTraceFile == nullptr) return;
+  if (rEvent.dwEventCode != DMSG_DISPLAY || hCasMsgTraceFile == nullptr) return;
   (void)fprintf(hCasMsgTraceFile, "[%02d] %8d LCD message\n%.*s\n", nCh, iSeconds, BUFFER_CHARS,
                 reinterpret_cast<const char*>(rEvent.pucBuffer));
 }

@@ -121,6 +121,54 @@ enum ESsmEvent : WORD {
   MAX_EVENT_SIZE = 125,
 };
 
+// D-channel messages, as the card gives them in dwParam of E_RCV_DSTDChannel; dwSubReason is the value. The names are
+// ours, the codes the card maker's.
+enum EDMsg : DWORD {
+  DMSG_OFF_HOOK = 0x0008,
+  DMSG_ON_HOOK = 0x000E,
+  DMSG_BRI_PROGRESS = 0x006B,
+  DMSG_BRI_ALERTING = 0x006E,
+  DMSG_BRI_CONNECTED = 0x006F,
+  DMSG_BRI_RELEASED = 0x0070,
+  DMSG_BRI_ABANDONED = 0x0075,
+  DMSG_BRI_REJECTED = 0x0076,
+  DMSG_UNNAMED_1001 = 0x1001,  // lamps and keys of unknown meaning; listed because board conditions may refer to them
+  DMSG_UNNAMED_1002 = 0x1002,
+  DMSG_UNNAMED_1003 = 0x1003,
+  DMSG_KEY_DIGIT = 0x1006,  // digit in the low byte
+  DMSG_DISPLAY = 0x1008,    // display text in pvBuffer
+  DMSG_UNNAMED_100B = 0x100B,
+  DMSG_FUNCTION_BUTTON = 0x100E,  // number in the low byte
+  DMSG_UNNAMED_100F = 0x100F,
+  DMSG_RELEASE_BUTTON = 0x1012,
+  DMSG_FEATURE_BUTTON = 0x101A,
+  DMSG_SOFT_BUTTON = 0x101E,  // number in the low byte
+  DMSG_RING_ON = 0x101F,
+  DMSG_RING_OFF = 0x1020,
+  DMSG_LINE_BUTTON = 0x1021,
+  DMSG_UNNAMED_1025 = 0x1025,
+  DMSG_UNNAMED_1028 = 0x1028,
+  DMSG_UNNAMED_102A = 0x102A,
+  DMSG_UNNAMED_1033 = 0x1033,
+  DMSG_AUDIO_CHANGE = 0x104A,   // 0: no audio
+  DMSG_RING_OFF_10B8 = 0x10B8,  // each PBX family has ring codes of its own; 0x1305 is none of them
+  DMSG_RING_ON_10BA = 0x10BA,
+  DMSG_RING_ON_10BB = 0x10BB,
+  DMSG_RING_ON_10BC = 0x10BC,
+  DMSG_MUTE_LIGHT_OFF = 0x111E,
+  DMSG_MUTE_LIGHT_ON = 0x111F,
+  DMSG_MUTE_LIGHT_BLINK = 0x1120,  // counts as on
+  DMSG_RING_OFF_1304 = 0x1304,
+  DMSG_RING_OFF_1306 = 0x1306,
+  DMSG_RING_ON_1307 = 0x1307,
+  DMSG_RING_OFF_1308 = 0x1308,
+  DMSG_RING_OFF_1309 = 0x1309,
+  DMSG_RING_OFF_130A = 0x130A,
+  DMSG_RING_OFF_130B = 0x130B,
+  DMSG_RING_OFF_130C = 0x130C,
+  DMSG_CHANGE_LOCAL = 0x8001,  // "<local>|<remote>|<stop-start>" in pvBuffer
+};
+
 // Results of SsmGetChType.
 enum EChannelType : int { CH_UNKNOWN = -1, CH_ANALOG = 3, CH_ISDN_USR = 7, CH_ISDN_NTW = 8, CH_DST = 12 };
 
