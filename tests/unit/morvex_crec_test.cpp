@@ -177,7 +177,9 @@ TEST_F(ProcessTest, HandlersAreInstalledForFourSignals) {
     struct sigaction rAction {};
     ASSERT_EQ(sigaction(iSignal, nullptr, &rAction), 0);
     EXPECT_EQ(rAction.sa_handler, signal_handler) << iSignal;
-    EXPECT_EQ(rAction.sa_flags & (SA_RESTART | SA_SIGINFO | SA_RESETHAND | SA_NODEFER), SA_RESTART | SA_SIGINFO);
+    // SA_RESETHAND is an unsigned constant, sa_flags an int.
+    const auto uiFlags = static_cast<unsigned>(rAction.sa_flags);
+    EXPECT_EQ(uiFlags & (SA_RESTART | SA_SIGINFO | SA_RESETHAND | SA_NODEFER), unsigned{SA_RESTART | SA_SIGINFO});
     for (int i = 1; i < 32; i++) EXPECT_EQ(sigismember(&rAction.sa_mask, i), 0) << i;
   }
 }
