@@ -12,7 +12,7 @@
 namespace simcards {
 namespace {
 
-constexpr int ANALOGUE = 0, STATION = 2, TRUNK = 5;  // first driver channels of three of the cards
+constexpr int ANALOGUE = 0, TRUNK = 5;  // first driver channels of two of the cards
 
 class SimAct : public CardBench {
  protected:
