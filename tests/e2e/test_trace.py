@@ -161,6 +161,7 @@ def test_recording_goes_on_after_the_trace(daemon):
     assert not LINE_STATUS.exists()
     daemon.cards("ch 2 state offline")
     daemon.wait_line("[3] Line health: offline", mark)
+    wait_until("line status", LINE_STATUS.exists)  # written behind the log line
     assert "Line_3: offline\n" in LINE_STATUS.read_text()
     daemon.cards("ch 2 state standby")
 
