@@ -313,6 +313,7 @@ def test_client_that_goes_away_at_once(daemon):
         with control_client():
             pass
     assert order("reconfig") == OK
+    daemon.wait_line("reactor reply: OK", mark)  # the log reaches the test behind the reply
     replies = [line for line in daemon.log_after(mark) if line.startswith("reactor reply")]
     assert replies[:20] == ["reactor reply: E0: Unknown commmand"] * 20
 
