@@ -131,14 +131,10 @@ void AnalogChannel::OnCallerId() {
 
   if (fR2NumSplit && strDetectCID.size() == R2_CHARS) {
     ChangeLocalNum(strDetectCID.substr(R2_LOCAL_POS));
-    strRemoteNum = strDetectCID.substr(0, R2_PARTY_CHARS);
     fIsNumLocked = true;
-    RemoteNumberChanged();
+    SetRemoteNum(strDetectCID.substr(0, R2_PARTY_CHARS));
   }
-  if (!fIsNumLocked) {
-    strRemoteNum = strDetectCID;
-    RemoteNumberChanged();
-  }
+  if (!fIsNumLocked) SetRemoteNum(strDetectCID);
 }
 
 void AnalogChannel::OnToneAnalyze(int iTone) {

@@ -158,10 +158,13 @@ class BaseChannel {
   std::string GetLocalNum() const;
   // A number identifies the local side: its own one or that of a custom local identity.
   bool QUseLocalNum() const;
-  // A subclass calls it after writing strRemoteNum or strConnectedNum.
+  // A new remote number within the call: stores and tells it. By value, since callers hand in fields of this channel.
+  void SetRemoteNum(std::string strNum);
+  // Tells the remote and the connected number as they stand: log, active row, recording rules. For a subclass that has
+  // written the connected number, or has more to do between a new remote number and telling it.
   void RemoteNumberChanged();
   // A new local number within the same recording. Always true.
-  // The number comes by value, here and below: callers hand in fields of this channel, which change on the way.
+  // The number comes by value, here and below, as in SetRemoteNum.
   bool ChangeLocalNum(std::string strLocalPhoneNum);
   // A change from outside; stopstart cuts the recording. strRemotePhoneNum has no effect here. Always true.
   bool LocalNumberChanged(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
@@ -223,7 +226,7 @@ class BaseChannel {
 
   // -- numbers --------------------------------------------------------------------------------------------------
   time_t rRemoteNumTime = 0;        // when strRemoteNum was last set; 0: none
-  std::string strRemoteNum;         // far party
+  std::string strRemoteNum;         // far party; written by SetRemoteNum, unless a comment says why not
   std::string strLocalNum;          // monitored party
   std::string strNonMonitoredNum;   // local number kept aside while the call is on a non-monitored phone
   CallerIdContact rCustomLocal;     // local identity that the web side set for this line

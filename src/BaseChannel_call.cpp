@@ -68,6 +68,7 @@ void BaseChannel::CheckRemoteExpired() {
   RemoteExpired();
 }
 
+// Not told as a change: there is no call whose row or rules it could concern, and an empty number has no age.
 void BaseChannel::RemoteExpired() {
   strPrevRemoteNum.clear();
   strRemoteNum.clear();

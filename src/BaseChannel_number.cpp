@@ -67,6 +67,11 @@ bool BaseChannel::QUseLocalNum() const {
 
 // -- changes of a number --------------------------------------------------------------------------------------------
 
+void BaseChannel::SetRemoteNum(std::string strNum) {
+  strRemoteNum = std::move(strNum);
+  RemoteNumberChanged();
+}
+
 void BaseChannel::RemoteNumberChanged() {
   rRemoteNumTime = GetSrTime();
   lg(LOG_NOTICE, "[%d] Remote: %s", iChannel, strRemoteNum.c_str());
@@ -161,10 +166,7 @@ void BaseChannel::CheckDigitsExpired(bool fForceExpired) {
   lg(LOG_NOTICE, "[%d] Previous digits expired", iChannel);
   if (fUsePressedDigitsForRemote && strDigits.size() >= MIN_DIGITS_AS_REMOTE) {
     CheckRemoteExpired();
-    if (!IsRealRemoteNum(strRemoteNum)) {
-      strRemoteNum = strDigits;
-      RemoteNumberChanged();
-    }
+    if (!IsRealRemoteNum(strRemoteNum)) SetRemoteNum(strDigits);
   }
   strDigits.clear();
 }

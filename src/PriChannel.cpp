@@ -142,6 +142,7 @@ void PRI_Channel::OnTalking() {
   prRecorder->LinkedChannel(iChIx, iLinkedCh);
   if (fSwapSides) fIncoming = !fIncoming;  // the pair stays as it is
 
+  // Written without telling: the call that starts with them takes all three as they stand.
   strRemoteNum = fIncoming ? strCaller : strCallee;
   strLocalNum = fIncoming ? strCallee : strCaller;
   strConnectedNum = strConnect;
