@@ -133,6 +133,11 @@ void Advance(int iBytes) {
   rLocked.rState.AdvanceAll(iBytes);
 }
 
+void Hear(int nCh, const std::string& strBytes) {
+  Locked rLocked;
+  rLocked.rState.Hear(nCh, strBytes);
+}
+
 long long Overruns() {
   Locked rLocked;
   return rLocked.rState.iOverruns;

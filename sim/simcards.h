@@ -66,6 +66,9 @@ void StopPacing();
 // Advances the audio of all recording channels by iBytes at once, without the pacing thread: writes the rings and
 // queues E_PROC_RecordMem as SsmSetEvent asked.
 void Advance(int iBytes);
+// One channel hears these bytes, whatever it plays, and reports them at once: for tests of pieces that come unequal or
+// late. Nothing on a channel that does not record into memory.
+void Hear(int nCh, const std::string& strBytes);
 // Bytes that were overwritten in a ring before the event that announced them was taken.
 long long Overruns();
 

@@ -42,6 +42,15 @@ void WriteRing(MemRecording& rMem, const AudioSource& rSource, int iBytes) {
   rMem.iWritten += iTail;
 }
 
+void QueueReport(State& rState, int nCh, const MemRecording& rMem) {
+  QueuedEvent rQueued;
+  rQueued.rEvent.wEventCode = E_PROC_RecordMem;
+  rQueued.rEvent.nReference = nCh;
+  rQueued.rEvent.dwParam = static_cast<DWORD>(rMem.iWritten % rMem.dwSize);
+  rQueued.iRecorded = rMem.iWritten;
+  rState.Queue(std::move(rQueued));
+}
+
 void AdvanceMem(State& rState, int nCh, Channel& rChannel, int iBytes) {
   MemRecording& rMem = rChannel.rMem;
   AudioSource rSource = rChannel.rSource;  // a copy that walks along the piece
@@ -55,14 +64,7 @@ void AdvanceMem(State& rState, int nCh, Channel& rChannel, int iBytes) {
     WriteRing(rMem, rSource, iPiece);
     rSource.Skip(iPiece);
     iBytes -= iPiece;
-    if (rMem.iWritten == iReport) {
-      QueuedEvent rQueued;
-      rQueued.rEvent.wEventCode = E_PROC_RecordMem;
-      rQueued.rEvent.nReference = nCh;
-      rQueued.rEvent.dwParam = static_cast<DWORD>(rMem.iWritten % rMem.dwSize);
-      rQueued.iRecorded = rMem.iWritten;
-      rState.Queue(std::move(rQueued));
-    }
+    if (rMem.iWritten == iReport) QueueReport(rState, nCh, rMem);
   }
 }
 
@@ -91,6 +93,15 @@ void State::AdvanceAll(int iBytes) {
     fEnded = fEnded || (fPlaying && !rChannel.rSource.Playing());
   }
   if (fEnded) rChanged.notify_all();  // somebody may wait for a file to be played
+}
+
+void State::Hear(int nCh, const std::string& strBytes) {
+  Channel* const prChannel = At(nCh);
+  if (prChannel == nullptr || !prChannel->rMem.fOn) return;
+  MemRecording& rMem = prChannel->rMem;
+  iOverruns += LostBytes(rMem, static_cast<int>(strBytes.size()));
+  for (const char ch : strBytes) rMem.pBuf[rMem.iWritten++ % rMem.dwSize] = static_cast<BYTE>(ch);
+  QueueReport(*this, nCh, rMem);
 }
 
 }  // namespace simcards

@@ -111,6 +111,7 @@ struct State {
 
   // -- audio (simcards_record.cpp) ----------------------------------------------------------------------------
   void AdvanceAll(int iBytes);
+  void Hear(int nCh, const std::string& strBytes);
 };
 
 State& TheState();

@@ -140,6 +140,27 @@ TEST_F(SimRecord, ReportsPushedByATestSurviveTheStop) {
   EXPECT_EQ("21 ref 1: 77\n", Events());
 }
 
+TEST_F(SimRecord, HeardBytesStandInOneRingAndAreReportedAtOnce) {
+  std::vector<BYTE> vOther(RING, 0);
+  Start();
+  EXPECT_EQ(SSM_OK, SsmRecToMem(0, SSM_FORMAT_ALAW, vOther.data(), RING, 0));
+  simcards::Hear(1, "abc");
+  EXPECT_EQ("21 ref 1: 3\n", Events());
+  simcards::Hear(1, std::string(4092, 'x') + "de");  // around the ring
+  EXPECT_EQ("21 ref 1: 1\n", Events());
+  EXPECT_EQ("ebcx", std::string(vRing.begin(), vRing.begin() + 4));
+  EXPECT_EQ("xd", std::string(vRing.end() - 2, vRing.end()));
+  EXPECT_EQ(std::vector<BYTE>(RING, 0), vOther);
+  simcards::Hear(1, std::string(4097, 'y'));  // one more than the ring holds
+  EXPECT_EQ(1, simcards::Overruns());
+}
+
+TEST_F(SimRecord, ChannelThatDoesNotRecordHearsNothing) {
+  simcards::Hear(1, "abc");
+  simcards::Hear(77, "abc");
+  EXPECT_EQ("", Events());
+}
+
 TEST_F(SimRecord, ChannelsAreRecordedApart) {
   std::vector<BYTE> vOther(RING, 0);
   Start(1, SSM_FORMAT_ULAW);
