@@ -71,6 +71,35 @@ class ChannelBench : public ::testing::Test {
     (void)rRecorder.rDatabase.TakeCalls();
   }
 
+  // -- what happens on the lines; the lines stand in rRecorder.vChannels --------------------------------------------
+  // The card hears these bytes on one driver channel, and reports them; nothing while that channel does not record.
+  void Hear(int iDrvCh, const std::string& strBytes) {
+    simcards::Hear(iDrvCh, strBytes);
+    TakeCardEvents();
+  }
+  // As the main loop does: hands the events that wait to the channels, until none is left.
+  void TakeCardEvents() {
+    char acData[1024];
+    SSM_EVENT rEvent;
+    rEvent.pvBuffer = acData;
+    rEvent.dwBufferLength = sizeof acData;
+    while (SsmWaitForEventA(0, &rEvent) == SSM_OK) rRecorder.HandleEvent(&rEvent);
+  }
+
+  // -- what others see of it; each of these four forgets what it tells ----------------------------------------------
+  static Texts Log() { return logsink::TakeTexts(); }
+  static Texts Cards() { return simcards::TakeCalls(); }
+  Texts Orders() { return rRecorder.TakeCalls(); }  // to the recorder
+  Texts Queries() { return rRecorder.rDatabase.TakeCalls(); }
+
+  // The newest row of a table; empty without one.
+  StdStringMap ActiveRow() { return NewestRow("ActiveCalls"); }
+  StdStringMap KeptRow() { return NewestRow("Calls"); }
+  std::string Active(const char* acColumn) { return ColumnOf(ActiveRow(), acColumn); }
+  std::string Kept(const char* acColumn) { return ColumnOf(KeptRow(), acColumn); }
+  std::size_t ActiveRows() { return rRecorder.rDatabase.rTables["ActiveCalls"].size(); }
+  std::size_t KeptRows() { return rRecorder.rDatabase.rTables["Calls"].size(); }
+
   // Of this process; only differences mean something.
   static int OpenDescriptors() {
     int iCount = 0;
@@ -92,4 +121,14 @@ class ChannelBench : public ::testing::Test {
 
   time_t rNow = START;
   FakeRecorder rRecorder;
+
+ private:
+  StdStringMap NewestRow(const char* acTable) {
+    const std::map<int, StdStringMap>& rRows = rRecorder.rDatabase.rTables[acTable];
+    return rRows.empty() ? StdStringMap() : rRows.rbegin()->second;
+  }
+  static std::string ColumnOf(const StdStringMap& rRow, const char* acColumn) {
+    const auto it = rRow.find(acColumn);
+    return it == rRow.end() ? "(none)" : it->second;
+  }
 };
