@@ -4,13 +4,14 @@
 // short, no longer than what is known, the year of a date, the line's own number, or stands in the middle of a line
 // with nothing that introduces it. The order of these questions decides what happens next, so it is fixed. Texts are
 // Latin-1, and only ASCII letters count as letters.
+#include "DstChannel.h"
+
 #include <syslog.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-#include "DstChannel.h"
 #include "fstring.h"
 #include "ftime.h"
 #include "logging.h"

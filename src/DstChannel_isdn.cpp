@@ -1,12 +1,13 @@
 // Some telephones on a station card speak ISDN-like signalling: each message is a phase of a call, with the numbers as
 // lines of text or as a binary record. A Tenovis telephone can hold several calls at once; vBusyCalls keeps the
 // connected ones in the order of connection, and the recording follows the one still going.
+#include "DstChannel.h"
+
 #include <syslog.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "DstChannel.h"
 #include "fstring.h"
 #include "logging.h"
 
