@@ -94,6 +94,7 @@ enum EVerdict {
   VERDICT_OWN_NUMBER,         // the line's own
   VERDICT_IN_LINE_NAME,       // part of the line's own contact name
   VERDICT_PREVIOUS_CALL,      // the last call's number is still on the display
+  VERDICTS,                   // how many there are
 };
 // The verdict in words, for people.
 const char* GetVerdictDescr(EVerdict eVerdict);

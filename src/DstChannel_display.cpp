@@ -63,8 +63,45 @@ bool StartsAt(const char* acText, const char* acNeedle) {
   return strncmp(acText, acNeedle, strlen(acNeedle)) == 0;
 }
 
-// Where the scan goes after a character.
-enum EStep { STEP_NEXT, STEP_LINE_END, STEP_FOUND };
+// What follows a character.
+enum EStep {
+  STEP_NEXT,              // the next one; a line feed does not end its line
+  STEP_END_OF_CHARACTER,  // the next one, once a line feed has ended its line
+  STEP_FOUND,             // the scan has its number
+};
+
+// One row a verdict: its text for people, and what follows the character behind the number. Dialled tones and a number
+// that stands take a line feed with them, so the line behind it counts as the same one; see
+// DtmfTextIsFoundAtLineCountOffset.
+struct VerdictRow {
+  EVerdict eVerdict;
+  const char* acDescr;
+  EStep eStep;
+};
+constexpr VerdictRow VERDICT_ROWS[] = {
+    {VERDICT_TAKEN, "taken", STEP_FOUND},
+    {VERDICT_TAKEN_MAY_IMPROVE, "taken, a better one may follow", STEP_END_OF_CHARACTER},
+    {VERDICT_DTMF_TEXT, "the text shows dialled tones", STEP_NEXT},
+    {VERDICT_NUMBER_STANDS, "too late in the call to replace the known number", STEP_NEXT},
+    {VERDICT_TOO_SHORT, "too short", STEP_END_OF_CHARACTER},
+    {VERDICT_NOT_LONGER, "no longer than the known number", STEP_END_OF_CHARACTER},
+    {VERDICT_AFTER_HAT, "directly behind a ^", STEP_END_OF_CHARACTER},
+    {VERDICT_BEFORE_STOP, "ends in a full stop", STEP_END_OF_CHARACTER},
+    {VERDICT_YEAR, "year of a date", STEP_END_OF_CHARACTER},
+    {VERDICT_NOT_INTRODUCED, "in the middle of a line and not introduced", STEP_END_OF_CHARACTER},
+    {VERDICT_OWN_NUMBER, "the line's own number", STEP_END_OF_CHARACTER},
+    {VERDICT_IN_LINE_NAME, "part of the line's own name", STEP_END_OF_CHARACTER},
+    {VERDICT_PREVIOUS_CALL, "number of the previous call", STEP_END_OF_CHARACTER},
+};
+
+constexpr bool IsOneRowAVerdict() {
+  int iVerdict = 0;
+  for (const VerdictRow& rRow : VERDICT_ROWS) {
+    if (rRow.eVerdict != iVerdict++) return false;
+  }
+  return iVerdict == VERDICTS;
+}
+static_assert(IsOneRowAVerdict(), "a verdict is the index of its row");
 
 // One walk over a display text; see ScanDisplay.
 struct DisplayScan {
@@ -87,7 +124,7 @@ struct DisplayScan {
   EStep Step();
   EStep NumberEnded();
   EVerdict Judge() const;
-  bool PassesLineEnd();
+  bool EndCharacter();
   void TakeNecParty();
   void TakeA5000Name();
 
@@ -103,37 +140,13 @@ struct DisplayScan {
   EVerdict JudgeIdentity() const;
 };
 
-// The three places where a verdict leads: the scan has its number; the rest of the line goes on as if nothing had been
-// there; or the number is dropped without the end-of-line check, also when the character is a line feed.
-EStep AfterRefusal(EVerdict eVerdict, bool isAtLineEdge) {
-  switch (eVerdict) {
-    case VERDICT_DTMF_TEXT:
-    case VERDICT_NUMBER_STANDS:
-    case VERDICT_NOT_INTRODUCED:
-    case VERDICT_BEFORE_STOP:
-      return STEP_NEXT;
-    case VERDICT_AFTER_HAT:
-      return isAtLineEdge ? STEP_LINE_END : STEP_NEXT;
-    case VERDICT_TOO_SHORT:
-    case VERDICT_NOT_LONGER:
-    case VERDICT_YEAR:
-    case VERDICT_OWN_NUMBER:
-    case VERDICT_IN_LINE_NAME:
-    case VERDICT_PREVIOUS_CALL:
-    case VERDICT_TAKEN:
-    case VERDICT_TAKEN_MAY_IMPROVE:
-      break;
-  }
-  return STEP_LINE_END;
-}
-
 bool DisplayScan::Run() {
   len = static_cast<int>(strlen(acText));
   for (i = 0; i <= len; i++) {  // the closing NUL ends a number like any other character
     ch = acText[i];
     const EStep eStep = Step();
     if (eStep == STEP_FOUND) break;
-    if (eStep == STEP_LINE_END && PassesLineEnd()) return fDetected;
+    if (eStep == STEP_END_OF_CHARACTER && EndCharacter()) return fDetected;
   }
 
   if (rRules.iPbxType == PBX_NEC) TakeNecParty();
@@ -167,30 +180,21 @@ EStep DisplayScan::Step() {
     return innum ? NumberEnded() : STEP_NEXT;
   }
   if (innum) return IsDigit(ch) ? STEP_NEXT : NumberEnded();
-  if (!IsDigit(ch)) return STEP_LINE_END;
+  if (!IsDigit(ch)) return STEP_END_OF_CHARACTER;
   innum = true;
   start = i;
   return STEP_NEXT;
 }
 
 EStep DisplayScan::NumberEnded() {
+  innum = false;
   const EVerdict eVerdict = Judge();
   if (prWatcher != nullptr) prWatcher->OnVerdict(Number(), eVerdict);
   if (eVerdict == VERDICT_TAKEN || eVerdict == VERDICT_TAKEN_MAY_IMPROVE) {
     strRemoteNum = Number();
     fDetected = true;
-    if (ch == '.') {  // a number that ends in a full stop may be followed by a better one
-      innum = false;
-      return STEP_NEXT;
-    }
-    return eVerdict == VERDICT_TAKEN ? STEP_FOUND : STEP_LINE_END;
   }
-  const bool isAtLineEdge = IsLineEnd(ch) || IsAtStart();
-  // A year in the middle of a line, or before a full stop, is dropped like a number that nothing introduces.
-  const bool isYearDropped = eVerdict == VERDICT_YEAR && (!isAtLineEdge || ch == '.');
-  const EStep eStep = isYearDropped ? STEP_NEXT : AfterRefusal(eVerdict, isAtLineEdge);
-  if (eStep == STEP_NEXT) innum = false;
-  return eStep;
+  return VERDICT_ROWS[eVerdict].eStep;
 }
 
 EVerdict DisplayScan::Judge() const {
@@ -263,9 +267,8 @@ EVerdict DisplayScan::JudgeIdentity() const {
   return rRules.fCheckForMultipleTelNum || ch == '.' ? VERDICT_TAKEN_MAY_IMPROVE : VERDICT_TAKEN;
 }
 
-// The end of a character that belongs to no number. True when the scan ends with this line, markers left out.
-bool DisplayScan::PassesLineEnd() {
-  innum = false;
+// A line feed ends its line. True when the scan ends with this line, markers left out.
+bool DisplayScan::EndCharacter() {
   if (ch != '\n') return false;
   lineix++;
   if (rRules.iPbxType == PBX_SIEMENS && i > SIEMENS_LINE_COLUMNS) return true;
@@ -384,35 +387,7 @@ bool NameScan::FindEnd() {
 }  // namespace
 
 const char* GetVerdictDescr(EVerdict eVerdict) {
-  switch (eVerdict) {
-    case VERDICT_TAKEN:
-      return "taken";
-    case VERDICT_TAKEN_MAY_IMPROVE:
-      return "taken, a better one may follow";
-    case VERDICT_DTMF_TEXT:
-      return "the text shows dialled tones";
-    case VERDICT_NUMBER_STANDS:
-      return "too late in the call to replace the known number";
-    case VERDICT_TOO_SHORT:
-      return "too short";
-    case VERDICT_NOT_LONGER:
-      return "no longer than the known number";
-    case VERDICT_AFTER_HAT:
-      return "directly behind a ^";
-    case VERDICT_BEFORE_STOP:
-      return "ends in a full stop";
-    case VERDICT_YEAR:
-      return "year of a date";
-    case VERDICT_NOT_INTRODUCED:
-      return "in the middle of a line and not introduced";
-    case VERDICT_OWN_NUMBER:
-      return "the line's own number";
-    case VERDICT_IN_LINE_NAME:
-      return "part of the line's own name";
-    case VERDICT_PREVIOUS_CALL:
-      return "number of the previous call";
-  }
-  return "";
+  return VERDICT_ROWS[eVerdict].acDescr;
 }
 
 bool ScanDisplay(const char* acText, const DisplayScanRules& rRules, std::string& strRemoteNum,

@@ -48,6 +48,21 @@ DisplayScanRules InMuteMode() {
   return rRules;
 }
 
+// What became of each number of a display, as people are told it.
+Texts Verdicts(const std::string& strText, const DisplayScanRules& rRules = {}, const std::string& strKnown = "") {
+  class Watcher : public IDisplayScanWatcher {
+   public:
+    void OnVerdict(const std::string& strNumber, EVerdict eVerdict) override {
+      astrVerdicts.push_back(strNumber + ": " + GetVerdictDescr(eVerdict));
+    }
+    Texts astrVerdicts;
+  };
+  Watcher rWatcher;
+  std::string strRemoteNum = strKnown;
+  (void)ScanDisplay(strText.c_str(), rRules, strRemoteNum, &rWatcher);
+  return rWatcher.astrVerdicts;
+}
+
 }  // namespace
 
 // -- the scan: where a number counts ---------------------------------------------------------------------------------
@@ -503,13 +518,6 @@ TEST(DisplayDate, YearLiesFrom2001To2999) {
 // -- verdicts --------------------------------------------------------------------------------------------------------
 
 TEST(DisplayVerdict, EachNumberIsJudgedOnce) {
-  class Watcher : public IDisplayScanWatcher {
-   public:
-    void OnVerdict(const std::string& strNumber, EVerdict eVerdict) override {
-      astrVerdicts.push_back(strNumber + ": " + GetVerdictDescr(eVerdict));
-    }
-    Texts astrVerdicts;
-  };
   struct Row {
     const char* acText;
     DisplayScanRules rRules;
@@ -541,9 +549,46 @@ TEST(DisplayVerdict, EachNumberIsJudgedOnce) {
       {"1234\n56789", rSeveral, "", {"1234: taken, a better one may follow", "56789: taken, a better one may follow"}},
   };
   for (const Row& rRow : rRows) {
-    Watcher rWatcher;
-    std::string strRemoteNum = rRow.acKnown;
-    (void)ScanDisplay(rRow.acText, rRow.rRules, strRemoteNum, &rWatcher);
-    EXPECT_EQ(rRow.astrVerdicts, rWatcher.astrVerdicts) << rRow.acText;
+    EXPECT_EQ(rRow.astrVerdicts, Verdicts(rRow.acText, rRow.rRules, rRow.acKnown)) << rRow.acText;
   }
+}
+
+// Whether a number ended its line shows in the next one: behind one line the text "DTMF" is looked for at offset 1.
+TEST(DisplayVerdict, OnlyDialledTonesAndANumberThatStandsTakeTheLineEndWithThem) {
+  struct Row {
+    const char* acFirst;
+    const char* acText;
+    DisplayScanRules rRules;
+    const char* acKnown;
+    bool fEndsLine;
+  };
+  DisplayScanRules rOwn;
+  rOwn.strLocalNum = "1234";
+  DisplayScanRules rPrevious;
+  rPrevious.strPrevCallRemoteNum = "1234";
+  DisplayScanRules rNamed = Rules(PBX_BELGACOM);
+  rNamed.strLocalName = "1234";
+  DisplayScanRules rFixed;
+  rFixed.fCallBusy = rFixed.fDontOverwriteExistingNumber = true;
+  DisplayScanRules rSeveral;
+  rSeveral.fCheckForMultipleTelNum = true;
+  const Row rRows[] = {
+      {"taken, a better one may follow", "xDTMF 1234\n5678", rSeveral, "", true},
+      {"too late in the call to replace the known number", "xDTMF 1234\n5678", rFixed, "1", false},
+      {"too short", "xDTMF 12\n5678", {}, "", true},
+      {"no longer than the known number", "xDTMF 1234\n5678", {}, "123456", true},
+      {"directly behind a ^", "xDTMF ^1234\n5678", {}, "", true},
+      {"year of a date", "xDTMF 12.03.2015\n5678", {}, "", true},
+      {"the line's own number", "xDTMF 1234\n5678", rOwn, "", true},
+      {"part of the line's own name", "xDTMF 1234\n5678", rNamed, "", true},
+      {"number of the previous call", "xDTMF 1234\n5678", rPrevious, "", true},
+  };
+  for (const Row& rRow : rRows) {
+    const Texts astrVerdicts = Verdicts(rRow.acText, rRow.rRules, rRow.acKnown);
+    ASSERT_LE(2U, astrVerdicts.size()) << rRow.acFirst;
+    const std::string& strFirst = astrVerdicts[astrVerdicts.size() - 2];
+    EXPECT_EQ(rRow.acFirst, strFirst.substr(strFirst.find(' ') + 1)) << rRow.acText;
+    EXPECT_EQ(rRow.fEndsLine, astrVerdicts.back() == "5678: the text shows dialled tones") << rRow.acFirst;
+  }
+  EXPECT_EQ(Texts(2, "1234: the text shows dialled tones"), Verdicts("DTMF 1234\n1234"));
 }
