@@ -99,17 +99,16 @@ enum EVerdict {
 // The verdict in words, for people.
 const char* GetVerdictDescr(EVerdict eVerdict);
 
-// Receives each number that the scan has judged.
-class IDisplayScanWatcher {
- public:
-  virtual ~IDisplayScanWatcher() = default;
-  virtual void OnVerdict(const std::string& strNumber, EVerdict eVerdict) = 0;
+// One number on a display, and what became of it.
+struct JudgedNumber {
+  std::string strNumber;
+  EVerdict eVerdict;
 };
 
 // Looks for the remote number in a display text and stores it in strRemoteNum, which holds the number known so far.
-// True when there is one to store. prWatcher: not owned, may be null.
+// True when there is one to store. pvJudged: takes each number in the order of the text; not owned, may be null.
 bool ScanDisplay(const char* acText, const DisplayScanRules& rRules, std::string& strRemoteNum,
-                 IDisplayScanWatcher* prWatcher = nullptr);
+                 std::vector<JudgedNumber>* pvJudged = nullptr);
 // A text of nothing but letters and blanks, at least six characters to its last letter, is a name (Aastra 5000).
 bool ExtractA5000Name(const char* acPhoneDisp, std::string& strName);
 
@@ -177,8 +176,8 @@ class DST_Channel : public BaseChannel {
   bool fAllowEqualRemoteLenChange = false;
   bool fLateChange = true;  // that replacement stays allowed late in a call
   bool fCheckForMultipleTelNum = false;
-  std::string strLocalName;                      // name of the line's contact in the database
-  IDisplayScanWatcher* prScanWatcher = nullptr;  // sees each number on a display; not owned, null in the daemon
+  std::string strLocalName;                           // name of the line's contact in the database
+  std::vector<JudgedNumber>* pvJudgedNums = nullptr;  // takes each number on a display; not owned, null in the daemon
 
  private:
   // One row a D-channel message: its handler and the bits of dwSubReason that the board conditions compare.

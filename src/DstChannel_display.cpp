@@ -108,7 +108,7 @@ struct DisplayScan {
   const char* acText;
   const DisplayScanRules& rRules;
   std::string& strRemoteNum;
-  IDisplayScanWatcher* prWatcher;
+  std::vector<JudgedNumber>* pvJudged;
 
   int len = 0;
   int i = 0;
@@ -189,7 +189,7 @@ EStep DisplayScan::Step() {
 EStep DisplayScan::NumberEnded() {
   innum = false;
   const EVerdict eVerdict = Judge();
-  if (prWatcher != nullptr) prWatcher->OnVerdict(Number(), eVerdict);
+  if (pvJudged != nullptr) pvJudged->push_back({Number(), eVerdict});
   if (eVerdict == VERDICT_TAKEN || eVerdict == VERDICT_TAKEN_MAY_IMPROVE) {
     strRemoteNum = Number();
     fDetected = true;
@@ -391,8 +391,8 @@ const char* GetVerdictDescr(EVerdict eVerdict) {
 }
 
 bool ScanDisplay(const char* acText, const DisplayScanRules& rRules, std::string& strRemoteNum,
-                 IDisplayScanWatcher* prWatcher) {
-  DisplayScan rScan{acText, rRules, strRemoteNum, prWatcher};
+                 std::vector<JudgedNumber>* pvJudged) {
+  DisplayScan rScan{acText, rRules, strRemoteNum, pvJudged};
   return rScan.Run();
 }
 
@@ -442,7 +442,7 @@ DisplayScanRules DST_Channel::ScanRules() const {
 }
 
 bool DST_Channel::AnalyseCIDsub(std::string& strRemoteNum_) {
-  return ScanDisplay(acPhoneDisp, ScanRules(), strRemoteNum_, prScanWatcher);
+  return ScanDisplay(acPhoneDisp, ScanRules(), strRemoteNum_, pvJudgedNums);
 }
 
 void DST_Channel::AnalyseCID() {
@@ -462,8 +462,8 @@ void DST_Channel::AnalyseCID() {
   }
   if (fNewName) RemoteNumberChanged();
 
-  // A number that stays on the display does not expire. The numbers have been judged above, so nobody watches this
-  // scan.
+  // A number that stays on the display does not expire. The numbers are judged above, so this scan hands out
+  // none.
   std::string strShown;
   if (ScanDisplay(acPhoneDisp, ScanRules(), strShown) && strShown == strRemoteNum) {
     lg(LOG_NOTICE, "[%d] Remote number refreshed", iChannel);

@@ -54,27 +54,12 @@ class NoDatabase : public IDatabase {
   std::string strLineName;
 };
 
-class VerdictList : public IDisplayScanWatcher {
- public:
-  void OnVerdict(const std::string& strNumber, EVerdict eVerdict) override {
-    strLines += strNumber + ": " + GetVerdictDescr(eVerdict) + "\n";
-  }
-  std::string Take() {
-    std::string strTaken;
-    strTaken.swap(strLines);
-    return strTaken;
-  }
-
- private:
-  std::string strLines;
-};
-
 }  // namespace
 
 struct DisplayLine::Parts {
   TRecorderBoot rBoot;
   CRecorder rRecorder;
-  VerdictList rVerdicts;
+  std::vector<JudgedNumber> vJudged;
   DST_Channel* prLine = nullptr;  // owned by rRecorder
 };
 
@@ -100,7 +85,7 @@ DisplayLine::DisplayLine(const DisplayLineState& rState) : prParts(std::make_uni
   rRecorder.vChannels.push_back(prParts->prLine);
 
   DST_Channel& rLine = *prParts->prLine;
-  rLine.prScanWatcher = &prParts->rVerdicts;
+  rLine.pvJudgedNums = &prParts->vJudged;
   rLine.Init(/*iChannel=*/1, /*iBoardListIx=*/0, /*iBoardCh=*/0, &rRecorder, /*iDrvCh=*/0);
   rLine.fDontRecord = true;
   rLine.strPrevCallRemoteNum = rState.strPrevCallRemoteNum;
@@ -133,9 +118,13 @@ std::string DisplayLine::Show(const DisplayText& rDisplay) {
   rEvent.dwParam = DMSG_DISPLAY;
   rEvent.pvBuffer = strData.data();
   rEvent.dwDataLength = static_cast<DWORD>(strData.size());
+  prParts->vJudged.clear();
   rLine.HandleEvent(&rEvent);
 
-  std::string strResult = prParts->rVerdicts.Take();
+  std::string strResult;
+  for (const auto& [strNumber, eVerdict] : prParts->vJudged) {
+    strResult += strNumber + ": " + GetVerdictDescr(eVerdict) + "\n";
+  }
   const auto Tell = [&](const char* acWhat, const std::string& strBefore, const std::string& strAfter) {
     if (strAfter != strBefore)
       strResult += std::string(acWhat) + ": " + (strAfter.empty() ? "(none)" : strAfter) + "\n";

@@ -50,17 +50,14 @@ DisplayScanRules InMuteMode() {
 
 // What became of each number of a display, as people are told it.
 Texts Verdicts(const std::string& strText, const DisplayScanRules& rRules = {}, const std::string& strKnown = "") {
-  class Watcher : public IDisplayScanWatcher {
-   public:
-    void OnVerdict(const std::string& strNumber, EVerdict eVerdict) override {
-      astrVerdicts.push_back(strNumber + ": " + GetVerdictDescr(eVerdict));
-    }
-    Texts astrVerdicts;
-  };
-  Watcher rWatcher;
+  std::vector<JudgedNumber> vJudged;
   std::string strRemoteNum = strKnown;
-  (void)ScanDisplay(strText.c_str(), rRules, strRemoteNum, &rWatcher);
-  return rWatcher.astrVerdicts;
+  (void)ScanDisplay(strText.c_str(), rRules, strRemoteNum, &vJudged);
+  Texts astrVerdicts;
+  for (const auto& [strNumber, eVerdict] : vJudged) {
+    astrVerdicts.push_back(strNumber + ": " + GetVerdictDescr(eVerdict));
+  }
+  return astrVerdicts;
 }
 
 }  // namespace
