@@ -16,7 +16,6 @@
 namespace {
 
 constexpr DWORD BARGE_IN_SOUND = 1;  // of E_SYS_BargeIn: sound begins; anything else: it ends
-constexpr int RECORD_SOURCE_ANALOG = 1;
 
 // A caller id of the R2 form: six characters of the remote party, one between, six of the local party.
 constexpr std::size_t R2_PARTY_CHARS = 6;
@@ -41,7 +40,7 @@ std::string TriggerText(int iTriggerType, int iSilenceTimeOut) {
 }  // namespace
 
 AnalogChannel::AnalogChannel() {
-  iRecSource = RECORD_SOURCE_ANALOG;
+  iRecSource = SOURCE_ANALOG;
   fUsePressedDigitsForRemote = true;
 }
 

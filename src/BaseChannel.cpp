@@ -14,7 +14,6 @@ namespace {
 constexpr int HEADER_UPDATE_S = 5;  // a crash loses at most this much of a file's length
 constexpr int LOUDNESS_WINDOWS_PER_S = 2;
 constexpr int SECONDS_PER_MIN = 60;
-constexpr int CATEGORY_LOUD = 1;  // column "category" of a call with loud talking
 
 int LoudWindows(int iSeconds) {
   const long long iWindows = static_cast<long long>(iSeconds) * LOUDNESS_WINDOWS_PER_S;

@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 
+#include "callcodes.h"
 #include "idatabase.h"
 #include "irecorder.h"
 #include "shpa3api.h"
@@ -210,7 +211,7 @@ class BaseChannel {
   int iDrvCh = 0;                    // driver channel
   int iBoardListIx = 0;              // index of the board in the board list
   int iBoardCh = -1;                 // channel on that board
-  int iRecSource = 0;                // kind of source, column "source"
+  int iRecSource = SOURCE_OTHER;     // ECallSource, column "source"
 
   // -- call state -----------------------------------------------------------------------------------------------
   bool fCallBusy = false;        // a call is in progress
@@ -255,10 +256,10 @@ class BaseChannel {
   std::string strFullFilenameFinal;
   std::string strArchiveFilename;
   std::string strFilename;
-  std::string strDirectory;  // year/month/day/hour
-  int iEncoding = 0;         // column "encoding"; 0 before audio starts
-  FILE* hRawFile = nullptr;  // monitoring copy
-  int iRecordOffset = 0;     // read position in acRecordBuf
+  std::string strDirectory;           // year/month/day/hour
+  int iEncoding = ENCODING_NO_AUDIO;  // ECallEncoding, column "encoding"
+  FILE* hRawFile = nullptr;           // monitoring copy
+  int iRecordOffset = 0;              // read position in acRecordBuf
   int iRecordBufSize = 0;
   int iRecordByteCnt = 0;       // audio bytes of hAudioFile
   BYTE* acRecordBuf = nullptr;  // owned, iRecordBufSize bytes; the card writes, we read behind its position
@@ -349,5 +350,5 @@ class BaseChannel {
   void FillPartColumns(StringMap* rCallInfo, const Parties& rParties, bool fFinal) const;
   void FillPartyColumns(StringMap* rCallInfo, const Parties& rParties) const;
   void FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) const;
-  const char* Direction(bool fInternal) const;
+  ECallDirection Direction(bool fInternal) const;
 };

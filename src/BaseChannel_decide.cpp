@@ -19,9 +19,7 @@
 namespace {
 
 constexpr int CUSTOM_LOCAL_MAX_AGE_S = 60;  // a local identity set by the web side is meant for the call at hand
-constexpr int ENCODING_ALAW = 554;          // column "encoding", as the web side reads it
-constexpr int ENCODING_ULAW = 555;
-constexpr mode_t RECORDING_MODE = 0777;  // the web side, another user, moves and deletes recordings
+constexpr mode_t RECORDING_MODE = 0777;     // the web side, another user, moves and deletes recordings
 
 // Values of the three list options; a value that has no name here is told where it is read.
 enum ENumberFilterType { FILTER_OFF = 0, FILTER_EXCLUDES = 2 };
@@ -117,7 +115,7 @@ void BaseChannel::TryStartRecording() {
   if (!RecordingScheduled()) return;
 
   iRecUniqCnt++;
-  iEncoding = 0;
+  iEncoding = ENCODING_NO_AUDIO;
   DetermineDbRemoteId();
   fRecOnDmd = GetNewRecOnDmd();
   if (!fRecOnDmd || fRecOnDmdStart) {

@@ -16,10 +16,6 @@
 namespace {
 
 constexpr int REC_UNIQ_MODULO = 100;  // two digits of strDbRemoteId
-constexpr int CALL_FLAG_ALE = 16;     // column "flags": the recording is encrypted
-const char* const DIRECTION_INCOMING = "0";
-const char* const DIRECTION_OUTGOING = "1";
-const char* const DIRECTION_INTERNAL = "2";
 
 // Local time by a strftime format.
 std::string TimeText(time_t rTime, const char* acFormat) {
@@ -140,7 +136,7 @@ void BaseChannel::FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFina
   FillPartColumns(rCallInfo, rParties, fFinal);
   FillPartyColumns(rCallInfo, rParties);
   if (fHasConnectedNum) FillConnectedColumns(rCallInfo, prDB);
-  rCallInfo->AddUtf8("direction", Direction(rParties.fInternal));
+  rCallInfo->AddUtf8("direction", ToStdString(Direction(rParties.fInternal)));
   rCallInfo->AddUtf8("recorderid", std::to_string(prDB->GetRecorderID()));
   rCallInfo->AddUtf8("callextra", ArrayToString({}));
   if (!rParties.fHaveLocal) return;
@@ -163,7 +159,7 @@ void BaseChannel::FillPartColumns(StringMap* rCallInfo, const Parties& rParties,
   rCallInfo->AddUtf8("encoding", ToStdString(iEncoding));
   rCallInfo->AddUtf8("encryption", "0");
   rCallInfo->AddUtf8("processingstate", "0");
-  rCallInfo->AddUtf8("flags", ToStdString(prRecorder->fALE ? CALL_FLAG_ALE : 0));
+  rCallInfo->AddUtf8("flags", ToStdString(prRecorder->fALE ? FLAG_ENCRYPTED : 0));
   rCallInfo->AddUtf8("directory", strDirectory);
   rCallInfo->AddUtf8("lineid", std::to_string(rParties.rLocalLine.iLineID));
   rCallInfo->AddUtf8("remoteid", strDbRemoteId);
@@ -192,7 +188,7 @@ void BaseChannel::FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) co
   rCallInfo->AddUtf8("connectedcontact", std::to_string(rContact.iContactID));
 }
 
-const char* BaseChannel::Direction(bool fInternal) const {
+ECallDirection BaseChannel::Direction(bool fInternal) const {
   if (prRecorder->fCrecTestSwapLocRem) {  // turns outgoing calls over, and files all others as outgoing
     return !fInternal && !fIncoming ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
   }

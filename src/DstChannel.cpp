@@ -23,7 +23,6 @@
 
 namespace {
 
-constexpr int REC_SOURCE_DST = 5;             // column "source" of a digital station line
 constexpr int HOLD_SILENCE_TIME_OUT_S = 600;  // silence that ends a call on hold
 constexpr int NEW_RING_KEEPS_NUMBER_S = 3;    // a number younger than this belongs to the ring that starts
 constexpr int LOGIN_DIGITS_WITHIN_S = 46;     // login digits that expire later are none
@@ -95,7 +94,7 @@ const DST_Channel::DMsgRow DST_Channel::rDMsgRows[] = {
 };
 
 DST_Channel::DST_Channel() {
-  iRecSource = REC_SOURCE_DST;
+  iRecSource = SOURCE_DST;
 }
 
 // -- set-up and overrides -------------------------------------------------------------------------------------------

@@ -13,8 +13,7 @@
 
 namespace {
 
-constexpr DWORD CALL_SOURCE_INCOMING = 1;        // of a record's CallSource, and of dwSubReason where the phase is text
-constexpr const char* FLAGS_MISSED_CALL = "64";  // column "flags"
+constexpr DWORD CALL_SOURCE_INCOMING = 1;  // of a record's CallSource, and of dwSubReason where the phase is text
 
 bool IsRecord(const SSM_EVENT& rEvent) {
   return rEvent.pvBuffer != nullptr &&
@@ -223,7 +222,7 @@ void DST_Channel::CallCancelled() {
   IDatabase* prDatabase = prRecorder->GetDatabaseHandle();
   StringMap rCallInfo;
   FillCallInfo(&rCallInfo, prDatabase, /*fFinal=*/true);
-  rCallInfo.AddUtf8("flags", FLAGS_MISSED_CALL);
+  rCallInfo.AddUtf8("flags", ToStdString(FLAG_MISSED));
   rCallInfo.AddUtf8("startdate", std::to_string(rFirstRing));
   rCallInfo.AddUtf8("isconnected", "0");
   rCallInfo.AddUtf8("isarchived", "0");

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr int REC_SOURCE_PRI = 6;  // column "source" of a trunk line
-
 using SpyGetNumber = int (*)(int nCic, char* pcCid);
 
 // A number of the circuit; empty when the card gives none. The result of the card is not looked at: the buffer tells.
@@ -40,7 +38,7 @@ const char* GetPriStateDescr(int iState) {
 }
 
 PRI_Channel::PRI_Channel() {
-  iRecSource = REC_SOURCE_PRI;
+  iRecSource = SOURCE_PRI;
   fUseLocalNum = true;  // signalling always delivers both numbers, and the connected one
   fHasConnectedNum = true;
   fRingsUntilPickup = true;

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "callcodes.h"
 #include "datafile.h"
 #include "filedir.h"
 #include "fstring.h"
@@ -19,12 +20,9 @@
 
 namespace {
 
-constexpr const char* ENCODING_GSM = "551";  // column "encoding"
-constexpr const char* ENCODING_MP3 = "801";
 constexpr const char* MP3_KBIT_MONO = "16";
 constexpr const char* MP3_KBIT_STEREO = "32";
-constexpr mode_t FILE_MODE = 0777;    // the web side reads recordings as another user
-constexpr int STATE_UNDECIDED = 128;  // bit of "processingstate": kept or not is not decided yet
+constexpr mode_t FILE_MODE = 0777;  // the web side reads recordings as another user
 
 struct CheckSumTool {
   const char* acType;  // setting CalcChecksum
@@ -111,7 +109,7 @@ void AudioConvAct::ReplaceSource() const {
 void AudioConvAct::ConvertToGsm() {
   if (execCmd("sox " + escapeShellArg(strFullFilename) + " -e gsm-full-rate " + escapeShellArg(strFullFilenameFinal)) ==
       0) {
-    rCallInfo.AddUtf8("encoding", ENCODING_GSM);
+    rCallInfo.AddUtf8("encoding", ToStdString(ENCODING_GSM));
     return;
   }
   CopyFile(strFullFilename, strFullFilenameFinal);  // the name stays, and the row says what the file holds
@@ -123,7 +121,7 @@ void AudioConvAct::ConvertToMp3() {
   const std::string bitrate = fStereo ? MP3_KBIT_STEREO : MP3_KBIT_MONO;
   if (execCmd("sox " + escapeShellArg(strFullFilename) + " -C " + escapeShellArg(bitrate) + ".4 " +
               escapeShellArg(strFullFilenameFinal)) == 0) {
-    rCallInfo.AddUtf8("encoding", ENCODING_MP3);
+    rCallInfo.AddUtf8("encoding", ToStdString(ENCODING_MP3));
     return;
   }
   lg(LOG_ERR, "Conversion to MP3 failed, fn: %s", strFullFilename.c_str());

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "callcodes.h"
+
 // Settings, the recorder's own row, and the accounts of the web side. Settings are texts by name, grouped in parts;
 // what they mean is the readers' business. The look-ups here are silent: a query that fails reads as one without rows.
 
@@ -57,9 +59,8 @@ void Database::InitRecorder(const std::string& strRecId, const std::string& strN
       return;
     }
   }
-  // 50 is the type of a card recorder.
   if (rSharedConn.ExecNonQuery("INSERT INTO recorders(recid,name,rectype,options)  VALUES (" + strQuotedId + "," +
-                               rSharedConn.Quote(strName) + ",50,'')")) {
+                               rSharedConn.Quote(strName) + "," + ToStdString(RECORDER_OF_CARDS) + ",'')")) {
     iRecorderID = rSharedConn.SequenceLast("recorders_id_seq");
   }
 }

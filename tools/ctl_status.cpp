@@ -7,16 +7,25 @@
 #include <nlohmann/json.hpp>
 #include <pqxx/pqxx>
 
+#include "callcodes.h"
+
 namespace {
 
 constexpr const char* DAEMON_DATABASE = "dbname=morvex user=root connect_timeout=3";
-constexpr int ENCODING_NO_AUDIO = 0;  // column "encoding" of a call that waits for a demand
 // The record of callextra that silencing leaves: key, ": ", value, CR LF.
 constexpr const char* SILENCED_RECORD = "silencing: 1\r\n";
 
 const char* DirectionText(int iDirection) {
-  constexpr std::array<const char*, 3> acTexts = {"incoming", "outgoing", "internal"};
-  return iDirection >= 0 && iDirection < 3 ? acTexts[static_cast<std::size_t>(iDirection)] : "unknown";
+  switch (iDirection) {
+    case DIRECTION_INCOMING:
+      return "incoming";
+    case DIRECTION_OUTGOING:
+      return "outgoing";
+    case DIRECTION_INTERNAL:
+      return "internal";
+    default:  // the column is written by others too
+      return "unknown";
+  }
 }
 
 bool IsSilenced(const std::string& strExtra) {
