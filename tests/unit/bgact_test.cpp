@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Diary.h"
 #include "LogSink.h"
 #include "TestTools.h"
 #include "morvex_crec.h"
@@ -22,23 +22,6 @@ using testtools::StopWatch;
 namespace {
 
 using Texts = std::vector<std::string>;
-
-// What actions did, in order, over all threads.
-class Diary {
- public:
-  void Note(const std::string& strText) {
-    const std::lock_guard<std::mutex> rLock(rMutex);
-    astrNotes.push_back(strText);
-  }
-  Texts Notes() {
-    const std::lock_guard<std::mutex> rLock(rMutex);
-    return astrNotes;
-  }
-
- private:
-  std::mutex rMutex;
-  Texts astrNotes;  // guarded by rMutex
-};
 
 // Notes all that happens to it. While *prHold is true its slow part goes on.
 class NotingAct : public ThreadAct {

@@ -4,12 +4,13 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Diary.h"
 #include "LambdaAct.h"
+#include "NotingAct.h"
 #include "RecorderBench.h"
 #include "TestFiles.h"
 #include "TestTime.h"
@@ -25,28 +26,6 @@ using testtools::StopWatch;
 namespace {
 
 using Texts = std::vector<std::string>;
-
-// What happened, in order, over all threads.
-class Diary {
- public:
-  void Note(const std::string& strText) {
-    const std::lock_guard<std::mutex> rLock(rMutex);
-    astrNotes.push_back(strText);
-  }
-  Texts Notes() {
-    const std::lock_guard<std::mutex> rLock(rMutex);
-    return astrNotes;
-  }
-  int Count(const std::string& strText) {
-    int iCount = 0;
-    for (const std::string& strNote : Notes()) iCount += strNote == strText ? 1 : 0;
-    return iCount;
-  }
-
- private:
-  std::mutex rMutex;
-  Texts astrNotes;  // guarded by rMutex
-};
 
 // Stands at the end of the channel table of the running recorder, and does what the test says.
 class DiaryChannel : public BaseChannel {
@@ -71,19 +50,6 @@ class DiaryChannel : public BaseChannel {
 
  private:
   Diary& rDiary;
-};
-
-class NotingAct : public ThreadAct {
- public:
-  NotingAct(Diary& rDiaryToUse, const std::string& strItsName) : rDiary(rDiaryToUse), strName(strItsName) {}
-  ~NotingAct() override { rDiary.Note(strName + " deleted"); }
-  void performThread() override { rDiary.Note(strName + " thread"); }
-  void performMain() override { rDiary.Note(strName + " main"); }
-  void completed() override { rDiary.Note(strName + " completed"); }
-
- private:
-  Diary& rDiary;
-  std::string strName;
 };
 
 // Its slow part lasts until it is released.

@@ -1,0 +1,27 @@
+// Diary: what happened in a test, in order, over all threads.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+class Diary {
+ public:
+  void Note(const std::string& strText) {
+    const std::lock_guard<std::mutex> rLock(rMutex);
+    astrNotes.push_back(strText);
+  }
+  std::vector<std::string> Notes() {
+    const std::lock_guard<std::mutex> rLock(rMutex);
+    return astrNotes;
+  }
+  int Count(const std::string& strText) {
+    int iCount = 0;
+    for (const std::string& strNote : Notes()) iCount += strNote == strText ? 1 : 0;
+    return iCount;
+  }
+
+ private:
+  std::mutex rMutex;
+  std::vector<std::string> astrNotes;  // guarded by rMutex
+};
