@@ -10,9 +10,8 @@
 #include "logging.h"
 #include "signaling.h"
 
-// The worker pool. Two workers poll one list; what they have run goes on to the main thread's queue (mainQueue in
-// morvex_crec_loop.cpp). Polling costs up to a second before a new action starts on an idle pool: nothing here is
-// urgent.
+// The worker pool. Two workers poll one list; what they have run goes on to the main thread's queue (mainqueue.h).
+// Polling costs up to a second before a new action starts on an idle pool: nothing here is urgent.
 
 BgActHandler* prBgActHandler = nullptr;
 

@@ -16,16 +16,9 @@
 #include <string>
 
 #include "irecorder.h"
+#include "mainqueue.h"
 
 class LineCom;
-
-class ThreadAct {
- public:
-  virtual void performThread() = 0;
-  virtual void performMain() = 0;
-  virtual ~ThreadAct() = default;
-  virtual void completed() {}
-};
 
 // Removes the file of a recording that is not kept.
 class DeleteFileAct : public ThreadAct {
@@ -138,8 +131,6 @@ void init_bgact();
 void close_bgact();
 void queueAction(ThreadAct* prAct);
 bool isBgQueueReady();
-// Queues an action straight to the main loop; without a boot object it is deleted unrun. Null is ignored.
-void mainQueue(ThreadAct* prAct);
 
 // Checksum of a file by an external tool: the first word of its output, empty when the output has no blank.
 std::string calcSum(const std::string& strProgram, const std::string& strFileName);

@@ -20,6 +20,7 @@
 #include "filedir.h"
 #include "fstring.h"
 #include "logging.h"
+#include "mainqueue.h"
 #include "recorder.h"
 #include "shpa3api.h"
 #include "signaling.h"
@@ -28,8 +29,6 @@
 // then runs the recorder on them. A start that fails once the database was reached leaves the process idle until it is
 // told to stop: the daemon never restarts itself, as that is the business of whatever supervises it, and a supervisor
 // that restarts on every exit would otherwise turn a missing card into an endless loop.
-
-TRecorderBoot* g_prBoot = nullptr;
 
 namespace {
 

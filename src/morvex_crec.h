@@ -1,14 +1,8 @@
 // morvex_crec: the life of the process from its first argument to its return: going to the background, signals, the
 // order in which the parts come up and go down, and the wait for cards. The main loop stands in morvex_crec_loop.cpp.
-// Threads:   main. mainQueue (bgact.h) reaches the loop from any thread.
+// Threads:   main. mainQueue (mainqueue.h) reaches the loop from any thread.
 // Ownership: RunDaemon owns the start-up Database; RecorderMain owns one TRecorderBoot a try.
 #pragma once
-
-class TRecorderBoot;
-
-// The boot object of the current try, target of mainQueue. Set at the start of each try of RecorderMain, cleared only
-// after the main loop has ended on the normal path: the failure returns leave it, as no action can be in flight then.
-extern TRecorderBoot* g_prBoot;
 
 // What main does; returns the exit code of the process.
 int RunDaemon(int argc, char** argv);

@@ -8,9 +8,9 @@
 #include <list>
 #include <string>
 
-#include "bgact.h"
 #include "fstring.h"
 #include "logging.h"
+#include "mainqueue.h"
 #include "recorder.h"
 
 // What the commands of the control socket do. Each becomes an action, which carries it to the main thread; the command

@@ -3,11 +3,10 @@
 // Files:     recorder_settings.cpp maps and lookups, recorder_boards.cpp cards and numbering, recorder_drvconfig.cpp
 //            the driver's files, recorder_init.cpp settings to fields and channels, recorder_events.cpp card events,
 //            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines,
-//            recorder_trace.cpp the bit-stream trace. Loop and queue of TRecorderBoot: morvex_crec_loop.cpp.
+//            recorder_trace.cpp the bit-stream trace. The loop of TRecorderBoot: morvex_crec_loop.cpp.
 // Threads:   main, except TRecorderBoot::queue (any), CRecorder::fBitStreamTracing (read by the reactor) and the two
 //            trace callbacks (the driver's threads, only while a trace runs).
 // Ownership: TRecorderBoot owns the database and the actions in its queue; CRecorder owns the channels.
-// Locks:     TRecorderBoot::rListMutex guards rActQueue and is never held while an action runs.
 // Settings:  rows of the table Configs, one map a part. A key lives in one part only, and its reader names the map; a
 //            missing key reads as the empty text or 0. Texts become numbers by strtol, so "12x" is 12.
 // Channels:  driver channel: index of vChannels, dense over the present cards. Web channel: counts from 0 and keeps
@@ -17,21 +16,19 @@
 #include <atomic>
 #include <cstdio>
 #include <ctime>
-#include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "filedir.h"
 #include "idatabase.h"
 #include "irecorder.h"
+#include "mainqueue.h"
 #include "shpa3api.h"
 #include "shpa3link.h"
 
 class BaseChannel;
-class ThreadAct;
 
 constexpr const char* UNIT_SERIAL_FILE = "/var/morvex/conf/serial";       // identifier of this unit
 constexpr const char* DRIVER_INI_FILE = "/var/morvex/data/ShConfig.ini";  // both read by the driver when it starts
@@ -113,7 +110,7 @@ bool IsCondition(const std::vector<StartStopCnd>& arr, unsigned int dwEvent, uns
 // Major version of the operating system from /etc/issue.net, 6 to 12; -1 for anything else.
 int GetDebianVersion();
 
-class TRecorderBoot {
+class TRecorderBoot : public MainQueue {
  public:
   TRecorderBoot() = default;
   ~TRecorderBoot();
@@ -145,13 +142,6 @@ class TRecorderBoot {
   // Looks for the one function that a card library need not have; silent when the library cannot be opened by name.
   void LinkOptionalFunctions();
   void UnlinkOptionalFunctions();
-
-  // -- actions for the main thread ------------------------------------------------------------------------------
-  void queue(ThreadAct* prAct);
-  // Deletes every queued action without running it.
-  void emptyQueue();
-  // Runs the first queued action, if any; true when an entry was taken, also a null one.
-  bool RunOneAction();
 
   // -- settings -------------------------------------------------------------------------------------------------
   std::string GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod);
@@ -211,9 +201,7 @@ class TRecorderBoot {
   void ReportBoardFacts(const TBoard& rBoard);
   void LogBoardList();
 
-  std::mutex rListMutex;
-  std::list<ThreadAct*> rActQueue;  // guarded by rListMutex; first in, first out
-  void* shpaDll = nullptr;          // second handle on the card library, to find the optional function
+  void* shpaDll = nullptr;  // second handle on the card library, to find the optional function
 };
 
 class CRecorder : public ICRecorder {

@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-#include "bgact.h"
+#include "mainqueue.h"
 
 class LambdaAct : public ThreadAct {
  public:

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Diary.h"
-#include "bgact.h"
+#include "mainqueue.h"
 
 class NotingAct : public ThreadAct {
  public:

@@ -11,8 +11,6 @@
 #include "Diary.h"
 #include "LogSink.h"
 #include "TestTools.h"
-#include "morvex_crec.h"
-#include "recorder.h"
 #include "signaling.h"
 
 using testtools::Await;
@@ -78,22 +76,16 @@ TEST_F(BgActTest, WithoutAPoolTheQueueIsReady) {
   EXPECT_TRUE(isBgQueueReady());
 }
 
-TEST_F(BgActTest, WithoutABootObjectTheMainQueueDeletesUnrun) {
-  mainQueue(new NotingAct(rDiary, "a"));
-  EXPECT_EQ(rDiary.Notes(), Texts({"a deleted"}));
-  mainQueue(nullptr);
-}
-
 TEST_F(BgActTest, ActionGoesThroughAWorkerToTheMainThread) {
-  TRecorderBoot rBoot;
-  g_prBoot = &rBoot;
+  MainQueue rQueue;
+  g_prBoot = &rQueue;
   init_bgact();
   queueAction(new NotingAct(rDiary, "a"));
   EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
   EXPECT_EQ(rDiary.Notes(), Texts({"a thread"}));
-  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_TRUE(rQueue.RunOneAction());
   EXPECT_EQ(rDiary.Notes(), Texts({"a thread", "a main here", "a completed", "a deleted"}));
-  EXPECT_FALSE(rBoot.RunOneAction());
+  EXPECT_FALSE(rQueue.RunOneAction());
   const Texts astrLines = logsink::TakeTexts();
   ASSERT_EQ(astrLines.size(), 1u);
   EXPECT_TRUE(astrLines[0] == "7 Bg Act 0\n" || astrLines[0] == "7 Bg Act 1\n") << astrLines[0];
@@ -106,10 +98,10 @@ TEST_F(BgActTest, WorkerIsBusyUntilTheMainQueueHasItsAction) {
     using NotingAct::NotingAct;
     ~SlowlyDeleted() override { NotingAct::performThread(); }
   };
-  TRecorderBoot rBoot;
-  g_prBoot = &rBoot;
-  rBoot.queue(new SlowlyDeleted(rDiary, "held", &fHold));
-  std::thread rEmptier([&rBoot] { rBoot.emptyQueue(); });
+  MainQueue rQueue;
+  g_prBoot = &rQueue;
+  rQueue.queue(new SlowlyDeleted(rDiary, "held", &fHold));
+  std::thread rEmptier([&rQueue] { rQueue.emptyQueue(); });
   EXPECT_TRUE(Await([this] { return rDiary.Notes() == Texts({"held thread"}); }));
   init_bgact();
   queueAction(new NotingAct(rDiary, "a"));
@@ -118,7 +110,7 @@ TEST_F(BgActTest, WorkerIsBusyUntilTheMainQueueHasItsAction) {
   EXPECT_FALSE(isBgQueueReady());
   fHold = false;
   EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
-  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_TRUE(rQueue.RunOneAction());
   rEmptier.join();
 }
 

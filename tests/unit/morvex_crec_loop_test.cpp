@@ -15,6 +15,7 @@
 #include "TestFiles.h"
 #include "TestTime.h"
 #include "TestTools.h"
+#include "bgact.h"
 #include "logging.h"
 #include "morvex_crec.h"
 #include "reactor.h"
@@ -163,16 +164,6 @@ TEST_F(LoopTest, FailedInitRecorderLeavesNoWorkerBehindInItsQueue) {
   EXPECT_FALSE(rBoot.RunOneAction());
 }
 
-TEST_F(LoopTest, LeftActionsAreDeletedUnrun) {
-  rBoot.emptyQueue();
-  rBoot.queue(new NotingAct(rDiary, "a"));
-  rBoot.queue(nullptr);
-  rBoot.queue(new NotingAct(rDiary, "b"));
-  rBoot.emptyQueue();
-  EXPECT_EQ(rDiary.Notes(), Texts({"a deleted", "b deleted"}));
-  EXPECT_FALSE(rBoot.RunOneAction());
-}
-
 // -- normal passes ------------------------------------------------------------------------------------------------
 
 TEST_F(LoopTest, EventReachesItsChannelWithItsData) {
@@ -298,13 +289,6 @@ TEST_F(LoopTest, OneActionAPassInTheOrderOfQueueing) {
   EXPECT_EQ(rDiary.Notes(), Texts({"a main", "a completed", "a deleted", "b main", "b completed", "b deleted", "ready",
                                    "event 12", "c main", "c completed", "c deleted", "event 12", "d main",
                                    "d completed", "d deleted", "event 12", "finalize"}));
-}
-
-TEST_F(LoopTest, NullActionCountsAsTaken) {
-  rBoot.emptyQueue();
-  rBoot.queue(nullptr);
-  EXPECT_TRUE(rBoot.RunOneAction());
-  EXPECT_FALSE(rBoot.RunOneAction());
 }
 
 // -- stop ---------------------------------------------------------------------------------------------------------

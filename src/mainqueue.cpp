@@ -1,0 +1,39 @@
+#include "mainqueue.h"
+
+#include <memory>
+
+MainQueue* g_prBoot = nullptr;
+
+void MainQueue::queue(ThreadAct* prAct) {
+  const std::lock_guard<std::mutex> rLock(rListMutex);
+  rActQueue.push_back(prAct);
+}
+
+void MainQueue::emptyQueue() {
+  const std::lock_guard<std::mutex> rLock(rListMutex);
+  for (ThreadAct* prAct : rActQueue) delete prAct;
+  rActQueue.clear();
+}
+
+bool MainQueue::RunOneAction() {
+  std::unique_ptr<ThreadAct> prAct;
+  {
+    const std::lock_guard<std::mutex> rLock(rListMutex);
+    if (rActQueue.empty()) return false;
+    prAct.reset(rActQueue.front());
+    rActQueue.pop_front();
+  }
+  if (prAct != nullptr) {  // a null entry counts as taken
+    prAct->performMain();
+    prAct->completed();
+  }
+  return true;
+}
+
+void mainQueue(ThreadAct* prAct) {
+  if (g_prBoot == nullptr) {
+    delete prAct;
+    return;
+  }
+  g_prBoot->queue(prAct);
+}

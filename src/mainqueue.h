@@ -1,0 +1,40 @@
+// mainqueue: actions, and the queue by which they reach the main thread.
+// Channels, settings and database belong to the main thread alone. Whatever a worker or the control socket wants of
+// them becomes an action, and the main loop runs one a pass.
+// Roads:     mainQueue leads straight to the main thread; queueAction (bgact.h) to a worker first, and then here.
+// Threads:   mainQueue, queue: any. RunOneAction: main.
+// Ownership: the queue takes an action over; the caller keeps no pointer.
+// Locks:     rListMutex guards rActQueue and is never held while an action runs.
+#pragma once
+
+#include <list>
+#include <mutex>
+
+class ThreadAct {
+ public:
+  virtual void performThread() = 0;
+  virtual void performMain() = 0;
+  virtual ~ThreadAct() = default;
+  virtual void completed() {}
+};
+
+// The queue of one start try; TRecorderBoot (recorder_boot.h) is one.
+class MainQueue {
+ public:
+  void queue(ThreadAct* prAct);
+  // Deletes every queued action without running it.
+  void emptyQueue();
+  // Runs the first queued action, if any; true when an entry was taken, also a null one.
+  bool RunOneAction();
+
+ private:
+  std::mutex rListMutex;
+  std::list<ThreadAct*> rActQueue;  // guarded by rListMutex; first in, first out
+};
+
+// The boot object of the current try, target of mainQueue. Set at the start of each try of RecorderMain, cleared only
+// after the main loop has ended on the normal path: the failure returns leave it, as no action can be in flight then.
+extern MainQueue* g_prBoot;
+
+// Queues an action straight to the main loop; without a boot object it is deleted unrun. Null is ignored.
+void mainQueue(ThreadAct* prAct);

@@ -1,0 +1,64 @@
+#include "mainqueue.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Diary.h"
+#include "NotingAct.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class MainQueueTest : public testing::Test {
+ protected:
+  void TearDown() override { g_prBoot = nullptr; }
+
+  Diary rDiary;
+  MainQueue rQueue;
+};
+
+TEST_F(MainQueueTest, WithoutABootObjectTheMainQueueDeletesUnrun) {
+  mainQueue(new NotingAct(rDiary, "a"));
+  EXPECT_EQ(rDiary.Notes(), Texts({"a deleted"}));
+  mainQueue(nullptr);
+}
+
+TEST_F(MainQueueTest, ActionGoesToTheBootObjectOfTheCurrentTry) {
+  MainQueue rEarlier;
+  g_prBoot = &rEarlier;
+  g_prBoot = &rQueue;
+  mainQueue(new NotingAct(rDiary, "a"));
+  EXPECT_FALSE(rEarlier.RunOneAction());
+  EXPECT_EQ(rDiary.Notes(), Texts());
+  EXPECT_TRUE(rQueue.RunOneAction());
+  EXPECT_EQ(rDiary.Notes(), Texts({"a main", "a completed", "a deleted"}));
+}
+
+TEST_F(MainQueueTest, ActionsRunOneByOneInTheOrderOfQueueing) {
+  for (const char* acName : {"a", "b"}) rQueue.queue(new NotingAct(rDiary, acName));
+  EXPECT_TRUE(rQueue.RunOneAction());
+  EXPECT_EQ(rDiary.Notes(), Texts({"a main", "a completed", "a deleted"}));
+  EXPECT_TRUE(rQueue.RunOneAction());
+  EXPECT_EQ(rDiary.Count("b deleted"), 1);
+  EXPECT_FALSE(rQueue.RunOneAction());
+}
+
+TEST_F(MainQueueTest, LeftActionsAreDeletedUnrun) {
+  rQueue.queue(new NotingAct(rDiary, "a"));
+  rQueue.queue(nullptr);
+  rQueue.queue(new NotingAct(rDiary, "b"));
+  rQueue.emptyQueue();
+  EXPECT_EQ(rDiary.Notes(), Texts({"a deleted", "b deleted"}));
+  EXPECT_FALSE(rQueue.RunOneAction());
+}
+
+TEST_F(MainQueueTest, NullActionCountsAsTaken) {
+  rQueue.queue(nullptr);
+  EXPECT_TRUE(rQueue.RunOneAction());
+  EXPECT_FALSE(rQueue.RunOneAction());
+}
+
+}  // namespace
