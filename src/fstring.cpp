@@ -160,6 +160,13 @@ void lt_split_quotes(std::vector<std::string>& vstrList, const std::string& strT
   vstrList.push_back(strField);
 }
 
+std::vector<std::string> TrimmedItems(const std::string& strList) {
+  std::vector<std::string> astrItems;
+  lt_split(astrItems, strList, ',');
+  for (std::string& strItem : astrItems) trim(strItem);
+  return astrItems;
+}
+
 std::list<std::string> getElements(const std::string& totalString) {
   std::list<std::string> rElements;
   if (totalString.empty()) return rElements;

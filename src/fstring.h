@@ -44,5 +44,7 @@ std::string ToStdString(int iValue);
 // a field. lt_split_quotes takes double quotes as grouping.
 void lt_split(std::vector<std::string>& vstrList, const std::string& strText, char cSep);
 void lt_split_quotes(std::vector<std::string>& vstrList, const std::string& strText, char cSep);
+// Items of a comma list, each trimmed. An empty text is one empty item.
+std::vector<std::string> TrimmedItems(const std::string& strList);
 // The elements between "|"; an empty text has none.
 std::list<std::string> getElements(const std::string& totalString);

@@ -31,14 +31,6 @@ bool IsOn(const std::string& strValue) {
   return TextToInt(strValue) != 0;
 }
 
-// Items of a comma list, each without surrounding white space. An empty text is one empty item.
-std::vector<std::string> TrimmedItems(const std::string& strList) {
-  std::vector<std::string> astrItems;
-  lt_split(astrItems, strList, ',');
-  for (std::string& strItem : astrItems) trim(strItem);
-  return astrItems;
-}
-
 // The hexadecimal digits at the start of a text; of more than eight the last eight count. 0 when there are none.
 unsigned int LeadingHex(const std::string& strText) {
   unsigned int dwValue = 0;

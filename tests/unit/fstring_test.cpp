@@ -264,6 +264,21 @@ TEST(Splitters, AppendToWhatTheListHolds) {
   EXPECT_EQ(astrFields, (Fields{"before", "a", "b", "c;d", "e"}));
 }
 
+TEST(TrimmedItems, OfACommaList) {
+  struct Row {
+    const char* acLabel;
+    std::string strList;
+    std::vector<std::string> astrItems;
+  };
+  const Row rRows[] = {
+      {"blanks around items", " 1 ,2\t, 3 4 ", {"1", "2", "3 4"}},
+      {"empty text: one empty item", "", {""}},
+      {"empty items", ",1,", {"", "1", ""}},
+      {"an item of blanks stays as it is", "1, ", {"1", " "}},
+  };
+  for (const Row& rRow : rRows) EXPECT_EQ(TrimmedItems(rRow.strList), rRow.astrItems) << rRow.acLabel;
+}
+
 TEST(GetElements, SplitsAtBars) {
   const struct {
     const char* acLabel;
