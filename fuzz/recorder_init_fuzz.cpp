@@ -1,6 +1,6 @@
 // Condition lists, as a technician types them into the settings.
 #include "FuzzCheck.h"
-#include "recorder.h"
+#include "recorder_conditions.h"
 
 namespace {
 

@@ -25,6 +25,7 @@
 #include "idatabase.h"
 #include "irecorder.h"
 #include "mainqueue.h"
+#include "recorder_conditions.h"
 #include "shpa3api.h"
 #include "shpa3link.h"
 
@@ -37,13 +38,6 @@ constexpr const char* DRIVER_INDEX_FILE = "/var/morvex/data/ShIndex.ini";
 enum ECfgLoadMethod {
   CFG_LIVE_LOAD = 0,    // ask the database now
   CFG_CACHED_LOAD = 1,  // use the copy in memory
-};
-
-// A condition on a card event of a digital station line: a site teaches the recorder signals of its PBX by settings.
-struct StartStopCnd {
-  unsigned int dwEvent = 0;  // never 0 in a list
-  bool fSubReason = false;   // the sub-reason has to match too
-  unsigned int dwSubReason = 0;
 };
 
 // One card, present or remembered.
@@ -99,12 +93,6 @@ struct ToolConfig {
 // Reads the tool's file; three empty lists when it cannot be opened. Every kept line is expected to end in a newline:
 // the last character of a section header or value is dropped unseen.
 ToolConfig ReadToolConfig(const std::string& strPath);
-
-// -- conditions ---------------------------------------------------------------------------------------------------
-// Appends the conditions of a comma list to arr. An item is "<event>" or "<event>.<sub-reason>", both hexadecimal; an
-// item whose event reads as 0 is dropped. "1304, 1100.2,xx" gives (0x1304, any) and (0x1100, 2).
-void AddCndList(const std::string& strList, std::vector<StartStopCnd>& arr);
-bool IsCondition(const std::vector<StartStopCnd>& arr, unsigned int dwEvent, unsigned int dwSubReason);
 
 // -- the driver's configuration -----------------------------------------------------------------------------------
 // Major version of the operating system from /etc/issue.net, 6 to 12; -1 for anything else.

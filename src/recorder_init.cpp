@@ -31,17 +31,6 @@ bool IsOn(const std::string& strValue) {
   return TextToInt(strValue) != 0;
 }
 
-// The hexadecimal digits at the start of a text; of more than eight the last eight count. 0 when there are none.
-unsigned int LeadingHex(const std::string& strText) {
-  unsigned int dwValue = 0;
-  for (const char ch : strText) {
-    if (!isxdigit(static_cast<unsigned char>(ch))) break;
-    const int iDigit = isdigit(static_cast<unsigned char>(ch)) ? ch - '0' : tolower(ch) - 'a' + 10;
-    dwValue = dwValue << 4 | static_cast<unsigned int>(iDigit);
-  }
-  return dwValue;
-}
-
 // The unit's identifier: the letters and digits at the start of its file, as many as the buffer holds with its end.
 void readSerial(char* acBuf, int iBufBytes) {
   acBuf[0] = '\0';
@@ -61,63 +50,6 @@ ERecEncodings EncodingOf(const std::string& strText) {
 }
 
 }  // namespace
-
-// -- conditions ---------------------------------------------------------------------------------------------------
-
-void AddCndList(const std::string& strList, std::vector<StartStopCnd>& arr) {
-  for (const std::string& strItem : TrimmedItems(strList)) {
-    StartStopCnd rCnd;
-    rCnd.dwEvent = LeadingHex(strItem);
-    if (rCnd.dwEvent == 0) continue;
-    const std::size_t iPoint = strItem.find('.');
-    rCnd.fSubReason = iPoint != std::string::npos;
-    if (rCnd.fSubReason) rCnd.dwSubReason = LeadingHex(strItem.substr(iPoint + 1));
-    arr.push_back(rCnd);
-  }
-}
-
-bool IsCondition(const std::vector<StartStopCnd>& arr, unsigned int dwEvent, unsigned int dwSubReason) {
-  for (const StartStopCnd& rCnd : arr) {
-    if (rCnd.dwEvent == dwEvent && (!rCnd.fSubReason || rCnd.dwSubReason == dwSubReason)) return true;
-  }
-  return false;
-}
-
-bool TRecorderBoot::IsBoardStartCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  const TBoard* prBoard = GetBoard(iBoardListIx);
-  return prBoard && IsCondition(prBoard->vStartCnds, dwEvent, dwSubReason);
-}
-
-bool TRecorderBoot::IsBoardStopCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  const TBoard* prBoard = GetBoard(iBoardListIx);
-  return prBoard && IsCondition(prBoard->vStopCnds, dwEvent, dwSubReason);
-}
-
-bool TRecorderBoot::IsBoardRingOnCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  const TBoard* prBoard = GetBoard(iBoardListIx);
-  return prBoard && IsCondition(prBoard->vRingOnCnds, dwEvent, dwSubReason);
-}
-
-bool TRecorderBoot::IsBoardRingOffCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  const TBoard* prBoard = GetBoard(iBoardListIx);
-  return prBoard && IsCondition(prBoard->vRingOffCnds, dwEvent, dwSubReason);
-}
-
-bool CRecorder::IsBoardStartCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  return prBoot->IsBoardStartCondition(iBoardListIx, dwEvent, dwSubReason);
-}
-
-bool CRecorder::IsBoardStopCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  return prBoot->IsBoardStopCondition(iBoardListIx, dwEvent, dwSubReason);
-}
-
-bool CRecorder::IsBoardRingOnCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  return prBoot->IsBoardRingOnCondition(iBoardListIx, dwEvent, dwSubReason);
-}
-
-bool CRecorder::IsBoardRingOffCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
-  return prBoot->IsBoardRingOffCondition(iBoardListIx, dwEvent, dwSubReason);
-}
 
 // -- initialisation -----------------------------------------------------------------------------------------------
 

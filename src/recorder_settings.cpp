@@ -185,26 +185,6 @@ void TRecorderBoot::WriteNewConfigsToDB() {
   prDatabase->SetConfigsPart(rNewConfigs, "crec");
 }
 
-void TRecorderBoot::LoadBoardSettings() {
-  struct CndList {
-    const char* acKey;
-    std::vector<StartStopCnd> TBoard::*vCnds;
-  };
-  static constexpr CndList CND_LISTS[] = {
-      {"StartCndList", &TBoard::vStartCnds},
-      {"StopCndList", &TBoard::vStopCnds},
-      {"RingOnCndList", &TBoard::vRingOnCnds},
-      {"RingOffCndList", &TBoard::vRingOffCnds},
-  };
-  for (TBoard& rBoard : vrBoardList) {
-    for (const CndList& rList : CND_LISTS) {
-      std::vector<StartStopCnd>& vCnds = rBoard.*rList.vCnds;
-      vCnds.clear();
-      AddCndList(SettingOf(rConfigs, BoardKey(rBoard, rList.acKey)), vCnds);
-    }
-  }
-}
-
 // -- settings as channels ask for them ----------------------------------------------------------------------------
 
 std::string CRecorder::GetChannelParamStr(int iBoardCh, int iBoardListIx, const std::string& strParam) {

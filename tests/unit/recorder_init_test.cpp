@@ -1,4 +1,4 @@
-// Tests of the way from settings to a running recorder: conditions, fields, channels, events, and reloading.
+// Tests of the way from settings to a running recorder: fields, channels, events, and reloading.
 // This program stands in front of SsmSetEvent, to see the record that goes to the library and to fail a chosen call.
 #include <dlfcn.h>
 #include <sys/stat.h>
@@ -42,76 +42,6 @@ constexpr const char* SERIAL_FILE = "/var/morvex/conf/serial";
 constexpr const char* REC_TMP = "/recordings/rectmp";
 constexpr const char* LINE_STATUS = "/var/morvex/data/linestatus.dat";
 
-// -- conditions -------------------------------------------------------------------------------------------------------
-
-// "1304 1100.2": event, and the sub-reason where one has to match.
-std::string ToText(const std::vector<StartStopCnd>& vCnds) {
-  std::string strText;
-  for (const StartStopCnd& rCnd : vCnds) {
-    char acItem[40];
-    (void)snprintf(acItem, sizeof acItem, rCnd.fSubReason ? "%x.%x" : "%x", rCnd.dwEvent, rCnd.dwSubReason);
-    strText += (strText.empty() ? "" : " ") + std::string(acItem);
-  }
-  return strText;
-}
-
-TEST(ConditionTest, ListGrammar) {
-  struct Row {
-    const char* acLabel;
-    const char* acList;
-    const char* acConditions;
-  };
-  const Row rRows[] = {
-      {"example", "1304, 1100.2,xx", "1304 1100.2"},
-      {"empty", "", ""},
-      {"empty items", ",1,,2,", "1 2"},
-      {"blanks around items", " 1 ,\t2 ", "1 2"},
-      {"item of blanks", "  ,1", "1"},
-      {"event 0", "0,0.5,00", ""},
-      {"no event", ".5,g", ""},
-      {"digits of both cases", "aBcF.Ef", "abcf.ef"},
-      {"stops at other characters", "12g4,13.2z", "12 13.2"},
-      {"sub-reason 0", "2f.0", "2f.0"},
-      {"point without sub-reason", "2f.,2e.x", "2f.0 2e.0"},
-      {"text behind the first point", "1.2.3", "1.2"},
-      {"point behind other characters", "1x.2", "1.2"},
-      {"no prefix", "0x1304", ""},
-      {"no sign", "-1,+1", ""},
-      {"largest", "ffffffff.ffffffff", "ffffffff.ffffffff"},
-  };
-  for (const Row& rRow : rRows) {
-    std::vector<StartStopCnd> vCnds;
-    AddCndList(rRow.acList, vCnds);
-    EXPECT_EQ(ToText(vCnds), rRow.acConditions) << rRow.acLabel;
-  }
-}
-
-TEST(ConditionTest, AddingKeepsWhatIsThere) {
-  std::vector<StartStopCnd> vCnds;
-  AddCndList("1", vCnds);
-  AddCndList("2.3", vCnds);
-  EXPECT_EQ(ToText(vCnds), "1 2.3");
-}
-
-TEST(ConditionTest, SubReasonMattersOnlyWhereItIsGiven) {
-  struct Row {
-    const char* acList;
-    unsigned int dwEvent, dwSubReason;
-    bool fHit;
-  };
-  const Row rRows[] = {
-      {"2f.3", 0x2f, 3, true},      {"2f.3", 0x2f, 4, false}, {"2f", 0x2f, 4, true},        {"2f.3,2f", 0x2f, 4, true},
-      {"2f.3,2f.4", 0x2f, 4, true}, {"2f.0", 0x2f, 0, true},  {"2f.0", 0x2f, 1, false},     {"2f", 0x2e, 0, false},
-      {"", 0x2f, 0, false},         {"1,2", 2, 0, true},      {"2f.2f", 0x2e, 0x2f, false},
-  };
-  for (const Row& rRow : rRows) {
-    std::vector<StartStopCnd> vCnds;
-    AddCndList(rRow.acList, vCnds);
-    EXPECT_EQ(IsCondition(vCnds, rRow.dwEvent, rRow.dwSubReason), rRow.fHit)
-        << rRow.acList << " for " << rRow.dwEvent << "." << rRow.dwSubReason;
-  }
-}
-
 class InitTest : public RecorderBench {
  protected:
   void SetUp() override {
@@ -138,28 +68,6 @@ class InitTest : public RecorderBench {
     simcards::AddBoard(0, 1, CH_ANALOG);
   }
 };
-
-TEST_F(InitTest, EachKindOfConditionAsksItsOwnListOfTheBoard) {
-  rBoot.rConfigs = {{"SynB_StartCndList", "1"},
-                    {"SynB_StopCndList", "2.5"},
-                    {"SynB_RingOnCndList", "3"},
-                    {"SynB_RingOffCndList", "4"}};
-  TakeCards({Present("DST-8", "A", 8), Present("DST-8", "B", 8)});
-  rBoot.LoadBoardSettings();
-  for (unsigned int dwEvent = 1; dwEvent <= 4; dwEvent++) {
-    EXPECT_EQ(rRecorder.IsBoardStartCondition(1, dwEvent, 5), dwEvent == 1);
-    EXPECT_EQ(rRecorder.IsBoardStopCondition(1, dwEvent, 5), dwEvent == 2);
-    EXPECT_EQ(rRecorder.IsBoardRingOnCondition(1, dwEvent, 5), dwEvent == 3);
-    EXPECT_EQ(rRecorder.IsBoardRingOffCondition(1, dwEvent, 5), dwEvent == 4);
-    for (const int iBoardListIx : {-1, 0, 2}) {  // 0: a board without conditions
-      EXPECT_FALSE(rRecorder.IsBoardStartCondition(iBoardListIx, dwEvent, 5));
-      EXPECT_FALSE(rRecorder.IsBoardStopCondition(iBoardListIx, dwEvent, 5));
-      EXPECT_FALSE(rRecorder.IsBoardRingOnCondition(iBoardListIx, dwEvent, 5));
-      EXPECT_FALSE(rRecorder.IsBoardRingOffCondition(iBoardListIx, dwEvent, 5));
-    }
-  }
-  EXPECT_FALSE(rRecorder.IsBoardStopCondition(1, 2, 4));
-}
 
 // -- the whole start --------------------------------------------------------------------------------------------------
 

@@ -311,38 +311,4 @@ TEST_F(SettingsTest, WhatIsReportedGoesToTheDatabaseEachTime) {
   EXPECT_THAT(rBoot.rConfigs, IsEmpty());
 }
 
-// -- conditions of boards ---------------------------------------------------------------------------------------------
-
-TEST_F(SettingsTest, BoardConditionsComeFromFourKeysAlsoForAbsentBoards) {
-  rBoot.rConfigs = {{"Syn100_StartCndList", "1304"},
-                    {"Syn100_StopCndList", "1305, 1306.2"},
-                    {"Syn100_RingOnCndList", "a"},
-                    {"Syn100_RingOffCndList", "b"},
-                    {"SynOLD_StopCndList", "c"}};
-  rBoot.LoadBoardSettings();
-  const TBoard& rHere = rBoot.vrBoardList[0];
-  ASSERT_EQ(rHere.vStartCnds.size(), 1U);
-  EXPECT_EQ(rHere.vStartCnds[0].dwEvent, 0x1304U);
-  ASSERT_EQ(rHere.vStopCnds.size(), 2U);
-  EXPECT_EQ(rHere.vStopCnds[1].dwEvent, 0x1306U);
-  EXPECT_EQ(rHere.vStopCnds[1].dwSubReason, 2U);
-  ASSERT_EQ(rHere.vRingOnCnds.size(), 1U);
-  EXPECT_EQ(rHere.vRingOnCnds[0].dwEvent, 0xaU);
-  ASSERT_EQ(rHere.vRingOffCnds.size(), 1U);
-  EXPECT_EQ(rHere.vRingOffCnds[0].dwEvent, 0xbU);
-  const TBoard& rAway = rBoot.vrBoardList[1];
-  EXPECT_TRUE(rAway.vStartCnds.empty() && rAway.vRingOnCnds.empty() && rAway.vRingOffCnds.empty());
-  ASSERT_EQ(rAway.vStopCnds.size(), 1U);
-  EXPECT_EQ(rAway.vStopCnds[0].dwEvent, 0xcU);
-}
-
-TEST_F(SettingsTest, LoadingBoardConditionsAgainReplacesThem) {
-  rBoot.rConfigs["Syn100_StartCndList"] = "1,2";
-  rBoot.LoadBoardSettings();
-  rBoot.rConfigs["Syn100_StartCndList"] = "3";
-  rBoot.LoadBoardSettings();
-  ASSERT_EQ(rBoot.vrBoardList[0].vStartCnds.size(), 1U);
-  EXPECT_EQ(rBoot.vrBoardList[0].vStartCnds[0].dwEvent, 3U);
-}
-
 }  // namespace
