@@ -22,6 +22,7 @@
 #include "logging.h"
 #include "mainqueue.h"
 #include "recorder.h"
+#include "recorder_cluster.h"
 #include "shpa3api.h"
 #include "signaling.h"
 
@@ -33,7 +34,6 @@
 namespace {
 
 constexpr const char* CARD_DRIVER_DIR = "/usr/local/lib/shcti";
-constexpr const char* CLUSTER_FILE = "/var/morvex/conf/opt_cluster";
 constexpr const char* NODE_ACTIVE_FILE = "/var/morvex/data/node_active";
 constexpr const char* PID_FILE = "/var/run/morvex_crec.pid";
 constexpr const char* API_LOG_DIR = "/recordings/log";

@@ -31,7 +31,6 @@
 
 class BaseChannel;
 
-constexpr const char* UNIT_SERIAL_FILE = "/var/morvex/conf/serial";       // identifier of this unit
 constexpr const char* DRIVER_INI_FILE = "/var/morvex/data/ShConfig.ini";  // both read by the driver when it starts
 constexpr const char* DRIVER_INDEX_FILE = "/var/morvex/data/ShIndex.ini";
 
@@ -70,18 +69,6 @@ int TextToInt(const std::string& strText);
 // Channel numbers are sums of what settings and the tool say, and those may say anything: a sum that is too large wraps
 // around, where plain addition would be undefined.
 int WrappingSum(int iA, int iB);
-
-// -- cluster ------------------------------------------------------------------------------------------------------
-// With /var/morvex/conf/opt_cluster, keys that belong to one node carry the unit's serial and "-" as prefix: the nodes
-// share one database but have cards of their own.
-extern bool g_fClustering;
-extern std::string g_cfgPrefix;
-// The unit's serial as its file holds it, without surrounding white space; empty when there is no file.
-std::string ReadSN();
-// Sets g_cfgPrefix by g_fClustering.
-void OnKnowSN(const std::string& SN);
-// Called once, before the first try.
-void InitCluster();
 
 // -- the card maker's configuration tool --------------------------------------------------------------------------
 // What the tool's file says about the cards: three lists in file order, paired by position.

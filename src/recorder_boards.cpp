@@ -14,6 +14,7 @@
 
 #include "database.h"
 #include "logging.h"
+#include "recorder_cluster.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include "DstChannel.h"
 #include "PriChannel.h"
 #include "logging.h"
+#include "recorder_cluster.h"
 
 namespace {
 

@@ -10,12 +10,7 @@
 
 #include "logging.h"
 
-bool g_fClustering = false;
-std::string g_cfgPrefix;
-
 namespace {
-
-constexpr const char* CLUSTER_FILE = "/var/morvex/conf/opt_cluster";
 
 // What takes the place of 0, so that an explicit 0 cannot be stored for these keys.
 struct BuiltIn {
@@ -77,26 +72,6 @@ int TextToInt(const std::string& strText) {
 
 int WrappingSum(int iA, int iB) {
   return static_cast<int>(static_cast<unsigned int>(iA) + static_cast<unsigned int>(iB));
-}
-
-// -- cluster ------------------------------------------------------------------------------------------------------
-
-std::string ReadSN() {
-  std::string strSerial = StdGetFileContent(UNIT_SERIAL_FILE);
-  trim(strSerial);
-  return strSerial;
-}
-
-void OnKnowSN(const std::string& SN) {
-  g_cfgPrefix = g_fClustering ? SN + "-" : "";
-}
-
-void InitCluster() {
-  g_fClustering = false;
-  if (!file_exists(CLUSTER_FILE)) return;
-  lg(LOG_NOTICE, "Clustering is ON");
-  g_fClustering = true;
-  OnKnowSN(ReadSN());
 }
 
 // -- settings -----------------------------------------------------------------------------------------------------

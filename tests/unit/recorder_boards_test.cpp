@@ -15,6 +15,7 @@
 #include "database.h"
 #include "filedir.h"
 #include "logging.h"
+#include "recorder_cluster.h"
 
 namespace {
 
