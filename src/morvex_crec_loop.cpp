@@ -10,6 +10,7 @@
 #include "logging.h"
 #include "reactor.h"
 #include "recorder.h"
+#include "recorder_trace.h"
 #include "shpa3api.h"
 
 // The main loop: the only place that takes events from the cards, and the only thread that touches channels. It must be

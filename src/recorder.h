@@ -4,8 +4,7 @@
 //            the driver's files, recorder_init.cpp settings to fields and channels, recorder_events.cpp card events,
 //            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines,
 //            recorder_trace.cpp the bit-stream trace. The loop of TRecorderBoot: morvex_crec_loop.cpp.
-// Threads:   main, except TRecorderBoot::queue (any), CRecorder::fBitStreamTracing (read by the reactor) and the two
-//            trace callbacks (the driver's threads, only while a trace runs).
+// Threads:   main, except TRecorderBoot::queue (any) and CRecorder::fBitStreamTracing (read by the reactor).
 // Ownership: TRecorderBoot owns the database and the actions in its queue; CRecorder owns the channels.
 // Settings:  rows of the table Configs, one map a part. A key lives in one part only, and its reader names the map; a
 //            missing key reads as the empty text or 0. Texts become numbers by strtol, so "12x" is 12.
@@ -275,12 +274,3 @@ class CRecorder : public ICRecorder {
 
   StdFile hLineStatusFile;  // left open by a short write, until the next one
 };
-
-// -- bit-stream trace ---------------------------------------------------------------------------------------------
-// One trace run, entered by the main loop once everything has drained: no card event is taken while it lasts, queued
-// actions go on. Returns when the trace is switched off or the process is to stop.
-void RunBitStreamTrace(TRecorderBoot& rBoot, CRecorder& rRecorder);
-extern "C" BOOL RecRawDataCallBack(int nCh, DWORD dwLen, LPBYTE pucData, WORD tmpDataDiscardedTimes,
-                                   WORD tmpWriteToFileFailedTimes);
-extern "C" int DSTCallback(DWORD dwNum, char* szTime, int nCh, BYTE ucProcessType, BYTE ucCmd, WORD wLen, BYTE* pucData,
-                           void* pDSTEvent);

@@ -1,4 +1,7 @@
-#include "recorder.h"
+// The recorder is deaf during a trace, since no event is taken from the driver.
+// The driver writes trace.wav by itself. It calls us back, on threads of its own, with raw bits (trace.bit) and with
+// signalling (dch.log, and the display messages among it into dmsg.log).
+#include "recorder_trace.h"
 
 #include <syslog.h>
 #include <unistd.h>
@@ -9,12 +12,8 @@
 
 #include "filedir.h"
 #include "logging.h"
+#include "recorder.h"
 #include "shpa3api.h"
-
-// The bit-stream trace: everything that one channel says, into four files for whoever looks for a fault of a line. The
-// recorder is deaf meanwhile, since no event is taken from the driver.
-// The driver writes trace.wav by itself. It calls us back, on threads of its own, with raw bits (trace.bit) and with
-// signalling (dch.log, and the display messages among it into dmsg.log).
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "recorder_trace.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
