@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "FuzzCheck.h"
-#include "recorder.h"
+#include "recorder_boot.h"
 
 namespace {
 

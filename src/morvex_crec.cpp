@@ -21,7 +21,7 @@
 #include "fstring.h"
 #include "logging.h"
 #include "mainqueue.h"
-#include "recorder.h"
+#include "recorder_boot.h"
 #include "recorder_cluster.h"
 #include "shpa3api.h"
 #include "signaling.h"

@@ -10,8 +10,10 @@
 #include "logging.h"
 #include "reactor.h"
 #include "recorder.h"
+#include "recorder_boot.h"
 #include "recorder_trace.h"
 #include "shpa3api.h"
+#include "shpa3link.h"
 
 // The main loop: the only place that takes events from the cards, and the only thread that touches channels. It must be
 // back at the driver quickly, so one pass handles one event and one action, and warns about handlers that take long.

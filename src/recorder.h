@@ -1,21 +1,15 @@
-// recorder: what lies between the cards and the channels. TRecorderBoot holds settings, boards and numbering for one
-// start try; CRecorder holds the channels and serves them.
-// Files:     recorder_settings.cpp maps and lookups, recorder_boards.cpp cards and numbering, recorder_drvconfig.cpp
-//            the driver's files, recorder_init.cpp settings to fields and channels, recorder_events.cpp card events,
-//            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines,
-//            recorder_trace.cpp the bit-stream trace. The loop of TRecorderBoot: morvex_crec_loop.cpp.
-// Threads:   main, except TRecorderBoot::queue (any) and CRecorder::fBitStreamTracing (read by the reactor).
-// Ownership: TRecorderBoot owns the database and the actions in its queue; CRecorder owns the channels.
-// Settings:  rows of the table Configs, one map a part. A key lives in one part only, and its reader names the map; a
-//            missing key reads as the empty text or 0. Texts become numbers by strtol, so "12x" is 12.
-// Channels:  driver channel: index of vChannels, dense over the present cards. Web channel: counts from 0 and keeps
-//            room for absent cards. Line number (iChannel): web channel plus 1. Circuit number: trunks only.
+// recorder: the channels and what they need. CRecorder turns settings into fields, makes one channel a driver channel,
+// hands card events on, and serves channels, actions and the web side.
+// Files:     recorder_init.cpp settings to fields and channels, recorder_events.cpp card events,
+//            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines.
+//            What only passes a question on to the boot object stands beside the answer: recorder_settings.cpp,
+//            recorder_boards.cpp, recorder_conditions.cpp.
+// Threads:   main, except fBitStreamTracing (read by the reactor).
+// Ownership: owns the channels; the boot object (recorder_boot.h) outlives it.
 #pragma once
 
 #include <atomic>
-#include <cstdio>
 #include <ctime>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,160 +17,16 @@
 #include "filedir.h"
 #include "idatabase.h"
 #include "irecorder.h"
-#include "mainqueue.h"
-#include "recorder_conditions.h"
 #include "shpa3api.h"
-#include "shpa3link.h"
 
 class BaseChannel;
-
-constexpr const char* DRIVER_INI_FILE = "/var/morvex/data/ShConfig.ini";  // both read by the driver when it starts
-constexpr const char* DRIVER_INDEX_FILE = "/var/morvex/data/ShIndex.ini";
-
-enum ECfgLoadMethod {
-  CFG_LIVE_LOAD = 0,    // ask the database now
-  CFG_CACHED_LOAD = 1,  // use the copy in memory
-};
-
-// One card, present or remembered.
-struct TBoard {
-  bool fPresent = false;  // found at this start; cleared on a detected entry once it has been taken into the list
-  std::string strSerial;
-  std::string strModel;
-  std::string strId;         // board id of a card that is away
-  std::string strPBXType;    // only on digital station cards
-  std::string strPhoneType;  // optional
-  std::vector<StartStopCnd> vStartCnds, vStopCnds, vRingOnCnds, vRingOffCnds;
-  int iMaxCh = 0;       // driver channels of the card; 0 for a card that is away
-  int iWebMaxCh = 0;    // monitored lines
-  int iStartCh = 0;     // first driver channel
-  int iWebStartCh = 0;  // first web channel, counted from 0
-  int iBoardId = -1;    // the driver's board number; -1 for a card that is away
-  int iChannels = 0;    // usable channels as counted after the driver has started
-
-  // "Syn" and the serial number of a present card, the remembered id of one that is away.
-  std::string getId() const;
-  // By the first three characters of the model.
-  ECardType GetCtType() const;
-};
+class TRecorderBoot;
 
 // -- settings helpers ---------------------------------------------------------------------------------------------
 // The value of a key, empty when the map lacks it; the map stays as it is.
 std::string SettingOf(const StdStringMap& rMap, const std::string& strKey);
 // Digits at the start of the text, 0 when there are none.
 int TextToInt(const std::string& strText);
-// Channel numbers are sums of what settings and the tool say, and those may say anything: a sum that is too large wraps
-// around, where plain addition would be undefined.
-int WrappingSum(int iA, int iB);
-
-// -- the card maker's configuration tool --------------------------------------------------------------------------
-// What the tool's file says about the cards: three lists in file order, paired by position.
-struct ToolConfig {
-  std::vector<int> aiChannelCounts;
-  std::vector<std::string> astrSerials;
-  std::vector<std::string> astrModels;
-};
-// Reads the tool's file; three empty lists when it cannot be opened. Every kept line is expected to end in a newline:
-// the last character of a section header or value is dropped unseen.
-ToolConfig ReadToolConfig(const std::string& strPath);
-
-// -- the driver's configuration -----------------------------------------------------------------------------------
-// Major version of the operating system from /etc/issue.net, 6 to 12; -1 for anything else.
-int GetDebianVersion();
-
-class TRecorderBoot : public MainQueue {
- public:
-  TRecorderBoot() = default;
-  ~TRecorderBoot();
-  TRecorderBoot(const TRecorderBoot&) = delete;
-  TRecorderBoot& operator=(const TRecorderBoot&) = delete;
-
-  // -- one start try --------------------------------------------------------------------------------------------
-  // Opens the database and loads the settings. False: recording is switched off, by file or in the database; a database
-  // that cannot be read counts as switched off.
-  bool Init();
-  // The second half of Init, on the database at hand: fills the three maps and answers by the master switch.
-  bool LoadSettings();
-  // Gives the cards 10 seconds to come up, asks the card maker's tool and fills vrDetectedBoards. The process stays in
-  // the tool's directory afterwards.
-  void DetectBoards();
-  // Fills vrDetectedBoards from the lists; cards of an unknown model are left out.
-  void TakeDetected(const ToolConfig& rFound);
-  // Merges what was detected with the remembered list into vrBoardList, and gives all channels their numbers.
-  void CreateBoardList();
-  // Merges the driver's configuration into ShConfig.ini and empties ShIndex.ini, unless NoWriteIni is 1.
-  void WriteConfig();
-  void PrepareConfig();  // detect, list, write
-  // Starts the driver; 0 when it runs, 1 when it did not start in 20 seconds or the process is to stop.
-  int InitBoards();
-  // Counts the usable channels of the running driver and puts the final state of all boards into rNewConfigs.
-  void AnalyseStartedState();
-  // Runs the recorder until it is told to stop. 1 when InitRecorder failed, else 0.
-  int RecorderUseBoardsLoop();
-  // Looks for the one function that a card library need not have; silent when the library cannot be opened by name.
-  void LinkOptionalFunctions();
-  void UnlinkOptionalFunctions();
-
-  // -- settings -------------------------------------------------------------------------------------------------
-  std::string GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod);
-  // Writes one row at once; rConfigs is not changed, so a cached read sees it only after a restart.
-  void SetCrecSetting(const std::string& strParam, const std::string& strValue);
-  std::string GetSysSetting(const std::string& strParam);
-  std::string GetOSetting(const std::string& strParam);
-  // The Param lookups abort on a board index out of range, which only a bug or a channel without board can bring; the
-  // Data ones read it as empty or 0 and write nothing. The Channel Params are comma lists with one item a channel: the
-  // text of an item that is not there is empty. The Int lookups put a built-in value in the place of 0.
-  std::string GetChannelParamStr(int iBoardCh, int iBoardListIx, const std::string& strParam,
-                                 ECfgLoadMethod cfgLoadMethod);
-  int GetChannelParamInt(int iBoardCh, int iBoardListIx, const std::string& strParam, ECfgLoadMethod cfgLoadMethod);
-  std::string GetBoardParamStr(int iBoardListIx, const std::string& strParam);
-  int GetBoardParamInt(int iBoardListIx, const std::string& strParam);
-  int GetBoardDataInt(int iBoardListIx, const std::string& strParam);
-  void SetBoardDataInt(int iBoardListIx, const std::string& strParam, int iValue);
-  std::string GetChannelDataStr(int iBoardCh, int iBoardListIx, const std::string& strParam);
-  void SetChannelDataStr(int iBoardCh, int iBoardListIx, const std::string& strParam, const std::string& strValue);
-  void ReloadDbConfig();  // rConfigsO alone
-  void WriteNewConfigsToDB();
-  void LoadBoardSettings();  // the conditions of all boards, absent ones too
-
-  // -- boards ---------------------------------------------------------------------------------------------------
-  TBoard* GetBoard(int iBoardListIx);  // null for an index out of range
-  // The first board with this number, else -1. Absent boards carry -1, so -1 may find one of them.
-  int GetBoardListIxForBoardId(int iBoardId) const;
-  ECardType GetBoardCardType(int iBoardListIx);
-  // False for an index out of range.
-  bool IsBoardStartCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason);
-  bool IsBoardStopCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason);
-  bool IsBoardRingOnCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason);
-  bool IsBoardRingOffCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason);
-
-  StdStringMap rConfigs;                              // part "crec", as read at start
-  StdStringMap rConfigsO;                             // part "o", reloadable
-  StdStringMap rConfigsSys;                           // part "s", as read at start
-  StdStringMap rNewConfigs;                           // what the recorder reports back, into "crec"
-  std::vector<TBoard> vrDetectedBoards;               // what the tool found, in its order
-  std::vector<TBoard> vrBoardList;                    // present and remembered boards; iBoardListIx counts here
-  std::map<int, int> rDrvToWebChMap, rWebToDrvChMap;  // driver channel <-> web channel
-  std::map<int, int> rCicToAppChMap, rAppToCicChMap;  // circuit <-> driver channel
-  int iTotalDrvMaxCh = 0;
-  int iTotalWebMaxCh = 0;
-  std::string strCardList;  // board ids in list order, comma-separated
-  std::unique_ptr<IDatabase> prDatabase;
-
- private:
-  const TBoard& NeedBoard(int iBoardListIx);  // aborts for an index out of range
-  void MergeRememberedBoards();
-  void DropAbsentTail();
-  void AppendNewBoards();
-  void LoadPbxSettings();
-  void NumberBoards();
-  void MapLines(const TBoard& rBoard);
-  void MapCircuits(const TBoard& rBoard, int& iCic);
-  void ReportBoardFacts(const TBoard& rBoard);
-  void LogBoardList();
-
-  void* shpaDll = nullptr;  // second handle on the card library, to find the optional function
-};
 
 class CRecorder : public ICRecorder {
  public:

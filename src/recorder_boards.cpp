@@ -4,25 +4,27 @@
 // its place and its web channels as long as a present card stands behind it in the list. Driver channels know only the
 // present cards. On a trunk card the driver channels come in blocks of 60: 30 lines, then the opposite direction of the
 // same 30, which has neither web channel nor circuit number.
-#include "recorder.h"
+#include "recorder_boards.h"
 
-#include <dlfcn.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
-#include "database.h"
+#include "filedir.h"
+#include "fstring.h"
 #include "logging.h"
+#include "recorder.h"
+#include "recorder_boot.h"
 #include "recorder_cluster.h"
+#include "recorder_drvconfig.h"
+#include "shpa3link.h"
 
 namespace {
 
-constexpr const char* DISABLED_FILE = "/var/morvex/conf/crec_disabled";
 constexpr const char* TOOL_DIR = "/usr/local/lib/shcti/CurrentVersion/tools/";
 constexpr const char* TOOL_INI = "/usr/local/lib/shcti/CurrentVersion/tools/ShConfig.ini";
 constexpr std::size_t TOOL_LINE_BYTES = 500;  // a longer line counts as several
-constexpr const char* CARD_LIBRARY = "libshpa3.so";
 constexpr const char* DEFAULT_PBX_TYPE = "Siemens Hicom/Hipath";
 
 constexpr useconds_t HALF_SECOND_US = 500000;
@@ -82,6 +84,10 @@ class ToolReader {
 
 }  // namespace
 
+int WrappingSum(int iA, int iB) {
+  return static_cast<int>(static_cast<unsigned int>(iA) + static_cast<unsigned int>(iB));
+}
+
 // -- one board ----------------------------------------------------------------------------------------------------
 
 std::string TBoard::getId() const {
@@ -126,45 +132,6 @@ ECardType CRecorder::GetBoardCardType(int iBoardListIx) {
 std::string CRecorder::GetBoardPbxType(int iBoardListIx) {
   const TBoard* prBoard = prBoot->GetBoard(iBoardListIx);
   return prBoard ? prBoard->strPBXType : std::string();
-}
-
-// -- boot object --------------------------------------------------------------------------------------------------
-
-TRecorderBoot::~TRecorderBoot() {
-  prDatabase.reset();
-  UnlinkOptionalFunctions();
-}
-
-bool TRecorderBoot::Init() {
-  if (file_exists(DISABLED_FILE)) {
-    lg(LOG_WARNING, "Card recording is disabled using file");
-    return false;
-  }
-  LinkOptionalFunctions();
-  prDatabase = std::make_unique<Database>();
-  return LoadSettings();
-}
-
-void TRecorderBoot::LinkOptionalFunctions() {
-  SsmClearR2callToneBuf_FP = nullptr;
-  shpaDll = dlopen(CARD_LIBRARY, RTLD_LAZY);
-  if (!shpaDll) return;
-  SsmClearR2callToneBuf_FP = reinterpret_cast<SsmClearR2callToneBuf_FT>(dlsym(shpaDll, "SsmClearR2callToneBuf"));
-  lg(LOG_NOTICE,
-     SsmClearR2callToneBuf_FP ? "SsmClearR2callToneBuf symbol found" : "SsmClearR2callToneBuf symbol not found");
-}
-
-void TRecorderBoot::UnlinkOptionalFunctions() {
-  SsmClearR2callToneBuf_FP = nullptr;
-  if (!shpaDll) return;
-  (void)dlclose(shpaDll);  // the process itself keeps the library
-  shpaDll = nullptr;
-}
-
-void TRecorderBoot::PrepareConfig() {
-  DetectBoards();
-  CreateBoardList();
-  WriteConfig();
 }
 
 // -- detection ----------------------------------------------------------------------------------------------------

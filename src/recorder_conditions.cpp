@@ -6,6 +6,7 @@
 
 #include "fstring.h"
 #include "recorder.h"
+#include "recorder_boot.h"
 
 namespace {
 

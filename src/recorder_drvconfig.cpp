@@ -2,15 +2,19 @@
 // survives; "ShIndex.ini" only has to exist. The driver reads both when it starts.
 // Two tables describe the cards as they stand at this start and are replaced whole; of all other sections only the
 // named keys are touched. The meaning of the bare numbers is the driver's; they are settled values.
-#include "recorder.h"
+#include "recorder_drvconfig.h"
 
 #include <syslog.h>
 
 #include <cstdio>
 #include <utility>
 
+#include "filedir.h"
+#include "fstring.h"
 #include "iniedit.h"
 #include "logging.h"
+#include "recorder.h"
+#include "recorder_boot.h"
 
 namespace {
 

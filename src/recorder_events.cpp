@@ -5,6 +5,7 @@
 
 #include "BaseChannel.h"
 #include "filedir.h"
+#include "recorder_boot.h"
 
 // The road of a card event to its channel, and the end of all channels.
 

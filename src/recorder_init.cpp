@@ -13,8 +13,12 @@
 #include "BaseChannel.h"
 #include "DstChannel.h"
 #include "PriChannel.h"
+#include "filedir.h"
 #include "logging.h"
+#include "recorder_boards.h"
+#include "recorder_boot.h"
 #include "recorder_cluster.h"
+#include "shpa3link.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 
 #include "BaseChannel.h"
 #include "logging.h"
+#include "recorder_boot.h"
 #include "signaling.h"
 
 namespace {

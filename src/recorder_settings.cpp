@@ -2,13 +2,12 @@
 // for a channel of a board and turn text into numbers.
 // The maps are a snapshot of the start, apart from rConfigsO. What is written goes to the database alone, so a value
 // written here is read back only by the process after this one, or by a live lookup.
-#include "recorder.h"
-
-#include <syslog.h>
+#include "recorder_boot.h"
 
 #include <cstdlib>
 
-#include "logging.h"
+#include "fstring.h"
+#include "recorder.h"
 
 namespace {
 
@@ -70,20 +69,7 @@ int TextToInt(const std::string& strText) {
   return static_cast<int>(strtol(strText.c_str(), nullptr, 10));
 }
 
-int WrappingSum(int iA, int iB) {
-  return static_cast<int>(static_cast<unsigned int>(iA) + static_cast<unsigned int>(iB));
-}
-
 // -- settings -----------------------------------------------------------------------------------------------------
-
-bool TRecorderBoot::LoadSettings() {
-  prDatabase->GetConfigsPart(rConfigs, "crec");
-  prDatabase->GetConfigsPart(rConfigsSys, "s");
-  prDatabase->GetConfigsPart(rConfigsO, "o");
-  if (TextToInt(GetSysSetting("crec")) == 1) return true;
-  lg(LOG_WARNING, "Card recording is disabled in database");
-  return false;
-}
 
 std::string TRecorderBoot::GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod) {
   return cfgLoadMethod == CFG_CACHED_LOAD ? SettingOf(rConfigs, strParam) : prDatabase->GetConfig(strParam);

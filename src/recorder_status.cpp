@@ -11,6 +11,7 @@
 #include "BaseChannel.h"
 #include "bgact.h"
 #include "logging.h"
+#include "recorder_boot.h"
 
 namespace {
 

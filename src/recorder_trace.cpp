@@ -13,6 +13,7 @@
 #include "filedir.h"
 #include "logging.h"
 #include "recorder.h"
+#include "recorder_boot.h"
 #include "shpa3api.h"
 
 namespace {

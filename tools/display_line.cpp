@@ -7,6 +7,7 @@
 #include "ftime.h"
 #include "logging.h"
 #include "recorder.h"
+#include "recorder_boot.h"
 
 namespace {
 

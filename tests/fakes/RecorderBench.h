@@ -15,6 +15,7 @@
 #include "FakeDatabase.h"
 #include "LogSink.h"
 #include "recorder.h"
+#include "recorder_boot.h"
 #include "simcards.h"
 
 class RecorderBench : public ::testing::Test {

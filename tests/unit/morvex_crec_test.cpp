@@ -25,7 +25,7 @@
 #include "bgact.h"
 #include "database.h"
 #include "logging.h"
-#include "recorder.h"
+#include "recorder_boot.h"
 #include "signaling.h"
 #include "simcards.h"
 

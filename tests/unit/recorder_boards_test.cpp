@@ -1,18 +1,14 @@
 // Tests of the cards: what the tool reports, the board list and its numbers, the start of the driver.
-// This program stands in for usleep and time (a wait passes at once and moves the clock), and for dlopen and dlclose
-// (the optional function is looked for in a library of the test's choice).
-#include <dlfcn.h>
+// This program stands in for usleep and time: a wait passes at once and moves the clock.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 
 #include "RecorderBench.h"
 #include "TestFiles.h"
-#include "database.h"
 #include "filedir.h"
 #include "logging.h"
 #include "recorder_cluster.h"
@@ -27,15 +23,6 @@ struct Waits {
   std::function<void()> OnWait;
 };
 Waits rWaits;
-
-enum ECardLibrary { LIBRARY_COMPLETE, LIBRARY_WITHOUT_FUNCTION, LIBRARY_MISSING };
-ECardLibrary eCardLibrary = LIBRARY_COMPLETE;
-int iLibrariesOpen = 0;  // handles on the card library that are open
-
-template <typename F>
-F* Real(const char* acName) {
-  return reinterpret_cast<F*>(dlsym(RTLD_NEXT, acName));
-}
 
 }  // namespace
 
@@ -52,34 +39,17 @@ extern "C" time_t time(time_t* prTime) noexcept {
   return rNow;
 }
 
-extern "C" void* dlopen(const char* acFile, int iMode) noexcept {
-  const bool isCardLibrary = acFile != nullptr && strcmp(acFile, "libshpa3.so") == 0;
-  if (isCardLibrary && eCardLibrary == LIBRARY_MISSING) return nullptr;
-  if (isCardLibrary && eCardLibrary == LIBRARY_WITHOUT_FUNCTION) acFile = "libm.so.6";
-  void* prHandle = Real<decltype(dlopen)>("dlopen")(acFile, iMode);
-  if (isCardLibrary && prHandle) iLibrariesOpen++;
-  return prHandle;
-}
-
-extern "C" int dlclose(void* prHandle) noexcept {
-  iLibrariesOpen--;
-  return Real<decltype(dlclose)>("dlclose")(prHandle);
-}
-
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr const char* TOOL_DIR = "/usr/local/lib/shcti/CurrentVersion/tools/";
-constexpr const char* DISABLED_FILE = "/var/morvex/conf/crec_disabled";
 
 class BoardsTest : public RecorderBench {
  protected:
   void SetUp() override {
     rWaits = Waits();
-    eCardLibrary = LIBRARY_COMPLETE;
-    iLibrariesOpen = 0;
     fAppTerminate = false;
     g_cfgPrefix.clear();
   }
@@ -87,7 +57,6 @@ class BoardsTest : public RecorderBench {
     rWaits.OnWait = nullptr;
     fAppTerminate = false;
     g_cfgPrefix.clear();
-    (void)remove(DISABLED_FILE);
   }
 
   Texts BoardIds() {
@@ -641,74 +610,6 @@ TEST_F(BoardsTest, ChannelWithoutBoardCountsForNoAbsentOne) {
   rBoot.AnalyseStartedState();
   EXPECT_EQ(rBoot.vrBoardList[0].iChannels, 0);
   EXPECT_EQ(rBoot.vrBoardList[1].iChannels, 1);
-}
-
-// -- start of the boot object -----------------------------------------------------------------------------------------
-
-TEST_F(BoardsTest, DisabledByFileComesBeforeAllElse) {
-  WriteTestFile(DISABLED_FILE, "");
-  TRecorderBoot rOther;
-  EXPECT_FALSE(rOther.Init());
-  EXPECT_EQ(rOther.prDatabase, nullptr);
-  EXPECT_EQ(iLibrariesOpen, 0);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("4 Card recording is disabled using file"));
-}
-
-TEST_F(BoardsTest, WithoutDatabaseServerRecordingIsDisabled) {
-  Database::Init();
-  {
-    TRecorderBoot rOther;
-    EXPECT_FALSE(rOther.Init());
-    EXPECT_NE(rOther.prDatabase, nullptr);
-    EXPECT_EQ(iLibrariesOpen, 1);
-    const Texts astrLog = logsink::TakeTexts();
-    EXPECT_EQ(astrLog.front(), "5 SsmClearR2callToneBuf symbol found");
-    EXPECT_EQ(astrLog.back(), "4 Card recording is disabled in database");
-  }
-  EXPECT_EQ(iLibrariesOpen, 0);
-  Database::Deinit();
-}
-
-TEST_F(BoardsTest, OptionalFunctionIsFoundAndForgottenAgain) {
-  rBoot.LinkOptionalFunctions();
-  EXPECT_EQ(SsmClearR2callToneBuf_FP, Real<int(int)>("SsmClearR2callToneBuf"));
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 SsmClearR2callToneBuf symbol found"));
-  rBoot.UnlinkOptionalFunctions();
-  EXPECT_EQ(SsmClearR2callToneBuf_FP, nullptr);
-  EXPECT_EQ(iLibrariesOpen, 0);
-  rBoot.UnlinkOptionalFunctions();  // nothing is closed twice
-  EXPECT_EQ(iLibrariesOpen, 0);
-  EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
-}
-
-TEST_F(BoardsTest, LibraryWithoutTheOptionalFunction) {
-  eCardLibrary = LIBRARY_WITHOUT_FUNCTION;
-  rBoot.LinkOptionalFunctions();
-  EXPECT_EQ(SsmClearR2callToneBuf_FP, nullptr);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 SsmClearR2callToneBuf symbol not found"));
-  rBoot.UnlinkOptionalFunctions();
-  EXPECT_EQ(iLibrariesOpen, 0);
-}
-
-TEST_F(BoardsTest, LibraryThatCannotBeOpenedIsPassedInSilence) {
-  rBoot.LinkOptionalFunctions();
-  rBoot.UnlinkOptionalFunctions();
-  Forget();
-  SsmClearR2callToneBuf_FP = [](int) { return 0; };
-  eCardLibrary = LIBRARY_MISSING;
-  rBoot.LinkOptionalFunctions();
-  EXPECT_EQ(SsmClearR2callToneBuf_FP, nullptr);
-  EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
-}
-
-TEST_F(BoardsTest, BootObjectTakesTheOptionalFunctionWithIt) {
-  {
-    TRecorderBoot rOther;
-    rOther.LinkOptionalFunctions();
-    EXPECT_NE(SsmClearR2callToneBuf_FP, nullptr);
-  }
-  EXPECT_EQ(SsmClearR2callToneBuf_FP, nullptr);
-  EXPECT_EQ(iLibrariesOpen, 0);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "RecorderBench.h"
 #include "TestFiles.h"
+#include "recorder_drvconfig.h"
 
 namespace {
 

@@ -185,49 +185,8 @@ TEST_F(SettingsTest, DataAreReadFromTheCacheAndWrittenAtOnce) {
   EXPECT_EQ(rBoot.GetBoardDataInt(0, "LocalNumTime"), 1700000000);
 }
 
-// -- loading and writing back -----------------------------------------------------------------------------------------
-
-// Tells which part was asked when.
-class OrderedDatabase : public FakeDatabase {
- public:
-  void GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) override {
-    strAsked += strPart + ";";
-    FakeDatabase::GetConfigsPart(rConfigs, strPart);
-  }
-  std::string strAsked;
-};
-
-TEST_F(SettingsTest, LoadSettingsFillsTheThreeMapsInOrder) {
-  auto prOwned = std::make_unique<OrderedDatabase>();
-  OrderedDatabase& rDatabase = *prOwned;
-  rBoot.prDatabase = std::move(prOwned);
-  rDatabase.rParts = {{"crec", {{"a", "1"}}}, {"o", {{"b", "2"}}}, {"s", {{"crec", "1"}}}, {"x", {{"c", "3"}}}};
-  EXPECT_TRUE(rBoot.LoadSettings());
-  EXPECT_EQ(rDatabase.strAsked, "crec;s;o;");
-  EXPECT_EQ(rBoot.rConfigs, (StdStringMap{{"a", "1"}}));
-  EXPECT_EQ(rBoot.rConfigsO, (StdStringMap{{"b", "2"}}));
-  EXPECT_EQ(rBoot.rConfigsSys, (StdStringMap{{"crec", "1"}}));
-  EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
-  prDb = nullptr;
-}
-
-TEST_F(SettingsTest, MasterSwitchMustBeOne) {
-  for (const char* acValue : {"", "0", "2", "yes"}) {
-    prDb->rParts["s"]["crec"] = acValue;
-    EXPECT_FALSE(rBoot.LoadSettings()) << acValue;
-    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("4 Card recording is disabled in database")) << acValue;
-  }
-  prDb->rParts["s"]["crec"] = "1 ";
-  EXPECT_TRUE(rBoot.LoadSettings());
-}
-
-TEST_F(SettingsTest, DatabaseThatCannotBeReadMeansDisabled) {
-  prDb->rParts["s"]["crec"] = "1";
-  prDb->fDown = true;
-  EXPECT_FALSE(rBoot.LoadSettings());
-  EXPECT_THAT(rBoot.rConfigsSys, IsEmpty());
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("4 Card recording is disabled in database"));
-}
+// -- reloading and writing back
+// -----------------------------------------------------------------------------------------
 
 TEST_F(SettingsTest, ReloadChangesTheOptionsAlone) {
   rBoot.rConfigs = {{"a", "1"}};

@@ -9,7 +9,7 @@
 
 #include "CardBench.h"
 #include "SimConfigFiles.h"
-#include "recorder.h"
+#include "recorder_boot.h"
 #include "simcards_state.h"
 
 namespace {
