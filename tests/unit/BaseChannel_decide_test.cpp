@@ -1,4 +1,4 @@
-#include "LineBench.h"
+#include "CallBench.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -121,259 +121,275 @@ TEST(InSchedule, StartWithoutColonIsHourAndMinute) {
 
 // -- the channel ----------------------------------------------------------------------------------------------------
 
-class BaseChannelDecide : public LineBench {
+class BaseChannelDecide : public CallBench {
  protected:
-  // The real clock's day as the schedule counts it.
-  static std::string Today() {
-    const time_t rTime = time(nullptr);
-    struct tm rLocalTime {};
-    localtime_r(&rTime, &rLocalTime);
-    return ToStdString(rLocalTime.tm_wday + 1);
+  static constexpr const char* FIRST_PART = "/recordings/2024/01/31/14/20240131_142345_007_01.wav";
+
+  // The line has all three numbers: "local", "remote", "connected".
+  void GiveNumbers() {
+    (void)rLine.ChangeLocalNum("local");
+    CallerId("remote");
+    rLine.ConnectedTo("connected");
+    ForgetTraces();
   }
-  static std::string AllDaysBut(const std::string& strDay) {
-    std::string strDays = "1234567";
-    strDays.erase(strDays.find(strDay), 1);
-    return strDays;
+  // The log of a call that starts from here and is not, or is, recorded.
+  static Texts Started(const Texts& astrRest) {
+    Texts astrLog = {"5 [7] Call starts", "5 [7] Outgoing call"};
+    astrLog.insert(astrLog.end(), astrRest.begin(), astrRest.end());
+    return astrLog;
+  }
+  static Texts Recorded(const char* acFile = FIRST_PART) {
+    return Started({"5 [7] Starting recording", std::string("5 [7] Recording to file ") + acFile});
   }
 };
 
 TEST_F(BaseChannelDecide, NumberFilter) {
   const char* const acIn = "5 [7] Not recording because in number filter";
   const char* const acNotIn = "5 [7] Not recording because not in number filter";
+  const char* const acPassed = "5 [7] Recording on demand";
   const struct {
     const char* acLabel;
-    bool fDontRecord;
     int iType;
     const char* acListed;
-    bool fMay;
-    const char* acLog;  // with fTell
+    const char* acLog;
   } rRows[] = {
-      {"a barred call is refused silently", true, 0, "0", false, nullptr},
-      {"a barred call is refused before the filter", true, 1, "remote", false, nullptr},
-      {"no filter", false, 0, "remote", true, nullptr},
-      {"type 2 refuses the local number", false, 2, "local", false, acIn},
-      {"type 2 refuses the remote number", false, 2, "remote", false, acIn},
-      {"type 2 refuses the connected number", false, 2, "connected", false, acIn},
-      {"type 2 lets others pass", false, 2, "remot", true, nullptr},
-      {"type 1 lets the local number pass", false, 1, "local", true, nullptr},
-      {"type 1 lets the remote number pass", false, 1, "remote", true, nullptr},
-      {"type 1 lets the connected number pass", false, 1, "connected", true, nullptr},
-      {"type 1 refuses others", false, 1, "remote2", false, acNotIn},
-      {"any other type is like type 1", false, -3, "remote", true, nullptr},
-      {"any other type refuses others", false, 99, "", false, acNotIn},
+      {"no filter", 0, "remote", acPassed},
+      {"type 2 refuses the local number", 2, "local", acIn},
+      {"type 2 refuses the remote number", 2, "remote", acIn},
+      {"type 2 refuses the connected number", 2, "connected", acIn},
+      {"type 2 lets others pass", 2, "remot", acPassed},
+      {"type 1 lets the local number pass", 1, "local", acPassed},
+      {"type 1 lets the remote number pass", 1, "remote", acPassed},
+      {"type 1 lets the connected number pass", 1, "connected", acPassed},
+      {"type 1 refuses others", 1, "remote2", acNotIn},
+      {"any other type is like type 1", -3, "remote", acPassed},
+      {"any other type refuses others", 99, "", acNotIn},
+      {"so does a negative one", -3, "", acNotIn},
   };
-  rChannel.strLocalNum = "local";
-  rChannel.strRemoteNum = "remote";
-  rChannel.strConnectedNum = "connected";
+  InitLines({{"RecOnDmd", "1"}});
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rChannel.fDontRecord = rRow.fDontRecord;
     rRecorder.iNumberFilterType = rRow.iType;
     rRecorder.astrNumberFilters = {"other", rRow.acListed};
-    EXPECT_EQ(rChannel.MayStartRecording(/*fTell=*/false), rRow.fMay);
-    EXPECT_THAT(logsink::Take(), IsEmpty());
-    EXPECT_EQ(rChannel.MayStartRecording(/*fTell=*/true), rRow.fMay);
-    EXPECT_EQ(logsink::TakeTexts(), rRow.acLog ? Texts{rRow.acLog} : Texts{});
+    GiveNumbers();
+    const bool fMay = rRow.acLog == acPassed;
+    EXPECT_EQ(rLine.MayStartRecording(/*fTell=*/false), fMay);
+    EXPECT_THAT(Log(), IsEmpty());
+    OffHook();
+    EXPECT_EQ(Log(), Started({rRow.acLog}));
+    EXPECT_EQ(ActiveRows(), fMay ? 1u : 0u);
+    OnHook();
   }
 }
 
 TEST_F(BaseChannelDecide, EmptyNumberMatchesAnEmptyFilterItem) {
   rRecorder.iNumberFilterType = 2;
   rRecorder.astrNumberFilters = {""};
-  rChannel.strRemoteNum = "0301234";
-  EXPECT_FALSE(rChannel.MayStartRecording(/*fTell=*/false));  // by the empty local number
+  CallerId("0301234");
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Not recording because in number filter"}));  // by the empty local number
 }
 
 TEST_F(BaseChannelDecide, ScheduleAsksTheRealClock) {
-  std::string strToday;
-  bool fToday = false, fOtherDays = false;
-  do {  // again, should midnight pass between the two
-    strToday = Today();
-    // The frozen clock stands on another day of the week.
-    SetSimTime(time(nullptr) + 3 * 24 * 3600);
-    SetConfig("srWeekdays", strToday.c_str());
-    fToday = rChannel.RecordingScheduled();
-    (void)logsink::Take();
-    SetConfig("srWeekdays", AllDaysBut(strToday).c_str());
-    fOtherDays = rChannel.RecordingScheduled();
-  } while (strToday != Today());
-  EXPECT_TRUE(fToday);
-  EXPECT_FALSE(fOtherDays);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording not scheduled"));
+  SetSimTime(CALL_START + 3 * 24 * 3600);  // a Saturday, on the frozen clock alone
+  SetConfig("srWeekdays", "7");
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Recording not scheduled"}));
+  OnHook();
+  (void)Log();
+  SetConfig("srWeekdays", "4");
+  OffHook();
+  EXPECT_EQ(Log(), Recorded("/recordings/2024/02/03/14/20240203_142345_007_01.wav"));
 }
 
 TEST_F(BaseChannelDecide, ScheduleIsReadFromItsPartAtEachDecision) {
   rDatabase.rParts["crec"]["srWeekdays"] = "x";
-  rDatabase.fNoteReads = true;
-  EXPECT_TRUE(rChannel.RecordingScheduled());
+  OffHook();
+  EXPECT_EQ(Log(), Recorded());
+  OnHook();
+  (void)Log();
   SetConfig("srWeekdays", "x");
-  EXPECT_FALSE(rChannel.RecordingScheduled());
-  EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("GetConfigsPart o", "GetConfigsPart o"));
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Recording not scheduled"}));
 }
 
 TEST_F(BaseChannelDecide, UnreachableDatabaseCountsAsNoSchedule) {
   SetConfig("srWeekdays", "x");
   rDatabase.fDown = true;
-  EXPECT_TRUE(rChannel.RecordingScheduled());
+  OffHook();
+  EXPECT_EQ(Log(), Recorded());
 }
 
 // -- the way into a recording ---------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelDecide, PlainCallIsRecordedAndGetsItsRow) {
   rDatabase.fNoteReads = true;
-  rChannel.iPeriodicCounter2 = 12;
-  rChannel.iRecordOffset = 99;
-  rChannel.iEncoding = 0;
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Starting recording",
-                          "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_01.wav"));
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetConfigsPart o", "GetOrCreateLineContact 7 ''", "GetCustomLocal 1007",
-                          "GetOrCreateLineContact 7 ''", "GetCallerIDContact ", "Add ActiveCalls 1"));
-  EXPECT_THAT(simcards::TakeCalls(), ElementsAre("SsmRecToMem(0,6,4096,0)"));
-  EXPECT_THAT(rRecorder.TakeCalls(), IsEmpty());
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_EQ(rChannel.rStartTime, rNow);
-  EXPECT_EQ(rChannel.iPeriodicCounter2, 0);
-  EXPECT_EQ(rChannel.iRecordOffset, 0);
-  EXPECT_EQ(rChannel.iRecUniqCnt, 1);
-  EXPECT_EQ(rChannel.iActiveCallID, 1);
-  EXPECT_EQ(rChannel.strDbRemoteId, "20240131_142345_007_01");
-  EXPECT_EQ(ActiveRow().at("encoding"), "554");
-  EXPECT_EQ(ActiveRow().at("isarchived"), "1");
-  EXPECT_TRUE(file_exists("/recordings/2024/01/31/14/20240131_142345_007_01.wav"));
+  OffHook();
+  EXPECT_EQ(Log(), Recorded());
+  EXPECT_THAT(Queries(), ElementsAre("GetConfigsPart o", "GetOrCreateLineContact 7 ''", "GetCustomLocal 1007",
+                                     "GetOrCreateLineContact 7 ''", "GetCallerIDContact ", "Add ActiveCalls 1"));
+  EXPECT_THAT(Cards(), ElementsAre("SsmRecToMem(0,6,4096,0)"));
+  EXPECT_THAT(Orders(), IsEmpty());
+  EXPECT_EQ(Active("remoteid"), "20240131_142345_007_01");
+  EXPECT_EQ(Active("startdate"), "1706711025");
+  EXPECT_EQ(Active("encoding"), "554");
+  EXPECT_EQ(Active("isarchived"), "1");
+  EXPECT_TRUE(FileExists(FIRST_PART));
+}
+
+TEST_F(BaseChannelDecide, EachRecordingIsReadFromTheStartOfTheRing) {
+  simcards::PlayCounting(DRIVER_CH);
+  for (const char* acPart : {FIRST_PART, "/recordings/2024/01/31/14/20240131_142345_007_02.wav"}) {
+    OffHook();
+    Hear(2048);
+    OnHook();
+    const std::string strAudio = AudioOf(acPart);
+    ASSERT_EQ(strAudio.size(), 2048u);
+    for (int k = 0; k < 2048; k++) {
+      ASSERT_EQ(strAudio[static_cast<std::size_t>(k)], static_cast<char>(simcards::CountingByte(k))) << k;
+    }
+  }
 }
 
 TEST_F(BaseChannelDecide, EncodingFollowsTheLawOfTheCall) {
   const struct {
     const char* acLabel;
     ERecEncodings eRecEnc;
-    int iEncoding;
+    const char* acEncoding;
     const char* acDriverCall;
   } rRows[] = {
-      {"A-law", RECENC_G711A, 554, "SsmRecToMem(0,6,4096,0)"},
-      {"mu-law", RECENC_G711U, 555, "SsmRecToMem(0,7,4096,0)"},
-      {"GSM is made of A-law later", RECENC_GSM, 554, "SsmRecToMem(0,6,4096,0)"},
-      {"MP3 is made of A-law later", RECENC_MP3, 554, "SsmRecToMem(0,6,4096,0)"},
+      {"A-law", RECENC_G711A, "554", "SsmRecToMem(0,6,4096,0)"},
+      {"mu-law", RECENC_G711U, "555", "SsmRecToMem(0,7,4096,0)"},
+      {"GSM is made of A-law later", RECENC_GSM, "554", "SsmRecToMem(0,6,4096,0)"},
+      {"MP3 is made of A-law later", RECENC_MP3, "554", "SsmRecToMem(0,6,4096,0)"},
   };
+  SetConfig("RecMinDur", "1");  // nothing is kept, so nothing is made later
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.eRecEnc = rRow.eRecEnc;
-    rChannel.TryStartRecording();
-    EXPECT_EQ(rChannel.iEncoding, rRow.iEncoding);
-    EXPECT_THAT(simcards::TakeCalls(), ElementsAre(rRow.acDriverCall));
-    rChannel.FinalizeRecording(/*fClearInfo=*/true);
     ForgetTraces();
+    OffHook();
+    EXPECT_EQ(Active("encoding"), rRow.acEncoding);
+    EXPECT_THAT(Cards(), ElementsAre(rRow.acDriverCall));
+    OnHook();
   }
 }
 
 TEST_F(BaseChannelDecide, RunningRecordingIsNotStartedTwice) {
-  rChannel.TryStartRecording();
+  InitLines({{"RecOnDmd", "1"}});
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));  // before the call, so that its start meets a recording
   ForgetTraces();
-  PassSeconds(3);
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Already recording"));
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  EXPECT_EQ(rChannel.rStartTime, rNow - 3);
-  EXPECT_EQ(rChannel.iRecUniqCnt, 1);
+  Seconds(3);
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Already recording"}));
+  EXPECT_THAT(Queries(), IsEmpty());
+  Seconds(4);
+  OnHook();
+  EXPECT_EQ(Kept("duration"), "7");
+  EXPECT_EQ(Kept("remoteid"), "20240131_142345_007_01");
 }
 
 TEST_F(BaseChannelDecide, WaitingCallIsNotStartedTwice) {
-  rChannel.fRecOnDmd = true;
-  rChannel.TryStartRecording();
+  InitLines({{"RecOnDmd", "1"}});
+  OffHook();
   ForgetTraces();
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Call already active"));
-  EXPECT_EQ(rChannel.iRecUniqCnt, 1);
+  CallerId("0301234");  // asks for the recording again
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Call already active"));
+  EXPECT_EQ(ActiveRows(), 1u);
+  EXPECT_EQ(Active("remoteid"), "20240131_142345_007_01");
 }
 
 TEST_F(BaseChannelDecide, FilteredCallLeavesNoTrace) {
   rRecorder.iNumberFilterType = 1;
-  rChannel.rStartTime = 5;
-  rChannel.iPeriodicCounter2 = 12;
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Not recording because not in number filter"));
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  EXPECT_THAT(simcards::TakeCalls(), IsEmpty());
-  EXPECT_EQ(rChannel.rStartTime, 5);
-  EXPECT_EQ(rChannel.iPeriodicCounter2, 12);
-  EXPECT_EQ(rChannel.iRecUniqCnt, 0);
+  SetConfig("srWeekdays", "x");  // is not asked
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Not recording because not in number filter"}));
+  EXPECT_THAT(Queries(), IsEmpty());
+  EXPECT_THAT(Cards(), IsEmpty());
+  EXPECT_EQ(rLine.rStartTime, 0);  // station lines read it
+  OnHook();
+  rRecorder.iNumberFilterType = 0;
+  SetConfig("srWeekdays", "");
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Recorded());  // the first of this line
 }
 
 TEST_F(BaseChannelDecide, UnscheduledCallGetsNoRow) {
   SetConfig("srWeekdays", "x");
-  rChannel.iPeriodicCounter2 = 12;
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording not scheduled"));
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  EXPECT_EQ(rChannel.rStartTime, rNow);
-  EXPECT_EQ(rChannel.iPeriodicCounter2, 0);
-  EXPECT_EQ(rChannel.iRecUniqCnt, 0);
-  EXPECT_EQ(rChannel.strDbRemoteId, "");
-  EXPECT_EQ(rChannel.iActiveCallID, -1);
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Recording not scheduled"}));
+  EXPECT_THAT(Queries(), IsEmpty());
+  EXPECT_THAT(Cards(), IsEmpty());
+  EXPECT_EQ(rLine.rStartTime, rNow);   // station lines read it
+  EXPECT_EQ(rLine.strDbRemoteId, "");  // no order finds a call here
+  OnHook();
+  SetConfig("srWeekdays", "");
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Recorded());  // the first of this line
+}
+
+TEST_F(BaseChannelDecide, EachRecordingCountsItsSecondsFromTheStart) {
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
+  OffHook();
+  Seconds(30);
+  OnHook();
+  OffHook();
+  (void)Log();
+  Seconds(59);
+  EXPECT_THAT(Log(), IsEmpty());
+  Seconds(1);
+  EXPECT_EQ(Log().back(), "5 [7] 1 minutes of recording saved!");
 }
 
 TEST_F(BaseChannelDecide, CallOnDemandWaitsWithARowAndNoAudio) {
-  rChannel.fRecOnDmd = true;
-  rChannel.iEncoding = 554;  // of the part before
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording on demand"));
-  EXPECT_THAT(simcards::TakeCalls(), IsEmpty());
-  EXPECT_FALSE(rChannel.fRecording);
-  EXPECT_EQ(rChannel.strDbRemoteId, "20240131_142345_007_01");
-  EXPECT_EQ(ActiveRow().at("encoding"), "0");
-  EXPECT_EQ(ActiveRow().at("isarchived"), "0");
-  EXPECT_EQ(ActiveRow().at("remoteid"), "20240131_142345_007_01");
-}
-
-TEST_F(BaseChannelDecide, SubclassDecidesOnDemandAnewForEachPart) {
-  rChannel.fForceRecOnDmd = true;
-  rChannel.TryStartRecording();
-  EXPECT_TRUE(rChannel.fRecOnDmd);
-  EXPECT_FALSE(rChannel.fRecording);
-}
-
-TEST_F(BaseChannelDecide, DemandInForceStartsTheRecording) {
-  rChannel.fRecOnDmd = true;
-  rChannel.fRecOnDmdStart = true;
-  rChannel.TryStartRecording();
-  EXPECT_TRUE(rChannel.fRecording);
+  InitLines({{"RecOnDmd", "1"}});
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Recording on demand"}));
+  EXPECT_THAT(Cards(), IsEmpty());
+  EXPECT_FALSE(FileExists(FIRST_PART));
+  EXPECT_EQ(Active("encoding"), "0");
+  EXPECT_EQ(Active("isarchived"), "0");
+  EXPECT_EQ(Active("remoteid"), "20240131_142345_007_01");
 }
 
 TEST_F(BaseChannelDecide, RefusedDriverStartGoesOnWithoutAudio) {
-  rChannel.iLinkedCh = LINKED_CH;
+  rLine.LinkWith(LINKED_CH);
   simcards::FailNext("SsmRecToMem", 1, -1, "channel is busy");
-  rChannel.TryStartRecording();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Starting recording", "3 Error in SsmRecToMem: channel is busy"));
-  EXPECT_THAT(rRecorder.TakeCalls(), IsEmpty());
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_EQ(rChannel.iActiveCallID, 1);
-  EXPECT_TRUE(file_exists(rChannel.strFullFilename));
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Starting recording", "3 Error in SsmRecToMem: channel is busy"}));
+  EXPECT_THAT(Orders(), IsEmpty());
+  EXPECT_TRUE(FileExists(FIRST_PART));
+  EXPECT_EQ(Active("isarchived"), "1");
+  Seconds(5);
+  OnHook();
+  EXPECT_EQ(Kept("duration"), "5");
 }
 
 TEST_F(BaseChannelDecide, LinkedChannelIsMixedInOnceTheDriverRuns) {
-  rChannel.iLinkedCh = LINKED_CH;
-  rChannel.TryStartRecording();
-  EXPECT_THAT(rRecorder.TakeCalls(), ElementsAre("MixIn 0 1"));
-  EXPECT_THAT(simcards::TakeCalls(), ElementsAre("SsmRecToMem(0,6,4096,0)", "SsmRecToMem(1,6,4096,0)"));
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Starting recording", "5 {1} Mixing this channel to {0}",
-                          "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_01.wav"));
+  rLine.LinkWith(LINKED_CH);
+  OffHook();
+  EXPECT_THAT(Orders(), ElementsAre("MixIn 0 1"));
+  EXPECT_THAT(Cards(), ElementsAre("SsmRecToMem(0,6,4096,0)", "SsmRecToMem(1,6,4096,0)"));
+  EXPECT_EQ(Log(), Started({"5 [7] Starting recording", "5 {1} Mixing this channel to {0}",
+                            std::string("5 [7] Recording to file ") + FIRST_PART}));
 }
 
 TEST_F(BaseChannelDecide, CustomIdentityHoldsForAMinute) {
   const struct {
     const char* acLabel;
     int iAge;
-    bool fHolds;
+    const char* acLocal;
     const char* acLog;
   } rRows[] = {
-      {"fresh", 0, true, "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:0 (1)"},
-      {"a minute old", 60, true, "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:60 (1)"},
-      {"a second more", 61, false, "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:61 (0)"},
-      {"of the future", -3600, true, "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:-3600 (1)"},
+      {"fresh", 0, "Zo\xc3\xab", "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:0 (1)"},
+      {"a minute old", 60, "Zo\xc3\xab", "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:60 (1)"},
+      {"a second more", 61, "", "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:61 (0)"},
+      {"of the future", -3600, "Zo\xc3\xab", "5 CustomLocal CT:63 CID:53 T:Zo\xc3\xab age:-3600 (1)"},
   };
+  SetSimTime(CALL_START + 3600);  // the age counts by the real clock
   CallerIdContact& rCustom = rDatabase.rCustomLocals[1007];
   rCustom.fFound = true;
   rCustom.iContactID = 63;
@@ -381,62 +397,70 @@ TEST_F(BaseChannelDecide, CustomIdentityHoldsForAMinute) {
   rCustom.strText = "Zo\xc3\xab";
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    time_t rRealNow = 0;
-    do {  // again, should the second turn: the age counts by the real clock
-      rChannel.FinalizeRecording(/*fClearInfo=*/true);
-      ForgetTraces();
-      rRealNow = time(nullptr);
-      rCustom.iUpdateTime = rRealNow - rRow.iAge;
-      rChannel.TryStartRecording();
-    } while (time(nullptr) != rRealNow);
-    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Starting recording", rRow.acLog,
-                                                  "5 [7] Recording to file " + rChannel.strFullFilename));
-    EXPECT_EQ(rChannel.rCustomLocal.fFound, rRow.fHolds);
-    EXPECT_EQ(ActiveRow().at("local"), rRow.fHolds ? "Zo\xc3\xab" : "");
+    rCustom.iUpdateTime = CALL_START - rRow.iAge;
+    OffHook();
+    const Texts astrLog = Log();
+    ASSERT_EQ(astrLog.size(), 5u);
+    EXPECT_EQ(astrLog[2], "5 [7] Starting recording");
+    EXPECT_EQ(astrLog[3], rRow.acLog);
+    EXPECT_EQ(Active("local"), rRow.acLocal);
+    OnHook();
+    (void)Log();
   }
 }
 
 TEST_F(BaseChannelDecide, IdentityThatIsGoneIsForgottenWithTheNextRecording) {
-  rChannel.rCustomLocal.fFound = true;
-  rChannel.TryStartRecording();
-  EXPECT_FALSE(rChannel.rCustomLocal.fFound);
+  CallerIdContact& rCustom = rDatabase.rCustomLocals[1007];
+  rCustom.fFound = true;
+  rCustom.strText = "22";
+  rCustom.iUpdateTime = CALL_START;
+  OffHook();
+  EXPECT_EQ(Active("local"), "22");
+  OnHook();
+  rDatabase.rCustomLocals.clear();
+  OffHook();
+  EXPECT_EQ(Active("local"), "");
 }
 
 // -- on demand ------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelDecide, RecordingOnDemandByNumber) {
+  const char* const acOnDemand = "5 [7] Recording on demand";
+  const char* const acRecorded = "5 [7] Starting recording";
   const struct {
     const char* acLabel;
     int iType;
     const char* acListed;
-    bool fOnDemand;
+    const char* acLog;
   } rRows[] = {
-      {"off", 0, "remote", false},
-      {"all calls", 1, "", true},
-      {"listed local number", 2, "local", true},
-      {"listed connected number", 2, "connected", true},
-      {"listed remote number", 2, "remote", true},
-      {"not listed", 2, "remote2", false},
-      {"type 3 is like type 2", 3, "local", true},
-      {"type 3, not listed", 3, "", false},
-      {"the line is no number here", 2, "#7", false},
-      {"any other type is off", 4, "remote", false},
-      {"a negative type is off", -1, "remote", false},
+      {"off", 0, "remote", acRecorded},
+      {"all calls", 1, "", acOnDemand},
+      {"listed local number", 2, "local", acOnDemand},
+      {"listed connected number", 2, "connected", acOnDemand},
+      {"listed remote number", 2, "remote", acOnDemand},
+      {"not listed", 2, "remote2", acRecorded},
+      {"type 3 is like type 2", 3, "local", acOnDemand},
+      {"type 3, not listed", 3, "", acRecorded},
+      {"the line is no number here", 2, "#7", acRecorded},
+      {"any other type is off", 4, "remote", acRecorded},
+      {"a negative type is off", -1, "remote", acRecorded},
   };
-  rChannel.strLocalNum = "local";
-  rChannel.strRemoteNum = "remote";
-  rChannel.strConnectedNum = "connected";
+  rLine.BeOnDemandByNumber();
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.iRecOnDmdType = rRow.iType;
     rRecorder.astrRecOnDmdList = {"other", rRow.acListed};
-    EXPECT_EQ(rChannel.QRecOnDmd(), rRow.fOnDemand);
+    GiveNumbers();
+    OffHook();
+    EXPECT_EQ(Log()[2], rRow.acLog);
+    OnHook();
   }
 }
 
 TEST_F(BaseChannelDecide, DeletionOnDemandByNumberOrLine) {
   const char* const acOff = "5 [7] delete on demand is switched off in options";
   const char* const acNotListed = "5 [7] not in delete on demand list";
+  const char* const acDone = "5 [7] Recording stopped (0 s)";
   const struct {
     const char* acLabel;
     int iType;
@@ -445,145 +469,171 @@ TEST_F(BaseChannelDecide, DeletionOnDemandByNumberOrLine) {
     const char* acLog;
   } rRows[] = {
       {"off", 0, "remote", false, acOff},
-      {"all calls", 1, "", true, nullptr},
-      {"listed local number", 2, "local", true, nullptr},
-      {"listed connected number", 2, "connected", true, nullptr},
-      {"listed remote number", 2, "remote", true, nullptr},
-      {"listed line", 2, "#7", true, nullptr},
+      {"all calls", 1, "", true, acDone},
+      {"listed local number", 2, "local", true, acDone},
+      {"listed connected number", 2, "connected", true, acDone},
+      {"listed remote number", 2, "remote", true, acDone},
+      {"listed line", 2, "#7", true, acDone},
       {"a line needs its mark", 2, "7", false, acNotListed},
       {"not listed", 2, "remote2", false, acNotListed},
-      {"type 3 is like type 2", 3, "#7", true, nullptr},
+      {"type 3 is like type 2", 3, "#7", true, acDone},
       {"type 3, not listed", 3, "", false, acNotListed},
       {"any other type is off without a word", 4, "remote", false, nullptr},
       {"a negative type too", -1, "remote", false, nullptr},
   };
-  rChannel.strLocalNum = "local";
-  rChannel.strRemoteNum = "remote";
-  rChannel.strConnectedNum = "connected";
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.iDelOnDmdType = rRow.iType;
     rRecorder.astrDelOnDmdList = {"other", rRow.acListed};
-    EXPECT_EQ(rChannel.MayDeleteOnDemand(), rRow.fMay);
-    EXPECT_EQ(logsink::TakeTexts(), rRow.acLog ? Texts{rRow.acLog} : Texts{});
+    GiveNumbers();
+    OffHook();
+    (void)Log();
+    EXPECT_EQ(rLine.DeleteAct(), rRow.fMay);
+    EXPECT_EQ(Log(), rRow.acLog ? Texts{rRow.acLog} : Texts{});
+    EXPECT_EQ(ActiveRows(), rRow.fMay ? 0u : 1u);
+    OnHook();
   }
 }
 
 TEST_F(BaseChannelDecide, DeletedCallIsNotRecordedAgain) {
   rRecorder.iDelOnDmdType = 1;
-  RecordSeconds(10);
-  EXPECT_TRUE(rChannel.DeleteAct());
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording stopped (10 s)"));
-  EXPECT_FALSE(file_exists(rChannel.strFullFilename));
+  OffHook();
+  Seconds(10);
+  (void)Log();
+  EXPECT_TRUE(rLine.DeleteAct());
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Recording stopped (10 s)"));
+  EXPECT_FALSE(FileExists(FIRST_PART));
   EXPECT_EQ(ActiveRows() + KeptRows(), 0u);
-  EXPECT_TRUE(rChannel.fDontRecord);
-  rChannel.TryStartRecording();
-  EXPECT_FALSE(rChannel.fRecording);
-  rChannel.ClearInfo();
-  rChannel.TryStartRecording();
-  EXPECT_TRUE(rChannel.fRecording);
+  for (const int iFilterType : {0, 1}) {
+    rRecorder.iNumberFilterType = iFilterType;
+    CallerId("0301234");  // asks for a recording again, and the filter not even that
+    EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234"));
+  }
+  rRecorder.iNumberFilterType = 0;
+  OnHook();
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Recorded("/recordings/2024/01/31/14/20240131_142355_007_02.wav"));
 }
 
 TEST_F(BaseChannelDecide, RefusedDeletionChangesNothing) {
-  RecordSeconds(10);
-  EXPECT_FALSE(rChannel.DeleteAct());
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_FALSE(rChannel.fDontRecord);
+  OffHook();
+  Seconds(10);
+  EXPECT_FALSE(rLine.DeleteAct());
   EXPECT_EQ(ActiveRows(), 1u);
+  OnHook();
+  EXPECT_EQ(Kept("duration"), "10");
 }
 
 TEST_F(BaseChannelDecide, DeletionWhileWaitingBarsALaterDemand) {
   rRecorder.iDelOnDmdType = 1;
-  rChannel.fRecOnDmd = true;
-  rChannel.TryStartRecording();
-  EXPECT_TRUE(rChannel.DeleteAct());
+  InitLines({{"RecOnDmd", "1"}});
+  OffHook();
+  EXPECT_TRUE(rLine.DeleteAct());
   EXPECT_EQ(ActiveRows(), 0u);
-  EXPECT_TRUE(rChannel.fDontRecord);
   ForgetTraces();
-  EXPECT_TRUE(rChannel.RecOnDmdAct(/*fStart=*/true));
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] RecOnDmd: START"));
-  EXPECT_FALSE(rChannel.fRecording);
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));
+  EXPECT_THAT(Log(), ElementsAre("5 [7] RecOnDmd: START"));
   EXPECT_EQ(ActiveRows(), 0u);
 }
 
 TEST_F(BaseChannelDecide, DemandWithoutTheOptionIsRefused) {
+  OffHook();
+  ForgetTraces();
   for (const bool fStart : {false, true}) {
-    EXPECT_FALSE(rChannel.RecOnDmdAct(fStart));
-    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] RecOnDmd not done, the option is off"));
+    EXPECT_FALSE(rLine.RecOnDmdAct(fStart));
+    EXPECT_THAT(Log(), ElementsAre("5 [7] RecOnDmd not done, the option is off"));
   }
+  EXPECT_THAT(Cards(), IsEmpty());
 }
 
 TEST_F(BaseChannelDecide, DemandStartsAndEndsWithNewIdsAndRows) {
-  rChannel.fRecOnDmd = true;
-  rChannel.TryStartRecording();
+  InitLines({{"RecOnDmd", "1"}});
+  OffHook();
   ForgetTraces();
 
-  EXPECT_TRUE(rChannel.RecOnDmdAct(/*fStart=*/true));
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_TRUE(rChannel.fRecOnDmdStart);
-  EXPECT_EQ(rChannel.strDbRemoteId, "20240131_142345_007_02");
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] RecOnDmd: START", "5 [7] Starting recording",
-                          "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_02.wav"));
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));
+  EXPECT_THAT(Log(), ElementsAre("5 [7] RecOnDmd: START", "5 [7] Starting recording",
+                                 "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_02.wav"));
   EXPECT_EQ(ActiveRows(), 1u);
-  PassSeconds(4);
+  EXPECT_EQ(Active("remoteid"), "20240131_142345_007_02");
+  EXPECT_EQ(Active("encoding"), "554");
+  Seconds(4);
 
-  EXPECT_TRUE(rChannel.RecOnDmdAct(/*fStart=*/false));
-  EXPECT_FALSE(rChannel.fRecording);
-  EXPECT_FALSE(rChannel.fRecOnDmdStart);
-  EXPECT_EQ(rChannel.strDbRemoteId, "20240131_142349_007_03");
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] RecOnDmd: STOP", "5 [7] Recording stopped (4 s)", "5 [7] Recording on demand"));
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/false));
+  EXPECT_THAT(Log(), ElementsAre("5 [7] RecOnDmd: STOP", "5 [7] Recording stopped (4 s)", "5 [7] Recording on demand"));
   EXPECT_EQ(KeptRows(), 1u);
   EXPECT_EQ(ActiveRows(), 1u);
-  EXPECT_EQ(ActiveRow().at("isarchived"), "0");
+  EXPECT_EQ(Active("remoteid"), "20240131_142349_007_03");
+  EXPECT_EQ(Active("encoding"), "0");
+  EXPECT_EQ(Active("isarchived"), "0");
+}
+
+TEST_F(BaseChannelDecide, DemandHoldsForOnePart) {
+  InitLines({{"RecOnDmd", "1"}});
+  OffHook();
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));
+  OnHook();
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Recording on demand"}));
 }
 
 TEST_F(BaseChannelDecide, RepeatedDemandChangesNothing) {
-  rChannel.fRecOnDmd = true;
-  rChannel.TryStartRecording();
-  ForgetTraces();
-  EXPECT_TRUE(rChannel.RecOnDmdAct(/*fStart=*/false));
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] RecOnDmd: STOP"));
-  EXPECT_EQ(rChannel.iRecUniqCnt, 1);
-  EXPECT_TRUE(rChannel.RecOnDmdAct(/*fStart=*/true));
-  ForgetTraces();
-  EXPECT_TRUE(rChannel.RecOnDmdAct(/*fStart=*/true));
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] RecOnDmd: START"));
-  EXPECT_EQ(rChannel.iRecUniqCnt, 2);
-  EXPECT_TRUE(rChannel.fRecOnDmdStart);
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
+  InitLines({{"RecOnDmd", "1"}});
+  OffHook();
+  for (const bool fStart : {false, true}) {
+    (void)rLine.RecOnDmdAct(fStart);
+    const StdStringMap rRow = ActiveRow();
+    ForgetTraces();
+    EXPECT_TRUE(rLine.RecOnDmdAct(fStart));
+    EXPECT_THAT(Log(), ElementsAre(fStart ? "5 [7] RecOnDmd: START" : "5 [7] RecOnDmd: STOP"));
+    EXPECT_THAT(Queries(), IsEmpty());
+    EXPECT_THAT(Cards(), IsEmpty());
+    EXPECT_EQ(ActiveRow(), rRow);
+  }
 }
+
+// -- silencing ------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelDecide, SilencingWithoutTheOptionIsRefused) {
+  simcards::PlayCounting(DRIVER_CH);
+  OffHook();
+  ForgetTraces();
   for (const bool fToSet : {false, true}) {
-    EXPECT_FALSE(rChannel.TrySetSilencing(fToSet));
-    EXPECT_FALSE(rChannel.fSilencing);
-    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Silencing not set, silence on demand is off"));
+    EXPECT_FALSE(rLine.TrySetSilencing(fToSet));
+    EXPECT_THAT(Log(), ElementsAre("5 [7] Silencing not set, silence on demand is off"));
   }
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
+  EXPECT_THAT(Queries(), IsEmpty());
+  Hear(2048);
+  EXPECT_EQ(AudioOf(FIRST_PART).substr(0, 1), std::string(1, static_cast<char>(simcards::CountingByte(0))));
 }
 
-TEST_F(BaseChannelDecide, SilencingIsSetAndNotedInTheRow) {
+TEST_F(BaseChannelDecide, SilencingIsHeardAndNotedInTheRow) {
   rRecorder.fSilenceOnDemand = true;
-  rChannel.iActiveCallID = 31;
-  EXPECT_TRUE(rChannel.TrySetSilencing(true));
-  EXPECT_TRUE(rChannel.fSilencing);
-  EXPECT_TRUE(rChannel.TrySetSilencing(false));
-  EXPECT_FALSE(rChannel.fSilencing);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Silencing set to 1", "5 [7] Silencing set to 0"));
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("SetActiveCallExtra 31 silencing=1", "SetActiveCallExtra 31 silencing=0"));
+  simcards::PlayCounting(DRIVER_CH);
+  OffHook();
+  ForgetTraces();
+  EXPECT_TRUE(rLine.TrySetSilencing(true));
+  Hear(2048);
+  EXPECT_TRUE(rLine.TrySetSilencing(false));
+  Hear(2048);
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Silencing set to 1", "5 [7] Silencing set to 0"));
+  EXPECT_THAT(Queries(), ElementsAre("SetActiveCallExtra 1 silencing=1", "SetActiveCallExtra 1 silencing=0"));
+  EXPECT_EQ(AudioOf(FIRST_PART).substr(0, 2048), std::string(2048, '\xd5'));
+  EXPECT_EQ(AudioOf(FIRST_PART).substr(2048, 1), std::string(1, static_cast<char>(simcards::CountingByte(2048))));
 }
 
-TEST_F(BaseChannelDecide, NextPartIsNotSilenced) {
+TEST_F(BaseChannelDecide, SilencedPartStaysSilencedAndTheNextIsNot) {
   rRecorder.fSilenceOnDemand = true;
-  RecordSeconds(5);
-  EXPECT_TRUE(rChannel.TrySetSilencing(true));
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_TRUE(rChannel.fSilencing);
-  rChannel.TryStartRecording();
-  EXPECT_FALSE(rChannel.fSilencing);
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
+  simcards::PlayCounting(DRIVER_CH);
+  OffHook();
+  EXPECT_TRUE(rLine.TrySetSilencing(true));
+  Seconds(60);  // cuts the call
+  Hear(2048);
+  EXPECT_EQ(AudioOf("/recordings/2024/01/31/14/20240131_142445_007_02.wav").substr(0, 1),
+            std::string(1, static_cast<char>(simcards::CountingByte(0))));
 }
 
 }  // namespace
