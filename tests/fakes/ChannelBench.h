@@ -17,6 +17,14 @@
 
 using Texts = std::vector<std::string>;
 
+inline Contact MakeContact(long long iCallerID, long long iContactID, bool fLocal) {
+  Contact rContact;
+  rContact.iCallerID = iCallerID;
+  rContact.iContactID = iContactID;
+  rContact.fLocal = fLocal;
+  return rContact;
+}
+
 // A line with the virtual answers of the base class, where a test does not set others.
 class TestChannel : public BaseChannel {
  public:

@@ -11,14 +11,6 @@
 #include "ChannelBench.h"
 #include "filedir.h"
 
-inline Contact MakeContact(long long iCallerID, long long iContactID, bool fLocal) {
-  Contact rContact;
-  rContact.iCallerID = iCallerID;
-  rContact.iContactID = iContactID;
-  rContact.fLocal = fLocal;
-  return rContact;
-}
-
 // A line of no special kind, with more virtual answers in the hands of the test.
 class BenchLine : public TestChannel {
  public:
