@@ -1,9 +1,7 @@
 // What becomes of a recording when it stops: the second half of BaseChannel_decide.cpp.
-#include <fstream>
-#include <sstream>
-
-#include "LineBench.h"
+#include "CallBench.h"
 #include "datafile.h"
+#include "filedir.h"
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -11,117 +9,124 @@ using ::testing::IsEmpty;
 
 namespace {
 
-using BaseChannelStop = LineBench;
+class BaseChannelStop : public CallBench {
+ protected:
+  // Off hook for so long; gives the file of it, and forgets the traces.
+  std::string Talk(int iSeconds) {
+    (void)Log();
+    OffHook();
+    const Texts astrLog = Log();
+    Seconds(iSeconds);
+    ForgetTraces();
+    const std::string strTold = "5 [7] Recording to file ";
+    return astrLog.empty() || astrLog.back().find(strTold) != 0 ? "(none)" : astrLog.back().substr(strTold.size());
+  }
+  // What the database holds for a coming call, as its row tells.
+  std::string RemoteOfTheNextCall() {
+    OffHook();
+    return Active("remote");
+  }
+  // To the marks that the web side makes on the running call.
+  StdStringMap& Marks() { return rDatabase.rExtra[rDatabase.rTables["ActiveCalls"].rbegin()->first]; }
+  static unsigned int ModeOf(const std::string& strFile) {
+    struct stat rStat {};
+    return stat(strFile.c_str(), &rStat) == 0 ? rStat.st_mode & 07777 : 0;
+  }
+};
 
 // -- stop: the driver and the file ----------------------------------------------------------------------------------
 
-TEST_F(BaseChannelStop, StopWithoutRecordingDoesNothing) {
-  for (const bool fAsked : {false, true}) {
-    bool fClearInfo = fAsked;
-    rChannel.StopRecording(fClearInfo);
-    EXPECT_EQ(fClearInfo, fAsked);
-  }
-  EXPECT_THAT(logsink::Take(), IsEmpty());
-  EXPECT_THAT(simcards::TakeCalls(), IsEmpty());
-  EXPECT_EQ(rChannel.iClearInfos, 0);
+TEST_F(BaseChannelStop, CallThatOnlyWaitedHasNothingToStop) {
+  InitLines({{"RecOnDmd", "1"}});
+  CallerId("0301234");
+  OffHook();
+  ForgetTraces();
+  OnHook();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Call stops"));
+  EXPECT_THAT(Cards(), ElementsAre("SsmClearCallerId(0)"));
+  EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
+  EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
 TEST_F(BaseChannelStop, RefusedDriverStopMakesNoDecision) {
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(5);
+  CallerId("0301234");
+  const std::string strFile = Talk(5);
+  const int iOpen = OpenDescriptors();
   simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
-  bool fClearInfo = true;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_TRUE(fClearInfo);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("3 Error in SsmStopRecMem: no such channel"));
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  EXPECT_FALSE(rChannel.fRecording);
-  EXPECT_NE(rChannel.hAudioFile, nullptr);
-  EXPECT_TRUE(file_exists(rChannel.strFullFilename));
-  EXPECT_EQ(rChannel.iActiveCallID, 1);
-  EXPECT_EQ(rChannel.strRemoteNum, "");
-  EXPECT_EQ(rChannel.iClearInfos, 1);
+  OnHook();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Call stops", "3 Error in SsmStopRecMem: no such channel"));
+  EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
+  EXPECT_THAT(Orders(), IsEmpty());
+  EXPECT_EQ(OpenDescriptors(), iOpen);  // the card may still be writing
+  EXPECT_TRUE(FileExists(strFile));
+  EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
-TEST_F(BaseChannelStop, RefusedDriverStopClearsEvenWhenTheCallGoesOn) {
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(5);
+TEST_F(BaseChannelStop, RefusedDriverStopForgetsTheNumberEvenWhenTheCallGoesOn) {
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
+  CallerId("0301234");
+  OffHook();
   simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
-  bool fClearInfo = false;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_FALSE(fClearInfo);
-  EXPECT_EQ(rChannel.strRemoteNum, "");
+  Seconds(60);  // cuts the call
+  EXPECT_EQ(Active("remoteid"), "20240131_142445_007_02");
+  EXPECT_EQ(Active("remote"), "");
 }
 
 TEST_F(BaseChannelStop, MixEndsBeforeTheDriver) {
-  rChannel.iLinkedCh = LINKED_CH;
-  RecordSeconds(5);
-  bool fClearInfo = false;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_THAT(simcards::TakeCalls(), ElementsAre("SsmStopRecToMem(1)", "SsmStopRecToMem(0)"));
-  const Texts astrCalls = rRecorder.TakeCalls();
-  ASSERT_FALSE(astrCalls.empty());
-  EXPECT_EQ(astrCalls[0], "StopMixIn 1");
+  rLine.LinkWith(LINKED_CH);
+  (void)Talk(5);
+  OnHook();
+  EXPECT_THAT(Cards(), ElementsAre("SsmStopRecToMem(1)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"));
+  EXPECT_THAT(Orders(), ElementsAre("StopMixIn 1", "StoreOnDemand 1007 6000"));
 }
 
 TEST_F(BaseChannelStop, BothFilesAreClosed) {
   rRecorder.fMonitoring = true;
-  RecordSeconds(5);
-  ASSERT_NE(rChannel.hAudioFile, nullptr);
-  ASSERT_NE(rChannel.hRawFile, nullptr);
-  bool fClearInfo = false;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_EQ(rChannel.hAudioFile, nullptr);
-  EXPECT_EQ(rChannel.hRawFile, nullptr);
+  const int iBefore = OpenDescriptors();
+  OffHook();
+  ASSERT_EQ(OpenDescriptors(), iBefore + 2);
+  OnHook();
+  EXPECT_EQ(OpenDescriptors(), iBefore);
 }
 
 // -- stop: the rules of keeping -------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelStop, KeptRecordingMovesItsRowToTheCalls) {
-  rChannel.strRemoteNum = "0301234";
   rDatabase.fNoteReads = true;
-  RecordSeconds(12);
-  bool fClearInfo = true;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_FALSE(fClearInfo);
-  EXPECT_EQ(rChannel.iClearInfos, 1);
-  EXPECT_EQ(rChannel.strRemoteNum, "");
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording stopped (12 s)"));
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetActiveCallExtra 1", "GetConfigInt RecMinDur", "GetOrCreateLineContact 7 ''",
-                          "GetOrCreateCallerIDContact 0301234 remote ''", "GetConfigInt RecNotOutg",
-                          "GetOrCreateLineContact 7 ''", "GetOrCreateCallerIDContact 0301234 remote ''",
-                          "GetActiveCallCarryOver 1", "DeleteActiveCall 1", "Add Calls 2"));
-  EXPECT_EQ(rChannel.iActiveCallID, -1);
-  EXPECT_EQ(rDatabase.rTables["Calls"][2]["duration"], "12");
-  EXPECT_EQ(rDatabase.rTables["Calls"][2]["isarchived"], "1");
-  struct stat rStat {};
-  ASSERT_EQ(stat(rChannel.strFullFilename.c_str(), &rStat), 0);
-  EXPECT_EQ(rStat.st_mode & 07777, 0777u);
+  CallerId("0301234");
+  const std::string strFile = Talk(12);
+  OnHook();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Call stops", "5 [7] Recording stopped (12 s)"));
+  EXPECT_THAT(Queries(), ElementsAre("GetActiveCallExtra 1", "GetConfigInt RecMinDur", "GetOrCreateLineContact 7 ''",
+                                     "GetOrCreateCallerIDContact 0301234 remote ''", "GetConfigInt RecNotOutg",
+                                     "GetOrCreateLineContact 7 ''", "GetOrCreateCallerIDContact 0301234 remote ''",
+                                     "GetActiveCallCarryOver 1", "DeleteActiveCall 1", "Add Calls 2"));
+  EXPECT_EQ(Kept("duration"), "12");
+  EXPECT_EQ(Kept("isarchived"), "1");
+  EXPECT_EQ(ModeOf(strFile), 0777u);
+  EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
 TEST_F(BaseChannelStop, CallThatGoesOnKeepsItsInformation) {
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(12);
-  bool fClearInfo = false;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_FALSE(fClearInfo);
-  EXPECT_EQ(rChannel.iClearInfos, 0);
-  EXPECT_EQ(rChannel.strRemoteNum, "0301234");
+  InitLines({{"RecOnDmd", "1"}});
+  CallerId("0301234");
+  OffHook();
+  for (const bool fStart : {true, false}) {
+    (void)rLine.RecOnDmdAct(fStart);
+    EXPECT_EQ(Active("remote"), "0301234");
+  }
   EXPECT_EQ(KeptRows(), 1u);
 }
 
 TEST_F(BaseChannelStop, RecordingWithoutARowStaysWhereItIs) {
-  RecordSeconds(5);
-  rChannel.iActiveCallID = -1;
-  bool fClearInfo = true;
-  rChannel.StopRecording(fClearInfo);
-  EXPECT_FALSE(fClearInfo);
-  EXPECT_EQ(rChannel.iClearInfos, 1);
+  rDatabase.fDown = true;
+  CallerId("0301234");
+  const std::string strFile = Talk(5);
+  rDatabase.fDown = false;
+  OnHook();
   EXPECT_EQ(KeptRows(), 0u);
-  struct stat rStat {};
-  ASSERT_EQ(stat(rChannel.strFullFilename.c_str(), &rStat), 0);
-  EXPECT_EQ(rStat.st_mode & 07777, 0777u);
+  EXPECT_EQ(ModeOf(strFile), 0777u);
+  EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
 // One recording of 10 seconds, and what becomes of it.
@@ -134,29 +139,30 @@ struct KeepRow {
   Texts astrLog;  // behind "Recording stopped"
 };
 
-class BaseChannelKeep : public LineBench {
+class BaseChannelKeep : public BaseChannelStop {
  protected:
-  // The line's own numbers: a known local party "22", a known outside party "0301234", a stranger "0305678".
-  void SetUp() override {
-    LineBench::SetUp();
+  // A known local party "22", a known outside party "0301234", a stranger "0305678".
+  BaseChannelKeep() {
     rDatabase.rNumbers["22"] = MakeContact(52, 62, true);
     rDatabase.rNumbers["0301234"] = MakeContact(51, 61, false);
   }
   void Check(const KeepRow& rRow) {
     SCOPED_TRACE(rRow.acLabel);
     rDatabase.rParts["o"] = rRow.rConfig;
-    rChannel.fIncoming = rRow.fIncoming;
-    rChannel.strRemoteNum = rRow.acRemote;
-    RecordSeconds(10);
+    if (rRow.fIncoming) Ring();
+    if (*rRow.acRemote != '\0') CallerId(rRow.acRemote);
+    const std::string strFile = Talk(10);
     const std::size_t iKeptBefore = KeptRows();
-    rChannel.FinalizeRecording(/*fClearInfo=*/false);
-    Texts astrLog = {"5 [7] Recording stopped (10 s)"};
-    astrLog.insert(astrLog.end(), rRow.astrLog.begin(), rRow.astrLog.end());
-    EXPECT_EQ(logsink::TakeTexts(), astrLog);
-    EXPECT_EQ(file_exists(rChannel.strFullFilename), rRow.fKept);
+    OnHook();
+    CheckLog(rRow.astrLog);
+    EXPECT_EQ(FileExists(strFile), rRow.fKept);
     EXPECT_EQ(KeptRows() - iKeptBefore, rRow.fKept ? 1u : 0u);
     EXPECT_EQ(ActiveRows(), 0u);
-    EXPECT_EQ(rChannel.iActiveCallID, -1);
+  }
+  static void CheckLog(const Texts& astrRest) {
+    Texts astrLog = {"5 [7] Call stops", "5 [7] Recording stopped (10 s)"};
+    astrLog.insert(astrLog.end(), astrRest.begin(), astrRest.end());
+    EXPECT_EQ(Log(), astrLog);
   }
 };
 
@@ -219,12 +225,12 @@ TEST_F(BaseChannelKeep, OnlyTheOptionOfTheKindOfCallIsRead) {
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.fCardNotInternal = rRow.fCardNotInternal;
-    rChannel.fIncoming = rRow.fIncoming;
-    rChannel.strRemoteNum = rRow.acRemote;
-    RecordSeconds(10);
-    rChannel.FinalizeRecording(/*fClearInfo=*/false);
+    if (rRow.fIncoming) Ring();
+    if (*rRow.acRemote != '\0') CallerId(rRow.acRemote);
+    (void)Talk(10);
+    OnHook();
     std::string strRead;
-    for (const std::string& strCall : rDatabase.TakeCalls()) {
+    for (const std::string& strCall : Queries()) {
       if (strCall.rfind("GetConfigInt ", 0) == 0) strRead += (strRead.empty() ? "" : ",") + strCall;
     }
     EXPECT_EQ(strRead, std::string("GetConfigInt RecMinDur,") + rRow.acRead);
@@ -256,42 +262,46 @@ TEST_F(BaseChannelKeep, MarkedCallIsKept) {
   };
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rDatabase.rExtra.clear();
-    RecordSeconds(10);
-    rDatabase.rExtra[rChannel.iActiveCallID]["to-keep"] = rRow.acMark;
-    rChannel.FinalizeRecording(/*fClearInfo=*/false);
-    EXPECT_EQ(logsink::TakeTexts(),
-              (Texts{"5 [7] Recording stopped (10 s)",
-                     rRow.fKept ? "5 [7] Store on demand: keeping" : "5 [7] Store on demand: not keeping"}));
-    EXPECT_EQ(file_exists(rChannel.strFullFilename), rRow.fKept);
+    const std::string strFile = Talk(10);
+    Marks()["to-keep"] = rRow.acMark;
+    OnHook();
+    CheckLog({rRow.fKept ? "5 [7] Store on demand: keeping" : "5 [7] Store on demand: not keeping"});
+    EXPECT_EQ(FileExists(strFile), rRow.fKept);
   }
 }
 
 TEST_F(BaseChannelKeep, MarkedCallStillMeetsTheOtherRules) {
   rRecorder.fStoreOnDemandAnswer = true;
   SetConfig("RecNotInc", "1");
-  rChannel.fIncoming = true;
-  RecordSeconds(10);
-  rDatabase.rExtra[rChannel.iActiveCallID]["to-keep"] = "1";
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording stopped (10 s)", "5 [7] Store on demand: keeping",
-                                                "5 [7] Incoming call: not keeping"));
-  EXPECT_FALSE(file_exists(rChannel.strFullFilename));
+  Ring();
+  const std::string strFile = Talk(10);
+  Marks()["to-keep"] = "1";
+  OnHook();
+  CheckLog({"5 [7] Store on demand: keeping", "5 [7] Incoming call: not keeping"});
+  EXPECT_FALSE(FileExists(strFile));
+}
+
+TEST_F(BaseChannelKeep, MarkIsReadOnlyWhenStoreOnDemandHolds) {
+  (void)Talk(10);
+  Marks()["to-keep"] = "1";
+  OnHook();
+  CheckLog({});
 }
 
 TEST_F(BaseChannelKeep, DelayedDecisionFinishesTheFileAndKeepsTheRowActive) {
   rRecorder.fStoreOnDemandAnswer = true;
   rRecorder.fStoreOnDemandDelay = 1;
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(10);
-  const int iRow = rChannel.iActiveCallID;
-  rChannel.FinalizeRecording(/*fClearInfo=*/true);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording stopped (10 s)", "5 [7] Store on demand: delay"));
-  EXPECT_TRUE(file_exists(rChannel.strFullFilename));
+  CallerId("0301234");
+  const std::string strFile = Talk(10);
+  OnHook();
+  CheckLog({"5 [7] Store on demand: delay"});
+  EXPECT_TRUE(FileExists(strFile));
   EXPECT_EQ(KeptRows(), 0u);
   ASSERT_EQ(ActiveRows(), 1u);
-  EXPECT_EQ(rDatabase.rTables["ActiveCalls"][iRow]["processingstate"], "128");
-  EXPECT_EQ(rChannel.iActiveCallID, -1);
+  EXPECT_EQ(Active("processingstate"), "128");
+  EXPECT_EQ(Active("duration"), "10");
+  OffHook();  // the line has let go of that row
+  EXPECT_EQ(ActiveRows(), 2u);
 }
 
 TEST_F(BaseChannelKeep, DelayedDecisionStillMeetsTheOtherRules) {
@@ -305,85 +315,94 @@ TEST_F(BaseChannelKeep, DelayedDecisionStillMeetsTheOtherRules) {
          {"5 [7] Store on demand: delay", "5 [7] Incoming call: not keeping"}});
 }
 
-TEST_F(BaseChannelKeep, MarkIsReadOnlyWhenStoreOnDemandHolds) {
-  RecordSeconds(10);
-  rDatabase.rExtra[rChannel.iActiveCallID]["to-keep"] = "1";
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording stopped (10 s)"));
-}
-
 TEST_F(BaseChannelKeep, StoreOnDemandIsAskedForBothParties) {
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(10);
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_THAT(rRecorder.TakeCalls(), ElementsAre("StoreOnDemand 1007 61"));
+  CallerId("0301234");
+  (void)Talk(10);
+  OnHook();
+  EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 1007 61"));
 
-  rChannel.strLocalNum = "22";
-  rChannel.fUseLocalNum = true;
-  RecordSeconds(10);
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_THAT(rRecorder.TakeCalls(), ElementsAre("StoreOnDemand 62 61"));
+  (void)rLine.ChangeLocalNum("22");
+  CallerId("0301234");
+  (void)Talk(10);
+  OnHook();
+  EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 62 61"));
 }
 
 TEST_F(BaseChannelKeep, ContactsAreAskedInUtf8AndMasked) {
   rRecorder.iMaskLastRemoteDigits = 1;
   rRecorder.fStoreOnDemandAnswer = true;  // refuses, so that no call row asks for the contacts again
-  rChannel.strRemoteNum =
+  (void)rLine.ChangeLocalNum("Zo\xeb");
+  CallerId(
       "Andr\xe9"
-      "5";
-  rChannel.strLocalNum = "Zo\xeb";
-  rChannel.fUseLocalNum = true;
-  RecordSeconds(10);
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetOrCreateCallerIDContact Zo\xc3\xab local ''",
-                          "GetOrCreateCallerIDContact Andr\xc3\xa9X remote ''", "DeleteActiveCall 1"));
+      "5");
+  (void)Talk(10);
+  OnHook();
+  EXPECT_THAT(Queries(), ElementsAre("GetOrCreateCallerIDContact Zo\xc3\xab local ''",
+                                     "GetOrCreateCallerIDContact Andr\xc3\xa9X remote ''", "DeleteActiveCall 1"));
 }
 
 TEST_F(BaseChannelKeep, CustomIdentityIsTheLocalParty) {
   CallerIdContact& rCustom = rDatabase.rCustomLocals[1007];
   rCustom.fFound = true;
   rCustom.strText = "22";
-  rCustom.iUpdateTime = time(nullptr);
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(10);
-  rChannel.FinalizeRecording(/*fClearInfo=*/false);
-  EXPECT_THAT(rRecorder.TakeCalls(), ElementsAre("StoreOnDemand 62 61"));
+  rCustom.iUpdateTime = CALL_START;
+  CallerId("0301234");
+  (void)Talk(10);
+  OnHook();
+  EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 62 61"));
 }
 
 TEST_F(BaseChannelKeep, TooShortRecordingKeepsTheNumbers) {
   SetConfig("RecMinDur", "11");
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(10);
-  rChannel.FinalizeRecording(/*fClearInfo=*/true);
-  EXPECT_EQ(rChannel.strRemoteNum, "0301234");
-  EXPECT_EQ(rChannel.iClearInfos, 0);
-  EXPECT_FALSE(file_exists(rChannel.strFullFilename));
-  EXPECT_EQ(ActiveRows(), 0u);
-  EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("DeleteActiveCall 1"));
+  CallerId("0301234");
+  const std::string strFile = Talk(10);
+  OnHook();
+  EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
+  EXPECT_FALSE(FileExists(strFile));
+  EXPECT_EQ(RemoteOfTheNextCall(), "0301234");
 }
 
 TEST_F(BaseChannelKeep, TooShortIsToldEvenForACallThatIsDroppedAnyway) {
   SetConfig("RecMinDur", "11");
-  RecordSeconds(10);
-  rChannel.fDontRecord = true;
-  rChannel.FinalizeRecording(/*fClearInfo=*/true);
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Recording stopped (10 s)", "5 [7] Duration too short (10 < 11)"));
+  rRecorder.iNumberFilterType = 2;
+  rRecorder.astrNumberFilters = {"0301234"};
+  (void)Talk(10);
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Not recording because in number filter",
+                                 "5 [7] Recording stopped (10 s)", "5 [7] Duration too short (10 < 11)"));
 }
 
-TEST_F(BaseChannelKeep, BarredCallOrPartIsDroppedWithoutAskingForContacts) {
-  for (bool BaseChannel::*fFlag : {&BaseChannel::fDontRecord, &BaseChannel::fDontKeepThisPart}) {
-    RecordSeconds(10);
-    rChannel.*fFlag = true;
-    const std::string strRow = ToStdString(rChannel.iActiveCallID);
-    rChannel.FinalizeRecording(/*fClearInfo=*/true);
-    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Recording stopped (10 s)"));
-    EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("DeleteActiveCall " + strRow));
-    EXPECT_THAT(rRecorder.TakeCalls(), IsEmpty());
-    EXPECT_FALSE(file_exists(rChannel.strFullFilename));
-    EXPECT_FALSE(rChannel.*fFlag);
-  }
+TEST_F(BaseChannelKeep, BarredCallIsDroppedWithoutAskingForContacts) {
+  rRecorder.iNumberFilterType = 2;
+  rRecorder.astrNumberFilters = {"0301234"};
+  const std::string strFile = Talk(10);
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Not recording because in number filter",
+                                 "5 [7] Recording stopped (10 s)"));
+  EXPECT_THAT(Queries(), ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 1 51 61 0301234",
+                                     "DeleteActiveCall 1"));
+  EXPECT_THAT(Orders(), IsEmpty());
+  EXPECT_FALSE(FileExists(strFile));
+  CallerId("0305678");  // bars the call whatever comes
+  OnHook();
+  EXPECT_EQ(KeptRows(), 0u);
+  EXPECT_NE(Talk(10), "(none)");  // and no other call
+}
+
+TEST_F(BaseChannelKeep, BarredPartIsDroppedWithoutAskingForContacts) {
+  rRecorder.iNumberFilterType = 2;
+  rRecorder.astrNumberFilters = {"22"};
+  const std::string strFile = Talk(10);
+  (void)rLine.ChangeLocalNum("22");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Local Number Changed: 22.", "5 [7] Not recording because in number filter",
+                                 "5 [7] Recording stopped (10 s)", "5 [7] Not recording because in number filter"));
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetCallerIDContact 22", "UpdateActiveCallLocalContact 1 52 62 22", "DeleteActiveCall 1"));
+  EXPECT_THAT(Orders(), IsEmpty());
+  EXPECT_FALSE(FileExists(strFile));
+  (void)rLine.ChangeLocalNum("23");  // another part of the same call, which is kept
+  OnHook();
+  EXPECT_EQ(Kept("local"), "23");
 }
 
 // -- what the finishing is told -------------------------------------------------------------------------------------
@@ -391,32 +410,22 @@ TEST_F(BaseChannelKeep, BarredCallOrPartIsDroppedWithoutAskingForContacts) {
 // Stand-ins for the appliance's tools, which write their arguments down.
 class BaseChannelFinish : public BaseChannelKeep {
  protected:
-  void SetUp() override {
-    BaseChannelKeep::SetUp();
-    strPath = getenv("PATH");
+  BaseChannelFinish() {
     EnsurePath("/tmp/tools");
     for (const char* acTool : {"sox", "morvex_reccheck", "morvex_crypt", "sha1sum"}) {
       const std::string strFile = std::string("/tmp/tools/") + acTool;
-      std::ofstream(strFile) << "#!/bin/sh\necho " << acTool << " \"$@\" >> /tmp/tools/log\necho 1234 x\n";
-      ASSERT_EQ(chmod(strFile.c_str(), 0755), 0);
+      WriteTestFile(strFile, std::string("#!/bin/sh\necho ") + acTool + " \"$@\" >> /tmp/tools/log\necho 1234 x\n");
+      EXPECT_EQ(chmod(strFile.c_str(), 0755), 0);
     }
     setenv("PATH", ("/tmp/tools:" + strPath).c_str(), 1);
   }
-  void TearDown() override {
+  ~BaseChannelFinish() override {
     setenv("PATH", strPath.c_str(), 1);
     (void)remove("/tmp/tools/log");
   }
-  static std::string ToolLog() {
-    std::stringstream rText;
-    rText << std::ifstream("/tmp/tools/log").rdbuf();
-    return rText.str();
-  }
-  std::string strPath;
-};
+  static std::string ToolLog() { return ReadTestFile("/tmp/tools/log"); }
 
-class StereoChannel : public BenchLine {
- public:
-  bool CanStereo() override { return true; }
+  const std::string strPath = getenv("PATH");
 };
 
 TEST_F(BaseChannelFinish, ActionCarriesFilesLengthAndChecksumType) {
@@ -427,44 +436,45 @@ TEST_F(BaseChannelFinish, ActionCarriesFilesLengthAndChecksumType) {
   rRecorder.strRecordingRoot = "/tmp/area";
   rRecorder.strArchiveRoot = "/recordings";
   rRecorder.strCheckSumType = "sha1";
-  StereoChannel rStereo;
-  rStereo.Init(LINE, 0, 0, &rRecorder, DRIVER_CH);
-  rStereo.TryStartRecording();
-  PassSeconds(10);
-  rStereo.FinalizeRecording(/*fClearInfo=*/true);
+  rLine.fStereoLine = true;
+  (void)Talk(10);
+  OnHook();
   const std::string strFile = "2024/01/31/14/20240131_142345_007_01.mp3";
   EXPECT_EQ(ToolLog(), "sox /tmp/area/" + strFile + ".g711 -C 32.4 /tmp/area/" + strFile + "\n" +
                            "morvex_reccheck /tmp/area/" + strFile + " 10\n" + "morvex_crypt -e -i /tmp/area/" +
                            strFile + " -o /recordings/" + strFile + "\n" + "sha1sum -b /recordings/" + strFile + "\n");
-  ASSERT_EQ(KeptRows(), 1u);
-  StdStringMap& rRow = rDatabase.rTables["Calls"].begin()->second;
-  EXPECT_EQ(rRow["encoding"], "801");
-  EXPECT_EQ(rRow["flags"], "16");
-  EXPECT_EQ(StringToArray(rRow["callextra"]), (StdStringMap{{"chk", "1234"}, {"chktype", "sha1"}}));
+  EXPECT_EQ(Kept("encoding"), "801");
+  EXPECT_EQ(Kept("flags"), "16");
+  EXPECT_EQ(StringToArray(Kept("callextra")), (StdStringMap{{"chk", "1234"}, {"chktype", "sha1"}}));
 }
 
 TEST_F(BaseChannelFinish, MonoRecordingIsConvertedAsMono) {
   rRecorder.eRecEnc = RECENC_MP3;
-  RecordSeconds(10);
-  rChannel.FinalizeRecording(/*fClearInfo=*/true);
+  (void)Talk(10);
+  OnHook();
   EXPECT_THAT(ToolLog(), HasSubstr(" -C 16.4 "));
 }
 
-TEST_F(BaseChannelFinish, MailGoesToTheLocalParty) {
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(10);
-  rChannel.fToEmail = true;
-  rChannel.FinalizeRecording(/*fClearInfo=*/true);
-  EXPECT_THAT(rRecorder.TakeCalls(), ElementsAre("StoreOnDemand 1007 61", "EmailRecording 2 1007"));
-  EXPECT_FALSE(rChannel.fToEmail);
+TEST_F(BaseChannelFinish, MailGoesToTheLocalPartyOfTheCallThatWantsIt) {
+  rRecorder.strDTMF[1] = "*1";
+  rRecorder.strDTMFact[1] = "email";
+  CallerId("0301234");
+  (void)Talk(5);
+  Press("*1");
+  OnHook();
+  EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 1007 61", "EmailRecording 2 1007"));
+  CallerId("0301234");
+  (void)Talk(5);
+  OnHook();
+  EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 1007 61"));
 }
 
 TEST_F(BaseChannelFinish, RowHasTheNumbersAtTheMomentOfTheStop) {
-  rChannel.strRemoteNum = "0301234";
-  RecordSeconds(10);
-  rChannel.strRemoteNum = "0305678";
-  rChannel.FinalizeRecording(/*fClearInfo=*/true);
-  EXPECT_EQ(rDatabase.rTables["Calls"][2]["remote"], "0305678");
+  CallerId("0301234");
+  (void)Talk(10);
+  CallerId("0305678");
+  OnHook();
+  EXPECT_EQ(Kept("remote"), "0305678");
 }
 
 }  // namespace
