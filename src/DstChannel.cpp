@@ -33,9 +33,6 @@ constexpr int SHORT_AUDIO_BURST_S = 2;        // mute modes: audio up to this lo
 constexpr DWORD NEC_AUDIO_IGNORED = 8;        // audio change that NEC sends outside calls
 constexpr int DEBUG_TOGGLE_CHANCE = 15;       // soak test: one second in so many toggles the call
 
-constexpr DWORD LOW_BYTE = 0xFF;
-constexpr DWORD LOW_WORD = 0xFFFF;
-
 constexpr int PHONE_TYPE_TENOVIS = 1;  // setting "PhoneType" on an "Avaya Mer..." PBX
 
 }  // namespace
@@ -47,50 +44,50 @@ void CopyEventText(const SSM_EVENT& rEvent, char* acTo, std::size_t iMax) {
 }
 
 const DST_Channel::DMsgRow DST_Channel::rDMsgRows[] = {
-    {DMSG_OFF_HOOK, &DST_Channel::OnOffHook, LOW_WORD},
-    {DMSG_ON_HOOK, &DST_Channel::OnOnHook, LOW_WORD},
-    {DMSG_BRI_PROGRESS, &DST_Channel::OnBriProgress, LOW_WORD},
-    {DMSG_BRI_ALERTING, &DST_Channel::OnBriAlerting, LOW_WORD},
-    {DMSG_BRI_CONNECTED, &DST_Channel::OnBriConnected, LOW_WORD},
-    {DMSG_BRI_RELEASED, &DST_Channel::OnBriReleased, LOW_WORD},
-    {DMSG_BRI_ABANDONED, &DST_Channel::OnBriCancelled, LOW_WORD},
-    {DMSG_BRI_REJECTED, &DST_Channel::OnBriCancelled, LOW_WORD},
+    {DMSG_OFF_HOOK, &DST_Channel::OnOffHook},
+    {DMSG_ON_HOOK, &DST_Channel::OnOnHook},
+    {DMSG_BRI_PROGRESS, &DST_Channel::OnBriProgress},
+    {DMSG_BRI_ALERTING, &DST_Channel::OnBriAlerting},
+    {DMSG_BRI_CONNECTED, &DST_Channel::OnBriConnected},
+    {DMSG_BRI_RELEASED, &DST_Channel::OnBriReleased},
+    {DMSG_BRI_ABANDONED, &DST_Channel::OnBriCancelled},
+    {DMSG_BRI_REJECTED, &DST_Channel::OnBriCancelled},
     // Lamps and keys without a meaning of their own: only the board conditions look at them.
-    {DMSG_UNNAMED_1001, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_1002, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_1003, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_100B, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_100F, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_1025, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_1028, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_102A, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_UNNAMED_1033, &DST_Channel::OnNothing, LOW_WORD},
-    {DMSG_KEY_DIGIT, &DST_Channel::OnKeyDigit, LOW_BYTE},
-    {DMSG_DISPLAY, &DST_Channel::OnDisplay, LOW_WORD},
-    {DMSG_FUNCTION_BUTTON, &DST_Channel::OnFunctionButton, LOW_BYTE},
-    {DMSG_RELEASE_BUTTON, &DST_Channel::OnReleaseButton, LOW_WORD},
-    {DMSG_FEATURE_BUTTON, &DST_Channel::OnFeatureButton, LOW_WORD},
-    {DMSG_SOFT_BUTTON, &DST_Channel::OnSoftButton, LOW_BYTE},
-    {DMSG_RING_ON, &DST_Channel::OnRingOn, LOW_WORD},
-    {DMSG_RING_ON_10BA, &DST_Channel::OnRingOn, LOW_WORD},
-    {DMSG_RING_ON_10BB, &DST_Channel::OnRingOn, LOW_WORD},
-    {DMSG_RING_ON_10BC, &DST_Channel::OnRingOn, LOW_WORD},
-    {DMSG_RING_ON_1307, &DST_Channel::OnRingOn, LOW_WORD},
-    {DMSG_RING_OFF, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_10B8, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_1304, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_1306, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_1308, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_1309, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_130A, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_130B, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_RING_OFF_130C, &DST_Channel::OnRingOff, LOW_WORD},
-    {DMSG_LINE_BUTTON, &DST_Channel::OnLineButton, LOW_WORD},
-    {DMSG_AUDIO_CHANGE, &DST_Channel::OnAudioChange, LOW_WORD},
-    {DMSG_MUTE_LIGHT_OFF, &DST_Channel::OnMuteLightOff, LOW_WORD},
-    {DMSG_MUTE_LIGHT_ON, &DST_Channel::OnMuteLightOn, LOW_WORD},
-    {DMSG_MUTE_LIGHT_BLINK, &DST_Channel::OnMuteLightOn, LOW_WORD},
-    {DMSG_CHANGE_LOCAL, &DST_Channel::OnChangeLocal, LOW_WORD},
+    {DMSG_UNNAMED_1001, nullptr},
+    {DMSG_UNNAMED_1002, nullptr},
+    {DMSG_UNNAMED_1003, nullptr},
+    {DMSG_UNNAMED_100B, nullptr},
+    {DMSG_UNNAMED_100F, nullptr},
+    {DMSG_UNNAMED_1025, nullptr},
+    {DMSG_UNNAMED_1028, nullptr},
+    {DMSG_UNNAMED_102A, nullptr},
+    {DMSG_UNNAMED_1033, nullptr},
+    {DMSG_KEY_DIGIT, &DST_Channel::OnKeyDigit, &LowByte},
+    {DMSG_DISPLAY, &DST_Channel::OnDisplay},
+    {DMSG_FUNCTION_BUTTON, &DST_Channel::OnFunctionButton, &LowByte},
+    {DMSG_RELEASE_BUTTON, &DST_Channel::OnReleaseButton},
+    {DMSG_FEATURE_BUTTON, &DST_Channel::OnFeatureButton},
+    {DMSG_SOFT_BUTTON, &DST_Channel::OnSoftButton, &LowByte},
+    {DMSG_RING_ON, &DST_Channel::OnRingOn},
+    {DMSG_RING_ON_10BA, &DST_Channel::OnRingOn},
+    {DMSG_RING_ON_10BB, &DST_Channel::OnRingOn},
+    {DMSG_RING_ON_10BC, &DST_Channel::OnRingOn},
+    {DMSG_RING_ON_1307, &DST_Channel::OnRingOn},
+    {DMSG_RING_OFF, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_10B8, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_1304, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_1306, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_1308, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_1309, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_130A, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_130B, &DST_Channel::OnRingOff},
+    {DMSG_RING_OFF_130C, &DST_Channel::OnRingOff},
+    {DMSG_LINE_BUTTON, &DST_Channel::OnLineButton},
+    {DMSG_AUDIO_CHANGE, &DST_Channel::OnAudioChange},
+    {DMSG_MUTE_LIGHT_OFF, &DST_Channel::OnMuteLightOff},
+    {DMSG_MUTE_LIGHT_ON, &DST_Channel::OnMuteLightOn},
+    {DMSG_MUTE_LIGHT_BLINK, &DST_Channel::OnMuteLightOn},
+    {DMSG_CHANGE_LOCAL, &DST_Channel::OnChangeLocal},
 };
 
 DST_Channel::DST_Channel() {
@@ -253,7 +250,7 @@ void DST_Channel::HandleEvent(SSM_EVENT* prEvent) {
       OnDtmf(static_cast<char>(LowByte(prEvent->dwParam)));
       break;
     case E_CHG_ChState:
-      OnChState(static_cast<int>(prEvent->dwParam & LOW_WORD));
+      OnChState(static_cast<int>(LowWord(prEvent->dwParam)));
       break;
     case E_SYS_BargeIn:
       OnBargeIn(/*fSound=*/prEvent->dwParam == 1);
@@ -312,12 +309,12 @@ void DST_Channel::OnBargeIn(bool fSound) {
 }
 
 void DST_Channel::OnDChannel(const SSM_EVENT& rEvent) {
-  static constexpr DMsgRow rOther = {0, &DST_Channel::OnOther, LOW_WORD};
+  static constexpr DMsgRow rOther = {0, &DST_Channel::OnOther};
   const DMsgRow* prRow = std::find_if(std::begin(rDMsgRows), std::end(rDMsgRows),
                                       [&](const DMsgRow& rRow) { return rRow.dwCode == rEvent.dwParam; });
   if (prRow == std::end(rDMsgRows)) prRow = &rOther;
-  (this->*prRow->On)(rEvent);
-  CheckConditions(rEvent.dwParam, rEvent.dwSubReason & prRow->dwFilter);
+  if (prRow->On != nullptr) (this->*prRow->On)(rEvent);
+  CheckConditions(rEvent.dwParam, prRow->Filter(rEvent.dwSubReason));
 }
 
 // A site teaches the recorder new signals of its PBX by these conditions. A stop condition outside a call falls through
@@ -343,8 +340,6 @@ void DST_Channel::CheckConditions(DWORD dwCode, DWORD dwValue) {
 }
 
 // -- D-channel messages ---------------------------------------------------------------------------------------------
-
-void DST_Channel::OnNothing(const SSM_EVENT& /*rEvent*/) {}
 
 void DST_Channel::OnOther(const SSM_EVENT& rEvent) {
   lg(LOG_NOTICE, "[%d] Other D-channel event %x.%x", iChannel, rEvent.dwParam, rEvent.dwSubReason);

@@ -180,11 +180,12 @@ class DST_Channel : public BaseChannel {
   std::vector<JudgedNumber>* pvJudgedNums = nullptr;  // takes each number on a display; not owned, null in the daemon
 
  private:
-  // One row a D-channel message: its handler and the bits of dwSubReason that the board conditions compare.
+  // One row a D-channel message: its handler, none when the message tells nothing by itself, and the part of
+  // dwSubReason that the board conditions compare.
   struct DMsgRow {
     DWORD dwCode;
     void (DST_Channel::*On)(const SSM_EVENT& rEvent);
-    DWORD dwFilter;
+    DWORD (*Filter)(DWORD dw) = &LowWord;
   };
   static const DMsgRow rDMsgRows[];
 
@@ -203,7 +204,6 @@ class DST_Channel : public BaseChannel {
   void CheckConditions(DWORD dwCode, DWORD dwValue);
 
   // -- D-channel messages
-  void OnNothing(const SSM_EVENT& rEvent);
   void OnOther(const SSM_EVENT& rEvent);
   void OnOffHook(const SSM_EVENT& rEvent);
   void OnOnHook(const SSM_EVENT& rEvent);
