@@ -33,7 +33,46 @@ constexpr int SHORT_AUDIO_BURST_S = 2;        // mute modes: audio up to this lo
 constexpr DWORD NEC_AUDIO_IGNORED = 8;        // audio change that NEC sends outside calls
 constexpr int DEBUG_TOGGLE_CHANCE = 15;       // soak test: one second in so many toggles the call
 
-constexpr int PHONE_TYPE_TENOVIS = 1;  // setting "PhoneType" on an "Avaya Mer..." PBX
+// What the text of the board's PBX type begins with, or is as a whole.
+enum EPbxMatch { PBX_BEGINS, PBX_WHOLE };
+
+constexpr int PHONE_TYPE_ANY = -1;
+constexpr int PHONE_TYPE_TENOVIS = 1;  // of the setting "PhoneType"
+
+// Ways in which a PBX differs, besides what the code asks of its profile.
+enum EPbxSwitch : unsigned {
+  SWITCH_EQUAL_LENGTH = 1,     // fAllowEqualRemoteLenChange
+  SWITCH_NOT_LATE = 2,         // no fLateChange
+  SWITCH_SEVERAL_NUMBERS = 4,  // fCheckForMultipleTelNum
+  SWITCH_PRESSED_DIGITS = 8,   // fUsePressedDigitsForRemote
+  SWITCH_LOCAL_NUM = 16,       // fUseLocalNum
+};
+
+// One row a PBX; no text fits two of them. Some have rules but no profile of their own.
+struct PbxRow {
+  EPbxMatch eMatch;
+  const char* acType;
+  EPbxType ePbxType;
+  unsigned uiSwitches = 0;
+  int iPhoneType = PHONE_TYPE_ANY;
+
+  bool Fits(const std::string& strType, int iType) const {
+    if (iPhoneType != PHONE_TYPE_ANY && iType != iPhoneType) return false;
+    return eMatch == PBX_WHOLE ? strType == acType : beginsWith(strType, acType);
+  }
+  bool Has(EPbxSwitch eSwitch) const { return (uiSwitches & eSwitch) != 0; }
+};
+constexpr PbxRow PBX_ROWS[] = {
+    {PBX_BEGINS, "Siemens", PBX_SIEMENS, SWITCH_EQUAL_LENGTH},
+    {PBX_BEGINS, "Ericsson", PBX_UNDEF, SWITCH_EQUAL_LENGTH | SWITCH_NOT_LATE | SWITCH_SEVERAL_NUMBERS},
+    {PBX_WHOLE, "Belgacom", PBX_BELGACOM},
+    {PBX_BEGINS, "Alcatel", PBX_ALCATEL},
+    {PBX_WHOLE, "Aastra 5000", PBX_A5000},
+    {PBX_BEGINS, "Avaya Mer", PBX_TENOVIS, 0, PHONE_TYPE_TENOVIS},
+    {PBX_WHOLE, "PANASONIC", PBX_PANASONIC},
+    {PBX_WHOLE, "NEC", PBX_NEC, SWITCH_PRESSED_DIGITS},
+    {PBX_BEGINS, "ISDN", PBX_UNDEF, SWITCH_LOCAL_NUM},
+};
 
 }  // namespace
 
@@ -100,7 +139,6 @@ void DST_Channel::Init(int iChannel_, int iBoardListIx_, int iBoardCh_, ICRecord
   BaseChannel::Init(iChannel_, iBoardListIx_, iBoardCh_, prRecorder_, iDrvCh_);
   strPbxType = prRecorder->GetBoardPbxType(iBoardListIx);
   fRingsUntilPickup = false;
-  fUseLocalNum = beginsWith(strPbxType, "ISDN");
 
   const auto BoardInt = [this](const char* acParam) { return prRecorder->GetBoardParamInt(iBoardListIx, acParam); };
   fUseAudioDetection = BoardInt("AudioDetect") != 0;
@@ -125,30 +163,20 @@ void DST_Channel::Init(int iChannel_, int iBoardListIx_, int iBoardCh_, ICRecord
   strLocalName = prDatabase->GetContactName(static_cast<int>(rLineContact.iContactID));
 }
 
-// The profile follows from the PBX type text of the board; "Ericsson" has rules but no profile of its own.
 void DST_Channel::ChooseProfile(int iPhoneType) {
-  if (beginsWith(strPbxType, "Siemens")) {
-    iPbxType = PBX_SIEMENS;
-    fAllowEqualRemoteLenChange = true;
-  }
-  if (beginsWith(strPbxType, "Ericsson")) {
-    fCheckForMultipleTelNum = true;
-    fAllowEqualRemoteLenChange = true;
-    fLateChange = false;
-  }
-  if (strPbxType == "Belgacom") iPbxType = PBX_BELGACOM;
-  if (beginsWith(strPbxType, "Alcatel")) iPbxType = PBX_ALCATEL;
-  if (strPbxType == "Aastra 5000") iPbxType = PBX_A5000;
-  if (iPhoneType == PHONE_TYPE_TENOVIS && beginsWith(strPbxType, "Avaya Mer")) iPbxType = PBX_TENOVIS;
-  if (strPbxType == "PANASONIC") iPbxType = PBX_PANASONIC;
-  if (strPbxType == "NEC") {
-    fUsePressedDigitsForRemote = true;
-    iPbxType = PBX_NEC;
-  }
+  const PbxRow* prRow = std::find_if(std::begin(PBX_ROWS), std::end(PBX_ROWS),
+                                     [&](const PbxRow& rRow) { return rRow.Fits(strPbxType, iPhoneType); });
+  if (prRow == std::end(PBX_ROWS)) return;
+  iPbxType = prRow->ePbxType;
+  fAllowEqualRemoteLenChange = prRow->Has(SWITCH_EQUAL_LENGTH);
+  fLateChange = !prRow->Has(SWITCH_NOT_LATE);
+  fCheckForMultipleTelNum = prRow->Has(SWITCH_SEVERAL_NUMBERS);
+  fUsePressedDigitsForRemote = prRow->Has(SWITCH_PRESSED_DIGITS);
+  fUseLocalNum = prRow->Has(SWITCH_LOCAL_NUM);
 }
 
 bool DST_Channel::KeepsLocalNum() const {
-  return beginsWith(strPbxType, "Alcatel") || InMuteMode();
+  return iPbxType == PBX_ALCATEL || InMuteMode();
 }
 
 void DST_Channel::ReadCachedLocalNum() {
