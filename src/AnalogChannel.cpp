@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr DWORD BARGE_IN_SOUND = 1;  // of E_SYS_BargeIn: sound begins; anything else: it ends
-
 // A caller id of the R2 form: six characters of the remote party, one between, six of the local party.
 constexpr std::size_t R2_PARTY_CHARS = 6;
 constexpr std::size_t R2_LOCAL_POS = 7;

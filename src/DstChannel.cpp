@@ -23,9 +23,11 @@
 
 namespace {
 
-constexpr int HOLD_SILENCE_TIME_OUT_S = 600;  // silence that ends a call on hold
-constexpr int NEW_RING_KEEPS_NUMBER_S = 3;    // a number younger than this belongs to the ring that starts
-constexpr int LOGIN_DIGITS_WITHIN_S = 46;     // login digits that expire later are none
+constexpr int HOLD_SILENCE_TIME_OUT_S = 600;    // silence that ends a call on hold
+constexpr int NEW_RING_KEEPS_NUMBER_S = 3;      // a number younger than this belongs to the ring that starts
+constexpr int LOGIN_DIGITS_WITHIN_S = 46;       // login digits that expire later are none
+constexpr std::size_t MIN_LOCAL_ID_DIGITS = 3;  // of a local id that is dialled at the login text
+constexpr std::size_t MAX_LOCAL_ID_DIGITS = 5;
 constexpr int LAST_ID_DIGIT_WITHIN_S = 5;     // the last digit of a local id follows its display within this time
 constexpr int AUDIO_NOTICE_PAUSE_S = 4;       // between two notices of voice outside a call
 constexpr int AUDIO_NOTICE_AFTER_CALL_S = 1;  // the tail of a call is no voice outside of it
@@ -135,8 +137,8 @@ DST_Channel::DST_Channel() {
 
 // -- set-up and overrides -------------------------------------------------------------------------------------------
 
-void DST_Channel::Init(int iChannel_, int iBoardListIx_, int iBoardCh_, ICRecorder* prRecorder_, int iDrvCh_) {
-  BaseChannel::Init(iChannel_, iBoardListIx_, iBoardCh_, prRecorder_, iDrvCh_);
+void DST_Channel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, ICRecorder* prOwner, int iDriverCh) {
+  BaseChannel::Init(iChannelNr, iBoardListIndex, iBoardChannel, prOwner, iDriverCh);
   strPbxType = prRecorder->GetBoardPbxType(iBoardListIx);
   fRingsUntilPickup = false;
 
@@ -220,7 +222,7 @@ void DST_Channel::WhenNewRing() {
 // Digits dialled at the login prompt are the telephone's own number.
 void DST_Channel::WhenDigitExpiring() {
   const bool isLogin = rLoginBusy != 0 && GetSrTime() - rLoginBusy < LOGIN_DIGITS_WITHIN_S;
-  if (isLogin && strDigits.size() >= 3 && strDigits.size() <= 5) {
+  if (isLogin && strDigits.size() >= MIN_LOCAL_ID_DIGITS && strDigits.size() <= MAX_LOCAL_ID_DIGITS) {
     strLocalNum = strDigits;
     fUseLocalNum = true;
     lg(LOG_NOTICE, "[%d] Local ID: %s", iChannel, strLocalNum.c_str());
@@ -232,8 +234,8 @@ int DST_Channel::WriteChState() {
   const std::string strPath = prRecorder->GetDataDir() + "chstate_" + ToStdString(iChannel) + ".dat";
   FILE* hFile = fopen(strPath.c_str(), "w");
   if (hFile == nullptr) return 1;
-  if (iLast_dB != -999) fprintf(hFile, "AudioLevel: %d\r\n", iLast_dB);
-  fclose(hFile);
+  if (iLast_dB != NO_LEVEL_DB) (void)fprintf(hFile, "AudioLevel: %d\r\n", iLast_dB);
+  (void)fclose(hFile);
   return 0;
 }
 
@@ -281,7 +283,7 @@ void DST_Channel::HandleEvent(SSM_EVENT* prEvent) {
       OnChState(static_cast<int>(LowWord(prEvent->dwParam)));
       break;
     case E_SYS_BargeIn:
-      OnBargeIn(/*fSound=*/prEvent->dwParam == 1);
+      OnBargeIn(/*fSound=*/prEvent->dwParam == BARGE_IN_SOUND);
       break;
     case E_RCV_DSTDChannel:
       OnDChannel(*prEvent);
@@ -309,7 +311,7 @@ void DST_Channel::OnDtmf(char ch) {
 
 void DST_Channel::OnChState(int iState) {
   lg(LOG_NOTICE, "[%d] Channel state: %d %s", iChannel, iState, GetChannelStateDescr(iState));
-  if (iState != S_CALL_OFFLINE && iState != S_CALL_UNAVAILABLE) return;
+  if (!IsChStateDisconnected(iState)) return;
   CallIsFinished();
   InCallMaybeChanged();
   ClearInfo();

@@ -31,8 +31,8 @@ enum ETdmStart {
 
 // Longest display text that is looked at; what a telephone shows is shorter.
 constexpr std::size_t DISPLAY_TEXT_BYTES = 300;
-// Longest text of an ISDN call phase: what the event buffer of the main loop holds.
-constexpr std::size_t BRI_TEXT_BYTES = 1024;
+// Longest text of an ISDN call phase.
+constexpr std::size_t BRI_TEXT_BYTES = EVENT_BUFFER_BYTES;
 constexpr std::size_t ISDN_RECORD_BYTES = 204;           // ISDN_CALL_INFO
 constexpr std::size_t ISDN_RECORD_EXTENDED_BYTES = 236;  // the record and 32 bytes that nothing reads
 
@@ -153,15 +153,16 @@ class DST_Channel : public BaseChannel {
   std::string strPbxType;
   bool fInCall_Audio = false;  // call seen by voice detection
   bool fAudio = false;         // voice is present now
-  time_t rStartSilence = 0;    // when voice last stopped
-  int iSilenceTimeOut = 15;    // seconds of silence that end an audio call
-  bool fDetectDtmf = false;    // report DTMF from the audio path
+  // When voice last stopped, by GetSrTime, which SetSimTime moves; the same field of AnalogChannel is wall clock.
+  time_t rStartSilence = 0;
+  int iSilenceTimeOut = 15;  // seconds of silence that end an audio call
+  bool fDetectDtmf = false;  // report DTMF from the audio path
   bool fMissedCalls = false;
   bool fUseAudioDetection = false;  // voice detection drives fInCall_Audio
   int iTdmStart = TDM_START_DEFAULT;
   bool fInCall_Extra = false;        // call by start condition, mute light or tone
   bool fInCall_ToneAnalyze = false;  // voice was found by tone analysis
-  bool fOnHold = false;              // stretches the silence time-out
+  bool fOnHold = false;              // stretches the silence time-out; nothing sets it, no message tells of a hold
   bool fAudioState = false;          // last audio-change value was not zero
   bool fAudioMaybeDelayStart = false;
   time_t rAudioStartTime = 0;   // when audio-change last went from zero to not zero

@@ -29,7 +29,6 @@ namespace {
 
 constexpr DWORD EVENT_WAIT_MS = 200;
 constexpr useconds_t STOPPING_PAUSE_US = 200'000;
-constexpr DWORD EVENT_BUFFER_BYTES = 1024;
 constexpr double SLOW_S = 0.1;  // handlers above this hold up audio and signalling
 
 // Seconds on a clock that nobody sets.

@@ -114,7 +114,7 @@ enum ESsmEvent : WORD {
   E_CHG_CIDExBuf = 31,      // caller id has arrived, see SsmGetCallerIdA
   E_CHG_FlashCount = 35,
   E_CHG_ToneAnalyze = 37,  // tone kind; low 8 bits on analogue lines, whole value on station lines
-  E_SYS_BargeIn = 46,      // 1: sound is present
+  E_SYS_BargeIn = 46,      // BARGE_IN_SOUND: sound begins; any other value: it ends
   E_SYS_NoSound = 47,
   E_CHG_SpyState = 49,     // low 16 bits: new state, high 16 bits: previous state; nReference is a circuit number
   E_RCV_DSTDChannel = 65,  // message code of the PBX signalling
@@ -213,10 +213,13 @@ constexpr DWORD HighWord(DWORD dw) {
   return dw >> 16;
 }
 
+constexpr DWORD BARGE_IN_SOUND = 1;  // of E_SYS_BargeIn
+
 constexpr int SSM_OK = 0;
-constexpr int SSM_EVENT_TIMEOUT = -1;           // of SsmWaitForEventA
-constexpr std::size_t SSM_ERR_MSG_BYTES = 300;  // buffer of SsmGetLastErrMsg
-constexpr std::size_t SPY_NUMBER_BYTES = 64;    // buffer of the SpyGet...Id operations
+constexpr int SSM_EVENT_TIMEOUT = -1;             // of SsmWaitForEventA
+constexpr std::size_t EVENT_BUFFER_BYTES = 1024;  // buffer of SsmWaitForEventA, for the data of an event
+constexpr std::size_t SSM_ERR_MSG_BYTES = 300;    // buffer of SsmGetLastErrMsg
+constexpr std::size_t SPY_NUMBER_BYTES = 64;      // buffer of the SpyGet...Id operations
 
 extern "C" {
 
