@@ -456,8 +456,8 @@ void DST_Channel::AnalyseCID() {
 
   const bool fNewName = CheckForName(strConnectedNum);
   if (fNewName) fHasConnectedNum = true;
-  if (AnalyseCIDsub(strRemoteNum)) {
-    RemoteNumberChanged();
+  if (std::string strNewRemote = strRemoteNum; AnalyseCIDsub(strNewRemote)) {
+    SetRemoteNum(strNewRemote);
     return;
   }
   if (fNewName) RemoteNumberChanged();
@@ -503,8 +503,7 @@ bool DST_Channel::AnalyseLoginPrompt() {
 void DST_Channel::AnalyseCID_ForReset() {
   std::string strShown;
   if (!AnalyseCIDsub(strShown) || strShown.empty() || strShown == strRemoteNum) return;
-  strRemoteNum.clear();
-  RemoteNumberChanged();
+  SetRemoteNum("");
 }
 
 bool DST_Channel::CheckForName(std::string& strParamId2) {
