@@ -190,6 +190,11 @@ class DST_Channel : public BaseChannel {
   };
   static const DMsgRow rDMsgRows[];
 
+  struct RecordParties {
+    BusyCall rCall;
+    std::string strLocal;
+  };
+
   bool InMuteMode() const { return iTdmStart == TDM_START_MUTELT || iTdmStart == TDM_START_MUTELT_AND_TONE; }
   // The local number of these lines survives a restart.
   bool KeepsLocalNum() const;
@@ -228,7 +233,15 @@ class DST_Channel : public BaseChannel {
   void OnBriAlerting(const SSM_EVENT& rEvent);
   void OnBriConnected(const SSM_EVENT& rEvent);
   void OnBriReleased(const SSM_EVENT& rEvent);
+  void OnBriPhase(const SSM_EVENT& rEvent);
+  void OnBriText(const SSM_EVENT& rEvent);
+  void ReadBriText(const SSM_EVENT& rEvent);
   void OnBriCancelled(const SSM_EVENT& rEvent);
+  RecordParties ReadParties(DWORD dwCode, const ISDN_CALL_INFO& rInfo) const;
+  void OnRecordReleased(const std::string& strRemote);
+  void OnRecordPhase(DWORD dwCode, const RecordParties& rParties);
+  void TakeParties(const RecordParties& rParties);
+  void RecordOtherCall(const RecordParties& rParties);
   void ContinueWithOtherCall();
 
   // -- display

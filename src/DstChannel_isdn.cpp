@@ -52,54 +52,58 @@ std::string GetPhaseDescr(DWORD dwCode) {
 // -- messages -------------------------------------------------------------------------------------------------------
 
 void DST_Channel::OnBriProgress(const SSM_EVENT& rEvent) {
-  if (IsRecord(rEvent)) {
-    const ISDN_CALL_INFO rInfo = ToRecord(rEvent);
-    HandleIsdnCallInfo(DMSG_BRI_PROGRESS, &rInfo);
-    return;
-  }
-  CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
-  lg(LOG_NOTICE, "[%d] BRI in progress %s %d", iChannel, acPhoneDisp, static_cast<int>(rEvent.dwSubReason));
+  OnBriPhase(rEvent);
 }
 
 void DST_Channel::OnBriAlerting(const SSM_EVENT& rEvent) {
   fKnowIncoming = true;
-  if (IsRecord(rEvent)) {
-    const ISDN_CALL_INFO rInfo = ToRecord(rEvent);
-    HandleIsdnCallInfo(DMSG_BRI_ALERTING, &rInfo);
-  } else {
-    fIncoming = rEvent.dwSubReason == CALL_SOURCE_INCOMING;
-    CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
-    AnalyseBriCID();
-    lg(LOG_NOTICE, "[%d] BRI alerting %s %d", iChannel, acPhoneDisp, static_cast<int>(rEvent.dwSubReason));
-  }
+  OnBriPhase(rEvent);
   RingingStarted();  // a pulse: no message tells the end of the ring, so none stays open
   RingingStopped();
 }
 
 void DST_Channel::OnBriConnected(const SSM_EVENT& rEvent) {
   fKnowIncoming = true;
-  if (IsRecord(rEvent)) {
-    const ISDN_CALL_INFO rInfo = ToRecord(rEvent);
-    HandleIsdnCallInfo(DMSG_BRI_CONNECTED, &rInfo);
-  } else {
-    fIncoming = rEvent.dwSubReason == CALL_SOURCE_INCOMING;
-    CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
-    AnalyseBriCID();
-    lg(LOG_NOTICE, "[%d] BRI connected '%s' %d", iChannel, acPhoneDisp, static_cast<int>(rEvent.dwSubReason));
-  }
+  OnBriPhase(rEvent);
   fInCall_DChannel = true;
   InCallMaybeChanged();
 }
 
 void DST_Channel::OnBriReleased(const SSM_EVENT& rEvent) {
-  if (IsRecord(rEvent)) {
-    const ISDN_CALL_INFO rInfo = ToRecord(rEvent);
-    HandleIsdnCallInfo(DMSG_BRI_RELEASED, &rInfo);
-  } else {
-    lg(LOG_NOTICE, "[%d] BRI released", iChannel);
-    CallIsFinished();
-  }
+  OnBriPhase(rEvent);
   InCallMaybeChanged();
+}
+
+// The one door of call phases: what it tells comes as a record or as text.
+void DST_Channel::OnBriPhase(const SSM_EVENT& rEvent) {
+  if (!IsRecord(rEvent)) {
+    OnBriText(rEvent);
+    return;
+  }
+  const ISDN_CALL_INFO rInfo = ToRecord(rEvent);
+  HandleIsdnCallInfo(rEvent.dwParam, &rInfo);
+}
+
+void DST_Channel::OnBriText(const SSM_EVENT& rEvent) {
+  const int iSource = static_cast<int>(rEvent.dwSubReason);
+  switch (rEvent.dwParam) {
+    case DMSG_BRI_PROGRESS:
+      CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
+      lg(LOG_NOTICE, "[%d] BRI in progress %s %d", iChannel, acPhoneDisp, iSource);
+      break;
+    case DMSG_BRI_ALERTING:
+      ReadBriText(rEvent);
+      lg(LOG_NOTICE, "[%d] BRI alerting %s %d", iChannel, acPhoneDisp, iSource);
+      break;
+    case DMSG_BRI_CONNECTED:
+      ReadBriText(rEvent);
+      lg(LOG_NOTICE, "[%d] BRI connected '%s' %d", iChannel, acPhoneDisp, iSource);
+      break;
+    default:  // released, whatever its text says
+      lg(LOG_NOTICE, "[%d] BRI released", iChannel);
+      CallIsFinished();
+      break;
+  }
 }
 
 void DST_Channel::OnBriCancelled(const SSM_EVENT& rEvent) {
@@ -125,10 +129,20 @@ bool DST_Channel::DetermineBriLR(std::string& strLocalNum_, std::string& strRemo
   return true;
 }
 
+void DST_Channel::ReadBriText(const SSM_EVENT& rEvent) {
+  fIncoming = rEvent.dwSubReason == CALL_SOURCE_INCOMING;
+  CopyEventText(rEvent, acPhoneDisp, BRI_TEXT_BYTES);
+  AnalyseBriCID();
+}
+
 void DST_Channel::AnalyseBriCID() {
   if (iPbxType != PBX_TENOVIS) {
-    strRemoteNum.clear();
-    if (DetermineBriLR(strLocalNum, strRemoteNum)) RemoteNumberChanged();
+    std::string strRemote;
+    if (DetermineBriLR(strLocalNum, strRemote)) {
+      SetRemoteNum(strRemote);
+    } else {
+      strRemoteNum.clear();  // not told: the log and the row of the call keep it until a text names another
+    }
     return;
   }
   std::string newRemote = strRemoteNum;
@@ -136,65 +150,80 @@ void DST_Channel::AnalyseBriCID() {
   if (!DetermineBriLR(newLocal, newRemote)) return;
   if (const std::size_t iBlank = newRemote.find(' '); iBlank != std::string::npos) newRemote.erase(0, iBlank + 1);
   if (!strRemoteNum.empty() && newRemote.size() < strRemoteNum.size()) return;  // the number that is known stands
-  strRemoteNum = newRemote;
   strLocalNum = newLocal;
-  RemoteNumberChanged();
+  SetRemoteNum(newRemote);
 }
 
 // -- numbers as a record --------------------------------------------------------------------------------------------
 
+// Each record tells the remote number at its end, also when that is the one of another call or has not changed.
 void DST_Channel::HandleIsdnCallInfo(DWORD eventCode, const ISDN_CALL_INFO* prCallInfo) {
   if (iPbxType == PBX_TENOVIS) iPbxType = PBX_TENOVIS_ISDN;  // this line speaks records, and goes on doing so
-  const std::string strCallerNum = ToText(prCallInfo->CallerNumber);
-  const std::string strCalledNum = ToText(prCallInfo->CalledNumber);
-  const std::string strConnectNum = ToText(prCallInfo->ConnectNumber);
-  const bool fMsgIncoming = prCallInfo->CallSource == CALL_SOURCE_INCOMING;
-  std::string strMsgRemote = fMsgIncoming ? strCallerNum : strCalledNum;
-  std::string strMsgLocal = fMsgIncoming ? strCalledNum : strCallerNum;
-  if (fMsgIncoming && strConnectNum.size() > 1) strMsgLocal = strConnectNum;
+  const RecordParties rParties = ReadParties(eventCode, *prCallInfo);
+  if (eventCode == DMSG_BRI_RELEASED) {
+    OnRecordReleased(rParties.rCall.strRemote);
+  } else {
+    OnRecordPhase(eventCode, rParties);
+  }
+  RemoteNumberChanged();
+}
+
+// The parties as this line sees them.
+DST_Channel::RecordParties DST_Channel::ReadParties(DWORD dwCode, const ISDN_CALL_INFO& rInfo) const {
+  const std::string strCallerNum = ToText(rInfo.CallerNumber);
+  const std::string strCalledNum = ToText(rInfo.CalledNumber);
+  const std::string strConnectNum = ToText(rInfo.ConnectNumber);
+  const bool isIncoming = rInfo.CallSource == CALL_SOURCE_INCOMING;
+  std::string strRemote = isIncoming ? strCallerNum : strCalledNum;
+  std::string strLocal = isIncoming ? strCalledNum : strCallerNum;
+  if (isIncoming && strConnectNum.size() > 1) strLocal = strConnectNum;
   // The channel's connected number and not the record's: kept so, the archive of a site stays comparable. See
   // OutgoingRecordTakesConnectedNumberOfChannel.
-  if (!fMsgIncoming && strConnectNum.size() > 2) strMsgRemote = strConnectedNum;
-  lg(LOG_NOTICE, "[%d] ISDN %s F:%s T:%s C:%s %s (L:%s R:%s)", iChannel, GetPhaseDescr(eventCode).c_str(),
-     strCallerNum.c_str(), strCalledNum.c_str(), strConnectNum.c_str(), fMsgIncoming ? "Inc" : "OUT",
-     strMsgLocal.c_str(), strMsgRemote.c_str());
+  if (!isIncoming && strConnectNum.size() > 2) strRemote = strConnectedNum;
+  lg(LOG_NOTICE, "[%d] ISDN %s F:%s T:%s C:%s %s (L:%s R:%s)", iChannel, GetPhaseDescr(dwCode).c_str(),
+     strCallerNum.c_str(), strCalledNum.c_str(), strConnectNum.c_str(), isIncoming ? "Inc" : "OUT", strLocal.c_str(),
+     strRemote.c_str());
+  return {{strRemote, isIncoming}, strLocal};
+}
 
+void DST_Channel::OnRecordReleased(const std::string& strRemote) {
   const bool isMultiCall = iPbxType == PBX_TENOVIS_ISDN;
-  if (eventCode == DMSG_BRI_RELEASED) {
-    if (isMultiCall) RemoveFromBusyRemotes(strMsgRemote);
-    if (isMultiCall && !vBusyCalls.empty()) {
-      ContinueWithOtherCall();
-    } else {
-      CallIsFinished();
-    }
-    RemoteNumberChanged();
-    return;
+  if (isMultiCall) RemoveFromBusyRemotes(strRemote);
+  if (isMultiCall && !vBusyCalls.empty()) {
+    ContinueWithOtherCall();
+  } else {
+    CallIsFinished();
   }
-  const bool isFurtherCall = isMultiCall && !vBusyCalls.empty();
-  if (isFurtherCall && eventCode != DMSG_BRI_CONNECTED) {
-    RemoteNumberChanged();  // it rings or proceeds: the numbers of the call in progress stay
-    return;
-  }
-  if (isFurtherCall) {
+}
+
+void DST_Channel::OnRecordPhase(DWORD dwCode, const RecordParties& rParties) {
+  const bool isConnected = dwCode == DMSG_BRI_CONNECTED;
+  const bool isFurtherCall = iPbxType == PBX_TENOVIS_ISDN && !vBusyCalls.empty();
+  if (!isFurtherCall) {
+    TakeParties(rParties);
+  } else if (isConnected) {
     lg(LOG_NOTICE, "[%d] Restarting recording", iChannel);
-    FinalizeRecording(false);
-  }
-  strRemoteNum = strMsgRemote;
-  strLocalNum = strMsgLocal;
-  fIncoming = fMsgIncoming;
-  if (isFurtherCall) TryStartRecording();
-  if (eventCode == DMSG_BRI_CONNECTED) vBusyCalls.push_back({strMsgRemote, fMsgIncoming});
-  RemoteNumberChanged();
+    RecordOtherCall(rParties);
+  }  // else it rings or proceeds: the numbers of the call in progress stay
+  if (isConnected) vBusyCalls.push_back(rParties.rCall);
+}
+
+// The remote number is told by HandleIsdnCallInfo, once a recording that begins with it has begun.
+void DST_Channel::TakeParties(const RecordParties& rParties) {
+  strRemoteNum = rParties.rCall.strRemote;
+  strLocalNum = rParties.strLocal;
+  fIncoming = rParties.rCall.fIncoming;
+}
+
+void DST_Channel::RecordOtherCall(const RecordParties& rParties) {
+  FinalizeRecording(/*fClearInfo=*/false);
+  TakeParties(rParties);
+  TryStartRecording();
 }
 
 // One of several calls was released. When it was the recorded one, the recording moves to the first that is left.
 void DST_Channel::ContinueWithOtherCall() {
-  if (!IsInBusyRemotes(strRemoteNum)) {
-    FinalizeRecording(false);
-    strRemoteNum = vBusyCalls.front().strRemote;
-    fIncoming = vBusyCalls.front().fIncoming;
-    TryStartRecording();
-  }
+  if (!IsInBusyRemotes(strRemoteNum)) RecordOtherCall({vBusyCalls.front(), strLocalNum});
   lg(LOG_NOTICE, "[%d] Tenovis. A call continues with %s", iChannel, strRemoteNum.c_str());
 }
 
