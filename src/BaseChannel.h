@@ -14,6 +14,7 @@
 #include <string>
 
 #include "callcodes.h"
+#include "g711.h"
 #include "idatabase.h"
 #include "irecorder.h"
 #include "shpa3api.h"
@@ -122,7 +123,7 @@ class BaseChannel {
   // -- audio (BaseChannel_audio.cpp) ----------------------------------------------------------------------------
   // Whether both directions can stand apart in a two-channel file.
   virtual bool CanStereo() { return false; }
-  // Buffers, which live until the channel is destroyed, and an end of silencing.
+  // Buffers, which live until the channel is destroyed, the law of this recording, and an end of silencing.
   void BasicRecordingPreparation();
   // Sends bytes [iStart, iStop) of acRecordBuf to the file, or to the base channel when this side is mixed in.
   // Does nothing for an empty range, or with neither base nor open file, or for one that leaves the buffer. While
@@ -335,6 +336,7 @@ class BaseChannel {
   void MixMono(const BYTE* buf, int iLen, int iType);
   void MeasureLoudness(const BYTE* buf, int len);
   void CountLoudWindow();
+  const AudioLaw* prLaw = &LAW_A;  // of this recording
 
   // -- steps of a change of numbers -----------------------------------------------------------------------------
   void UpdateActiveNumbers(const std::string& strDbRemoteNum);

@@ -20,7 +20,6 @@ namespace {
 
 constexpr int RECORD_BUF_BYTES = 4096;     // the card reports every 2048 bytes, so one report may come late
 constexpr int MIX_BUF_PER_RECORD_BUF = 4;  // two of audio a side, and room for two sides in stereo
-constexpr int SAMPLES_PER_S = 8000;
 constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / 2;  // half a second, as for LOUDNESS_SAMPLES_STEREO
 constexpr int LOUDNESS_SAMPLES_STEREO = SAMPLES_PER_S;
 constexpr double LINEAR_SCALE = 3.0517578125e-05;  // 1/32768
@@ -106,17 +105,8 @@ bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
 
 // -- samples ---------------------------------------------------------------------------------------------------------
 
-// One of the two laws of G.711 audio.
-struct AudioLaw {
-  int iFormat;         // for SsmRecToMem
-  WORD wWavTag;        // format tag of the WAV header
-  BYTE ucSilence;      // the byte of silenced audio
-  const char* acName;  // as the side file of a live listener tells it
-  short (*ToLinear)(unsigned char ucCode);
-  unsigned char (*FromLinear)(short iSample);
-};
-constexpr AudioLaw LAW_A = {SSM_FORMAT_ALAW, 6, 0xd5, "alaw", alaw2linear, linear2alaw};
-constexpr AudioLaw LAW_U = {SSM_FORMAT_ULAW, 7, 0xff, "ulaw", ulaw2linear, linear2ulaw};
+// The card takes the format tag of a WAV file.
+static_assert(SSM_FORMAT_ALAW == LAW_A.wFormatTag && SSM_FORMAT_ULAW == LAW_U.wFormatTag);
 
 // The law of a recording while the call runs. MP3 and GSM are made from A-law after the call.
 const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc) {
@@ -133,8 +123,8 @@ BYTE SumOfSamples(const AudioLaw& rLaw, BYTE ucOne, BYTE ucOther) {
 // -- from the card to the ring buffer --------------------------------------------------------------------------------
 
 bool BaseChannel::StartDriver() {
-  const int iFormat = GetAudioLaw(prRecorder->eRecEnc).iFormat;
-  if (SsmRecToMem(iDrvCh, iFormat, acRecordBuf, static_cast<DWORD>(iRecordBufSize), 0) == SSM_OK) return true;
+  const DWORD dwSize = static_cast<DWORD>(iRecordBufSize);
+  if (SsmRecToMem(iDrvCh, prLaw->wFormatTag, acRecordBuf, dwSize, 0) == SSM_OK) return true;
   LogSsmError("SsmRecToMem");
   return false;
 }
@@ -147,6 +137,7 @@ bool BaseChannel::StopDriver() {
 
 void BaseChannel::BasicRecordingPreparation() {
   fSilencing = false;
+  prLaw = &GetAudioLaw(prRecorder->eRecEnc);
   if (acRecordBuf == nullptr) {
     iRecordBufSize = RECORD_BUF_BYTES;
     acRecordBuf = new BYTE[static_cast<std::size_t>(iRecordBufSize)]();
@@ -169,9 +160,7 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
 
   BYTE* buf = acRecordBuf + iStart;
   const int len = iStop - iStart;
-  if (fSilencing) {
-    memset(buf, GetAudioLaw(prRecorder->eRecEnc).ucSilence, static_cast<std::size_t>(len));
-  }
+  if (fSilencing) memset(buf, prLaw->ucSilence, static_cast<std::size_t>(len));
   if (iBaseRecCh != -1) {
     prRecorder->MixAudio(iBaseRecCh, buf, len);
   } else if (iLinkedCh != -1) {
@@ -185,7 +174,7 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
 
 void BaseChannel::MixAudio(BYTE* buf, int len) {
   if (len <= 0) return;
-  if (fSilencing) memset(buf, GetAudioLaw(prRecorder->eRecEnc).ucSilence, static_cast<std::size_t>(len));
+  if (fSilencing) memset(buf, prLaw->ucSilence, static_cast<std::size_t>(len));
   MixAdd(buf, len, MIX_LINKED);
 }
 
@@ -211,10 +200,9 @@ void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
 }
 
 void BaseChannel::MixMono(const BYTE* buf, int iLen, int iType) {
-  const AudioLaw& rLaw = GetAudioLaw(prRecorder->eRecEnc);
   BYTE* acPlace = acMixBuffer + iMixBufIx[iType];
   const int iOverlap = std::clamp(iMixBufIx[1 - iType] - iMixBufIx[iType], 0, iLen);  // the other side is there already
-  for (int i = 0; i < iOverlap; i++) acPlace[i] = SumOfSamples(rLaw, acPlace[i], buf[i]);
+  for (int i = 0; i < iOverlap; i++) acPlace[i] = SumOfSamples(*prLaw, acPlace[i], buf[i]);
   memcpy(acPlace + iOverlap, buf + iOverlap, static_cast<std::size_t>(iLen - iOverlap));
 }
 
@@ -259,7 +247,7 @@ void BaseChannel::OpenAudioFile() {
   iCalcLoudnessSamples = fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO;
 
   BYTE acHeader[WAV_HEADER_BYTES];
-  FillWavHeader(acHeader, GetAudioLaw(prRecorder->eRecEnc).wWavTag, fDoStereo ? 2 : 1);
+  FillWavHeader(acHeader, prLaw->wFormatTag, fDoStereo ? 2 : 1);
   (void)WriteAll(hAudioFile, acHeader, sizeof acHeader);  // on a full disk the first range of audio reports
   UpdateAudioFileHeader();
   OpenRawFile();
@@ -290,7 +278,7 @@ void BaseChannel::OpenRawFile() {
   hRawFile = OpenUnbuffered(strFullFilenameFinal + ".raw");
   if (FILE* hInfoFile = fopen((strFullFilenameFinal + ".info").c_str(), "wb"); hInfoFile != nullptr) {
     // One channel also for a stereo recording: listeners know the file like that.
-    (void)fprintf(hInfoFile, "Format: %s\r\nChannels: 1\r\n", GetAudioLaw(prRecorder->eRecEnc).acName);
+    (void)fprintf(hInfoFile, "Format: %s\r\nChannels: 1\r\n", prLaw->acName);
     (void)fclose(hInfoFile);
   }
 }
@@ -318,9 +306,8 @@ void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh) {
 // -- loudness --------------------------------------------------------------------------------------------------------
 
 void BaseChannel::MeasureLoudness(const BYTE* buf, int len) {
-  const AudioLaw& rLaw = GetAudioLaw(prRecorder->eRecEnc);
   for (int i = 0; i < len; i++) {
-    const double dSample = rLaw.ToLinear(buf[i]) * LINEAR_SCALE;
+    const double dSample = prLaw->ToLinear(buf[i]) * LINEAR_SCALE;
     iCalcLoudnessIndex++;
     dLoudness += dSample * dSample;
     if (iCalcLoudnessIndex == iCalcLoudnessSamples) NewLoudness();

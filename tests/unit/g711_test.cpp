@@ -217,4 +217,16 @@ TEST(Transcoding, StaysWithinOneStepOfTheRoadThroughSamples) {
   }
 }
 
+TEST(AudioLaw, SilenceIsTheQuietestCodeAndEveryCodeComesBack) {
+  for (const AudioLaw& rLaw : {LAW_A, LAW_U}) {
+    SCOPED_TRACE(rLaw.acName);
+    for (int i = 0; i < 256; i++) {
+      const auto ucCode = static_cast<unsigned char>(i);
+      EXPECT_GE(std::abs(rLaw.ToLinear(ucCode)), std::abs(rLaw.ToLinear(rLaw.ucSilence))) << i;
+      if (rLaw.ToLinear(ucCode) == 0) continue;  // mu-law has two codes of it, and makes one
+      EXPECT_EQ(rLaw.FromLinear(rLaw.ToLinear(ucCode)), ucCode) << i;
+    }
+  }
+}
+
 }  // namespace
