@@ -15,6 +15,7 @@
 #include "g711.h"
 #include "logging.h"
 #include "shpa3link.h"
+#include "wavheader.h"
 
 namespace {
 
@@ -29,61 +30,6 @@ constexpr int FULL_SCALE_DB = 70;
 constexpr double ROUNDING_DB = 0.5;      // what is left is cut towards zero, so levels below 0 round up
 constexpr int QUIET_WINDOWS_FORGET = 2;  // more quiet windows than these in a row forget the loud ones
 constexpr int ZERO_BYTES_TOLERATED = 50;
-
-// -- WAV header ------------------------------------------------------------------------------------------------------
-
-constexpr int WAV_RIFF = 0;
-constexpr int WAV_RIFF_LENGTH = 4;
-constexpr int WAV_WAVE = 8;
-constexpr int WAV_FMT = 12;
-constexpr int WAV_FMT_LENGTH = 16;
-constexpr int WAV_FORMAT_TAG = 20;
-constexpr int WAV_CHANNELS = 22;
-constexpr int WAV_SAMPLE_RATE = 24;
-constexpr int WAV_BYTE_RATE = 28;
-constexpr int WAV_BLOCK_ALIGN = 32;
-constexpr int WAV_SAMPLE_BITS = 34;
-constexpr int WAV_FACT = 36;
-constexpr int WAV_FACT_LENGTH = 40;
-constexpr int WAV_FACT_VALUE = 44;  // audio bytes; in stereo too not halved, as readers take it like that
-constexpr int WAV_DATA = 48;
-constexpr int WAV_DATA_LENGTH = 52;
-constexpr int WAV_HEADER_BYTES = 56;
-constexpr DWORD WAV_RIFF_EXTRA = WAV_HEADER_BYTES - WAV_WAVE;  // counted by the RIFF length on top of the audio
-
-void PutTag(BYTE* acField, const char* acTag) {
-  memcpy(acField, acTag, 4);
-}
-
-// Little-endian, iBytes of dwValue.
-void PutNumber(BYTE* acField, DWORD dwValue, int iBytes) {
-  for (int i = 0; i < iBytes; i++) acField[i] = static_cast<BYTE>(LowByte(dwValue >> (8 * i)));
-}
-
-// A header with 0 in all four places that tell the length.
-void FillWavHeader(BYTE* acHeader, WORD wFormatTag, DWORD dwChannels) {
-  memset(acHeader, 0, WAV_HEADER_BYTES);
-  PutTag(acHeader + WAV_RIFF, "RIFF");
-  PutTag(acHeader + WAV_WAVE, "WAVE");
-  PutTag(acHeader + WAV_FMT, "fmt ");
-  PutNumber(acHeader + WAV_FMT_LENGTH, WAV_FACT - WAV_FORMAT_TAG, 4);
-  PutNumber(acHeader + WAV_FORMAT_TAG, wFormatTag, 2);
-  PutNumber(acHeader + WAV_CHANNELS, dwChannels, 2);
-  PutNumber(acHeader + WAV_SAMPLE_RATE, SAMPLES_PER_S, 4);
-  PutNumber(acHeader + WAV_BYTE_RATE, SAMPLES_PER_S * dwChannels, 4);
-  PutNumber(acHeader + WAV_BLOCK_ALIGN, dwChannels, 2);
-  PutNumber(acHeader + WAV_SAMPLE_BITS, 8, 2);
-  PutTag(acHeader + WAV_FACT, "fact");
-  PutNumber(acHeader + WAV_FACT_LENGTH, WAV_DATA - WAV_FACT_VALUE, 4);
-  PutTag(acHeader + WAV_DATA, "data");
-}
-
-// The header has no error report of its own: on a full disk the next range of audio reports.
-void RewriteNumber(FILE* hFile, long lOffset, DWORD dwValue) {
-  BYTE acField[4];
-  PutNumber(acField, dwValue, sizeof acField);
-  if (fseek(hFile, lOffset, SEEK_SET) == 0) (void)fwrite(acField, 1, sizeof acField, hFile);
-}
 
 // -- files -----------------------------------------------------------------------------------------------------------
 
@@ -101,6 +47,11 @@ void CloseIfOpen(FILE*& hFile) {
 
 bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
   return fwrite(pData, 1, uiLen, hFile) == uiLen;
+}
+
+// The header has no error report of its own: on a full disk the next range of audio reports.
+void WriteAt(FILE* hFile, std::size_t iOffset, const BYTE* acBytes, std::size_t iCount) {
+  if (fseek(hFile, static_cast<long>(iOffset), SEEK_SET) == 0) (void)WriteAll(hFile, acBytes, iCount);
 }
 
 // -- samples ---------------------------------------------------------------------------------------------------------
@@ -246,10 +197,8 @@ void BaseChannel::OpenAudioFile() {
   fDoStereo = prRecorder->fStereo && CanStereo();
   iCalcLoudnessSamples = fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO;
 
-  BYTE acHeader[WAV_HEADER_BYTES];
-  FillWavHeader(acHeader, prLaw->wFormatTag, fDoStereo ? 2 : 1);
-  (void)WriteAll(hAudioFile, acHeader, sizeof acHeader);  // on a full disk the first range of audio reports
-  UpdateAudioFileHeader();
+  const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, /*uiAudioBytes=*/0);
+  (void)WriteAll(hAudioFile, rHeader.data(), rHeader.size());  // on a full disk the first range of audio reports
   OpenRawFile();
 }
 
@@ -263,10 +212,10 @@ void BaseChannel::UpdateAudioFileHeader() {
   if (hAudioFile == nullptr) return;
   const long lPosition = ftell(hAudioFile);
   if (lPosition < 0) return;  // no place to come back to
-  const DWORD dwBytes = static_cast<DWORD>(iRecordByteCnt);
-  RewriteNumber(hAudioFile, WAV_RIFF_LENGTH, dwBytes + WAV_RIFF_EXTRA);
-  RewriteNumber(hAudioFile, WAV_FACT_VALUE, dwBytes);
-  RewriteNumber(hAudioFile, WAV_DATA_LENGTH, dwBytes);
+  const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, static_cast<DWORD>(iRecordByteCnt));
+  for (const std::size_t iOffset : WAV_LENGTH_OFFSETS) {
+    WriteAt(hAudioFile, iOffset, rHeader.data() + iOffset, WAV_LENGTH_BYTES);
+  }
   (void)fseek(hAudioFile, lPosition, SEEK_SET);  // a place that ftell has just told
 }
 
