@@ -35,12 +35,6 @@ const char* GetLineHealthDescr(ELineHealth eHealth);
 bool IsChStateError(int iState);
 bool IsChStateDisconnected(int iState);
 
-// The weekly schedule: whether the settings of part "o" want a call recorded at this local time. "srWeekdays" lists the
-// days as digits, 1 Sunday to 7 Saturday; none: always. Each day has two windows, "srSundayStart1" and so on, as
-// "hour:minute"; a day without a first start is wanted whole. A window holds its start minute but not its stop minute,
-// and none wraps over midnight.
-bool InSchedule(const StdStringMap& rCfg, const struct tm& rLocalTime);
-
 // A callback entry that no driver registration reaches; pUser is a BaseChannel.
 void RecordingCallBack(int iCh, unsigned char* buf, unsigned int len, void* pUser);
 // A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop).

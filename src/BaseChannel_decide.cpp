@@ -10,11 +10,11 @@
 #include <syslog.h>
 
 #include <cstdlib>
-#include <utility>
 
 #include "bgact.h"
 #include "ftime.h"
 #include "logging.h"
+#include "schedule.h"
 
 namespace {
 
@@ -25,54 +25,7 @@ constexpr mode_t RECORDING_MODE = 0777;     // the web side, another user, moves
 enum ENumberFilterType { FILTER_OFF = 0, FILTER_EXCLUDES = 2 };
 enum EListType { LIST_OFF = 0, LIST_ALL_CALLS = 1, LIST_NUMBERS = 2, LIST_NUMBERS_TOO = 3 };
 
-const char* const acDayNames[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
-
-std::string ValueOf(const StdStringMap& rCfg, const std::string& strKey) {
-  const auto it = rCfg.find(strKey);
-  return it == rCfg.end() ? std::string() : it->second;
-}
-
-long ToLong(const std::string& strText) {
-  return strtol(strText.c_str(), nullptr, 10);
-}
-
-// A time of day; compares hour first, then minute.
-using DayTime = std::pair<long, long>;
-constexpr DayTime MIDNIGHT_END{24, 0};
-
-// "8:30". Without a colon the number counts for both, so "9" means 9:09: kept, as schedules in use rely on it; see
-// StartWithoutColonIsHourAndMinute.
-DayTime ParseDayTime(const std::string& strText) {
-  const std::size_t iColon = strText.find(':');
-  if (iColon == std::string::npos) return {ToLong(strText), ToLong(strText)};
-  return {ToLong(strText.substr(0, iColon)), ToLong(strText.substr(iColon + 1))};
-}
-
-DayTime StopOrMidnight(const std::string& strText) {
-  return strText.empty() ? MIDNIGHT_END : ParseDayTime(strText);
-}
-
-bool InWindow(const DayTime& rNow, const DayTime& rStart, const DayTime& rStop) {
-  return rNow >= rStart && rNow < rStop;
-}
-
 }  // namespace
-
-bool InSchedule(const StdStringMap& rCfg, const struct tm& rLocalTime) {
-  const std::string strWeekdays = ValueOf(rCfg, "srWeekdays");
-  if (strWeekdays.empty()) return true;
-  if (strWeekdays.find(ToStdString(rLocalTime.tm_wday + 1)) == std::string::npos) return false;
-
-  const std::string strDay = std::string("sr") + acDayNames[rLocalTime.tm_wday];
-  const std::string strStart1 = ValueOf(rCfg, strDay + "Start1");
-  const std::string strStart2 = ValueOf(rCfg, strDay + "Start2");
-  if (strStart1.empty()) return true;
-
-  const DayTime rNow{rLocalTime.tm_hour, rLocalTime.tm_min};
-  if (InWindow(rNow, ParseDayTime(strStart1), StopOrMidnight(ValueOf(rCfg, strDay + "Stop1")))) return true;
-  if (strStart2.empty()) return false;  // without a second start the second window is the first
-  return InWindow(rNow, ParseDayTime(strStart2), StopOrMidnight(ValueOf(rCfg, strDay + "Stop2")));
-}
 
 // -- may it be recorded ---------------------------------------------------------------------------------------------
 
@@ -214,7 +167,8 @@ BaseChannel::Verdict BaseChannel::JudgeRecording() {
 
 // A call that is stored only on demand: has someone asked for it, or may someone still?
 bool BaseChannel::StoreOnDemandKeeps(const StdStringMap& rExtra, bool& fDelay) const {
-  if (ToLong(ValueOf(rExtra, "to-keep")) != 0) {
+  const auto it = rExtra.find("to-keep");
+  if (it != rExtra.end() && strtol(it->second.c_str(), nullptr, 10) != 0) {
     lg(LOG_NOTICE, "[%d] Store on demand: keeping", iChannel);
     return true;
   }
