@@ -339,6 +339,8 @@ class BaseChannel {
   // -- contacts and columns of a call row -----------------------------------------------------------------------
   Contact LineContact(IDatabase* prDB) const;
   Contact LocalNumContact(IDatabase* prDB) const;
+  Contact RemoteNumContact(IDatabase* prDB) const;
+  Contact KnownRemoteContact(IDatabase* prDB) const;  // creates none
   Contact ConnectedNumContact(IDatabase* prDB) const;
   // The far party belongs to this site too.
   bool IsInternal(const Contact& rContactRemote) const;

@@ -152,8 +152,7 @@ BaseChannel::Verdict BaseChannel::JudgeRecording() {
   if (fDontRecord || fDontKeepThisPart) return rVerdict;
 
   rVerdict.rContactLocal = QUseLocalNum() ? LocalNumContact(prDB) : LineContact(prDB);
-  const Contact rContactRemote =
-      prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()), "", /*fLocal=*/false, "");
+  const Contact rContactRemote = RemoteNumContact(prDB);
   if (prRecorder->StoreOnDemand(rVerdict.rContactLocal, rContactRemote)) {
     if (!StoreOnDemandKeeps(rExtra, rVerdict.fDelay)) return rVerdict;
   }

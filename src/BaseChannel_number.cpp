@@ -86,9 +86,7 @@ void BaseChannel::RemoteNumberChanged() {
 void BaseChannel::UpdateActiveNumbers(const std::string& strDbRemoteNum) {
   IDatabase* const prDB = prRecorder->GetDatabaseHandle();
   if (strDbRemoteNum != strPrevRemoteNum) {
-    // Looked up as it stands, without conversion: a number with letters above ASCII stays without a contact until the
-    // call is finished. See ActiveLookUpTakesTheNumberUnconverted.
-    Contact rContact = prDB->GetCallerIDContact(strDbRemoteNum);
+    Contact rContact = KnownRemoteContact(prDB);
     prDB->UpdateActiveCallRemoteContact(iActiveCallID, rContact, Latin1ToUtf8(strDbRemoteNum));
   }
   if (strConnectedNum != strPrevConnectedNum) {

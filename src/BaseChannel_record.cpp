@@ -87,6 +87,17 @@ Contact BaseChannel::LocalNumContact(IDatabase* prDB) const {
   return prDB->GetOrCreateCallerIDContact(GetLocalNum(), "", /*fLocal=*/true, "");
 }
 
+Contact BaseChannel::RemoteNumContact(IDatabase* prDB) const {
+  return prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()), "", /*fLocal=*/false, "");
+}
+
+// A running call creates no contact for the far party, so that one which is not kept leaves none behind. The number is
+// taken as it stands, without conversion, so one with letters above ASCII has no contact until the call is finished.
+// See ActiveLookUpTakesTheNumberUnconverted and ActiveRowLooksUpTheNumberUnconverted.
+Contact BaseChannel::KnownRemoteContact(IDatabase* prDB) const {
+  return prDB->GetCallerIDContact(GetDbRemoteNum());
+}
+
 // On an incoming call the number that it was connected to is one of this site.
 Contact BaseChannel::ConnectedNumContact(IDatabase* prDB) const {
   return prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(strConnectedNum), "", /*fLocal=*/fIncoming, "");
@@ -110,11 +121,7 @@ BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) cons
   Parties rParties;
   rParties.rLocalLine = LineContact(prDB);
   rParties.strDbRemoteNum = GetDbRemoteNum();
-  // A running call creates no contact for the far party, so that one which is not kept leaves none behind. The look-up
-  // takes the number as it stands, without conversion. See ActiveRowLooksUpTheNumberUnconverted.
-  rParties.rRemote =
-      fFinal ? prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(rParties.strDbRemoteNum), "", /*fLocal=*/false, "")
-             : prDB->GetCallerIDContact(rParties.strDbRemoteNum);
+  rParties.rRemote = fFinal ? RemoteNumContact(prDB) : KnownRemoteContact(prDB);
   rParties.fInternal = IsInternal(rParties.rRemote);
   if (rParties.fInternal) {
     lg(LOG_NOTICE, "[%d] Other %s is also local: internal call", iChannel, rParties.strDbRemoteNum.c_str());
