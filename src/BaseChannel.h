@@ -307,6 +307,13 @@ class BaseChannel {
   struct Verdict;  // whether a finished part is kept, and what its finishing needs to know
   struct Parties;  // both sides of a call row
 
+  // What a digit code can be set to do.
+  struct DtmfRow {
+    const char* acAction;
+    void (*Do)(BaseChannel& rChannel);
+  };
+  static const DtmfRow rDtmfRows[];
+
   // -- steps of Periodic ----------------------------------------------------------------------------------------
   void PeriodicFileHeader();
   void PeriodicLoudAlarm();

@@ -21,26 +21,6 @@ constexpr std::size_t MAX_DIGITS = 100;          // strDigits stops growing here
 constexpr std::size_t MIN_DIGITS_AS_REMOTE = 2;  // a single key is a menu choice rather than a number
 constexpr std::size_t MIN_REAL_REMOTE = 3;       // a remote number this long is not replaced by digits
 
-// What a digit code can be set to do.
-struct DtmfRow {
-  const char* acAction;
-  void (*Do)(BaseChannel& rChannel);
-};
-const DtmfRow rDtmfRows[] = {
-    {"email", [](BaseChannel& rChannel) { rChannel.fToEmail = true; }},
-    {"email2",
-     [](BaseChannel& rChannel) { rChannel.prRecorder->EmailBackRecording(rChannel.iActiveContactLocal, /*iBack=*/1); }},
-    {"keep",
-     [](BaseChannel& rChannel) {
-       rChannel.prRecorder->GetDatabaseHandle()->SetActiveCallExtra(rChannel.iActiveCallID, "to-keep", "1");
-     }},
-    {"silence", [](BaseChannel& rChannel) { (void)rChannel.TrySetSilencing(true); }},  // refusals log themselves
-    {"sound", [](BaseChannel& rChannel) { (void)rChannel.TrySetSilencing(false); }},
-    {"start", [](BaseChannel& rChannel) { (void)rChannel.RecOnDmdAct(true); }},
-    {"stop", [](BaseChannel& rChannel) { (void)rChannel.RecOnDmdAct(false); }},
-    {"delete", [](BaseChannel& rChannel) { (void)rChannel.DeleteAct(); }},
-};
-
 // A number that the line delivered, as against nothing, a stub, or a text such as "private".
 bool IsRealRemoteNum(const std::string& strNum) {
   return strNum.size() >= MIN_REAL_REMOTE && strNum[0] >= '0' && strNum[0] <= '9';
@@ -183,6 +163,21 @@ void BaseChannel::DetectedDigit(char ch) {
 void BaseChannel::LinkedChannelDigit(char ch) {
   DetectedDigit(ch);
 }
+
+const BaseChannel::DtmfRow BaseChannel::rDtmfRows[] = {
+    {"email", [](BaseChannel& rChannel) { rChannel.fToEmail = true; }},
+    {"email2",
+     [](BaseChannel& rChannel) { rChannel.prRecorder->EmailBackRecording(rChannel.iActiveContactLocal, /*iBack=*/1); }},
+    {"keep",
+     [](BaseChannel& rChannel) {
+       rChannel.prRecorder->GetDatabaseHandle()->SetActiveCallExtra(rChannel.iActiveCallID, "to-keep", "1");
+     }},
+    {"silence", [](BaseChannel& rChannel) { (void)rChannel.TrySetSilencing(true); }},  // refusals log themselves
+    {"sound", [](BaseChannel& rChannel) { (void)rChannel.TrySetSilencing(false); }},
+    {"start", [](BaseChannel& rChannel) { (void)rChannel.RecOnDmdAct(true); }},
+    {"stop", [](BaseChannel& rChannel) { (void)rChannel.RecOnDmdAct(false); }},
+    {"delete", [](BaseChannel& rChannel) { (void)rChannel.DeleteAct(); }},
+};
 
 void BaseChannel::DtmfAction(const std::string& strAction) {
   lg(LOG_NOTICE, "[%d] Action to perform: %s", iChannel, strAction.c_str());
