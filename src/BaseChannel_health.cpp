@@ -5,6 +5,8 @@
 
 #include <syslog.h>
 
+#include <algorithm>
+
 #include "logging.h"
 
 namespace {
@@ -12,7 +14,7 @@ namespace {
 constexpr int SCORE_BAD_STATE = 60;
 constexpr int SCORE_DECAY = 1;  // a second
 constexpr int SCORE_CEILING = 200;
-constexpr int SCORE_UNHEALTHY = 150;  // above it
+constexpr int SCORE_UNHEALTHY = 150;  // above it the line is ill
 
 struct TextRow {
   int iCode;
@@ -44,13 +46,6 @@ const char* TextOf(const TextRow (&rRows)[N], int iCode) {
     if (rRow.iCode == iCode) return rRow.acText;
   }
   return "";
-}
-
-// Brings a score into its range; whether it makes the line unhealthy.
-bool ClampScore(int& iScore) {
-  if (iScore > SCORE_CEILING) iScore = SCORE_CEILING;
-  if (iScore < 0) iScore = 0;
-  return iScore > SCORE_UNHEALTHY;
 }
 
 }  // namespace
@@ -92,9 +87,12 @@ void BaseChannel::PeriodicChannelState() {
 }
 
 void BaseChannel::FinalCalcChannelState() {
+  iLineErrCalc = std::clamp(iLineErrCalc, 0, SCORE_CEILING);
+  iLineOfflineCalc = std::clamp(iLineOfflineCalc, 0, SCORE_CEILING);
+
   ELineHealth eHealth = LINEHEALTH_OK;
-  if (ClampScore(iLineErrCalc)) eHealth = LINEHEALTH_ERROR;
-  if (ClampScore(iLineOfflineCalc)) eHealth = LINEHEALTH_OFFLINE;
+  if (iLineErrCalc > SCORE_UNHEALTHY) eHealth = LINEHEALTH_ERROR;
+  if (iLineOfflineCalc > SCORE_UNHEALTHY) eHealth = LINEHEALTH_OFFLINE;
   if (IsChStateDisconnected(iLastChannelState)) eHealth = LINEHEALTH_OFFLINE;
   if (eHealth == eLineHealth) return;
   eLineHealth = eHealth;
