@@ -28,6 +28,8 @@ enum EMixSide { MIX_OWN = 0, MIX_LINKED = 1 };
 
 constexpr int NO_LEVEL_DB = -999;  // iLast_dB before the first loudness window of a call
 
+constexpr int RECORD_REPORT_BYTES = 2048;  // the card tells of each quarter second of audio
+
 // -- texts of the card's codes; empty for an unknown one ----------------------------------------------------------
 const char* GetChannelStateDescr(int iState);
 const char* GetToneDescr(int iTone);

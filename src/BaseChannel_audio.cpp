@@ -19,9 +19,9 @@
 
 namespace {
 
-constexpr int RECORD_BUF_BYTES = 4096;     // the card reports every 2048 bytes, so one report may come late
-constexpr int MIX_BUF_PER_RECORD_BUF = 4;  // two of audio a side, and room for two sides in stereo
-constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / 2;  // half a second, as for LOUDNESS_SAMPLES_STEREO
+constexpr int RECORD_BUF_BYTES = 2 * RECORD_REPORT_BYTES;  // one report may come late
+constexpr int MIX_BUF_PER_RECORD_BUF = 4;                  // two of audio a side, and room for two sides in stereo
+constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / 2;   // half a second, as for LOUDNESS_SAMPLES_STEREO
 constexpr int LOUDNESS_SAMPLES_STEREO = SAMPLES_PER_S;
 constexpr double LINEAR_SCALE = 3.0517578125e-05;  // 1/32768
 constexpr double RMS_SILENCE = 1e-05;              // not above it: NO_SOUND_DB, since a logarithm needs something

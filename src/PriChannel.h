@@ -5,7 +5,14 @@
 
 #include "BaseChannel.h"
 
-enum EPriState { PRI_IDLE = 0, PRI_RING = 2, PRI_TALK = 3, PRI_UNAVAILABLE = 11, PRI_NUMB = 105 };
+// States of a circuit, as the card reports them.
+enum EPriState {
+  PRI_IDLE = S_SPY_STANDBY,
+  PRI_RING = S_SPY_RINGING,
+  PRI_TALK = S_SPY_TALKING,
+  PRI_UNAVAILABLE = 11,  // the card's header has no name for it
+  PRI_NUMB = S_SPY_RCVPHONUM,
+};
 const char* GetPriStateDescr(int iState);
 
 class PRI_Channel : public BaseChannel {

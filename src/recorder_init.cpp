@@ -30,7 +30,6 @@ constexpr const char* WORK_ROOT_DISK = "/recordings/rectmp";
 
 constexpr WORD ALL_EVENTS = 0xffff;
 constexpr int ALL_CHANNELS = -1;
-constexpr DWORD RECORD_REPORT_BYTES = 2048;  // a quarter second of audio
 
 bool IsOn(const std::string& strValue) {
   return TextToInt(strValue) != 0;
