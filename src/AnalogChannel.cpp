@@ -162,6 +162,8 @@ void AnalogChannel::Periodic() {
     return;
   }
   iVoltage = SsmGetLineVoltage(iDrvCh);
+  // By the wall clock and not by GetSrTime: kept as it is, since the daemon has one clock for both. See
+  // SoundStartsACallAndSilenceEndsIt.
   if (fInCall_Audio && !fAudio && time(nullptr) - rStartSilence >= iSilenceTimeOut) SilenceTimedOut();
 }
 

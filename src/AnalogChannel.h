@@ -23,7 +23,7 @@ class AnalogChannel : public BaseChannel {
   int m_iLastTone = 0;         // last value of tone analysis; 0: none
   bool fInCall_Audio = false;  // in a call by voice detection
   bool fAudio = false;         // sound is present now
-  time_t rStartSilence = 0;    // when the last silence began
+  time_t rStartSilence = 0;    // when the last silence began; wall clock, unlike all times of BaseChannel
   int iSilenceTimeOut = 8;     // seconds of silence that end a voice-triggered call
   int iTriggerType = TRIGGER_VOICE;
   int iVoltage = NO_VOLTAGE;  // last line voltage; not read with TRIGGER_ALWAYS

@@ -112,8 +112,9 @@ class BaseChannel {
   bool MayDeleteOnDemand();
   // Ends the recording and bars the rest of the call; whether done.
   bool DeleteAct();
-  // Both return whether the option is on.
+  // Starts or stops on demand; false on a call that does not record on demand.
   bool RecOnDmdAct(bool fStart);
+  // False when the setting fSilenceOnDemand is off.
   bool TrySetSilencing(bool fToSet);
 
   // -- audio (BaseChannel_audio.cpp) ----------------------------------------------------------------------------
@@ -236,7 +237,7 @@ class BaseChannel {
   std::string strPrevCallRemoteNum;
   bool fUsePressedDigitsForRemote = false;
   time_t rDigitTime = 0;        // last digit
-  bool fResetLocalNum = false;  // ClearInfo also empties strLocalNum
+  bool fResetLocalNum = false;  // ClearInfo also empties strLocalNum; nothing sets it
 
   // -- recording ------------------------------------------------------------------------------------------------
   // fRecording can hold while hAudioFile is null: the open failed, the call goes on without audio.

@@ -123,6 +123,7 @@ void BaseChannel::WhenCallStops() {
   rCallStopTime = GetSrTime();
   FinalizeRecording(/*fClearInfo=*/true);
   (void)SsmClearCallerId(iDrvCh);  // nothing to be done about a failure: the next caller id replaces this one
+  // What the card has gathered of R2 signalling, in which exchanges pass numbers on digit by digit, as pairs of tones.
   if (SsmClearR2callToneBuf_FP != nullptr) (void)SsmClearR2callToneBuf_FP(iDrvCh);
 }
 

@@ -52,7 +52,9 @@ void PRI_Channel::Init(int iChannel_, int iBoardListIx_, int iBoardCh_, ICRecord
 }
 
 int PRI_Channel::GetWaitTime() {
-  // Signalling rings on outgoing calls too, so the direction does not matter here.
+  // Signalling rings on outgoing calls too, so the direction does not matter here. The wall clock less a ring time of
+  // GetSrTime: kept as it is, since the daemon has one clock for both. See
+  // WaitTimeCountsFromTheFirstRingInEitherDirection.
   return rFirstRing == 0 ? -1 : static_cast<int>(time(nullptr) - rFirstRing);
 }
 
