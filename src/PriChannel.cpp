@@ -44,8 +44,8 @@ PRI_Channel::PRI_Channel() {
   fRingsUntilPickup = true;
 }
 
-void PRI_Channel::Init(int iChannel_, int iBoardListIx_, int iBoardCh_, ICRecorder* prRecorder_, int iDrvCh_) {
-  BaseChannel::Init(iChannel_, iBoardListIx_, iBoardCh_, prRecorder_, iDrvCh_);
+void PRI_Channel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, ICRecorder* prOwner, int iDriverCh) {
+  BaseChannel::Init(iChannelNr, iBoardListIndex, iBoardChannel, prOwner, iDriverCh);
   fChAvail = false;
   fChAvailUnknown = true;
   fSwapSides = prRecorder->GetBoardParamInt(iBoardListIx, "SwapSides") != 0;
