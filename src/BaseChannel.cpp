@@ -81,20 +81,6 @@ void BaseChannel::HandleEvent(SSM_EVENT* prEvent) {
   NewChannelState();
 }
 
-void BaseChannel::DefaultEventHandle(SSM_EVENT* prEvent) {
-  if (prEvent->wEventCode != E_PROC_RecordMem) return;
-  const int iPos = static_cast<int>(prEvent->dwParam);
-  if (iPos < 0 || iPos > iRecordBufSize) return;  // no place in our ring: nothing that could be read
-
-  if (iPos < iRecordOffset) {  // the card has passed the end of the ring
-    WriteMemRange(iRecordOffset, iRecordBufSize);
-    WriteMemRange(0, iPos);
-  } else {
-    WriteMemRange(iRecordOffset, iPos);
-  }
-  iRecordOffset = iPos;
-}
-
 // -- each second -----------------------------------------------------------------------------------------------------
 
 void BaseChannel::Periodic() {

@@ -56,9 +56,6 @@ class BaseChannel {
   virtual void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh);
   // A subclass calls this one first, then does its own work.
   virtual void HandleEvent(SSM_EVENT* prEvent);
-  // A subclass calls it for each code that it does not treat itself: carries E_PROC_RecordMem to the audio path.
-  // A position outside the ring buffer is dropped.
-  void DefaultEventHandle(SSM_EVENT* prEvent);
   // Once a second.
   virtual void Periodic();
   // When the recorder shuts down, after EndOfCall.
@@ -122,6 +119,9 @@ class BaseChannel {
   virtual bool CanStereo() { return false; }
   // Buffers, which live until the channel is destroyed, the law of this recording, and an end of silencing.
   void BasicRecordingPreparation();
+  // A subclass calls it for each code that it does not treat itself: carries E_PROC_RecordMem to the audio path.
+  // A position outside the ring buffer is dropped.
+  void DefaultEventHandle(SSM_EVENT* prEvent);
   // Sends bytes [iStart, iStop) of acRecordBuf to the file, or to the base channel when this side is mixed in.
   // Does nothing for an empty range, or with neither base nor open file, or for one that leaves the buffer. While
   // silenced, overwrites the range first.

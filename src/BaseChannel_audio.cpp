@@ -104,6 +104,20 @@ void BaseChannel::BasicRecordingPreparation() {
 
 // -- from the ring buffer --------------------------------------------------------------------------------------------
 
+void BaseChannel::DefaultEventHandle(SSM_EVENT* prEvent) {
+  if (prEvent->wEventCode != E_PROC_RecordMem) return;
+  const int iPos = static_cast<int>(prEvent->dwParam);
+  if (iPos < 0 || iPos > iRecordBufSize) return;  // no place in our ring: nothing that could be read
+
+  if (iPos < iRecordOffset) {  // the card has passed the end of the ring
+    WriteMemRange(iRecordOffset, iRecordBufSize);
+    WriteMemRange(0, iPos);
+  } else {
+    WriteMemRange(iRecordOffset, iPos);
+  }
+  iRecordOffset = iPos;
+}
+
 void BaseChannel::WriteMemRange(int iStart, int iStop) {
   if (iStart >= iStop) return;
   if (iBaseRecCh == -1 && hAudioFile == nullptr) return;
