@@ -4,21 +4,12 @@
 
 #include <syslog.h>
 
-#include <algorithm>
-#include <climits>
-
 #include "logging.h"
 
 namespace {
 
 constexpr int HEADER_UPDATE_S = 5;  // a crash loses at most this much of a file's length
-constexpr int LOUDNESS_WINDOWS_PER_S = 2;
 constexpr int SECONDS_PER_MIN = 60;
-
-int LoudWindows(int iSeconds) {
-  const long long iWindows = static_cast<long long>(iSeconds) * LOUDNESS_WINDOWS_PER_S;
-  return static_cast<int>(std::clamp<long long>(iWindows, INT_MIN, INT_MAX));
-}
 
 }  // namespace
 
@@ -44,12 +35,9 @@ void BaseChannel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, I
   iBoardCh = iBoardChannel;
   prRecorder = prOwner;
 
-  fHighDetect = ChannelSetting("LoudVoiceDetect") != 0;
-  iHighDbThr = ChannelSetting("LoudnessThr");
-  iHighMaxCnt = LoudWindows(ChannelSetting("LoudnessLen"));
+  ReadLoudnessSettings();
   fLongRecordings = ChannelSetting("LongRecordings") != 0;
   iLongRecordingsLen = ChannelSetting("LongRecordingsLen");
-  if (fHighDetect) fCalcLoudness = true;
   fRecOnDmd = ChannelSetting("RecOnDmd") != 0;
   fRecOnDmdStart = false;
   fCheckLineStatus = ChannelSetting("CheckLineStatus") != 0;
@@ -97,14 +85,6 @@ void BaseChannel::PeriodicFileHeader() {
   UpdateAudioFileHeader();
 }
 
-void BaseChannel::PeriodicLoudAlarm() {
-  if (iHighNotify != HIGH_NOTIFY_TO_SEND) return;
-  lg(LOG_NOTICE, "[%d] Loud audio detected", iChannel);
-  iHighNotify = HIGH_NOTIFY_SENT;
-  prRecorder->GetDatabaseHandle()->UpdateActiveCallCategory(iActiveCallID, CATEGORY_LOUD);
-  prRecorder->NotifyAdmin(LOUD_TALKING, strDbRemoteId);
-}
-
 // The call's information stays, so the next part has the same numbers, and an id of its own.
 void BaseChannel::PeriodicLongRecording() {
   if (!fRecording || !fLongRecordings) return;
@@ -134,14 +114,7 @@ void BaseChannel::ClearInfo() {
   rLastRing = 0;
 
   strDigits.clear();
-  iCalcLoudnessIndex = 0;
-  dLoudness = 0;
-  fHighSwitchedOff = false;
-  iHighCnt = 0;
-  iHighAge = 0;
-  iHighNotify = HIGH_NOTIFY_NONE;
-  iLast_dB = NO_LEVEL_DB;
-
+  ClearLoudness();
   fDigitFreeze = false;
   fToEmail = false;
   fDontRecord = false;

@@ -319,7 +319,6 @@ class BaseChannel {
 
   // -- steps of Periodic ----------------------------------------------------------------------------------------
   void PeriodicFileHeader();
-  void PeriodicLoudAlarm();
   void PeriodicLongRecording();
 
   // -- steps of the call lifecycle ------------------------------------------------------------------------------
@@ -338,6 +337,9 @@ class BaseChannel {
   bool StartDriver();
   bool StopDriver();
   void MixMono(const BYTE* buf, int iLen, int iType);
+  void ReadLoudnessSettings();
+  void ClearLoudness();
+  void PeriodicLoudAlarm();
   void MeasureLoudness(const BYTE* buf, int len);
   void CountLoudWindow();
   const AudioLaw* prLaw = &LAW_A;  // of this recording

@@ -9,6 +9,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 
@@ -21,10 +22,11 @@ namespace {
 
 constexpr int RECORD_BUF_BYTES = 2 * RECORD_REPORT_BYTES;  // one report may come late
 constexpr int MIX_BUF_PER_RECORD_BUF = 4;                  // two of audio a side, and room for two sides in stereo
-constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / 2;   // half a second, as for LOUDNESS_SAMPLES_STEREO
-constexpr int LOUDNESS_SAMPLES_STEREO = SAMPLES_PER_S;
-constexpr double LINEAR_SCALE = 3.0517578125e-05;  // 1/32768
-constexpr double RMS_SILENCE = 1e-05;              // not above it: NO_SOUND_DB, since a logarithm needs something
+constexpr int LOUDNESS_WINDOWS_PER_S = 2;
+constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / LOUDNESS_WINDOWS_PER_S;
+constexpr int LOUDNESS_SAMPLES_STEREO = 2 * LOUDNESS_SAMPLES_MONO;  // of both sides together
+constexpr double LINEAR_SCALE = 3.0517578125e-05;                   // 1/32768
+constexpr double RMS_SILENCE = 1e-05;  // not above it: NO_SOUND_DB, since a logarithm needs something
 constexpr int NO_SOUND_DB = -30;
 constexpr int FULL_SCALE_DB = 70;
 constexpr double ROUNDING_DB = 0.5;      // what is left is cut towards zero, so levels below 0 round up
@@ -67,6 +69,11 @@ const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc) {
 BYTE SumOfSamples(const AudioLaw& rLaw, BYTE ucOne, BYTE ucOther) {
   const int iSum = rLaw.ToLinear(ucOne) + rLaw.ToLinear(ucOther);
   return rLaw.FromLinear(static_cast<short>(std::clamp(iSum, -32768, 32767)));
+}
+
+int LoudWindows(int iSeconds) {
+  const long long iWindows = static_cast<long long>(iSeconds) * LOUDNESS_WINDOWS_PER_S;
+  return static_cast<int>(std::clamp<long long>(iWindows, INT_MIN, INT_MAX));
 }
 
 }  // namespace
@@ -268,6 +275,23 @@ void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh) {
 
 // -- loudness --------------------------------------------------------------------------------------------------------
 
+void BaseChannel::ReadLoudnessSettings() {
+  fHighDetect = ChannelSetting("LoudVoiceDetect") != 0;
+  iHighDbThr = ChannelSetting("LoudnessThr");
+  iHighMaxCnt = LoudWindows(ChannelSetting("LoudnessLen"));
+  if (fHighDetect) fCalcLoudness = true;
+}
+
+void BaseChannel::ClearLoudness() {
+  iCalcLoudnessIndex = 0;
+  dLoudness = 0;
+  fHighSwitchedOff = false;
+  iHighCnt = 0;
+  iHighAge = 0;
+  iHighNotify = HIGH_NOTIFY_NONE;
+  iLast_dB = NO_LEVEL_DB;
+}
+
 void BaseChannel::MeasureLoudness(const BYTE* buf, int len) {
   for (int i = 0; i < len; i++) {
     const double dSample = prLaw->ToLinear(buf[i]) * LINEAR_SCALE;
@@ -294,4 +318,12 @@ void BaseChannel::CountLoudWindow() {
     iHighAge++;
     if (iHighAge > QUIET_WINDOWS_FORGET) iHighCnt = 0;
   }
+}
+
+void BaseChannel::PeriodicLoudAlarm() {
+  if (iHighNotify != HIGH_NOTIFY_TO_SEND) return;
+  lg(LOG_NOTICE, "[%d] Loud audio detected", iChannel);
+  iHighNotify = HIGH_NOTIFY_SENT;
+  prRecorder->GetDatabaseHandle()->UpdateActiveCallCategory(iActiveCallID, CATEGORY_LOUD);
+  prRecorder->NotifyAdmin(LOUD_TALKING, strDbRemoteId);
 }
