@@ -116,9 +116,7 @@ void DChannel(Command& rCommand, DWORD dwCode, DWORD dwSubReason = 0, const std:
 // -- the record of an ISDN call, as the card hands it over ----------------------------------------------------
 
 constexpr std::size_t ISDN_NUMBER_BYTES = 32;
-constexpr std::size_t ISDN_RECORD_BYTES = 204;
-constexpr std::size_t ISDN_LONG_RECORD_BYTES = 236;  // some cards add 32 bytes
-constexpr std::size_t ISDN_SOURCE_AT = 4;            // 1: the call comes in
+constexpr std::size_t ISDN_SOURCE_AT = 4;  // 1: the call comes in
 constexpr std::size_t ISDN_CALLER_AT = 12;
 constexpr std::size_t ISDN_CALLED_AT = 76;
 constexpr std::size_t ISDN_CONNECTED_AT = 140;
@@ -133,7 +131,7 @@ void PutNumber(WordReader& rWords, std::string& strRecord, std::size_t iAt, cons
 void ReadIsdn(WordReader& rWords, Command& rCommand) {
   const auto dwPhase = static_cast<DWORD>(rWords.Choice(CALL_PHASES));
   const bool fIncoming = rWords.Choice(IN_OUT) == 1;
-  std::string strRecord(rWords.Take("long") ? ISDN_LONG_RECORD_BYTES : ISDN_RECORD_BYTES, '\0');
+  std::string strRecord(rWords.Take("long") ? ISDN_RECORD_EXTENDED_BYTES : ISDN_RECORD_BYTES, '\0');
   ReadNumbers(rWords, {{"caller", 0}, {"called", 1}, {"connected", 2}}, rCommand);
   strRecord[ISDN_SOURCE_AT] = fIncoming ? 1 : 2;
   PutNumber(rWords, strRecord, ISDN_CALLER_AT, rCommand.rNumbers["caller"]);

@@ -33,30 +33,12 @@ enum ETdmStart {
 constexpr std::size_t DISPLAY_TEXT_BYTES = 300;
 // Longest text of an ISDN call phase.
 constexpr std::size_t BRI_TEXT_BYTES = EVENT_BUFFER_BYTES;
-constexpr std::size_t ISDN_RECORD_BYTES = 204;           // ISDN_CALL_INFO
-constexpr std::size_t ISDN_RECORD_EXTENDED_BYTES = 236;  // the record and 32 bytes that nothing reads
 
 // One connected call of a telephone that can hold several.
 struct BusyCall {
   std::string strRemote;
   bool fIncoming = false;
 };
-
-// Record of an ISDN call, as the card hands it over in pvBuffer; little-endian.
-struct ISDN_CALL_INFO {
-  DWORD CallRef = 0;     // not used here
-  DWORD CallSource = 0;  // 1: the call comes in; any other value: it goes out
-  DWORD Cause = 0;       // not used here
-  char CallerNumber[32] = {};
-  char CallerSubAddr[32] = {};
-  char CalledNumber[32] = {};
-  char CalledSubAddr[32] = {};
-  char ConnectNumber[32] = {};
-  char ConnectSubAddr[32] = {};
-};
-static_assert(sizeof(ISDN_CALL_INFO) == 204, "size of the card's ISDN call record");
-static_assert(offsetof(ISDN_CALL_INFO, CallerNumber) == 12 && offsetof(ISDN_CALL_INFO, CalledNumber) == 76, "layout");
-static_assert(offsetof(ISDN_CALL_INFO, ConnectNumber) == 140, "layout");
 
 // Copies the event's data as a text of at most iMax characters; acTo has room for one more. Empty without data.
 void CopyEventText(const SSM_EVENT& rEvent, char* acTo, std::size_t iMax);

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr DWORD CALL_SOURCE_INCOMING = 1;  // of a record's CallSource, and of dwSubReason where the phase is text
-
 bool IsRecord(const SSM_EVENT& rEvent) {
   return rEvent.pvBuffer != nullptr &&
          (rEvent.dwDataLength == ISDN_RECORD_BYTES || rEvent.dwDataLength == ISDN_RECORD_EXTENDED_BYTES);

@@ -73,6 +73,19 @@ struct DST_EVENT {
   DWORD dwDataLength = 0;
 };
 
+// Record of an ISDN call, as the card hands it over in pvBuffer; little-endian.
+struct ISDN_CALL_INFO {
+  DWORD CallRef = 0;     // not used here
+  DWORD CallSource = 0;  // 1: the call comes in; any other value: it goes out
+  DWORD Cause = 0;       // not used here
+  char CallerNumber[32] = {};
+  char CallerSubAddr[32] = {};
+  char CalledNumber[32] = {};
+  char CalledSubAddr[32] = {};
+  char ConnectNumber[32] = {};
+  char ConnectSubAddr[32] = {};
+};
+
 static_assert(sizeof(SSM_EVENT) == 56, "size of the card library's event record");
 static_assert(offsetof(SSM_EVENT, nReference) == 4 && offsetof(SSM_EVENT, dwParam) == 8, "event record layout");
 static_assert(offsetof(SSM_EVENT, dwUser) == 12 && offsetof(SSM_EVENT, dwSubReason) == 16, "event record layout");
@@ -90,6 +103,9 @@ static_assert(offsetof(SSM_VERSION, usBuild) == 4 && offsetof(SSM_VERSION, ucRel
 static_assert(offsetof(SSM_VERSION, ucFeature) == 7, "version record layout");
 static_assert(sizeof(DST_EVENT) == 272 && offsetof(DST_EVENT, pucBuffer) == 12, "station event record layout");
 static_assert(offsetof(DST_EVENT, dwDataLength) == 268, "station event record layout");
+static_assert(sizeof(ISDN_CALL_INFO) == 204, "size of the card's ISDN call record");
+static_assert(offsetof(ISDN_CALL_INFO, CallerNumber) == 12 && offsetof(ISDN_CALL_INFO, CalledNumber) == 76, "layout");
+static_assert(offsetof(ISDN_CALL_INFO, ConnectNumber) == 140, "layout");
 
 // Ways of delivery, EVENT_SET_INFO::dwWorkMode.
 enum EEventWorkMode : DWORD {
@@ -220,6 +236,10 @@ constexpr int SSM_EVENT_TIMEOUT = -1;             // of SsmWaitForEventA
 constexpr std::size_t EVENT_BUFFER_BYTES = 1024;  // buffer of SsmWaitForEventA, for the data of an event
 constexpr std::size_t SSM_ERR_MSG_BYTES = 300;    // buffer of SsmGetLastErrMsg
 constexpr std::size_t SPY_NUMBER_BYTES = 64;      // buffer of the SpyGet...Id operations
+
+constexpr std::size_t ISDN_RECORD_BYTES = 204;           // ISDN_CALL_INFO
+constexpr std::size_t ISDN_RECORD_EXTENDED_BYTES = 236;  // the record and 32 bytes that nothing reads
+constexpr DWORD CALL_SOURCE_INCOMING = 1;  // of a record's CallSource, and of dwSubReason where the phase is text
 
 extern "C" {
 
