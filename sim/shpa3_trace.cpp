@@ -10,9 +10,6 @@ using simcards::SSM_FAILED;
 
 namespace {
 
-constexpr DWORD ALL_NUMBERS = 0xFFFFFFFF;  // the only dwNum in use
-constexpr BYTE TRACE_SIGNALLING = 255;     // the only ucProcessType in use
-
 int AlreadyTraced(const char* acOperation, int nCh) {
   simcards::State& rState = simcards::TheState();
   const std::lock_guard<std::mutex> rGuard(rState.rMutex);
@@ -48,12 +45,12 @@ int DTRSendRawData2A3(DWORD dwNum, PCHAR pcData, int nCh, BYTE ucProcessType, WO
     Call rCall(Call::LISTED, "DTRSendRawData2A3", dwNum, nCh, ucProcessType, wLen);
     if (rCall.Refused()) return rCall.iResult;
     if (rCall.ChannelAt(nCh) == nullptr) return SSM_FAILED;
-    if (pcData == nullptr || dwNum != ALL_NUMBERS || ucProcessType != TRACE_SIGNALLING || wLen > 1 ||
-        (wLen == 1) != (pfnCallback != nullptr)) {
+    if (pcData == nullptr || dwNum != DTR_ALL || ucProcessType != DTR_CALLBACK_TYPE || wLen > DTR_ON ||
+        (wLen == DTR_ON) != (pfnCallback != nullptr)) {
       return rCall.Fail("only switching the trace of signalling on and off is simulated");
     }
   }
-  if (wLen == 0) {
+  if (wLen == DTR_OFF) {
     simcards::StopSignalTrace(nCh);
     return SSM_OK;
   }

@@ -22,15 +22,12 @@ constexpr auto BIT_PERIOD = std::chrono::milliseconds(20);
 constexpr std::size_t BIT_BYTES = 40;
 constexpr BYTE HDLC_FLAG = 0x7E;
 
-enum EProcessType : BYTE { PROCESS_DATA = 0, PROCESS_EVENT = 1 };
-enum ECmdType : BYTE { CMD_STATUS = 0x2E, CMD_UP = 0x2F, CMD_DOWN = 0x30, CMD_VOICE = 0x31 };
-
 // What the telephone sends; the rest comes from the PBX.
-constexpr DWORD UP_MESSAGES[] = {0x0008, 0x000E, 0x1006, 0x100E, 0x1012, 0x101A, 0x101E, 0x1021};
-constexpr DWORD AUDIO_CHANGE = 0x104A;
+constexpr DWORD UP_MESSAGES[] = {DMSG_OFF_HOOK,       DMSG_ON_HOOK,        DMSG_KEY_DIGIT,   DMSG_FUNCTION_BUTTON,
+                                 DMSG_RELEASE_BUTTON, DMSG_FEATURE_BUTTON, DMSG_SOFT_BUTTON, DMSG_LINE_BUTTON};
 
 BYTE CmdTypeOf(DWORD dwCode) {
-  if (dwCode == AUDIO_CHANGE) return CMD_VOICE;
+  if (dwCode == DMSG_AUDIO_CHANGE) return CMD_VOICE;
   return std::count(std::begin(UP_MESSAGES), std::end(UP_MESSAGES), dwCode) > 0 ? CMD_UP : CMD_DOWN;
 }
 

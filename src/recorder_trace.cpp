@@ -26,14 +26,7 @@ constexpr const char* TRACE_DMSG = "/recordings/log/dmsg.log";
 constexpr useconds_t TRACE_POLL_US = 200'000;
 constexpr useconds_t DRIVER_SETTLE_US = 500'000;  // for calls that are on their way when the driver is switched off
 
-constexpr DWORD DTR_ALL = 0xFFFFFFFF;    // dwNum of DTRSendRawData2A3
-constexpr BYTE DTR_CALLBACK_TYPE = 255;  // ucProcessType: set or clear the callback
-constexpr WORD DTR_ON = 1;
-constexpr WORD DTR_OFF = 0;
-constexpr BYTE PROCESS_DATA = 0;  // ucProcessType of a callback
-constexpr BYTE PROCESS_EVENT = 1;
-constexpr BYTE FIRST_CMD_TYPE = 0x2e;
-constexpr char CMD_TYPES[] = "SUDV";  // from FIRST_CMD_TYPE on
+constexpr char CMD_TYPES[] = "SUDV";  // from CMD_STATUS on
 constexpr int BUFFER_CHARS = sizeof(DST_EVENT::pucBuffer);
 
 // Guards all below: the driver's threads write while the main thread opens and closes. A file that could not be opened
@@ -78,7 +71,7 @@ void CloseFiles() {
 // -- lines; the lock is held --------------------------------------------------------------------------------------
 
 char CmdTypeChar(BYTE ucCmd) {
-  const int iType = ucCmd - FIRST_CMD_TYPE;
+  const int iType = ucCmd - CMD_STATUS;
   return iType >= 0 && iType < static_cast<int>(sizeof CMD_TYPES) - 1 ? CMD_TYPES[iType] : '?';
 }
 

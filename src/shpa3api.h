@@ -237,6 +237,15 @@ constexpr std::size_t EVENT_BUFFER_BYTES = 1024;  // buffer of SsmWaitForEventA,
 constexpr std::size_t SSM_ERR_MSG_BYTES = 300;    // buffer of SsmGetLastErrMsg
 constexpr std::size_t SPY_NUMBER_BYTES = 64;      // buffer of the SpyGet...Id operations
 
+// Tracing the signalling of a channel, DTRSendRawData2A3.
+constexpr DWORD DTR_ALL = 0xFFFFFFFF;    // dwNum
+constexpr BYTE DTR_CALLBACK_TYPE = 255;  // ucProcessType: set or clear the callback
+constexpr WORD DTR_ON = 1;               // wLen
+constexpr WORD DTR_OFF = 0;
+// What the callback is given, in its ucProcessType; and in its ucCmd, with data.
+enum EProcessType : BYTE { PROCESS_DATA = 0, PROCESS_EVENT = 1 };
+enum ECmdType : BYTE { CMD_STATUS = 0x2E, CMD_UP = 0x2F, CMD_DOWN = 0x30, CMD_VOICE = 0x31 };
+
 constexpr std::size_t ISDN_RECORD_BYTES = 204;           // ISDN_CALL_INFO
 constexpr std::size_t ISDN_RECORD_EXTENDED_BYTES = 236;  // the record and 32 bytes that nothing reads
 constexpr DWORD CALL_SOURCE_INCOMING = 1;  // of a record's CallSource, and of dwSubReason where the phase is text
