@@ -14,12 +14,13 @@ constexpr long long MAX_DWORD = 0xFFFFFFFFLL;
 constexpr double DEFAULT_TONE_DB = -10.0;
 constexpr double DEFAULT_WAIT_S = 30.0;
 constexpr double LONGEST_WAIT_S = 86400.0;
-constexpr int S_PRI_UNAVAILABLE = 11;
 
 const std::vector<Keyword> ON_OFF = {{"on", 1}, {"off", 0}};
 const std::vector<Keyword> IN_OUT = {{"in", 1}, {"out", 0}};
 
-const std::vector<Keyword> TONES = {{"dial", 1}, {"busy", 2}, {"ringback", 3}, {"quiet", 4}, {"none", 5}, {"voice", 6}};
+const std::vector<Keyword> TONES = {{"dial", TONE_DIAL},         {"busy", TONE_BUSY},
+                                    {"ringback", TONE_RINGBACK}, {"quiet", TONE_SILENCE_AFTER_RINGBACK},
+                                    {"none", TONE_NO_SOUND},     {"voice", TONE_VOICE}};
 
 const std::vector<Keyword> CHANNEL_STATES = {
     {"standby", S_CALL_STANDBY},         {"offhook", S_CALL_PICKUPED}, {"ringing", S_CALL_RINGING},
@@ -31,7 +32,7 @@ const std::vector<Keyword> CIRCUIT_STATES = {{"idle", S_SPY_STANDBY},
                                              {"ring", S_SPY_RINGING},
                                              {"talk", S_SPY_TALKING},
                                              {"numbering", S_SPY_RCVPHONUM},
-                                             {"unavailable", S_PRI_UNAVAILABLE}};
+                                             {"unavailable", S_SPY_UNAVAILABLE}};
 
 const std::vector<Keyword> EVENTS = {
     {"pcmlink", E_CHG_PcmLinkStatus}, {"dtmf", E_CHG_RcvDTMF},        {"recordmem", E_PROC_RecordMem},
@@ -45,8 +46,9 @@ const std::vector<Keyword> BUTTONS = {{"function", DMSG_FUNCTION_BUTTON},
                                       {"soft", DMSG_SOFT_BUTTON},
                                       {"line", DMSG_LINE_BUTTON}};
 
-const std::vector<Keyword> CALL_PHASES = {{"progress", 0x6B}, {"alerting", 0x6E},  {"connected", 0x6F},
-                                          {"released", 0x70}, {"abandoned", 0x75}, {"rejected", 0x76}};
+const std::vector<Keyword> CALL_PHASES = {{"progress", DMSG_BRI_PROGRESS},   {"alerting", DMSG_BRI_ALERTING},
+                                          {"connected", DMSG_BRI_CONNECTED}, {"released", DMSG_BRI_RELEASED},
+                                          {"abandoned", DMSG_BRI_ABANDONED}, {"rejected", DMSG_BRI_REJECTED}};
 
 const std::vector<Keyword> WAITS = {{"ready", WAIT_READY},         {"handled", WAIT_HANDLED}, {"idle", WAIT_IDLE},
                                     {"recording", WAIT_RECORDING}, {"stopped", WAIT_STOPPED}, {"played", WAIT_PLAYED},
@@ -115,29 +117,29 @@ void DChannel(Command& rCommand, DWORD dwCode, DWORD dwSubReason = 0, const std:
 
 // -- the record of an ISDN call, as the card hands it over ----------------------------------------------------
 
-constexpr std::size_t ISDN_NUMBER_BYTES = 32;
-constexpr std::size_t ISDN_SOURCE_AT = 4;  // 1: the call comes in
-constexpr std::size_t ISDN_CALLER_AT = 12;
-constexpr std::size_t ISDN_CALLED_AT = 76;
-constexpr std::size_t ISDN_CONNECTED_AT = 140;
+constexpr DWORD CALL_SOURCE_OUTGOING = 2;  // one of many: all but CALL_SOURCE_INCOMING go out
 
-void PutNumber(WordReader& rWords, std::string& strRecord, std::size_t iAt, const std::string& strNumber) {
-  if (strNumber.size() >= ISDN_NUMBER_BYTES)
-    rWords.Fail("expected a number of at most 31 characters, found \"" + strNumber + '"');
-  strRecord.replace(iAt, std::min(strNumber.size(), ISDN_NUMBER_BYTES - 1), strNumber, 0, ISDN_NUMBER_BYTES - 1);
+template <std::size_t N>
+void PutNumber(WordReader& rWords, char (&acField)[N], const std::string& strNumber) {
+  if (strNumber.size() >= N)
+    rWords.Fail("expected a number of at most " + std::to_string(N - 1) + " characters, found \"" + strNumber + '"');
+  (void)strNumber.copy(acField, N - 1);
 }
 
 // isdn PHASE in|out [long] [caller N] [called N] [connected N]
 void ReadIsdn(WordReader& rWords, Command& rCommand) {
   const auto dwPhase = static_cast<DWORD>(rWords.Choice(CALL_PHASES));
   const bool fIncoming = rWords.Choice(IN_OUT) == 1;
-  std::string strRecord(rWords.Take("long") ? ISDN_RECORD_EXTENDED_BYTES : ISDN_RECORD_BYTES, '\0');
+  const std::size_t iBytes = rWords.Take("long") ? ISDN_RECORD_EXTENDED_BYTES : ISDN_RECORD_BYTES;
   ReadNumbers(rWords, {{"caller", 0}, {"called", 1}, {"connected", 2}}, rCommand);
-  strRecord[ISDN_SOURCE_AT] = fIncoming ? 1 : 2;
-  PutNumber(rWords, strRecord, ISDN_CALLER_AT, rCommand.rNumbers["caller"]);
-  PutNumber(rWords, strRecord, ISDN_CALLED_AT, rCommand.rNumbers["called"]);
-  PutNumber(rWords, strRecord, ISDN_CONNECTED_AT, rCommand.rNumbers["connected"]);
-  DChannel(rCommand, dwPhase, fIncoming ? 1 : 0, strRecord);
+  ISDN_CALL_INFO rInfo;
+  rInfo.CallSource = fIncoming ? CALL_SOURCE_INCOMING : CALL_SOURCE_OUTGOING;
+  PutNumber(rWords, rInfo.CallerNumber, rCommand.rNumbers["caller"]);
+  PutNumber(rWords, rInfo.CalledNumber, rCommand.rNumbers["called"]);
+  PutNumber(rWords, rInfo.ConnectNumber, rCommand.rNumbers["connected"]);
+  std::string strRecord(reinterpret_cast<const char*>(&rInfo), sizeof rInfo);
+  strRecord.resize(iBytes);
+  DChannel(rCommand, dwPhase, fIncoming ? CALL_SOURCE_INCOMING : 0, strRecord);
 }
 
 // bri PHASE in|out [TEXT]
@@ -313,7 +315,7 @@ const std::vector<Action> CIRCUIT_ACTIONS = {
     {"talk", CMD_TRUNK, S_SPY_TALKING, ReadTrunkCall},
     {"idle", CMD_TRUNK, S_SPY_STANDBY, ReadNothing},
     {"numbering", CMD_TRUNK, S_SPY_RCVPHONUM, ReadNothing},
-    {"unavailable", CMD_TRUNK, S_PRI_UNAVAILABLE, ReadNothing},
+    {"unavailable", CMD_TRUNK, S_SPY_UNAVAILABLE, ReadNothing},
     {"state", CMD_TRUNK, 0, ReadTrunkState},
     {"event", CMD_EVENT, 0, ReadEvent},
 };

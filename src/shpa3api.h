@@ -203,7 +203,13 @@ enum EChannelState : int {
 };
 
 // Circuit states, of E_CHG_SpyState.
-enum ESpyState : int { S_SPY_STANDBY = 0, S_SPY_RINGING = 2, S_SPY_TALKING = 3, S_SPY_RCVPHONUM = 105 };
+enum ESpyState : int {
+  S_SPY_STANDBY = 0,
+  S_SPY_RINGING = 2,
+  S_SPY_TALKING = 3,
+  S_SPY_UNAVAILABLE = 11,
+  S_SPY_RCVPHONUM = 105
+};
 
 // Tone kinds, of E_CHG_ToneAnalyze.
 enum ETone : int {
