@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "simcards_command.h"
+#include "simcards_action.h"
 
 namespace simcards {
 

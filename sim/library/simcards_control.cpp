@@ -12,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-#include "simcards_act.h"
+#include "simcards_perform.h"
 #include "simcards_state.h"
 #include "simcards_thread.h"
 

@@ -1,4 +1,4 @@
-// simcards_command: one action on the simulated cards, as it is written in a scenario and sent to the control socket.
+// simcards_action: one action on the simulated cards, as it is written in a scenario and sent to the control socket.
 // The grammar is told in docs/simulator.md. Reading is apart from doing, so that a scenario can be checked as a whole
 // before its first action.
 // Threads: any; no state.

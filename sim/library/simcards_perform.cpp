@@ -1,7 +1,7 @@
 // An action on a range is checked on every channel of it before the first event is queued, so that it happens as a
 // whole or not at all.
 
-#include "simcards_act.h"
+#include "simcards_perform.h"
 
 #include <chrono>
 

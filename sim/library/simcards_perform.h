@@ -1,4 +1,4 @@
-// simcards_act: does on the simulated cards what a command says.
+// simcards_perform: does on the simulated cards what a command says.
 // Threads: any thread that does not hold the library's lock. A wait blocks its thread.
 #pragma once
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simcards_command.h"
+#include "simcards_action.h"
 
 namespace simcards {
 

@@ -1,7 +1,7 @@
 // The table of actions comes first in reading order at the end of the file: each word, where it may stand, and the
 // function that reads what follows it. Names of codes stand in tables of their own.
 
-#include "simcards_command.h"
+#include "simcards_action.h"
 
 #include "simcards_words.h"
 

@@ -1,6 +1,6 @@
 // What the actions do: events, facts and audio, on a machine with one card of each family.
 
-#include "simcards_act.h"
+#include "simcards_perform.h"
 
 #include <gtest/gtest.h>
 

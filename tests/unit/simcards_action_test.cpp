@@ -1,6 +1,6 @@
-// Reading of actions: what each word gives, and what is said of a wrong one. What they do is in simcards_act_test.
+// Reading of actions: what each word gives, and what is said of a wrong one. What they do is in simcards_perform_test.
 
-#include "simcards_command.h"
+#include "simcards_action.h"
 
 #include <gtest/gtest.h>
 
