@@ -1,7 +1,12 @@
-// The table of actions comes first in reading order at the end of the file: each word, where it may stand, and the
-// function that reads what follows it. Names of codes stand in tables of their own.
+// Reading of actions. A table for each place of a line has its words, each with the function that reads what follows
+// it; the tables stand at the end, after the functions. Words that name a code of the card stand in tables at the
+// start.
 
 #include "simcards_action.h"
+
+#include <algorithm>
+#include <functional>
+#include <vector>
 
 #include "simcards_words.h"
 
@@ -14,6 +19,7 @@ constexpr long long MAX_DWORD = 0xFFFFFFFFLL;
 constexpr double DEFAULT_TONE_DB = -10.0;
 constexpr double DEFAULT_WAIT_S = 30.0;
 constexpr double LONGEST_WAIT_S = 86400.0;
+constexpr DWORD CALL_SOURCE_OUTGOING = 2;  // one of many: all but CALL_SOURCE_INCOMING go out
 
 const std::vector<Keyword> ON_OFF = {{"on", 1}, {"off", 0}};
 const std::vector<Keyword> IN_OUT = {{"in", 1}, {"out", 0}};
@@ -54,12 +60,22 @@ const std::vector<Keyword> WAITS = {{"ready", WAIT_READY},         {"handled", W
                                     {"recording", WAIT_RECORDING}, {"stopped", WAIT_STOPPED}, {"played", WAIT_PLAYED},
                                     {"traced", WAIT_TRACED}};
 
-DWORD Dword(WordReader& rWords, const char* acWhat) {
+// -- what several actions have ----------------------------------------------------------------------------------------
+
+bool ReadOnOff(WordReader& rWords) {
+  return rWords.Choice(ON_OFF) == 1;
+}
+
+bool ReadInOut(WordReader& rWords) {
+  return rWords.Choice(IN_OUT) == 1;
+}
+
+DWORD ReadDword(WordReader& rWords, const char* acWhat) {
   return static_cast<DWORD>(rWords.Int(acWhat, 0, MAX_DWORD));
 }
 
 // FIRST or FIRST..LAST
-void ReadRange(WordReader& rWords, const char* acWhat, Command& rCommand) {
+Range ReadRange(WordReader& rWords, const char* acWhat) {
   const std::string strRange = rWords.Text(acWhat);
   const std::size_t iDots = strRange.find("..");
   long long iFirst = 0, iLast = 0;
@@ -69,22 +85,26 @@ void ReadRange(WordReader& rWords, const char* acWhat, Command& rCommand) {
   if (!fRead || iFirst < 0 || iLast < iFirst || iLast > MAX_CHANNEL) {
     rWords.Fail("expected " + std::string(acWhat) + ", found \"" + strRange + '"');
   }
-  rCommand.iFirst = static_cast<int>(iFirst);
-  rCommand.iLast = static_cast<int>(iLast);
+  return {static_cast<int>(iFirst), static_cast<int>(iLast)};
+}
+
+Range ReadChannels(WordReader& rWords) {
+  return ReadRange(rWords, "a channel or a range such as 0..7");
 }
 
 // [param N] [sub N] [xtra N] [text T | hex H], in any order
-void ReadMessageParts(WordReader& rWords, Message& rMessage) {
+Message ReadMessage(WordReader& rWords) {
+  Message rMessage;
   while (!rWords.AtEnd() && rWords.Error().empty()) {
     switch (rWords.Choice({{"param", 0}, {"sub", 1}, {"xtra", 2}, {"text", 3}, {"hex", 4}})) {
       case 0:
-        rMessage.dwParam = Dword(rWords, "a number");
+        rMessage.dwParam = ReadDword(rWords, "a number");
         break;
       case 1:
-        rMessage.dwSubReason = Dword(rWords, "a number");
+        rMessage.dwSubReason = ReadDword(rWords, "a number");
         break;
       case 2:
-        rMessage.dwXtraInfo = Dword(rWords, "a number");
+        rMessage.dwXtraInfo = ReadDword(rWords, "a number");
         break;
       case 3:
         rMessage.strData = rWords.Text("a text");
@@ -94,277 +114,324 @@ void ReadMessageParts(WordReader& rWords, Message& rMessage) {
         break;
     }
   }
+  return rMessage;
 }
 
-void ReadNumbers(WordReader& rWords, const std::vector<Keyword>& vNames, Command& rCommand) {
+// [WORD N]..., in any order; prNumbers are the places of the words' numbers.
+using Number = std::optional<std::string>;
+void ReadNumbers(WordReader& rWords, const std::vector<Keyword>& vNames, const std::vector<Number*>& prNumbers) {
   while (!rWords.AtEnd() && rWords.Error().empty()) {
-    const int iName = rWords.Choice(vNames);
-    rCommand.rNumbers[vNames[static_cast<std::size_t>(iName)].acWord] = rWords.Text("a number or \"\"");
+    const auto iName = static_cast<std::size_t>(rWords.Choice(vNames));
+    *prNumbers[iName] = rWords.Text("a number or \"\"");
   }
 }
 
-void ReadDirection(WordReader& rWords, Command& rCommand) {
-  if (rWords.Take("in")) rCommand.iIncoming = 1;
-  if (rCommand.iIncoming < 0 && rWords.Take("out")) rCommand.iIncoming = 0;
+// -- on channels
+// --------------------------------------------------------------------------------------------------------
+
+template <typename A>
+A ReadNothing(WordReader& /*rWords*/) {
+  return {};
 }
 
-void DChannel(Command& rCommand, DWORD dwCode, DWORD dwSubReason = 0, const std::string& strData = "") {
-  rCommand.eCommand = CMD_DCHANNEL;
-  rCommand.rMessage.dwParam = dwCode;
-  rCommand.rMessage.dwSubReason = dwSubReason;
-  rCommand.rMessage.strData = strData;
+actions::Ring ReadRing(WordReader& rWords) {
+  return {ReadOnOff(rWords)};
 }
 
-// -- the record of an ISDN call, as the card hands it over ----------------------------------------------------
-
-constexpr DWORD CALL_SOURCE_OUTGOING = 2;  // one of many: all but CALL_SOURCE_INCOMING go out
-
-template <std::size_t N>
-void PutNumber(WordReader& rWords, char (&acField)[N], const std::string& strNumber) {
-  if (strNumber.size() >= N)
-    rWords.Fail("expected a number of at most " + std::to_string(N - 1) + " characters, found \"" + strNumber + '"');
-  (void)strNumber.copy(acField, N - 1);
+actions::CallerId ReadCallerId(WordReader& rWords) {
+  return {rWords.Text("a caller id")};
 }
 
-// isdn PHASE in|out [long] [caller N] [called N] [connected N]
-void ReadIsdn(WordReader& rWords, Command& rCommand) {
-  const auto dwPhase = static_cast<DWORD>(rWords.Choice(CALL_PHASES));
-  const bool fIncoming = rWords.Choice(IN_OUT) == 1;
-  const std::size_t iBytes = rWords.Take("long") ? ISDN_RECORD_EXTENDED_BYTES : ISDN_RECORD_BYTES;
-  ReadNumbers(rWords, {{"caller", 0}, {"called", 1}, {"connected", 2}}, rCommand);
-  ISDN_CALL_INFO rInfo;
-  rInfo.CallSource = fIncoming ? CALL_SOURCE_INCOMING : CALL_SOURCE_OUTGOING;
-  PutNumber(rWords, rInfo.CallerNumber, rCommand.rNumbers["caller"]);
-  PutNumber(rWords, rInfo.CalledNumber, rCommand.rNumbers["called"]);
-  PutNumber(rWords, rInfo.ConnectNumber, rCommand.rNumbers["connected"]);
-  std::string strRecord(reinterpret_cast<const char*>(&rInfo), sizeof rInfo);
-  strRecord.resize(iBytes);
-  DChannel(rCommand, dwPhase, fIncoming ? CALL_SOURCE_INCOMING : 0, strRecord);
-}
-
-// bri PHASE in|out [TEXT]
-void ReadBri(WordReader& rWords, Command& rCommand) {
-  const auto dwPhase = static_cast<DWORD>(rWords.Choice(CALL_PHASES));
-  const auto dwIncoming = static_cast<DWORD>(rWords.Choice(IN_OUT));
-  DChannel(rCommand, dwPhase, dwIncoming, rWords.AtEnd() ? "" : rWords.Text("a text"));
-}
-
-// -- the rest, one function an action -------------------------------------------------------------------------
-
-void ReadCallerId(WordReader& rWords, Command& rCommand) {
-  rCommand.strText = rWords.Text("a caller id");
-}
-
-void ReadDigits(WordReader& rWords, Command& rCommand) {
-  rCommand.strText = rWords.Text("digits");
-  if (rCommand.strText.find_first_not_of("0123456789*#ABCD") != std::string::npos) {
-    rWords.Fail("expected digits out of 0 to 9, *, #, A to D, found \"" + rCommand.strText + '"');
+actions::Dtmf ReadDtmf(WordReader& rWords) {
+  const std::string strDigits = rWords.Text("digits");
+  if (strDigits.find_first_not_of("0123456789*#ABCD") != std::string::npos) {
+    rWords.Fail("expected digits out of 0 to 9, *, #, A to D, found \"" + strDigits + '"');
   }
+  return {strDigits};
 }
 
-void ReadOnOff(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = rWords.Choice(ON_OFF);
+actions::Tone ReadTone(WordReader& rWords) {
+  return {static_cast<DWORD>(rWords.ChoiceOrInt(TONES, 0, 255))};
 }
 
-void ReadTone(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = rWords.ChoiceOrInt(TONES, 0, 255);
+actions::Sound ReadSound(WordReader& rWords) {
+  return {ReadOnOff(rWords)};
 }
 
-void ReadState(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = rWords.ChoiceOrInt(CHANNEL_STATES, 0, MAX_STATE);
+actions::ChannelState ReadChannelState(WordReader& rWords) {
+  return {rWords.ChoiceOrInt(CHANNEL_STATES, 0, MAX_STATE)};
 }
 
-void ReadVoltage(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = static_cast<int>(rWords.Int("a voltage", -1000, 1000));
+actions::Voltage ReadVoltage(WordReader& rWords) {
+  return {static_cast<int>(rWords.Int("a voltage", -1000, 1000))};
 }
 
-// play silence | counting | tone HZ [DB] | file PATH [loop]
-void ReadPlay(WordReader& rWords, Command& rCommand) {
-  rCommand.eCommand = static_cast<ECommand>(rWords.Choice({{"silence", CMD_PLAY_SILENCE},
-                                                           {"counting", CMD_PLAY_COUNTING},
-                                                           {"tone", CMD_PLAY_TONE},
-                                                           {"file", CMD_PLAY_FILE}}));
-  if (rCommand.eCommand == CMD_PLAY_TONE) {
-    rCommand.dValue = rWords.Real("a frequency from 1 to 4000 Hz", 1, 4000);
-    rCommand.dLevel = rWords.AtEnd() ? DEFAULT_TONE_DB : rWords.Real("a level from -90 to 0 dB", -90, 0);
-  } else if (rCommand.eCommand == CMD_PLAY_FILE) {
-    rCommand.strText = rWords.Text("a path");
-    rCommand.iValue = rWords.Take("loop") ? 1 : 0;
-  }
+// tone HZ [DB]
+actions::PlayTone ReadPlayTone(WordReader& rWords) {
+  const double dHz = rWords.Real("a frequency from 1 to 4000 Hz", 1, 4000);
+  return {dHz, rWords.AtEnd() ? DEFAULT_TONE_DB : rWords.Real("a level from -90 to 0 dB", -90, 0)};
 }
 
-void ReadDisplay(WordReader& rWords, Command& rCommand) {
-  DChannel(rCommand, DMSG_DISPLAY, 0, rWords.Text("the text of the display"));
+// file PATH [loop]
+actions::PlayFile ReadPlayFile(WordReader& rWords) {
+  const std::string strPath = rWords.Text("a path");
+  return {strPath, rWords.Take("loop")};
 }
 
-void ReadKeys(WordReader& rWords, Command& rCommand) {
-  rCommand.strText = rWords.Text("keys");
-  rCommand.rMessage.dwParam = DMSG_KEY_DIGIT;
+actions::DChannel MakeDChannel(DWORD dwCode, DWORD dwSubReason = 0, const std::string& strData = "") {
+  return {{dwCode, dwSubReason, 0, strData}};
+}
+
+actions::DChannel ReadDisplay(WordReader& rWords) {
+  return MakeDChannel(DMSG_DISPLAY, 0, rWords.Text("the text of the display"));
+}
+
+actions::Keys ReadKeys(WordReader& rWords) {
+  return {rWords.Text("keys")};
 }
 
 // button function N | feature N | soft N | line | release
-void ReadButton(WordReader& rWords, Command& rCommand) {
+actions::DChannel ReadButton(WordReader& rWords) {
   const auto dwCode = static_cast<DWORD>(rWords.Choice(BUTTONS));
   const bool fNumbered = dwCode != DMSG_RELEASE_BUTTON && dwCode != DMSG_LINE_BUTTON;
-  DChannel(rCommand, dwCode, fNumbered ? Dword(rWords, "the number of the button") : 0);
+  return MakeDChannel(dwCode, fNumbered ? ReadDword(rWords, "the number of the button") : 0);
 }
 
-void ReadAudio(WordReader& rWords, Command& rCommand) {
-  DChannel(rCommand, DMSG_AUDIO_CHANGE, Dword(rWords, "the audio value"));
+actions::DChannel ReadAudio(WordReader& rWords) {
+  return MakeDChannel(DMSG_AUDIO_CHANGE, ReadDword(rWords, "the audio value"));
 }
 
-void ReadMuteLight(WordReader& rWords, Command& rCommand) {
-  DChannel(rCommand, rWords.Choice(ON_OFF) == 1 ? DMSG_MUTE_LIGHT_ON : DMSG_MUTE_LIGHT_OFF);
+actions::DChannel ReadMuteLight(WordReader& rWords) {
+  return MakeDChannel(ReadOnOff(rWords) ? DMSG_MUTE_LIGHT_ON : DMSG_MUTE_LIGHT_OFF);
 }
 
-void ReadDChannel(WordReader& rWords, Command& rCommand) {
-  const DWORD dwCode = Dword(rWords, "a message code");
-  ReadMessageParts(rWords, rCommand.rMessage);
-  rCommand.rMessage.dwParam = dwCode;
+// bri PHASE in|out [TEXT]
+actions::DChannel ReadBri(WordReader& rWords) {
+  const auto dwPhase = static_cast<DWORD>(rWords.Choice(CALL_PHASES));
+  const bool fIncoming = ReadInOut(rWords);
+  return MakeDChannel(dwPhase, fIncoming ? CALL_SOURCE_INCOMING : 0, rWords.AtEnd() ? "" : rWords.Text("a text"));
+}
+
+template <std::size_t N>
+void PutNumber(WordReader& rWords, const Number& strNumber, char (&acField)[N]) {
+  if (!strNumber) return;
+  if (strNumber->size() >= N) {
+    rWords.Fail("expected a number of at most " + std::to_string(N - 1) + " characters, found \"" + *strNumber + '"');
+  }
+  (void)strNumber->copy(acField, N - 1);
+}
+
+// isdn PHASE in|out [long] [caller N] [called N] [connected N]
+actions::DChannel ReadIsdn(WordReader& rWords) {
+  const auto dwPhase = static_cast<DWORD>(rWords.Choice(CALL_PHASES));
+  const bool fIncoming = ReadInOut(rWords);
+  const std::size_t iBytes = rWords.Take("long") ? ISDN_RECORD_EXTENDED_BYTES : ISDN_RECORD_BYTES;
+  Number strCaller, strCalled, strConnected;
+  ReadNumbers(rWords, {{"caller", 0}, {"called", 1}, {"connected", 2}}, {&strCaller, &strCalled, &strConnected});
+  ISDN_CALL_INFO rInfo;
+  rInfo.CallSource = fIncoming ? CALL_SOURCE_INCOMING : CALL_SOURCE_OUTGOING;
+  PutNumber(rWords, strCaller, rInfo.CallerNumber);
+  PutNumber(rWords, strCalled, rInfo.CalledNumber);
+  PutNumber(rWords, strConnected, rInfo.ConnectNumber);
+  std::string strRecord(reinterpret_cast<const char*>(&rInfo), sizeof rInfo);
+  strRecord.resize(iBytes);
+  return MakeDChannel(dwPhase, fIncoming ? CALL_SOURCE_INCOMING : 0, strRecord);
+}
+
+actions::DChannel ReadDChannel(WordReader& rWords) {
+  const DWORD dwCode = ReadDword(rWords, "a message code");
+  Message rMessage = ReadMessage(rWords);
+  rMessage.dwParam = dwCode;
+  return {rMessage};
 }
 
 // event CODE|NAME [param N] [sub N] [xtra N] [text T | hex H]
-void ReadEvent(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = rWords.ChoiceOrInt(EVENTS, 0, MAX_EVENT_SIZE - 1);
-  ReadMessageParts(rWords, rCommand.rMessage);
+actions::Event ReadEvent(WordReader& rWords) {
+  const auto wCode = static_cast<WORD>(rWords.ChoiceOrInt(EVENTS, 0, MAX_EVENT_SIZE - 1));
+  return {wCode, ReadMessage(rWords)};
 }
 
-void ReadNothing(WordReader& /*rWords*/, Command& /*rCommand*/) {}
+// -- on circuits
+// --------------------------------------------------------------------------------------------------------
 
 // ring|talk [in|out] [caller N] [callee N] [connected N]
-void ReadTrunkCall(WordReader& rWords, Command& rCommand) {
-  ReadDirection(rWords, rCommand);
-  ReadNumbers(rWords, {{"caller", 0}, {"callee", 1}, {"connected", 2}}, rCommand);
+template <ESpyState eState>
+actions::CircuitState ReadCall(WordReader& rWords) {
+  actions::CircuitState rCall;
+  rCall.iState = eState;
+  if (rWords.Take("in")) {
+    rCall.fIncoming = true;
+  } else if (rWords.Take("out")) {
+    rCall.fIncoming = false;
+  }
+  ReadNumbers(rWords, {{"caller", 0}, {"callee", 1}, {"connected", 2}},
+              {&rCall.strCaller, &rCall.strCallee, &rCall.strConnected});
+  return rCall;
 }
 
-void ReadTrunkState(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = rWords.ChoiceOrInt(CIRCUIT_STATES, 0, MAX_STATE);
+actions::CircuitState StateAlone(int iState) {
+  actions::CircuitState rState;
+  rState.iState = iState;
+  return rState;
 }
+
+template <ESpyState eState>
+actions::CircuitState ReadNoMore(WordReader& /*rWords*/) {
+  return StateAlone(eState);
+}
+
+actions::CircuitState ReadCircuitState(WordReader& rWords) {
+  return StateAlone(rWords.ChoiceOrInt(CIRCUIT_STATES, 0, MAX_STATE));
+}
+
+// -- on the whole
+// -------------------------------------------------------------------------------------------------------
 
 // fail OPERATION TIMES [result N] [text T]
-void ReadFail(WordReader& rWords, Command& rCommand) {
-  rCommand.strText = rWords.Text("the name of an operation");
-  rCommand.iCount = static_cast<int>(rWords.Int("how many times", 0, 1000000000));
-  rCommand.iValue = -1;
-  rCommand.strText2 = "simulated failure";
+actions::Fail ReadFail(WordReader& rWords) {
+  actions::Fail rFail;
+  rFail.strOperation = rWords.Text("the name of an operation");
+  rFail.iTimes = static_cast<int>(rWords.Int("how many times", 0, 1000000000));
+  rFail.iResult = -1;
+  rFail.strText = "simulated failure";
   while (!rWords.AtEnd() && rWords.Error().empty()) {
     if (rWords.Choice({{"result", 0}, {"text", 1}}) == 0) {
-      rCommand.iValue = static_cast<int>(rWords.Int("a result", -2147483647LL, 2147483647LL));
+      rFail.iResult = static_cast<int>(rWords.Int("a result", -2147483647LL, 2147483647LL));
     } else {
-      rCommand.strText2 = rWords.Text("the text of the failure");
+      rFail.strText = rWords.Text("the text of the failure");
     }
   }
+  return rFail;
 }
 
-void ReadSpeed(WordReader& rWords, Command& rCommand) {
-  rCommand.dValue = rWords.Real("a speed from 0.01 to 1000", 0.01, 1000);
+actions::Speed ReadSpeed(WordReader& rWords) {
+  return {rWords.Real("a speed from 0.01 to 1000", 0.01, 1000)};
+}
+
+bool SpeaksOfChannels(EWaitFor eFor) {
+  switch (eFor) {
+    case WAIT_READY:
+    case WAIT_HANDLED:
+    case WAIT_IDLE:
+      return false;
+    case WAIT_RECORDING:
+    case WAIT_STOPPED:
+    case WAIT_TRACED:
+    case WAIT_PLAYED:
+      return true;
+  }
+  return false;
 }
 
 // wait CONDITION [CHANNELS] [timeout S]
-void ReadWait(WordReader& rWords, Command& rCommand) {
-  rCommand.iValue = rWords.Choice(WAITS);
-  rCommand.dValue = DEFAULT_WAIT_S;
-  if (rCommand.iValue >= WAIT_RECORDING) {
-    rCommand.eTarget = TARGET_CHANNELS;
-    ReadRange(rWords, "a channel or a range such as 0..7", rCommand);
-  }
-  if (rWords.Take("timeout")) rCommand.dValue = rWords.Real("a number of seconds", 0, LONGEST_WAIT_S);
+actions::Wait ReadWait(WordReader& rWords) {
+  actions::Wait rWait;
+  rWait.eFor = static_cast<EWaitFor>(rWords.Choice(WAITS));
+  if (SpeaksOfChannels(rWait.eFor)) rWait.rChannels = ReadChannels(rWords);
+  rWait.dTimeoutS = rWords.Take("timeout") ? rWords.Real("a number of seconds", 0, LONGEST_WAIT_S) : DEFAULT_WAIT_S;
+  return rWait;
 }
 
-void ReadDirectory(WordReader& rWords, Command& rCommand) {
-  rCommand.strText = rWords.Text("a path");
+actions::Directory ReadDirectory(WordReader& rWords) {
+  return {rWords.Text("a path")};
 }
 
-void ReadPrint(WordReader& rWords, Command& rCommand) {
-  rCommand.strText = rWords.Rest();
+actions::Print ReadPrint(WordReader& rWords) {
+  return {rWords.Rest()};
 }
 
-struct Action {
+// -- the tables
+// ---------------------------------------------------------------------------------------------------------
+
+// A word, and what reads the words behind it.
+template <typename A>
+struct Row {
   const char* acWord;
-  ECommand eCommand;
-  int iValue;
-  void (*Read)(WordReader&, Command&);
+  std::function<A(WordReader&)> fnRead;
 };
 
-const std::vector<Action> CHANNEL_ACTIONS = {
-    {"ring", CMD_RING, 0, ReadOnOff},
-    {"offhook", CMD_OFF_HOOK, 0, ReadNothing},
-    {"onhook", CMD_ON_HOOK, 0, ReadNothing},
-    {"callerid", CMD_CALLER_ID, 0, ReadCallerId},
-    {"dtmf", CMD_DTMF, 0, ReadDigits},
-    {"flash", CMD_FLASH, 0, ReadNothing},
-    {"tone", CMD_TONE, 0, ReadTone},
-    {"sound", CMD_SOUND, 0, ReadOnOff},
-    {"nosound", CMD_NO_SOUND, 0, ReadNothing},
-    {"state", CMD_STATE, 0, ReadState},
-    {"voltage", CMD_VOLTAGE, 0, ReadVoltage},
-    {"play", CMD_PLAY_SILENCE, 0, ReadPlay},
-    {"display", CMD_DCHANNEL, 0, ReadDisplay},
-    {"key", CMD_KEYS, 0, ReadKeys},
-    {"button", CMD_DCHANNEL, 0, ReadButton},
-    {"audio", CMD_DCHANNEL, 0, ReadAudio},
-    {"mutelight", CMD_DCHANNEL, 0, ReadMuteLight},
-    {"bri", CMD_DCHANNEL, 0, ReadBri},
-    {"isdn", CMD_DCHANNEL, 0, ReadIsdn},
-    {"dchannel", CMD_DCHANNEL, 0, ReadDChannel},
-    {"event", CMD_EVENT, 0, ReadEvent},
-};
-
-const std::vector<Action> CIRCUIT_ACTIONS = {
-    {"ring", CMD_TRUNK, S_SPY_RINGING, ReadTrunkCall},
-    {"talk", CMD_TRUNK, S_SPY_TALKING, ReadTrunkCall},
-    {"idle", CMD_TRUNK, S_SPY_STANDBY, ReadNothing},
-    {"numbering", CMD_TRUNK, S_SPY_RCVPHONUM, ReadNothing},
-    {"unavailable", CMD_TRUNK, S_SPY_UNAVAILABLE, ReadNothing},
-    {"state", CMD_TRUNK, 0, ReadTrunkState},
-    {"event", CMD_EVENT, 0, ReadEvent},
-};
-
-const std::vector<Action> GENERAL_ACTIONS = {
-    {"event", CMD_EVENT, 0, ReadEvent},
-    {"fail", CMD_FAIL, 0, ReadFail},
-    {"speed", CMD_SPEED, 0, ReadSpeed},
-    {"overruns", CMD_OVERRUNS, 0, ReadNothing},
-    {"status", CMD_STATUS, 0, ReadNothing},
-    {"wait", CMD_WAIT, 0, ReadWait},
-    {"directory", CMD_DIRECTORY, 0, ReadDirectory},
-    {"print", CMD_PRINT, 0, ReadPrint},
-};
-
-void ReadAction(WordReader& rWords, const std::vector<Action>& vActions, int iAction, Command& rCommand) {
-  const Action& rAction = vActions[static_cast<std::size_t>(iAction)];
-  rCommand.eCommand = rAction.eCommand;
-  rCommand.iValue = rAction.iValue;
-  if (rWords.Error().empty()) rAction.Read(rWords, rCommand);
+template <typename A>
+A ReadOneOf(WordReader& rWords, const std::vector<Row<A>>& vRows) {
+  std::vector<Keyword> vKeywords;
+  vKeywords.reserve(vRows.size());
+  for (const Row<A>& rRow : vRows) vKeywords.push_back({rRow.acWord, static_cast<int>(vKeywords.size())});
+  const auto iRow = static_cast<std::size_t>(rWords.Choice(vKeywords));
+  return rWords.Error().empty() ? vRows[iRow].fnRead(rWords) : A();
 }
 
-std::vector<Keyword> WordsOf(const std::vector<Action>& vActions) {
-  std::vector<Keyword> vWords;
-  vWords.reserve(vActions.size());
-  for (const Action& rAction : vActions) vWords.push_back({rAction.acWord, static_cast<int>(vWords.size())});
-  return vWords;
+const std::vector<Row<actions::OnChannel>> SOUNDS = {
+    {"silence", ReadNothing<actions::PlaySilence>},
+    {"counting", ReadNothing<actions::PlayCounting>},
+    {"tone", ReadPlayTone},
+    {"file", ReadPlayFile},
+};
+
+actions::OnChannel ReadPlay(WordReader& rWords) {
+  return ReadOneOf(rWords, SOUNDS);
 }
+
+const std::vector<Row<actions::OnChannel>> CHANNEL_ACTIONS = {
+    {"ring", ReadRing},
+    {"offhook", ReadNothing<actions::OffHook>},
+    {"onhook", ReadNothing<actions::OnHook>},
+    {"callerid", ReadCallerId},
+    {"dtmf", ReadDtmf},
+    {"flash", ReadNothing<actions::Flash>},
+    {"tone", ReadTone},
+    {"sound", ReadSound},
+    {"nosound", ReadNothing<actions::NoSound>},
+    {"state", ReadChannelState},
+    {"voltage", ReadVoltage},
+    {"play", ReadPlay},
+    {"display", ReadDisplay},
+    {"key", ReadKeys},
+    {"button", ReadButton},
+    {"audio", ReadAudio},
+    {"mutelight", ReadMuteLight},
+    {"bri", ReadBri},
+    {"isdn", ReadIsdn},
+    {"dchannel", ReadDChannel},
+    {"event", ReadEvent},
+};
+
+const std::vector<Row<actions::OnCircuit>> CIRCUIT_ACTIONS = {
+    {"ring", ReadCall<S_SPY_RINGING>},
+    {"talk", ReadCall<S_SPY_TALKING>},
+    {"idle", ReadNoMore<S_SPY_STANDBY>},
+    {"numbering", ReadNoMore<S_SPY_RCVPHONUM>},
+    {"unavailable", ReadNoMore<S_SPY_UNAVAILABLE>},
+    {"state", ReadCircuitState},
+    {"event", ReadEvent},
+};
+
+actions::OnChannels ReadOnChannels(WordReader& rWords) {
+  const Range rRange = ReadChannels(rWords);
+  return {rRange, ReadOneOf(rWords, CHANNEL_ACTIONS)};
+}
+
+actions::OnCircuits ReadOnCircuits(WordReader& rWords) {
+  const Range rRange = ReadRange(rWords, "a circuit or a range such as 0..29");
+  return {rRange, ReadOneOf(rWords, CIRCUIT_ACTIONS)};
+}
+
+const std::vector<Row<Action>> ACTIONS = {
+    {"ch", ReadOnChannels},
+    {"cic", ReadOnCircuits},
+    {"event", ReadEvent},
+    {"fail", ReadFail},
+    {"speed", ReadSpeed},
+    {"overruns", ReadNothing<actions::Overruns>},
+    {"status", ReadNothing<actions::Status>},
+    {"wait", ReadWait},
+    {"directory", ReadDirectory},
+    {"print", ReadPrint},
+};
 
 }  // namespace
 
-std::string ParseCommand(const std::string& strLine, Command& rCommand) {
-  rCommand = Command();
+std::string ParseAction(const std::string& strLine, Action& rAction) {
   WordReader rWords(strLine);
-  const int iGeneral = static_cast<int>(GENERAL_ACTIONS.size());
-  std::vector<Keyword> vFirst = {{"ch", iGeneral}, {"cic", iGeneral + 1}};
-  for (const Keyword& rKeyword : WordsOf(GENERAL_ACTIONS)) vFirst.push_back(rKeyword);
-  const int iFirst = rWords.Choice(vFirst);
-  if (iFirst < iGeneral) {
-    ReadAction(rWords, GENERAL_ACTIONS, iFirst, rCommand);
-  } else if (iFirst == iGeneral) {
-    rCommand.eTarget = TARGET_CHANNELS;
-    ReadRange(rWords, "a channel or a range such as 0..7", rCommand);
-    ReadAction(rWords, CHANNEL_ACTIONS, rWords.Choice(WordsOf(CHANNEL_ACTIONS)), rCommand);
-  } else {
-    rCommand.eTarget = TARGET_CIRCUITS;
-    ReadRange(rWords, "a circuit or a range such as 0..29", rCommand);
-    ReadAction(rWords, CIRCUIT_ACTIONS, rWords.Choice(WordsOf(CIRCUIT_ACTIONS)), rCommand);
-  }
+  rAction = ReadOneOf(rWords, ACTIONS);
   rWords.End();
   return rWords.Error();
 }

@@ -1,50 +1,30 @@
 // simcards_action: one action on the simulated cards, as it is written in a scenario and sent to the control socket.
-// The grammar is told in docs/simulator.md. Reading is apart from doing, so that a scenario can be checked as a whole
-// before its first action.
+// Each kind of action is a record of its own, with what it needs to be done; docs/simulator.md tells the grammar.
+// Reading is apart from doing (simcards_perform), so that a scenario can be checked as a whole before its first action.
 // Threads: any; no state.
 #pragma once
 
-#include <map>
+#include <optional>
 #include <string>
+#include <variant>
 
 #include "shpa3api.h"
 
 namespace simcards {
 
-enum ECommand {
-  CMD_NONE,
-  // -- on channels -------------------------------------------------------------------------------------------
-  CMD_RING,  // iValue: 1 on, 0 off
-  CMD_OFF_HOOK,
-  CMD_ON_HOOK,
-  CMD_CALLER_ID,  // strText
-  CMD_DTMF,       // strText: the digits
-  CMD_FLASH,
-  CMD_TONE,   // iValue: kind
-  CMD_SOUND,  // iValue: 1 present, 0 gone
-  CMD_NO_SOUND,
-  CMD_STATE,    // iValue: channel or circuit state
-  CMD_VOLTAGE,  // iValue
-  CMD_PLAY_SILENCE,
-  CMD_PLAY_COUNTING,
-  CMD_PLAY_TONE,  // dValue: Hz, dLevel: dB
-  CMD_PLAY_FILE,  // strText: path, iValue: 1 loops
-  CMD_DCHANNEL,   // rMessage
-  CMD_KEYS,       // strText: the keys
-  CMD_EVENT,      // iValue: event code, rMessage
-  // -- on circuits -------------------------------------------------------------------------------------------
-  CMD_TRUNK,  // iValue: circuit state, iIncoming, rNumbers
-  // -- on the whole ------------------------------------------------------------------------------------------
-  CMD_FAIL,   // strText: operation, iCount, iValue: result, strText2: text
-  CMD_SPEED,  // dValue
-  CMD_OVERRUNS,
-  CMD_STATUS,
-  CMD_WAIT,       // iValue: EWaitFor, dValue: seconds at most
-  CMD_DIRECTORY,  // strText: where relative paths of this connection begin
-  CMD_PRINT,      // strText: for the person who watches the scenario
+// Channels or circuits, both ends included.
+struct Range {
+  int iFirst = 0;
+  int iLast = 0;
 };
 
-enum ETarget { TARGET_NONE, TARGET_CHANNELS, TARGET_CIRCUITS };
+// The parts of an event beside its code and reference.
+struct Message {
+  DWORD dwParam = 0;
+  DWORD dwSubReason = 0;
+  DWORD dwXtraInfo = 0;
+  std::string strData;
+};
 
 enum EWaitFor {
   WAIT_READY,      // the daemon takes events
@@ -56,30 +36,110 @@ enum EWaitFor {
   WAIT_PLAYED,     // the files of the range have been played to their ends
 };
 
-// The parts of an event beside its code and reference.
-struct Message {
-  DWORD dwParam = 0;
-  DWORD dwSubReason = 0;
-  DWORD dwXtraInfo = 0;
-  std::string strData;
+namespace actions {
+
+struct Event {
+  WORD wCode = 0;
+  Message rMessage;
 };
 
-struct Command {
-  ECommand eCommand = CMD_NONE;
-  ETarget eTarget = TARGET_NONE;
-  int iFirst = -1;  // channels or circuits, both ends included
-  int iLast = -1;
-  int iValue = 0;
-  int iCount = 0;
-  double dValue = 0;
-  double dLevel = 0;
-  std::string strText, strText2;
-  Message rMessage;
-  int iIncoming = -1;                           // 1 in, 0 out, -1 not said
-  std::map<std::string, std::string> rNumbers;  // those of "caller", "callee" and "connected" that were given
+// -- on channels ----------------------------------------------------------------------------------------------------
+struct Ring {
+  bool fOn = false;
 };
+struct OffHook {};
+struct OnHook {};
+struct CallerId {
+  std::string strNumber;
+};
+struct Dtmf {
+  std::string strDigits;
+};
+struct Flash {};
+struct Tone {
+  DWORD dwKind = 0;
+};
+struct Sound {
+  bool fPresent = false;
+};
+struct NoSound {};
+struct ChannelState {
+  int iState = S_CALL_STANDBY;
+};
+struct Voltage {
+  int iVolts = 0;
+};
+struct PlaySilence {};
+struct PlayCounting {};
+struct PlayTone {
+  double dHz = 0;
+  double dLevelDb = 0;
+};
+struct PlayFile {
+  std::string strPath;
+  bool fLoop = false;
+};
+struct DChannel {
+  Message rMessage;
+};
+struct Keys {
+  std::string strKeys;
+};
+
+using OnChannel = std::variant<Ring, OffHook, OnHook, CallerId, Dtmf, Flash, Tone, Sound, NoSound, ChannelState,
+                               Voltage, PlaySilence, PlayCounting, PlayTone, PlayFile, DChannel, Keys, Event>;
+
+struct OnChannels {
+  Range rRange;
+  OnChannel rAction;
+};
+
+// -- on circuits ----------------------------------------------------------------------------------------------------
+struct CircuitState {
+  int iState = S_SPY_STANDBY;
+  std::optional<bool> fIncoming;                                  // empty: not said, like the numbers
+  std::optional<std::string> strCaller, strCallee, strConnected;  // "" is said: no number
+};
+
+using OnCircuit = std::variant<CircuitState, Event>;
+
+struct OnCircuits {
+  Range rRange;
+  OnCircuit rAction;
+};
+
+// -- on the whole ---------------------------------------------------------------------------------------------------
+struct Fail {
+  std::string strOperation;
+  int iTimes = 0;
+  int iResult = 0;
+  std::string strText;
+};
+struct Speed {
+  double dFactor = 1;
+};
+struct Overruns {};
+struct Status {};
+struct Wait {
+  EWaitFor eFor = WAIT_READY;
+  std::optional<Range> rChannels;  // of the conditions that speak of channels
+  double dTimeoutS = 0;
+};
+// Where relative paths of this connection begin.
+struct Directory {
+  std::string strPath;
+};
+// For the person who watches the scenario; the cards do nothing.
+struct Print {
+  std::string strText;
+};
+
+}  // namespace actions
+
+using Action = std::variant<actions::Print, actions::OnChannels, actions::OnCircuits, actions::Event, actions::Fail,
+                            actions::Speed, actions::Overruns, actions::Status, actions::Wait, actions::Directory>;
 
 // Empty on success, else what was expected and what was found.
-std::string ParseCommand(const std::string& strLine, Command& rCommand);
+std::string ParseAction(const std::string& strLine, Action& rAction);
 
 }  // namespace simcards

@@ -164,8 +164,8 @@ std::string DirectoryCommand(const std::filesystem::path& rPath) {
 
 int RunAction(const Options& rOptions, const std::vector<std::string>& astrArgs) {
   const std::string strCommand = AsCommand(astrArgs);
-  simcards::Command rCommand;
-  const std::string strWrong = simcards::ParseCommand(strCommand, rCommand);
+  simcards::Action rAction;
+  const std::string strWrong = simcards::ParseAction(strCommand, rAction);
   if (!strWrong.empty()) {
     std::fprintf(stderr, "cardsim: %s\n", strWrong.c_str());
     return EXIT_WRONG_INPUT;
@@ -253,7 +253,8 @@ int RunLines(const Options& rOptions, const std::string& strWhat, const std::vec
   const Clock::time_point rStart = Clock::now();
   for (const ScenarioLine& rLine : vLines) {
     std::this_thread::sleep_until(rStart + std::chrono::duration<double>(rClock.Due(rLine) / rOptions.dSpeed));
-    if (rLine.rCommand.eCommand == simcards::CMD_PRINT) std::printf("%s\n", rLine.rCommand.strText.c_str());
+    const auto* prPrint = std::get_if<simcards::actions::Print>(&rLine.rAction);
+    if (prPrint != nullptr) std::printf("%s\n", prPrint->strText.c_str());
     if (rOptions.fVerbose) std::printf("%8.3f %s\n", rClock.Due(rLine), rLine.strCommand.c_str());
     (void)std::fflush(stdout);
     const Answer rAnswer = rConnection.Ask(rLine.strCommand);

@@ -33,7 +33,7 @@ std::string ParseLine(const std::string& strLine, std::size_t iStart, double dEa
   while (iCommand < strLine.size() && IsBlank(strLine[iCommand])) iCommand++;
   rLine.strCommand = strLine.substr(iCommand);
   while (!rLine.strCommand.empty() && IsBlank(rLine.strCommand.back())) rLine.strCommand.pop_back();
-  return ParseCommand(rLine.strCommand, rLine.rCommand);
+  return ParseAction(rLine.strCommand, rLine.rAction);
 }
 
 }  // namespace
@@ -67,7 +67,7 @@ double ScenarioClock::Due(const ScenarioLine& rLine) const {
 }
 
 void ScenarioClock::Done(const ScenarioLine& rLine, double dTime) {
-  dLast = rLine.rCommand.eCommand == CMD_WAIT ? std::max(dTime, Due(rLine)) : Due(rLine);
+  dLast = std::holds_alternative<actions::Wait>(rLine.rAction) ? std::max(dTime, Due(rLine)) : Due(rLine);
 }
 
 }  // namespace simcards

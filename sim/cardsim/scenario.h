@@ -16,7 +16,7 @@ struct ScenarioLine {
   bool fRelative = false;  // dTime counts from the line above
   double dTime = 0;        // seconds
   std::string strCommand;  // as it goes to the socket
-  Command rCommand;
+  Action rAction;
 };
 
 // Reads a whole scenario. astrErrors gets a text "FILE:LINE: what was expected and what was found" for each wrong line;

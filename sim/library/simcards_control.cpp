@@ -92,10 +92,10 @@ class Client {
   }
 
   std::string Answer(const std::string& strLine) {
-    Command rCommand;
+    Action rAction;
     std::vector<std::string> vLines;
-    std::string strError = ParseCommand(strLine, rCommand);
-    if (strError.empty()) strError = Act(rCommand, rSession, vLines);
+    std::string strError = ParseAction(strLine, rAction);
+    if (strError.empty()) strError = Perform(rAction, rSession, vLines);
     if (!strError.empty()) return "ERROR " + strError + "\n";
     std::string strAnswer;
     for (const std::string& strData : vLines) strAnswer += "= " + strData + "\n";

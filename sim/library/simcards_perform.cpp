@@ -1,9 +1,11 @@
-// An action on a range is checked on every channel of it before the first event is queued, so that it happens as a
-// whole or not at all.
+// Each kind of action on a channel has a function Do, each other kind an operator() of Performer, and std::visit picks
+// it: a kind that has none does not compile. An action on a range is checked on every channel of it before the first
+// event is queued, so that it happens as a whole or not at all.
 
 #include "simcards_perform.h"
 
 #include <chrono>
+#include <type_traits>
 
 #include "simcards_pacing.h"
 #include "simcards_state.h"
@@ -15,10 +17,11 @@ namespace {
 
 constexpr int OFF_HOOK_VOLTAGE = 8;
 constexpr int NO_REFERENCE = -1;
+constexpr const char* NO_RECORDER = "the recorder takes no events yet";
 
-bool IsTrunk(const Channel& rChannel) {
-  return rChannel.iType == CH_ISDN_USR || rChannel.iType == CH_ISDN_NTW;
-}
+// True when A is one of the kinds As.
+template <typename A, typename... As>
+constexpr bool IS_ONE_OF = (std::is_same_v<A, As> || ...);
 
 void QueueEvent(State& rState, WORD wCode, int nReference, const Message& rMessage) {
   QueuedEvent rQueued;
@@ -32,227 +35,141 @@ void QueueEvent(State& rState, WORD wCode, int nReference, const Message& rMessa
 }
 
 void QueueEvent(State& rState, WORD wCode, int nReference, DWORD dwParam) {
-  Message rMessage;
-  rMessage.dwParam = dwParam;
-  QueueEvent(rState, wCode, nReference, rMessage);
+  QueueEvent(rState, wCode, nReference, Message{dwParam, 0, 0, ""});
 }
 
-// What a command needs of a channel, as a text to refuse it with; empty when the channel will do.
-std::string Unfit(const Command& rCommand, int nCh, const Channel& rChannel) {
-  const std::string strName = "channel " + std::to_string(nCh);
-  switch (rCommand.eCommand) {
-    case CMD_RING:
-    case CMD_OFF_HOOK:
-    case CMD_ON_HOOK:
-      return IsTrunk(rChannel) ? strName + " belongs to a trunk: its calls are made by cic" : "";
-    case CMD_CALLER_ID:
-    case CMD_FLASH:
-    case CMD_VOLTAGE:
-    case CMD_NO_SOUND:
-      return rChannel.iType != CH_ANALOG ? strName + " is no analogue line" : "";
-    case CMD_DCHANNEL:
-    case CMD_KEYS:
-      return rChannel.iType != CH_DST ? strName + " has no D-channel" : "";
-    default:
-      return "";
+// -- on one channel ---------------------------------------------------------------------------------------------------
+
+struct Line {
+  State& rState;
+  int nCh;
+  Channel& rChannel;
+  std::shared_ptr<const AudioFile> prFile;  // of PlayFile; null for all others
+
+  void Queue(WORD wCode, DWORD dwParam) const { QueueEvent(rState, wCode, nCh, dwParam); }
+  void Queue(WORD wCode, const Message& rMessage) const { QueueEvent(rState, wCode, nCh, rMessage); }
+  void SetState(int iState) const {
+    rChannel.iState = iState;
+    if (rChannel.iType == CH_ANALOG) rChannel.iVoltage = iState == S_CALL_PICKUPED ? OFF_HOOK_VOLTAGE : DEFAULT_VOLTAGE;
+    Queue(E_CHG_ChState, static_cast<DWORD>(iState));
   }
-}
+  // A station tells by a message what an analogue line shows by its voltage.
+  void StateOrMessage(int iState, DWORD dwMessage) const {
+    if (rChannel.iType == CH_DST) {
+      Queue(E_RCV_DSTDChannel, dwMessage);
+    } else {
+      SetState(iState);
+    }
+  }
+};
 
-void SetChannelState(State& rState, int nCh, Channel& rChannel, int iState) {
-  rChannel.iState = iState;
-  if (rChannel.iType == CH_ANALOG) rChannel.iVoltage = iState == S_CALL_PICKUPED ? OFF_HOOK_VOLTAGE : DEFAULT_VOLTAGE;
-  QueueEvent(rState, E_CHG_ChState, nCh, static_cast<DWORD>(iState));
-}
-
-// A station tells by a message what an analogue line shows by its voltage.
-void StateOrMessage(State& rState, int nCh, Channel& rChannel, int iState, DWORD dwMessage) {
-  if (rChannel.iType == CH_DST) {
-    QueueEvent(rState, E_RCV_DSTDChannel, nCh, dwMessage);
+void Do(const actions::Ring& rRing, const Line& rLine) {
+  if (rRing.fOn) {
+    rLine.StateOrMessage(S_CALL_RINGING, DMSG_RING_ON);
   } else {
-    SetChannelState(rState, nCh, rChannel, iState);
+    rLine.StateOrMessage(S_CALL_STANDBY, DMSG_RING_OFF);
   }
+}
+
+void Do(const actions::OffHook& /*rOffHook*/, const Line& rLine) {
+  rLine.StateOrMessage(S_CALL_PICKUPED, DMSG_OFF_HOOK);
+}
+
+void Do(const actions::OnHook& /*rOnHook*/, const Line& rLine) {
+  rLine.StateOrMessage(S_CALL_STANDBY, DMSG_ON_HOOK);
+}
+
+void Do(const actions::CallerId& rCallerId, const Line& rLine) {
+  rLine.rChannel.strCallerId = rCallerId.strNumber;
+  rLine.Queue(E_CHG_CIDExBuf, 0);
 }
 
 // The high bits count the digits that wait, as the card has them.
-void QueueDigits(State& rState, int nCh, Channel& rChannel, const std::string& strDigits) {
-  for (const char ch : strDigits) {
-    const auto dwCount = static_cast<DWORD>(++rChannel.iRxDigits);
-    QueueEvent(rState, E_CHG_RcvDTMF, nCh, dwCount << 16 | static_cast<BYTE>(ch));
+void Do(const actions::Dtmf& rDtmf, const Line& rLine) {
+  for (const char ch : rDtmf.strDigits) {
+    const auto dwCount = static_cast<DWORD>(++rLine.rChannel.iRxDigits);
+    rLine.Queue(E_CHG_RcvDTMF, dwCount << 16 | static_cast<BYTE>(ch));
   }
 }
 
-void QueueKeys(State& rState, int nCh, const Command& rCommand) {
-  for (const char ch : rCommand.strText) {
-    Message rMessage = rCommand.rMessage;
-    rMessage.dwSubReason = static_cast<BYTE>(ch);
-    QueueEvent(rState, E_RCV_DSTDChannel, nCh, rMessage);
+void Do(const actions::Flash& /*rFlash*/, const Line& rLine) {
+  rLine.Queue(E_CHG_FlashCount, 1);
+}
+
+void Do(const actions::Tone& rTone, const Line& rLine) {
+  rLine.Queue(E_CHG_ToneAnalyze, rTone.dwKind);
+}
+
+void Do(const actions::Sound& rSound, const Line& rLine) {
+  rLine.Queue(E_SYS_BargeIn, rSound.fPresent ? 1 : 0);
+}
+
+void Do(const actions::NoSound& /*rNoSound*/, const Line& rLine) {
+  rLine.Queue(E_SYS_NoSound, 0);
+}
+
+void Do(const actions::ChannelState& rState, const Line& rLine) {
+  rLine.SetState(rState.iState);
+}
+
+void Do(const actions::Voltage& rVoltage, const Line& rLine) {
+  rLine.rChannel.iVoltage = rVoltage.iVolts;
+}
+
+void Do(const actions::PlaySilence& /*rPlay*/, const Line& rLine) {
+  rLine.rChannel.rSource.SetSilence();
+}
+
+void Do(const actions::PlayCounting& /*rPlay*/, const Line& rLine) {
+  rLine.rChannel.rSource.SetCounting();
+}
+
+void Do(const actions::PlayTone& rPlay, const Line& rLine) {
+  rLine.rChannel.rSource.SetTone(rPlay.dHz, rPlay.dLevelDb);
+}
+
+void Do(const actions::PlayFile& rPlay, const Line& rLine) {
+  rLine.rChannel.rSource.SetFile(rLine.prFile, rPlay.fLoop);
+}
+
+void Do(const actions::DChannel& rDChannel, const Line& rLine) {
+  rLine.Queue(E_RCV_DSTDChannel, rDChannel.rMessage);
+}
+
+void Do(const actions::Keys& rKeys, const Line& rLine) {
+  for (const char ch : rKeys.strKeys) {
+    rLine.Queue(E_RCV_DSTDChannel, Message{DMSG_KEY_DIGIT, static_cast<BYTE>(ch), 0, ""});
   }
 }
 
-void ActOnChannel(State& rState, int nCh, Channel& rChannel, const Command& rCommand,
-                  const std::shared_ptr<const AudioFile>& prFile) {
-  const auto dwValue = static_cast<DWORD>(rCommand.iValue);
-  switch (rCommand.eCommand) {
-    case CMD_RING:
-      if (rCommand.iValue == 1) {
-        StateOrMessage(rState, nCh, rChannel, S_CALL_RINGING, DMSG_RING_ON);
-      } else {
-        StateOrMessage(rState, nCh, rChannel, S_CALL_STANDBY, DMSG_RING_OFF);
-      }
-      break;
-    case CMD_OFF_HOOK:
-      StateOrMessage(rState, nCh, rChannel, S_CALL_PICKUPED, DMSG_OFF_HOOK);
-      break;
-    case CMD_ON_HOOK:
-      StateOrMessage(rState, nCh, rChannel, S_CALL_STANDBY, DMSG_ON_HOOK);
-      break;
-    case CMD_CALLER_ID:
-      rChannel.strCallerId = rCommand.strText;
-      QueueEvent(rState, E_CHG_CIDExBuf, nCh, 0);
-      break;
-    case CMD_DTMF:
-      QueueDigits(rState, nCh, rChannel, rCommand.strText);
-      break;
-    case CMD_FLASH:
-      QueueEvent(rState, E_CHG_FlashCount, nCh, 1);
-      break;
-    case CMD_TONE:
-      QueueEvent(rState, E_CHG_ToneAnalyze, nCh, dwValue);
-      break;
-    case CMD_SOUND:
-      QueueEvent(rState, E_SYS_BargeIn, nCh, dwValue);
-      break;
-    case CMD_NO_SOUND:
-      QueueEvent(rState, E_SYS_NoSound, nCh, 0);
-      break;
-    case CMD_STATE:
-      SetChannelState(rState, nCh, rChannel, rCommand.iValue);
-      break;
-    case CMD_VOLTAGE:
-      rChannel.iVoltage = rCommand.iValue;
-      break;
-    case CMD_PLAY_SILENCE:
-      rChannel.rSource.SetSilence();
-      break;
-    case CMD_PLAY_COUNTING:
-      rChannel.rSource.SetCounting();
-      break;
-    case CMD_PLAY_TONE:
-      rChannel.rSource.SetTone(rCommand.dValue, rCommand.dLevel);
-      break;
-    case CMD_PLAY_FILE:
-      rChannel.rSource.SetFile(prFile, rCommand.iValue == 1);
-      break;
-    case CMD_DCHANNEL:
-      QueueEvent(rState, E_RCV_DSTDChannel, nCh, rCommand.rMessage);
-      break;
-    case CMD_KEYS:
-      QueueKeys(rState, nCh, rCommand);
-      break;
-    case CMD_EVENT:
-      QueueEvent(rState, static_cast<WORD>(rCommand.iValue), nCh, rCommand.rMessage);
-      break;
-    default:
-      break;  // no action on channels
-  }
+void Do(const actions::Event& rEvent, const Line& rLine) {
+  rLine.Queue(rEvent.wCode, rEvent.rMessage);
 }
 
-std::string ActOnChannels(State& rState, const Command& rCommand, const std::shared_ptr<const AudioFile>& prFile) {
-  for (int nCh = rCommand.iFirst; nCh <= rCommand.iLast; nCh++) {
-    const Channel* prChannel = rState.At(nCh);
-    if (prChannel == nullptr) return "channel " + std::to_string(nCh) + " does not exist";
-    std::string strUnfit = Unfit(rCommand, nCh, *prChannel);
-    if (!strUnfit.empty()) return strUnfit;
-  }
-  for (int nCh = rCommand.iFirst; nCh <= rCommand.iLast; nCh++) {
-    ActOnChannel(rState, nCh, *rState.At(nCh), rCommand, prFile);
-  }
-  rState.rChanged.notify_all();
-  return "";
+// -- on a range of channels -------------------------------------------------------------------------------------------
+
+// Voltage and sound are on a line whether or not anybody listens; all else is told to the recorder.
+template <typename A>
+constexpr bool NEEDS_RECORDER =
+    !IS_ONE_OF<A, actions::Voltage, actions::PlaySilence, actions::PlayCounting, actions::PlayTone, actions::PlayFile>;
+
+bool IsTrunk(const Channel& rChannel) {
+  return rChannel.iType == CH_ISDN_USR || rChannel.iType == CH_ISDN_NTW;
 }
 
-// A ring begins a new call, so numbers that are not given are empty; an answer keeps those of the ring; idle forgets.
-void SetCircuit(Circuit& rCircuit, const Command& rCommand) {
-  const bool fCallBegins = rCommand.iValue == S_SPY_RINGING || rCircuit.iState == S_SPY_STANDBY;
-  SpyInfo& rInfo = rCircuit.rInfo;
-  if (fCallBegins || rCommand.iValue == S_SPY_STANDBY) rInfo = SpyInfo();
-  if (rCommand.iIncoming >= 0 || rInfo.iCallInCh < 0) {
-    const bool fIncoming = rCommand.iIncoming != 0;
-    rInfo.iCallInCh = fIncoming ? rCircuit.iFirstCh : rCircuit.iSecondCh;
-    rInfo.iCallOutCh = fIncoming ? rCircuit.iSecondCh : rCircuit.iFirstCh;
+// What an action of kind A needs of a channel, as a text to refuse it with; empty when the channel will do.
+template <typename A>
+std::string Unfit(int nCh, const Channel& rChannel) {
+  const std::string strName = "channel " + std::to_string(nCh);
+  if constexpr (IS_ONE_OF<A, actions::Ring, actions::OffHook, actions::OnHook>) {
+    return IsTrunk(rChannel) ? strName + " belongs to a trunk: its calls are made by cic" : "";
+  } else if constexpr (IS_ONE_OF<A, actions::CallerId, actions::Flash, actions::Voltage, actions::NoSound>) {
+    return rChannel.iType != CH_ANALOG ? strName + " is no analogue line" : "";
+  } else if constexpr (IS_ONE_OF<A, actions::DChannel, actions::Keys>) {
+    return rChannel.iType != CH_DST ? strName + " has no D-channel" : "";
+  } else {
+    return "";
   }
-  for (const auto& [strName, strNumber] : rCommand.rNumbers) {
-    std::string& strPlace = strName == "caller"   ? rInfo.strCaller
-                            : strName == "callee" ? rInfo.strCallee
-                                                  : rInfo.strConnected;
-    strPlace = strNumber;
-  }
-}
-
-std::string ActOnCircuits(State& rState, const Command& rCommand) {
-  for (int nCic = rCommand.iFirst; nCic <= rCommand.iLast; nCic++) {
-    if (rState.rCircuits.count(nCic) == 0) return "circuit " + std::to_string(nCic) + " does not exist";
-  }
-  for (int nCic = rCommand.iFirst; nCic <= rCommand.iLast; nCic++) {
-    if (rCommand.eCommand == CMD_EVENT) {
-      QueueEvent(rState, static_cast<WORD>(rCommand.iValue), nCic, rCommand.rMessage);
-      continue;
-    }
-    Circuit& rCircuit = rState.rCircuits[nCic];
-    SetCircuit(rCircuit, rCommand);
-    const auto dwBefore = static_cast<DWORD>(rCircuit.iState);
-    rCircuit.iState = rCommand.iValue;
-    QueueEvent(rState, E_CHG_SpyState, nCic, dwBefore << 16 | static_cast<DWORD>(rCommand.iValue));
-  }
-  return "";
-}
-
-bool Holds(State& rState, const Command& rCommand) {
-  const bool fHandled = rState.EventsOn() && rState.rQueue.empty() && !rState.fHandling;
-  int iRecorded = 0, iPlayed = 0, iTraced = 0, iAny = 0;
-  for (std::size_t i = 0; i < rState.vChannels.size(); i++) {
-    const Channel& rChannel = *rState.vChannels[i];
-    if (rChannel.rMem.fOn) iAny++;
-    if (static_cast<int>(i) < rCommand.iFirst || static_cast<int>(i) > rCommand.iLast) continue;
-    if (rChannel.rMem.fOn) iRecorded++;
-    if (!rChannel.rSource.Playing()) iPlayed++;
-    if (IsSignalTraced(static_cast<int>(i))) iTraced++;
-  }
-  const int iRange = rCommand.iLast - rCommand.iFirst + 1;
-  switch (static_cast<EWaitFor>(rCommand.iValue)) {
-    case WAIT_READY:
-      return rState.EventsOn();
-    case WAIT_HANDLED:
-      return fHandled;
-    case WAIT_IDLE:
-      return fHandled && iAny == 0;
-    case WAIT_RECORDING:
-      return iRecorded == iRange;
-    case WAIT_STOPPED:
-      return iRecorded == 0;
-    case WAIT_TRACED:
-      return iTraced == iRange;
-    case WAIT_PLAYED:
-      return iPlayed == iRange;
-  }
-  return false;
-}
-
-std::string Wait(State& rState, const Command& rCommand, const Session& rSession) {
-  std::unique_lock<std::mutex> rLock(rState.rMutex);
-  const auto rUntil =
-      std::chrono::steady_clock::now() +
-      std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(rCommand.dValue));
-  if (rCommand.eTarget == TARGET_CHANNELS && rState.At(rCommand.iLast) == nullptr) {
-    return "channel " + std::to_string(rCommand.iLast) + " does not exist";
-  }
-  bool fGone = false;
-  const bool fDone = rState.rChanged.wait_until(rLock, rUntil, [&] {
-    fGone = rSession.fnGone != nullptr && rSession.fnGone();
-    return fGone || Holds(rState, rCommand);
-  });
-  if (fGone) return "the cards stop";
-  return fDone ? "" : "it did not come about in time";
 }
 
 std::string AbsolutePath(const Session& rSession, const std::string& strPath) {
@@ -260,54 +177,186 @@ std::string AbsolutePath(const Session& rSession, const std::string& strPath) {
   return rSession.strDirectory + "/" + strPath;
 }
 
-std::string ActOnTarget(State& rState, const Command& rCommand, const Session& rSession) {
-  std::string strWhy;
+template <typename A>
+std::string DoOnRange(const A& rAction, const Range& rRange, [[maybe_unused]] const Session& rSession) {
   std::shared_ptr<const AudioFile> prFile;
-  if (rCommand.eCommand == CMD_PLAY_FILE) {
-    prFile = ReadAudioFile(AbsolutePath(rSession, rCommand.strText), strWhy);
+  if constexpr (IS_ONE_OF<A, actions::PlayFile>) {  // before the lock: a file may be long
+    std::string strWhy;
+    prFile = ReadAudioFile(AbsolutePath(rSession, rAction.strPath), strWhy);
     if (prFile == nullptr) return strWhy;
   }
+  State& rState = TheState();
   const std::lock_guard<std::mutex> rGuard(rState.rMutex);
-  const bool fQueues =
-      rCommand.eCommand != CMD_VOLTAGE && (rCommand.eCommand < CMD_PLAY_SILENCE || rCommand.eCommand > CMD_PLAY_FILE);
-  if (fQueues && !rState.EventsOn()) return "the recorder takes no events yet";
-  if (rCommand.eTarget == TARGET_CHANNELS) return ActOnChannels(rState, rCommand, prFile);
-  return ActOnCircuits(rState, rCommand);
+  if (NEEDS_RECORDER<A> && !rState.EventsOn()) return NO_RECORDER;
+  for (int nCh = rRange.iFirst; nCh <= rRange.iLast; nCh++) {
+    const Channel* prChannel = rState.At(nCh);
+    if (prChannel == nullptr) return "channel " + std::to_string(nCh) + " does not exist";
+    std::string strUnfit = Unfit<A>(nCh, *prChannel);
+    if (!strUnfit.empty()) return strUnfit;
+  }
+  for (int nCh = rRange.iFirst; nCh <= rRange.iLast; nCh++) Do(rAction, Line{rState, nCh, *rState.At(nCh), prFile});
+  rState.rChanged.notify_all();
+  return "";
 }
+
+// -- on circuits ------------------------------------------------------------------------------------------------------
+
+// A ring begins a new call, so numbers that are not given are empty; an answer keeps those of the ring; idle forgets.
+void SetInfo(Circuit& rCircuit, const actions::CircuitState& rNew) {
+  const bool fCallBegins = rNew.iState == S_SPY_RINGING || rCircuit.iState == S_SPY_STANDBY;
+  SpyInfo& rInfo = rCircuit.rInfo;
+  if (fCallBegins || rNew.iState == S_SPY_STANDBY) rInfo = SpyInfo();
+  if (rNew.fIncoming || rInfo.iCallInCh < 0) {
+    const bool fIncoming = rNew.fIncoming.value_or(true);
+    rInfo.iCallInCh = fIncoming ? rCircuit.iFirstCh : rCircuit.iSecondCh;
+    rInfo.iCallOutCh = fIncoming ? rCircuit.iSecondCh : rCircuit.iFirstCh;
+  }
+  rInfo.strCaller = rNew.strCaller.value_or(rInfo.strCaller);
+  rInfo.strCallee = rNew.strCallee.value_or(rInfo.strCallee);
+  rInfo.strConnected = rNew.strConnected.value_or(rInfo.strConnected);
+}
+
+void Do(const actions::CircuitState& rNew, State& rState, int nCic) {
+  Circuit& rCircuit = rState.rCircuits[nCic];
+  SetInfo(rCircuit, rNew);
+  const auto dwBefore = static_cast<DWORD>(rCircuit.iState);
+  rCircuit.iState = rNew.iState;
+  QueueEvent(rState, E_CHG_SpyState, nCic, dwBefore << 16 | static_cast<DWORD>(rNew.iState));
+}
+
+void Do(const actions::Event& rEvent, State& rState, int nCic) {
+  QueueEvent(rState, rEvent.wCode, nCic, rEvent.rMessage);
+}
+
+// -- waits ------------------------------------------------------------------------------------------------------------
+
+bool IsRecorded(int /*nCh*/, const Channel& rChannel) {
+  return rChannel.rMem.fOn;
+}
+
+bool IsTraced(int nCh, const Channel& /*rChannel*/) {
+  return IsSignalTraced(nCh);
+}
+
+bool IsPlayed(int /*nCh*/, const Channel& rChannel) {
+  return !rChannel.rSource.Playing();
+}
+
+// How many channels of the range are so; one that has gone is not.
+int Count(State& rState, const Range& rRange, bool (*Is)(int nCh, const Channel& rChannel)) {
+  int iCount = 0;
+  for (int nCh = rRange.iFirst; nCh <= rRange.iLast; nCh++) {
+    const Channel* prChannel = rState.At(nCh);
+    if (prChannel != nullptr && Is(nCh, *prChannel)) iCount++;
+  }
+  return iCount;
+}
+
+bool Holds(State& rState, const actions::Wait& rWait) {
+  const Range rAll{0, static_cast<int>(rState.vChannels.size()) - 1};
+  const Range rRange = rWait.rChannels.value_or(rAll);
+  const int iSize = rRange.iLast - rRange.iFirst + 1;
+  const bool fHandled = rState.EventsOn() && rState.rQueue.empty() && !rState.fHandling;
+  switch (rWait.eFor) {
+    case WAIT_READY:
+      return rState.EventsOn();
+    case WAIT_HANDLED:
+      return fHandled;
+    case WAIT_IDLE:
+      return fHandled && Count(rState, rAll, IsRecorded) == 0;
+    case WAIT_RECORDING:
+      return Count(rState, rRange, IsRecorded) == iSize;
+    case WAIT_STOPPED:
+      return Count(rState, rRange, IsRecorded) == 0;
+    case WAIT_TRACED:
+      return Count(rState, rRange, IsTraced) == iSize;
+    case WAIT_PLAYED:
+      return Count(rState, rRange, IsPlayed) == iSize;
+  }
+  return false;
+}
+
+// -- all actions ------------------------------------------------------------------------------------------------------
+
+struct Performer {
+  Session& rSession;
+  std::vector<std::string>& vLines;
+
+  std::string operator()(const actions::OnChannels& rOn) const {
+    return std::visit([&](const auto& rAction) { return DoOnRange(rAction, rOn.rRange, rSession); }, rOn.rAction);
+  }
+
+  std::string operator()(const actions::OnCircuits& rOn) const {
+    State& rState = TheState();
+    const std::lock_guard<std::mutex> rGuard(rState.rMutex);
+    if (!rState.EventsOn()) return NO_RECORDER;
+    for (int nCic = rOn.rRange.iFirst; nCic <= rOn.rRange.iLast; nCic++) {
+      if (rState.rCircuits.count(nCic) == 0) return "circuit " + std::to_string(nCic) + " does not exist";
+    }
+    for (int nCic = rOn.rRange.iFirst; nCic <= rOn.rRange.iLast; nCic++) {
+      std::visit([&](const auto& rAction) { Do(rAction, rState, nCic); }, rOn.rAction);
+    }
+    return "";
+  }
+
+  std::string operator()(const actions::Event& rEvent) const {
+    State& rState = TheState();
+    const std::lock_guard<std::mutex> rGuard(rState.rMutex);
+    if (!rState.EventsOn()) return NO_RECORDER;
+    QueueEvent(rState, rEvent.wCode, NO_REFERENCE, rEvent.rMessage);
+    return "";
+  }
+
+  std::string operator()(const actions::Fail& rFail) const {
+    FailNext(rFail.strOperation, rFail.iTimes, rFail.iResult, rFail.strText);
+    return "";
+  }
+
+  std::string operator()(const actions::Speed& rSpeed) const {
+    StartPacingThread(rSpeed.dFactor);
+    return "";
+  }
+
+  std::string operator()(const actions::Overruns& /*rOverruns*/) const {
+    vLines.push_back(std::to_string(Overruns()));
+    return "";
+  }
+
+  std::string operator()(const actions::Status& /*rStatus*/) const {
+    vLines = StatusLines();
+    return "";
+  }
+
+  std::string operator()(const actions::Wait& rWait) const {
+    State& rState = TheState();
+    std::unique_lock<std::mutex> rLock(rState.rMutex);
+    const auto rUntil =
+        std::chrono::steady_clock::now() +
+        std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(rWait.dTimeoutS));
+    if (rWait.rChannels && rState.At(rWait.rChannels->iLast) == nullptr) {
+      return "channel " + std::to_string(rWait.rChannels->iLast) + " does not exist";
+    }
+    bool fGone = false;
+    const bool fDone = rState.rChanged.wait_until(rLock, rUntil, [&] {
+      fGone = rSession.fnGone != nullptr && rSession.fnGone();
+      return fGone || Holds(rState, rWait);
+    });
+    if (fGone) return "the cards stop";
+    return fDone ? "" : "it did not come about in time";
+  }
+
+  std::string operator()(const actions::Directory& rDirectory) const {
+    rSession.strDirectory = rDirectory.strPath;
+    return "";
+  }
+
+  std::string operator()(const actions::Print& /*rPrint*/) const { return ""; }
+};
 
 }  // namespace
 
-std::string Act(const Command& rCommand, Session& rSession, std::vector<std::string>& vLines) {
-  State& rState = TheState();
-  switch (rCommand.eCommand) {
-    case CMD_WAIT:
-      return Wait(rState, rCommand, rSession);
-    case CMD_DIRECTORY:
-      rSession.strDirectory = rCommand.strText;
-      return "";
-    case CMD_SPEED:
-      StartPacingThread(rCommand.dValue);
-      return "";
-    case CMD_FAIL:
-      FailNext(rCommand.strText, rCommand.iCount, rCommand.iValue, rCommand.strText2);
-      return "";
-    case CMD_OVERRUNS:
-      vLines.push_back(std::to_string(Overruns()));
-      return "";
-    case CMD_STATUS:
-      vLines = StatusLines();
-      return "";
-    case CMD_NONE:
-    case CMD_PRINT:
-      return "";
-    default:
-      break;
-  }
-  if (rCommand.eTarget != TARGET_NONE) return ActOnTarget(rState, rCommand, rSession);
-  const std::lock_guard<std::mutex> rGuard(rState.rMutex);
-  if (!rState.EventsOn()) return "the recorder takes no events yet";
-  QueueEvent(rState, static_cast<WORD>(rCommand.iValue), NO_REFERENCE, rCommand.rMessage);
-  return "";
+std::string Perform(const Action& rAction, Session& rSession, std::vector<std::string>& vLines) {
+  return std::visit(Performer{rSession, vLines}, rAction);
 }
 
 }  // namespace simcards

@@ -7,76 +7,140 @@
 namespace simcards {
 namespace {
 
-Command Parsed(const std::string& strLine) {
-  Command rCommand;
-  EXPECT_EQ("", ParseCommand(strLine, rCommand)) << strLine;
-  return rCommand;
+Action Parsed(const std::string& strLine) {
+  Action rAction;
+  EXPECT_EQ("", ParseAction(strLine, rAction)) << strLine;
+  return rAction;
 }
 
 std::string Error(const std::string& strLine) {
-  Command rCommand;
-  return ParseCommand(strLine, rCommand);
+  Action rAction;
+  return ParseAction(strLine, rAction);
 }
 
-TEST(SimCommand, SingleChannelsAndRanges) {
-  const Command rOne = Parsed("ch 3 ring on");
-  EXPECT_EQ(CMD_RING, rOne.eCommand);
-  EXPECT_EQ(TARGET_CHANNELS, rOne.eTarget);
-  EXPECT_EQ(3, rOne.iFirst);
-  EXPECT_EQ(3, rOne.iLast);
-  EXPECT_EQ(1, rOne.iValue);
-  const Command rRange = Parsed("cic 0..29 idle");
-  EXPECT_EQ(TARGET_CIRCUITS, rRange.eTarget);
-  EXPECT_EQ(0, rRange.iFirst);
-  EXPECT_EQ(29, rRange.iLast);
+// The action of a line, which must be of kind A.
+template <typename A, typename AnyOf>
+A As(const AnyOf& rAction, const std::string& strLine) {
+  const A* prAction = std::get_if<A>(&rAction);
+  EXPECT_NE(nullptr, prAction) << strLine;
+  return prAction != nullptr ? *prAction : A();
 }
 
-TEST(SimCommand, NamesStandForNumbers) {
+template <typename A>
+A General(const std::string& strLine) {
+  return As<A>(Parsed(strLine), strLine);
+}
+
+template <typename A>
+A OnChannel(const std::string& strLine) {
+  return As<A>(General<actions::OnChannels>(strLine).rAction, strLine);
+}
+
+template <typename A>
+A OnCircuit(const std::string& strLine) {
+  return As<A>(General<actions::OnCircuits>(strLine).rAction, strLine);
+}
+
+TEST(SimAction, SingleChannelsAndRanges) {
+  const auto rOne = General<actions::OnChannels>("ch 3 ring on");
+  EXPECT_EQ(3, rOne.rRange.iFirst);
+  EXPECT_EQ(3, rOne.rRange.iLast);
+  const auto rRange = General<actions::OnCircuits>("cic 0..29 idle");
+  EXPECT_EQ(0, rRange.rRange.iFirst);
+  EXPECT_EQ(29, rRange.rRange.iLast);
+}
+
+TEST(SimAction, WordsOfChannels) {
+  EXPECT_TRUE(OnChannel<actions::Ring>("ch 0 ring on").fOn);
+  EXPECT_FALSE(OnChannel<actions::Ring>("ch 0 ring off").fOn);
+  (void)OnChannel<actions::OffHook>("ch 0 offhook");
+  (void)OnChannel<actions::OnHook>("ch 0 onhook");
+  EXPECT_EQ("030 1234", OnChannel<actions::CallerId>("ch 0 callerid \"030 1234\"").strNumber);
+  EXPECT_EQ("0123456789*#ABCD", OnChannel<actions::Dtmf>("ch 0 dtmf 0123456789*#ABCD").strDigits);
+  (void)OnChannel<actions::Flash>("ch 0 flash");
+  EXPECT_TRUE(OnChannel<actions::Sound>("ch 0 sound on").fPresent);
+  EXPECT_FALSE(OnChannel<actions::Sound>("ch 0 sound off").fPresent);
+  (void)OnChannel<actions::NoSound>("ch 0 nosound");
+  EXPECT_EQ(-12, OnChannel<actions::Voltage>("ch 0 voltage -12").iVolts);
+  EXPECT_EQ("5*", OnChannel<actions::Keys>("ch 0 key 5*").strKeys);
+  EXPECT_EQ(49, OnChannel<actions::Event>("ch 0 event spystate").wCode);
+}
+
+TEST(SimAction, NamesOfTonesStandForNumbers) {
   const struct {
     const char* acLine;
-    ECommand eCommand;
-    int iValue;
+    DWORD dwKind;
   } arRows[] = {
-      {"ch 0 ring off", CMD_RING, 0},
-      {"ch 0 tone dial", CMD_TONE, 1},
-      {"ch 0 tone busy", CMD_TONE, 2},
-      {"ch 0 tone ringback", CMD_TONE, 3},
-      {"ch 0 tone quiet", CMD_TONE, 4},
-      {"ch 0 tone none", CMD_TONE, 5},
-      {"ch 0 tone voice", CMD_TONE, 6},
-      {"ch 0 tone 9", CMD_TONE, 9},
-      {"ch 0 sound on", CMD_SOUND, 1},
-      {"ch 0 state standby", CMD_STATE, 0},
-      {"ch 0 state offhook", CMD_STATE, 1},
-      {"ch 0 state ringing", CMD_STATE, 2},
-      {"ch 0 state talking", CMD_STATE, 3},
-      {"ch 0 state offline", CMD_STATE, 8},
-      {"ch 0 state waitremote", CMD_STATE, 9},
-      {"ch 0 state unavailable", CMD_STATE, 11},
-      {"ch 0 state tap", CMD_STATE, 128},
-      {"ch 0 state signalerror", CMD_STATE, 139},
-      {"ch 0 state frameerror", CMD_STATE, 140},
-      {"ch 0 state 77", CMD_STATE, 77},
-      {"ch 0 voltage -12", CMD_VOLTAGE, -12},
-      {"cic 0 ring", CMD_TRUNK, 2},
-      {"cic 0 talk", CMD_TRUNK, 3},
-      {"cic 0 idle", CMD_TRUNK, 0},
-      {"cic 0 numbering", CMD_TRUNK, 105},
-      {"cic 0 unavailable", CMD_TRUNK, 11},
-      {"cic 0 state ring", CMD_TRUNK, 2},
-      {"cic 0 state 6", CMD_TRUNK, 6},
-      {"event pcmlink", CMD_EVENT, 7},
-      {"event 124", CMD_EVENT, 124},
-      {"ch 0 event spystate", CMD_EVENT, 49},
+      {"ch 0 tone dial", 1}, {"ch 0 tone busy", 2},  {"ch 0 tone ringback", 3}, {"ch 0 tone quiet", 4},
+      {"ch 0 tone none", 5}, {"ch 0 tone voice", 6}, {"ch 0 tone 9", 9},
+  };
+  for (const auto& rRow : arRows) EXPECT_EQ(rRow.dwKind, OnChannel<actions::Tone>(rRow.acLine).dwKind) << rRow.acLine;
+}
+
+TEST(SimAction, NamesOfChannelStatesStandForNumbers) {
+  const struct {
+    const char* acLine;
+    int iState;
+  } arRows[] = {
+      {"ch 0 state standby", 0},      {"ch 0 state offhook", 1}, {"ch 0 state ringing", 2},
+      {"ch 0 state talking", 3},      {"ch 0 state offline", 8}, {"ch 0 state waitremote", 9},
+      {"ch 0 state unavailable", 11}, {"ch 0 state tap", 128},   {"ch 0 state signalerror", 139},
+      {"ch 0 state frameerror", 140}, {"ch 0 state 77", 77},
   };
   for (const auto& rRow : arRows) {
-    const Command rCommand = Parsed(rRow.acLine);
-    EXPECT_EQ(rRow.eCommand, rCommand.eCommand) << rRow.acLine;
-    EXPECT_EQ(rRow.iValue, rCommand.iValue) << rRow.acLine;
+    EXPECT_EQ(rRow.iState, OnChannel<actions::ChannelState>(rRow.acLine).iState) << rRow.acLine;
   }
 }
 
-TEST(SimCommand, StationWordsGiveDChannelMessages) {
+TEST(SimAction, NamesOfCircuitStatesStandForNumbers) {
+  const struct {
+    const char* acLine;
+    int iState;
+  } arRows[] = {
+      {"cic 0 ring", 2},
+      {"cic 0 talk", 3},
+      {"cic 0 idle", 0},
+      {"cic 0 numbering", 105},
+      {"cic 0 unavailable", 11},
+      {"cic 0 state idle", 0},
+      {"cic 0 state ring", 2},
+      {"cic 0 state talk", 3},
+      {"cic 0 state numbering", 105},
+      {"cic 0 state unavailable", 11},
+      {"cic 0 state 6", 6},
+  };
+  for (const auto& rRow : arRows) {
+    const auto rState = OnCircuit<actions::CircuitState>(rRow.acLine);
+    EXPECT_EQ(rRow.iState, rState.iState) << rRow.acLine;
+    EXPECT_FALSE(rState.fIncoming || rState.strCaller || rState.strCallee || rState.strConnected) << rRow.acLine;
+  }
+}
+
+TEST(SimAction, TrunkCallSaysWhatWasSaid) {
+  const auto rIn = OnCircuit<actions::CircuitState>("cic 0 ring in callee 200 caller \"\"");
+  EXPECT_EQ(true, rIn.fIncoming);
+  EXPECT_EQ("", rIn.strCaller);
+  EXPECT_EQ("200", rIn.strCallee);
+  EXPECT_EQ(std::nullopt, rIn.strConnected);
+  const auto rOut = OnCircuit<actions::CircuitState>("cic 0 talk out connected 201");
+  EXPECT_EQ(false, rOut.fIncoming);
+  EXPECT_EQ(std::nullopt, rOut.strCaller);
+  EXPECT_EQ("201", rOut.strConnected);
+}
+
+TEST(SimAction, NamesOfEventsStandForNumbers) {
+  EXPECT_EQ(7, General<actions::Event>("event pcmlink").wCode);
+  EXPECT_EQ(124, General<actions::Event>("event 124").wCode);
+  EXPECT_EQ(49, OnCircuit<actions::Event>("cic 0 event spystate").wCode);
+  const auto rEvent = General<actions::Event>("event dtmf xtra 3 hex 4142 sub 2 param 1");
+  EXPECT_EQ(12, rEvent.wCode);
+  EXPECT_EQ(1U, rEvent.rMessage.dwParam);
+  EXPECT_EQ(2U, rEvent.rMessage.dwSubReason);
+  EXPECT_EQ(3U, rEvent.rMessage.dwXtraInfo);
+  EXPECT_EQ("AB", rEvent.rMessage.strData);
+}
+
+TEST(SimAction, StationWordsGiveDChannelMessages) {
   const struct {
     const char* acLine;
     DWORD dwParam, dwSubReason, dwXtraInfo;
@@ -101,64 +165,89 @@ TEST(SimCommand, StationWordsGiveDChannelMessages) {
       {"ch 0 dchannel 4104 hex 4142", 0x1008, 0, 0, "AB"},
   };
   for (const auto& rRow : arRows) {
-    const Command rCommand = Parsed(rRow.acLine);
-    EXPECT_EQ(CMD_DCHANNEL, rCommand.eCommand) << rRow.acLine;
-    EXPECT_EQ(rRow.dwParam, rCommand.rMessage.dwParam) << rRow.acLine;
-    EXPECT_EQ(rRow.dwSubReason, rCommand.rMessage.dwSubReason) << rRow.acLine;
-    EXPECT_EQ(rRow.dwXtraInfo, rCommand.rMessage.dwXtraInfo) << rRow.acLine;
-    EXPECT_EQ(rRow.acData, rCommand.rMessage.strData) << rRow.acLine;
+    const Message rMessage = OnChannel<actions::DChannel>(rRow.acLine).rMessage;
+    EXPECT_EQ(rRow.dwParam, rMessage.dwParam) << rRow.acLine;
+    EXPECT_EQ(rRow.dwSubReason, rMessage.dwSubReason) << rRow.acLine;
+    EXPECT_EQ(rRow.dwXtraInfo, rMessage.dwXtraInfo) << rRow.acLine;
+    EXPECT_EQ(rRow.acData, rMessage.strData) << rRow.acLine;
   }
 }
 
-TEST(SimCommand, IsdnRecordHasItsFieldsInPlace) {
-  const Command rCommand = Parsed("ch 0 isdn connected in caller 030123 called 200 connected 201");
-  EXPECT_EQ(0x6FU, rCommand.rMessage.dwParam);
-  const std::string& strRecord = rCommand.rMessage.strData;
+TEST(SimAction, IsdnRecordHasItsFieldsInPlace) {
+  const Message rMessage =
+      OnChannel<actions::DChannel>("ch 0 isdn connected in caller 030123 called 200 connected 201").rMessage;
+  EXPECT_EQ(0x6FU, rMessage.dwParam);
+  EXPECT_EQ(1U, rMessage.dwSubReason);
+  const std::string& strRecord = rMessage.strData;
   ASSERT_EQ(204U, strRecord.size());
   EXPECT_EQ(std::string("\0\0\0\0\1\0\0\0\0\0\0\0", 12), strRecord.substr(0, 12));
   EXPECT_STREQ("030123", strRecord.c_str() + 12);
   EXPECT_STREQ("", strRecord.c_str() + 44);
   EXPECT_STREQ("200", strRecord.c_str() + 76);
   EXPECT_STREQ("201", strRecord.c_str() + 140);
-  const Command rLong = Parsed("ch 0 isdn released out long caller 1234567890123456789012345678901");
-  ASSERT_EQ(236U, rLong.rMessage.strData.size());
-  EXPECT_EQ(2, rLong.rMessage.strData[4]);
-  EXPECT_STREQ("1234567890123456789012345678901", rLong.rMessage.strData.c_str() + 12);
+  const Message rLong =
+      OnChannel<actions::DChannel>("ch 0 isdn released out long caller 1234567890123456789012345678901").rMessage;
+  EXPECT_EQ(0U, rLong.dwSubReason);
+  ASSERT_EQ(236U, rLong.strData.size());
+  EXPECT_EQ(2, rLong.strData[4]);
+  EXPECT_STREQ("1234567890123456789012345678901", rLong.strData.c_str() + 12);
+  EXPECT_EQ(std::string(236 - 44, '\0'), rLong.strData.substr(44));
   EXPECT_EQ("expected a number of at most 31 characters, found \"12345678901234567890123456789012\"",
             Error("ch 0 isdn progress in caller 12345678901234567890123456789012"));
 }
 
-TEST(SimCommand, SoundsToPlay) {
-  EXPECT_EQ(CMD_PLAY_SILENCE, Parsed("ch 0 play silence").eCommand);
-  EXPECT_EQ(CMD_PLAY_COUNTING, Parsed("ch 0 play counting").eCommand);
-  const Command rTone = Parsed("ch 0 play tone 440.5 -3");
-  EXPECT_EQ(CMD_PLAY_TONE, rTone.eCommand);
-  EXPECT_DOUBLE_EQ(440.5, rTone.dValue);
-  EXPECT_DOUBLE_EQ(-3, rTone.dLevel);
-  EXPECT_DOUBLE_EQ(-10, Parsed("ch 0 play tone 440").dLevel);
-  const Command rFile = Parsed("ch 0 play file \"my speech.wav\" loop");
-  EXPECT_EQ(CMD_PLAY_FILE, rFile.eCommand);
-  EXPECT_EQ("my speech.wav", rFile.strText);
-  EXPECT_EQ(1, rFile.iValue);
+TEST(SimAction, SoundsToPlay) {
+  (void)OnChannel<actions::PlaySilence>("ch 0 play silence");
+  (void)OnChannel<actions::PlayCounting>("ch 0 play counting");
+  const auto rTone = OnChannel<actions::PlayTone>("ch 0 play tone 440.5 -3");
+  EXPECT_DOUBLE_EQ(440.5, rTone.dHz);
+  EXPECT_DOUBLE_EQ(-3, rTone.dLevelDb);
+  EXPECT_DOUBLE_EQ(-10, OnChannel<actions::PlayTone>("ch 0 play tone 440").dLevelDb);
+  const auto rFile = OnChannel<actions::PlayFile>("ch 0 play file \"my speech.wav\" loop");
+  EXPECT_EQ("my speech.wav", rFile.strPath);
+  EXPECT_TRUE(rFile.fLoop);
+  EXPECT_FALSE(OnChannel<actions::PlayFile>("ch 0 play file x.wav").fLoop);
 }
 
-TEST(SimCommand, FailuresAndWaits) {
-  const Command rFail = Parsed("fail SsmRecToMem 2 result 7 text \"no memory\"");
-  EXPECT_EQ(CMD_FAIL, rFail.eCommand);
-  EXPECT_EQ("SsmRecToMem", rFail.strText);
-  EXPECT_EQ(2, rFail.iCount);
-  EXPECT_EQ(7, rFail.iValue);
-  EXPECT_EQ("no memory", rFail.strText2);
-  EXPECT_EQ(-1, Parsed("fail SsmRecToMem 2").iValue);
-  const Command rWait = Parsed("wait recording 2..4 timeout 1.5");
-  EXPECT_EQ(WAIT_RECORDING, rWait.iValue);
-  EXPECT_EQ(2, rWait.iFirst);
-  EXPECT_EQ(4, rWait.iLast);
-  EXPECT_DOUBLE_EQ(1.5, rWait.dValue);
-  EXPECT_DOUBLE_EQ(30, Parsed("wait idle").dValue);
+TEST(SimAction, ActionsOnTheWhole) {
+  const auto rFail = General<actions::Fail>("fail SsmRecToMem 2 result 7 text \"no memory\"");
+  EXPECT_EQ("SsmRecToMem", rFail.strOperation);
+  EXPECT_EQ(2, rFail.iTimes);
+  EXPECT_EQ(7, rFail.iResult);
+  EXPECT_EQ("no memory", rFail.strText);
+  EXPECT_EQ(-1, General<actions::Fail>("fail SsmRecToMem 2").iResult);
+  EXPECT_EQ("simulated failure", General<actions::Fail>("fail SsmRecToMem 2").strText);
+  EXPECT_DOUBLE_EQ(2.5, General<actions::Speed>("speed 2.5").dFactor);
+  (void)General<actions::Overruns>("overruns");
+  (void)General<actions::Status>("status");
+  EXPECT_EQ("/tmp/a b", General<actions::Directory>("directory \"/tmp/a b\"").strPath);
+  EXPECT_EQ("all is well", General<actions::Print>("print all  is well # no").strText);
 }
 
-TEST(SimCommand, ErrorsSayWhatWasExpected) {
+TEST(SimAction, WaitsSpeakOfTheWholeOrOfChannels) {
+  const struct {
+    const char* acLine;
+    EWaitFor eFor;
+    int iFirst, iLast;  // -1: of the whole
+  } arRows[] = {
+      {"wait ready", WAIT_READY, -1, -1},     {"wait handled", WAIT_HANDLED, -1, -1},
+      {"wait idle", WAIT_IDLE, -1, -1},       {"wait recording 2..4", WAIT_RECORDING, 2, 4},
+      {"wait stopped 1", WAIT_STOPPED, 1, 1}, {"wait played 0..7", WAIT_PLAYED, 0, 7},
+      {"wait traced 3", WAIT_TRACED, 3, 3},
+  };
+  for (const auto& rRow : arRows) {
+    const auto rWait = General<actions::Wait>(rRow.acLine);
+    EXPECT_EQ(rRow.eFor, rWait.eFor) << rRow.acLine;
+    EXPECT_EQ(rRow.iFirst >= 0, rWait.rChannels.has_value()) << rRow.acLine;
+    const Range rChannels = rWait.rChannels.value_or(Range{-1, -1});
+    EXPECT_EQ(rRow.iFirst, rChannels.iFirst) << rRow.acLine;
+    EXPECT_EQ(rRow.iLast, rChannels.iLast) << rRow.acLine;
+    EXPECT_DOUBLE_EQ(30, rWait.dTimeoutS) << rRow.acLine;
+  }
+  EXPECT_DOUBLE_EQ(1.5, General<actions::Wait>("wait recording 2..4 timeout 1.5").dTimeoutS);
+}
+
+TEST(SimAction, ErrorsSayWhatWasExpected) {
   const struct {
     const char *acLine, *acError;
   } arRows[] = {

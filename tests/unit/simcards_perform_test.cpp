@@ -14,9 +14,9 @@ namespace {
 
 constexpr int ANALOGUE = 0, TRUNK = 5;  // first driver channels of two of the cards
 
-class SimAct : public CardBench {
+class SimPerform : public CardBench {
  protected:
-  SimAct() {
+  SimPerform() {
     rFiles.Write("simcards.conf", std::string(SimConfigFiles::FOUR_CARDS) + "socket " + rFiles.Path("socket") + "\n");
     rFiles.Write("ShConfig.ini", SimConfigFiles::FourCardsConfig());
     SetConfFile(rFiles.Path("simcards.conf"));
@@ -31,11 +31,11 @@ class SimAct : public CardBench {
   }
   // The reason of a refusal; empty when it was done.
   std::string Do(const std::string& strLine) {
-    Command rCommand;
-    std::string strError = ParseCommand(strLine, rCommand);
+    Action rAction;
+    std::string strError = ParseAction(strLine, rAction);
     EXPECT_EQ("", strError);
     vLines.clear();
-    return Act(rCommand, rSession, vLines);
+    return Perform(rAction, rSession, vLines);
   }
 
   SimConfigFiles rFiles;
@@ -43,7 +43,7 @@ class SimAct : public CardBench {
   std::vector<std::string> vLines;
 };
 
-TEST_F(SimAct, EventsOfEachAction) {
+TEST_F(SimPerform, EventsOfEachAction) {
   EventsOn();
   const struct {
     const char *acAction, *acEvents;
@@ -79,7 +79,7 @@ TEST_F(SimAct, EventsOfEachAction) {
   }
 }
 
-TEST_F(SimAct, DigitsCarryTheirCountInTheHighBits) {
+TEST_F(SimPerform, DigitsCarryTheirCountInTheHighBits) {
   EventsOn();
   EXPECT_EQ("", Do("ch 0 dtmf 1#"));
   EXPECT_EQ(0x00010000U | '1', NextEvent().dwParam);
@@ -89,7 +89,7 @@ TEST_F(SimAct, DigitsCarryTheirCountInTheHighBits) {
   EXPECT_EQ(0x00010000U | 'A', NextEvent().dwParam);
 }
 
-TEST_F(SimAct, AnalogueLineShowsItsUseByVoltage) {
+TEST_F(SimPerform, AnalogueLineShowsItsUseByVoltage) {
   EventsOn();
   EXPECT_EQ(48, SsmGetLineVoltage(ANALOGUE));
   EXPECT_EQ("", Do("ch 0 offhook"));
@@ -101,7 +101,7 @@ TEST_F(SimAct, AnalogueLineShowsItsUseByVoltage) {
   EXPECT_EQ(3, SsmGetLineVoltage(ANALOGUE));
 }
 
-TEST_F(SimAct, CallerIdStaysUntilItIsCleared) {
+TEST_F(SimPerform, CallerIdStaysUntilItIsCleared) {
   EventsOn();
   EXPECT_STREQ("", SsmGetCallerIdA(ANALOGUE));
   EXPECT_EQ("", Do("ch 0 callerid \"030 1234\""));
@@ -110,7 +110,7 @@ TEST_F(SimAct, CallerIdStaysUntilItIsCleared) {
   EXPECT_STREQ("", SsmGetCallerIdA(ANALOGUE));
 }
 
-TEST_F(SimAct, RefusalsNameTheReasonAndChangeNothing) {
+TEST_F(SimPerform, RefusalsNameTheReasonAndChangeNothing) {
   EventsOn();
   const struct {
     const char *acAction, *acError;
@@ -134,7 +134,7 @@ TEST_F(SimAct, RefusalsNameTheReasonAndChangeNothing) {
   }
 }
 
-TEST_F(SimAct, NothingHappensOnALineBeforeTheRecorderListens) {
+TEST_F(SimPerform, NothingHappensOnALineBeforeTheRecorderListens) {
   for (const char* acAction : {"ch 0 ring on", "cic 0 ring", "event pcmlink"}) {
     EXPECT_EQ("the recorder takes no events yet", Do(acAction)) << acAction;
   }
@@ -143,7 +143,7 @@ TEST_F(SimAct, NothingHappensOnALineBeforeTheRecorderListens) {
   EXPECT_EQ("", Do("ch 0 play tone 440"));
 }
 
-TEST_F(SimAct, TrunkCallIsFollowedThroughItsStates) {
+TEST_F(SimPerform, TrunkCallIsFollowedThroughItsStates) {
   EventsOn();
   char acNumber[SPY_NUMBER_BYTES];
   EXPECT_EQ("", Do("cic 31 ring in caller 030123 callee 200"));
@@ -162,14 +162,14 @@ TEST_F(SimAct, TrunkCallIsFollowedThroughItsStates) {
       Events());
 }
 
-TEST_F(SimAct, OutgoingTrunkCallHasItsDirectionsExchanged) {
+TEST_F(SimPerform, OutgoingTrunkCallHasItsDirectionsExchanged) {
   EventsOn();
   EXPECT_EQ("", Do("cic 0 talk out caller 200 callee 030"));
   EXPECT_EQ(35, SpyGetCallInCh(0));
   EXPECT_EQ(5, SpyGetCallOutCh(0));
 }
 
-TEST_F(SimAct, NumbersOfTheLastTrunkCallAreForgotten) {
+TEST_F(SimPerform, NumbersOfTheLastTrunkCallAreForgotten) {
   EventsOn();
   char acNumber[SPY_NUMBER_BYTES];
   EXPECT_EQ("", Do("cic 0 talk out caller 200 callee 030"));
@@ -180,7 +180,7 @@ TEST_F(SimAct, NumbersOfTheLastTrunkCallAreForgotten) {
   EXPECT_STREQ("", acNumber);
 }
 
-TEST_F(SimAct, PlaysFilesFromTheDirectoryOfTheSession) {
+TEST_F(SimPerform, PlaysFilesFromTheDirectoryOfTheSession) {
   rFiles.Write("x.al", "abc");
   EXPECT_EQ("", Do("directory " + rFiles.Path("")));
   EXPECT_EQ("", Do("ch 5 play file x.al"));
@@ -191,7 +191,7 @@ TEST_F(SimAct, PlaysFilesFromTheDirectoryOfTheSession) {
   EXPECT_EQ("", Do("wait played 5 timeout 0"));
 }
 
-TEST_F(SimAct, WaitsForATraceOfAllChannels) {
+TEST_F(SimPerform, WaitsForATraceOfAllChannels) {
   const auto pfnNothing = +[](DWORD, char*, int, BYTE, BYTE, WORD, BYTE*, void*) { return 1; };
   const auto Trace = [&](int nCh, WORD wOn) {
     char acNothing[1] = {0};
@@ -210,7 +210,7 @@ TEST_F(SimAct, WaitsForATraceOfAllChannels) {
   EXPECT_EQ(SSM_OK, Trace(3, 0));
 }
 
-TEST_F(SimAct, FaultsSpeedAndOverruns) {
+TEST_F(SimPerform, FaultsSpeedAndOverruns) {
   EXPECT_EQ("", Do("fail SsmClearCallerId 1 result 9 text \"out of order\""));
   EXPECT_EQ(9, SsmClearCallerId(0));
   EXPECT_EQ("out of order", LastError());
@@ -222,7 +222,7 @@ TEST_F(SimAct, FaultsSpeedAndOverruns) {
   EXPECT_NE(std::string::npos, vLines[0].find(" speed=4 ")) << vLines[0];
 }
 
-TEST_F(SimAct, StatusTellsOfEveryChannelAndTheBusyCircuits) {
+TEST_F(SimPerform, StatusTellsOfEveryChannelAndTheBusyCircuits) {
   EventsOn();
   EXPECT_EQ("", Do("cic 30 ring in"));
   EXPECT_EQ("", Do("ch 0 offhook"));
@@ -242,7 +242,7 @@ TEST_F(SimAct, StatusTellsOfEveryChannelAndTheBusyCircuits) {
   EXPECT_EQ("cic=30 state=2 in_ch=65 out_ch=95", vLines[128]);
 }
 
-TEST_F(SimAct, WaitsEndWhenTheirConditionHolds) {
+TEST_F(SimPerform, WaitsEndWhenTheirConditionHolds) {
   EXPECT_EQ("it did not come about in time", Do("wait ready timeout 0"));
   EventsOn();
   EXPECT_EQ("", Do("wait ready timeout 0"));
