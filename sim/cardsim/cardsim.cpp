@@ -34,7 +34,7 @@ enum EExit { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_WRONG_INPUT = 2, EXIT_NO_CARD
 
 constexpr auto CONNECT_PAUSE = std::chrono::milliseconds(50);
 
-// The answer to one command.
+// The answer to one action.
 struct Answer {
   bool fConnected = true;
   std::string strError;  // why it was refused; empty: it was done
@@ -57,9 +57,9 @@ class Connection {
     return true;
   }
 
-  Answer Ask(const std::string& strCommand) {
+  Answer Ask(const std::string& strAction) {
     Answer rAnswer;
-    std::string strLine = strCommand + "\n";
+    std::string strLine = strAction + "\n";
     if (send(iFd, strLine.data(), strLine.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(strLine.size())) {
       rAnswer.fConnected = false;
       return rAnswer;
@@ -152,20 +152,20 @@ std::string AsWord(const std::string& strArg) {
   return strWord + '"';
 }
 
-std::string AsCommand(const std::vector<std::string>& astrArgs) {
-  std::string strCommand;
-  for (const std::string& strArg : astrArgs) strCommand += (strCommand.empty() ? "" : " ") + AsWord(strArg);
-  return strCommand;
+std::string AsAction(const std::vector<std::string>& astrArgs) {
+  std::string strAction;
+  for (const std::string& strArg : astrArgs) strAction += (strAction.empty() ? "" : " ") + AsWord(strArg);
+  return strAction;
 }
 
-std::string DirectoryCommand(const std::filesystem::path& rPath) {
+std::string DirectoryAction(const std::filesystem::path& rPath) {
   return "directory " + AsWord(rPath.string());
 }
 
 int RunAction(const Options& rOptions, const std::vector<std::string>& astrArgs) {
-  const std::string strCommand = AsCommand(astrArgs);
+  const std::string strAction = AsAction(astrArgs);
   simcards::Action rAction;
-  const std::string strWrong = simcards::ParseAction(strCommand, rAction);
+  const std::string strWrong = simcards::ParseAction(strAction, rAction);
   if (!strWrong.empty()) {
     std::fprintf(stderr, "cardsim: %s\n", strWrong.c_str());
     return EXIT_WRONG_INPUT;
@@ -175,8 +175,8 @@ int RunAction(const Options& rOptions, const std::vector<std::string>& astrArgs)
   // The cards find the files of "play" from here. Other actions do without, so a directory that is gone is no error.
   std::error_code rError;
   const std::filesystem::path rHere = std::filesystem::current_path(rError);
-  if (!rError) (void)rConnection.Ask(DirectoryCommand(rHere));
-  const Answer rAnswer = rConnection.Ask(strCommand);
+  if (!rError) (void)rConnection.Ask(DirectoryAction(rHere));
+  const Answer rAnswer = rConnection.Ask(strAction);
   if (!rAnswer.fConnected) return Lost();
   for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
   return rAnswer.strError.empty() ? EXIT_DONE : Refused("cardsim", rAnswer.strError);
@@ -248,16 +248,16 @@ int ReadScenario(const std::string& strFile, std::vector<ScenarioLine>& vLines) 
 int RunLines(const Options& rOptions, const std::string& strWhat, const std::vector<ScenarioLine>& vLines) {
   Connection rConnection;
   if (!rConnection.Open(rOptions.strSocket, rOptions.dConnect)) return NoCards(rOptions);
-  (void)rConnection.Ask(DirectoryCommand(std::filesystem::absolute(rOptions.strFile).parent_path()));
+  (void)rConnection.Ask(DirectoryAction(std::filesystem::absolute(rOptions.strFile).parent_path()));
   simcards::ScenarioClock rClock;
   const Clock::time_point rStart = Clock::now();
   for (const ScenarioLine& rLine : vLines) {
     std::this_thread::sleep_until(rStart + std::chrono::duration<double>(rClock.Due(rLine) / rOptions.dSpeed));
     const auto* prPrint = std::get_if<simcards::actions::Print>(&rLine.rAction);
     if (prPrint != nullptr) std::printf("%s\n", prPrint->strText.c_str());
-    if (rOptions.fVerbose) std::printf("%8.3f %s\n", rClock.Due(rLine), rLine.strCommand.c_str());
+    if (rOptions.fVerbose) std::printf("%8.3f %s\n", rClock.Due(rLine), rLine.strAction.c_str());
     (void)std::fflush(stdout);
-    const Answer rAnswer = rConnection.Ask(rLine.strCommand);
+    const Answer rAnswer = rConnection.Ask(rLine.strAction);
     if (!rAnswer.fConnected) return Lost();
     for (const std::string& strLine : rAnswer.vLines) std::printf("%s\n", strLine.c_str());
     if (!rAnswer.strError.empty()) {

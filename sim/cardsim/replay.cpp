@@ -272,7 +272,7 @@ std::string NamedAction(const TraceEvent& rEvent) {
   }
 }
 
-std::string Action(const TraceEvent& rEvent) {
+std::string ActionOf(const TraceEvent& rEvent) {
   std::string strAction = NamedAction(rEvent);
   if (!strAction.empty()) return strAction;
   strAction = "dchannel " + Format("0x%04x", rEvent.dwCode);
@@ -299,7 +299,7 @@ std::string ReplayScenario(const TraceFile& rEvents, const TraceFile* prTexts, i
       "# From a trace of a station line: seconds are whole, data other than displays is missing.\n";
   for (const TraceEvent& rEvent : vEvents) {
     const int iCh = iChannel == CHANNEL_OF_TRACE ? rEvent.iCh : iChannel;
-    strScenario += std::to_string(rEvent.iSecond) + "  ch " + std::to_string(iCh) + " " + Action(rEvent);
+    strScenario += std::to_string(rEvent.iSecond) + "  ch " + std::to_string(iCh) + " " + ActionOf(rEvent);
     if (rEvent.dwDataLength > 0 && !rEvent.hasText) {
       strScenario += "  # without its " + std::to_string(rEvent.dwDataLength) + " bytes of data";
     }

@@ -29,11 +29,11 @@ std::string ParseLine(const std::string& strLine, std::size_t iStart, double dEa
   if (!rLine.fRelative && rLine.dTime < dEarliest) {
     return "expected a time not before that of the line above, found \"" + strTime + '"';
   }
-  std::size_t iCommand = iEnd;
-  while (iCommand < strLine.size() && IsBlank(strLine[iCommand])) iCommand++;
-  rLine.strCommand = strLine.substr(iCommand);
-  while (!rLine.strCommand.empty() && IsBlank(rLine.strCommand.back())) rLine.strCommand.pop_back();
-  return ParseAction(rLine.strCommand, rLine.rAction);
+  std::size_t iAction = iEnd;
+  while (iAction < strLine.size() && IsBlank(strLine[iAction])) iAction++;
+  rLine.strAction = strLine.substr(iAction);
+  while (!rLine.strAction.empty() && IsBlank(rLine.strAction.back())) rLine.strAction.pop_back();
+  return ParseAction(rLine.strAction, rLine.rAction);
 }
 
 }  // namespace

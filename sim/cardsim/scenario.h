@@ -15,7 +15,7 @@ struct ScenarioLine {
   int iLine = 0;           // in the file, from 1
   bool fRelative = false;  // dTime counts from the line above
   double dTime = 0;        // seconds
-  std::string strCommand;  // as it goes to the socket
+  std::string strAction;   // as it goes to the socket
   Action rAction;
 };
 

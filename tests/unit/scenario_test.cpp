@@ -27,14 +27,14 @@ TEST(Scenario, LinesHaveTimeActionAndNumber) {
   EXPECT_EQ(3, vLines[0].iLine);
   EXPECT_FALSE(vLines[0].fRelative);
   EXPECT_DOUBLE_EQ(0, vLines[0].dTime);
-  EXPECT_EQ("ch 3 ring on", vLines[0].strCommand);
+  EXPECT_EQ("ch 3 ring on", vLines[0].strAction);
   EXPECT_TRUE(std::holds_alternative<actions::Ring>(std::get<actions::OnChannels>(vLines[0].rAction).rAction));
   EXPECT_EQ(4, vLines[1].iLine);
   EXPECT_TRUE(vLines[1].fRelative);
   EXPECT_DOUBLE_EQ(2.5, vLines[1].dTime);
   EXPECT_TRUE(std::holds_alternative<actions::OffHook>(std::get<actions::OnChannels>(vLines[1].rAction).rAction));
   EXPECT_DOUBLE_EQ(10.25, vLines[2].dTime);
-  EXPECT_EQ("ch 3 onhook", vLines[2].strCommand);
+  EXPECT_EQ("ch 3 onhook", vLines[2].strAction);
   EXPECT_EQ("a  b", std::get<actions::Print>(vLines[3].rAction).strText);
 }
 
