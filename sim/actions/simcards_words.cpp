@@ -1,3 +1,6 @@
+// A line is cut into words first; readings then walk along them. The first error stands, and readings after it give a
+// harmless value of their kind, so whoever reads a line asks once, at the end, whether all of it was right.
+
 #include "simcards_words.h"
 
 #include <cerrno>

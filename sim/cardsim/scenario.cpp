@@ -1,3 +1,6 @@
+// Only the time is read here; the rest of a line is an action as everywhere. A wrong line is told and left out, so that
+// one reading names all that is wrong in a file; times then count on from the last line that was right.
+
 #include "scenario.h"
 
 #include <algorithm>

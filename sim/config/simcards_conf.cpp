@@ -1,3 +1,7 @@
+// A line is a word and what belongs to it, by a reader for each word. A reader goes on after an error, with values that
+// do no harm, since the WordReader keeps the first one and the whole file is refused in the end: a machine that is read
+// half would fail later and elsewhere.
+
 #include "simcards_conf.h"
 
 #include <cerrno>

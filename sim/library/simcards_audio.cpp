@@ -1,3 +1,7 @@
+// A sound is a function of the position: each byte can be made again. So the ring and the file of one channel are both
+// filled from copies of its source, each in its own law and pieces, and the source itself moves on once, by the time
+// that has passed. Only the counting pattern hangs on the recording instead: its byte k is the k-th recorded.
+
 #include "simcards_audio.h"
 
 #include <cmath>

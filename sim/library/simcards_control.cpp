@@ -1,3 +1,6 @@
+// The server's thread accepts, each client has a thread of its own, so that one that waits holds up nobody else. A
+// client that has hung up is swept away when the next one comes, or at the end.
+
 #include "simcards_control.h"
 
 #include <sys/socket.h>

@@ -1,3 +1,6 @@
+// How much audio is due follows from the time since the start, not from the number of ticks: a tick that comes
+// late makes more, and no error adds up. Only what would overrun a ring is left out, and counted as slipped.
+
 #include "simcards_pacing.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The cards are built under the lock, audio and control start without it, since their threads take it. The end goes the
+// other way round: control first, so that no action meets half of the cards, and the state last, when no thread is
+// left.
+
 #include "simcards_start.h"
 
 #include "simcards_conf.h"

@@ -1,3 +1,7 @@
+// Making and forgetting of the state; its events are in simcards_events.cpp, its audio in simcards_record.cpp.
+// What a test asks once the cards have stopped (calls, faults, overruns, last error) outlives SsmCloseCti and the next
+// start, and ends only with Reset.
+
 #include "simcards_state.h"
 
 namespace simcards {

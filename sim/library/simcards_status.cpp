@@ -1,3 +1,6 @@
+// All lines are made under one lock, so that they speak of the same moment. cardsim makes JSON of them by cutting at
+// blanks and at "=", so whatever is added needs a name, and a value without blanks; docs/simulator.md tells the names.
+
 #include "simcards_status.h"
 
 #include <cstdio>

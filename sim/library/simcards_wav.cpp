@@ -1,4 +1,7 @@
 // WAV in both directions: files that a line plays and files that a trace makes.
+// Reading takes what other programs write: chunks in any order, unknown ones among them, and a last one that was cut.
+// Writing knows the lengths only at the end, so the header is written twice: as a place at the start, and right at the
+// close.
 
 #include "simcards_wav.h"
 
