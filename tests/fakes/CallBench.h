@@ -13,11 +13,14 @@
 #include "ChannelBench.h"
 #include "TestFiles.h"
 #include "TestTime.h"
+#include "TestTools.h"
 
 // A line of no special kind. It takes ring and hook from D-channel messages, each of which says one thing alone, and
 // has the other events as an analogue line has them, without log lines of its own.
 class EventLine : public TestChannel {
  public:
+  EventLine() { iRecSource = 1; }
+
   // -- kinds of lines, as the constructors of subclasses make them --------------------------------------------------
   void BeOneThatRingsUntilPickup() { fRingsUntilPickup = true; }
   void BeOneThatIsDialledOn() { fUsePressedDigitsForRemote = true; }
@@ -55,7 +58,13 @@ class EventLine : public TestChannel {
         break;
     }
   }
+  void ClearInfo() override {
+    iClearInfos++;
+    BaseChannel::ClearInfo();
+  }
   bool GetNewRecOnDmd() override { return isOnDemandByNumber ? QRecOnDmd() : BaseChannel::GetNewRecOnDmd(); }
+
+  int iClearInfos = 0;
 
  private:
   void OnDMsg(DWORD dwMessage) {
@@ -127,7 +136,11 @@ class CallBench : public ChannelBench {
   }
 
   // -- files ---------------------------------------------------------------------------------------------------------
-  static bool FileExists(const std::string& strName) { return ReadTestFile(strName) != "(no file)"; }
+  // The file that the last line of a log tells of.
+  static std::string FileToldIn(const Texts& astrLog) {
+    const std::string strTold = "5 [7] Recording to file ";
+    return astrLog.empty() || astrLog.back().find(strTold) != 0 ? "(none)" : astrLog.back().substr(strTold.size());
+  }
   static std::string AudioOf(const std::string& strName) {
     const std::string strFile = ReadTestFile(strName);
     return strFile.size() < WAV_HEADER_BYTES ? "(no header)" : strFile.substr(WAV_HEADER_BYTES);

@@ -6,6 +6,7 @@
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using testtools::Exists;
 
 namespace {
 
@@ -15,11 +16,10 @@ class BaseChannelStop : public CallBench {
   std::string Talk(int iSeconds) {
     (void)Log();
     OffHook();
-    const Texts astrLog = Log();
+    const std::string strFile = FileToldIn(Log());
     Seconds(iSeconds);
     ForgetTraces();
-    const std::string strTold = "5 [7] Recording to file ";
-    return astrLog.empty() || astrLog.back().find(strTold) != 0 ? "(none)" : astrLog.back().substr(strTold.size());
+    return strFile;
   }
   // What the database holds for a coming call, as its row tells.
   std::string RemoteOfTheNextCall() {
@@ -58,7 +58,7 @@ TEST_F(BaseChannelStop, RefusedDriverStopMakesNoDecision) {
   EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
   EXPECT_THAT(Orders(), IsEmpty());
   EXPECT_EQ(OpenDescriptors(), iOpen);  // the card may still be writing
-  EXPECT_TRUE(FileExists(strFile));
+  EXPECT_TRUE(Exists(strFile));
   EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
@@ -155,7 +155,7 @@ class BaseChannelKeep : public BaseChannelStop {
     const std::size_t iKeptBefore = KeptRows();
     OnHook();
     CheckLog(rRow.astrLog);
-    EXPECT_EQ(FileExists(strFile), rRow.fKept);
+    EXPECT_EQ(Exists(strFile), rRow.fKept);
     EXPECT_EQ(KeptRows() - iKeptBefore, rRow.fKept ? 1u : 0u);
     EXPECT_EQ(ActiveRows(), 0u);
   }
@@ -266,7 +266,7 @@ TEST_F(BaseChannelKeep, MarkedCallIsKept) {
     Marks()["to-keep"] = rRow.acMark;
     OnHook();
     CheckLog({rRow.fKept ? "5 [7] Store on demand: keeping" : "5 [7] Store on demand: not keeping"});
-    EXPECT_EQ(FileExists(strFile), rRow.fKept);
+    EXPECT_EQ(Exists(strFile), rRow.fKept);
   }
 }
 
@@ -278,7 +278,7 @@ TEST_F(BaseChannelKeep, MarkedCallStillMeetsTheOtherRules) {
   Marks()["to-keep"] = "1";
   OnHook();
   CheckLog({"5 [7] Store on demand: keeping", "5 [7] Incoming call: not keeping"});
-  EXPECT_FALSE(FileExists(strFile));
+  EXPECT_FALSE(Exists(strFile));
 }
 
 TEST_F(BaseChannelKeep, MarkIsReadOnlyWhenStoreOnDemandHolds) {
@@ -295,7 +295,7 @@ TEST_F(BaseChannelKeep, DelayedDecisionFinishesTheFileAndKeepsTheRowActive) {
   const std::string strFile = Talk(10);
   OnHook();
   CheckLog({"5 [7] Store on demand: delay"});
-  EXPECT_TRUE(FileExists(strFile));
+  EXPECT_TRUE(Exists(strFile));
   EXPECT_EQ(KeptRows(), 0u);
   ASSERT_EQ(ActiveRows(), 1u);
   EXPECT_EQ(Active("processingstate"), "128");
@@ -358,7 +358,7 @@ TEST_F(BaseChannelKeep, TooShortRecordingKeepsTheNumbers) {
   const std::string strFile = Talk(10);
   OnHook();
   EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
-  EXPECT_FALSE(FileExists(strFile));
+  EXPECT_FALSE(Exists(strFile));
   EXPECT_EQ(RemoteOfTheNextCall(), "0301234");
 }
 
@@ -382,7 +382,7 @@ TEST_F(BaseChannelKeep, BarredCallIsDroppedWithoutAskingForContacts) {
   EXPECT_THAT(Queries(), ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 1 51 61 0301234",
                                      "DeleteActiveCall 1"));
   EXPECT_THAT(Orders(), IsEmpty());
-  EXPECT_FALSE(FileExists(strFile));
+  EXPECT_FALSE(Exists(strFile));
   CallerId("0305678");  // bars the call whatever comes
   OnHook();
   EXPECT_EQ(KeptRows(), 0u);
@@ -399,7 +399,7 @@ TEST_F(BaseChannelKeep, BarredPartIsDroppedWithoutAskingForContacts) {
   EXPECT_THAT(Queries(),
               ElementsAre("GetCallerIDContact 22", "UpdateActiveCallLocalContact 1 52 62 22", "DeleteActiveCall 1"));
   EXPECT_THAT(Orders(), IsEmpty());
-  EXPECT_FALSE(FileExists(strFile));
+  EXPECT_FALSE(Exists(strFile));
   (void)rLine.ChangeLocalNum("23");  // another part of the same call, which is kept
   OnHook();
   EXPECT_EQ(Kept("local"), "23");

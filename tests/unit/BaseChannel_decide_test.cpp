@@ -2,6 +2,7 @@
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testtools::Exists;
 
 namespace {
 
@@ -119,7 +120,7 @@ TEST_F(BaseChannelDecide, PlainCallIsRecordedAndGetsItsRow) {
   EXPECT_EQ(Active("startdate"), "1706711025");
   EXPECT_EQ(Active("encoding"), "554");
   EXPECT_EQ(Active("isarchived"), "1");
-  EXPECT_TRUE(FileExists(FIRST_PART));
+  EXPECT_TRUE(Exists(FIRST_PART));
 }
 
 TEST_F(BaseChannelDecide, EachRecordingIsReadFromTheStartOfTheRing) {
@@ -233,7 +234,7 @@ TEST_F(BaseChannelDecide, CallOnDemandWaitsWithARowAndNoAudio) {
   OffHook();
   EXPECT_EQ(Log(), Started({"5 [7] Recording on demand"}));
   EXPECT_THAT(Cards(), IsEmpty());
-  EXPECT_FALSE(FileExists(FIRST_PART));
+  EXPECT_FALSE(Exists(FIRST_PART));
   EXPECT_EQ(Active("encoding"), "0");
   EXPECT_EQ(Active("isarchived"), "0");
   EXPECT_EQ(Active("remoteid"), "20240131_142345_007_01");
@@ -245,7 +246,7 @@ TEST_F(BaseChannelDecide, RefusedDriverStartGoesOnWithoutAudio) {
   OffHook();
   EXPECT_EQ(Log(), Started({"5 [7] Starting recording", "3 Error in SsmRecToMem: channel is busy"}));
   EXPECT_THAT(Orders(), IsEmpty());
-  EXPECT_TRUE(FileExists(FIRST_PART));
+  EXPECT_TRUE(Exists(FIRST_PART));
   EXPECT_EQ(Active("isarchived"), "1");
   Seconds(5);
   OnHook();
@@ -386,7 +387,7 @@ TEST_F(BaseChannelDecide, DeletedCallIsNotRecordedAgain) {
   (void)Log();
   EXPECT_TRUE(rLine.DeleteAct());
   EXPECT_THAT(Log(), ElementsAre("5 [7] Recording stopped (10 s)"));
-  EXPECT_FALSE(FileExists(FIRST_PART));
+  EXPECT_FALSE(Exists(FIRST_PART));
   EXPECT_EQ(ActiveRows() + KeptRows(), 0u);
   for (const int iFilterType : {0, 1}) {
     rRecorder.iNumberFilterType = iFilterType;
