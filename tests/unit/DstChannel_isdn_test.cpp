@@ -1,41 +1,27 @@
 // Call phases of telephones that speak ISDN-like signalling.
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
-#include "ChannelBench.h"
+#include "DstBench.h"
 #include "DstChannel.h"
 
 namespace {
 
 const Texts NOTHING;
 
-// Telephone lines that speak call phases. Line 5 on driver channel 0; calls are barred from recording unless a test
-// allows them, so that their start shows as the refusal.
-class DstChannelIsdn : public ChannelBench {
- protected:
-  DstChannelIsdn() {
-    setenv("TZ", "UTC", 1);
-    tzset();
-    rRecorder.iNumberFilterType = 1;
-    rRecorder.rBoardParams = {{"SilenceT", "15"}, {"AudioSens", "6"}};
-  }
-  void SetUp() override { Init("ISDN"); }
-  void Init(const char* acPbxType, int iPhoneType = 0) {
-    rRecorder.strPbxType = acPbxType;
-    rRecorder.rChannelParams["PhoneType"] = std::to_string(iPhoneType);
-    InitLine(rLine, 5);
-  }
-  void InitTenovis() {
-    Init("Avaya Merlin", 1);
-    ASSERT_EQ(PBX_TENOVIS, rLine.iPbxType);
-  }
-  void AllowRecording() { rRecorder.iNumberFilterType = 0; }
+// What no message reaches, or no one reads on any line but one.
+class OpenTelephone : public DST_Channel {
+ public:
+  using DST_Channel::HandleIsdnCallInfo;
+  using DST_Channel::vBusyCalls;
+};
 
-  void Text(DWORD dwCode, std::string strText, DWORD dwValue = 0) {
-    SSM_EVENT rEvent = simcards::MakeEvent(E_RCV_DSTDChannel, 0, dwCode, dwValue, &strText);
-    rLine.HandleEvent(&rEvent);
-  }
+class DstChannelIsdn : public DstBench {
+ protected:
+  void SetUp() override { Init("ISDN"); }
+  void InitTenovis(const StdStringMap& rSettings = {}) { Init("Avaya Merlin", rSettings, 1); }
+
+  void Text(DWORD dwCode, const std::string& strText, DWORD dwValue = 0) { DText(dwCode, strText, dwValue); }
   static ISDN_CALL_INFO Info(DWORD dwSource, const char* acCaller, const char* acCalled, const char* acConnect = "") {
     ISDN_CALL_INFO rInfo;
     rInfo.CallSource = dwSource;
@@ -48,28 +34,14 @@ class DstChannelIsdn : public ChannelBench {
   void Record(DWORD dwCode, const ISDN_CALL_INFO& rInfo, std::size_t uiBytes = ISDN_RECORD_BYTES) {
     std::string strData(reinterpret_cast<const char*>(&rInfo), sizeof rInfo);
     strData.resize(uiBytes, '\x7f');
-    Text(dwCode, strData, /*dwValue=*/0);
+    Text(dwCode, strData);
   }
   // An incoming call of this number.
   void In(DWORD dwCode, const char* acFrom) { Record(dwCode, Info(1, acFrom, "22")); }
   void Out(DWORD dwCode, const char* acTo) { Record(dwCode, Info(2, "22", acTo)); }
-  Texts Remotes() const {
-    Texts astrRemotes;
-    for (const BusyCall& rCall : rLine.vBusyCalls)
-      astrRemotes.push_back(rCall.strRemote + (rCall.fIncoming ? " in" : " out"));
-    return astrRemotes;
-  }
-  bool DetermineLR(const char* acText, bool fIncoming, std::string& strLocal, std::string& strRemote) {
-    (void)snprintf(rLine.acPhoneDisp, sizeof rLine.acPhoneDisp, "%s", acText);
-    rLine.fIncoming = fIncoming;
-    return rLine.DetermineBriLR(strLocal, strRemote);
-  }
 
   static constexpr DWORD PROGRESS = 0x6B, ALERTING = 0x6E, CONNECTED = 0x6F, RELEASED = 0x70, ABANDONED = 0x75,
                          REJECTED = 0x76;
-  static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
-  static constexpr const char* NEW_RING = "5 [5] A new ring and expire remote";
-  DST_Channel rLine;
 };
 
 }  // namespace
@@ -79,82 +51,83 @@ class DstChannelIsdn : public ChannelBench {
 TEST_F(DstChannelIsdn, LinesOfTextAreThePartiesByDirection) {
   struct Row {
     const char* acText;
-    bool fIncoming, fFound;
+    bool fIncoming;
     const char *acLocal, *acRemote;
   };
   const Row rRows[] = {
-      {"", true, false, "L", "R"},
-      {"0301234", true, false, "L", "R"},
-      {"0301234\n22", true, true, "22", "0301234"},
-      {"22\n0301234", false, true, "22", "0301234"},
-      {"0301234\n", true, true, "", "0301234"},
-      {"\n", false, true, "", ""},
-      {"0301234\n22\n", true, true, "22", "0301234"},
-      {"0301234\n22\n7", true, true, "22", "0301234"},  // one character is no party
-      {"0301234\n22\n33", true, true, "33", "0301234"},
-      {"22\n0301234\n77", false, true, "22", "0301234"},  // nor are two when it goes out
-      {"22\n0301234\n777", false, true, "22", "777"},
-      {"0301234\n22\n33\n44", true, true, "22", "0301234"},  // four lines: the third means something else
-      {"22\n0301234\n333\n", false, true, "22", "0301234"},
+      {"", true, "88", ""},  // no parties: the remote one is forgotten
+      {"0301234", true, "88", ""},
+      {"0301234\n22", true, "22", "0301234"},
+      {"22\n0301234", false, "22", "0301234"},
+      {"0301234\n", true, "", "0301234"},
+      {"\n", false, "", ""},
+      {"0301234\n22\n", true, "22", "0301234"},
+      {"0301234\n22\n7", true, "22", "0301234"},  // one character is no party
+      {"0301234\n22\n33", true, "33", "0301234"},
+      {"22\n0301234\n77", false, "22", "0301234"},  // nor are two when it goes out
+      {"22\n0301234\n777", false, "22", "777"},
+      {"0301234\n22\n33\n44", true, "22", "0301234"},  // four lines: the third means something else
+      {"22\n0301234\n333\n", false, "22", "0301234"},
   };
+  AllowRecording();
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acText);
-    std::string strLocal = "L";
-    std::string strRemote = "R";
-    EXPECT_EQ(rRow.fFound, DetermineLR(rRow.acText, rRow.fIncoming, strLocal, strRemote));
-    EXPECT_EQ(rRow.acLocal, strLocal);
-    EXPECT_EQ(rRow.acRemote, strRemote);
+    Init("ISDN");
+    Text(ALERTING, "0309999999\n88", 1);
+    Text(CONNECTED, rRow.acText, rRow.fIncoming ? 1 : 2);
+    EXPECT_EQ(rRow.acRemote, Active("remote"));
+    EXPECT_EQ(rRow.acLocal, Active("local"));
+    EXPECT_EQ(rRow.fIncoming ? "0" : "1", Active("direction"));
   }
 }
 
-TEST_F(DstChannelIsdn, TextOfOneLineOnlyEmptiesTheRemoteNumber) {
-  rLine.strRemoteNum = "0305678";
-  rLine.strLocalNum = "22";
-  std::strcpy(rLine.acPhoneDisp, "0301234");
-  rLine.AnalyseBriCID();
-  EXPECT_EQ("", rLine.strRemoteNum);
-  EXPECT_EQ("22", rLine.strLocalNum);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+TEST_F(DstChannelIsdn, TextOfOneLineEmptiesTheRemoteNumberWithoutAWord) {
+  Text(ALERTING, "0305678\n22", 1);
+  ForgetTraces();
+  Text(ALERTING, "0301234", 1);
+  EXPECT_EQ((Texts{"5 [5] BRI alerting 0301234 1"}), Log());
+  AllowRecording();
+  OffHook();
+  EXPECT_EQ("", Active("remote"));
+  EXPECT_EQ("22", Active("local"));
 }
 
-TEST_F(DstChannelIsdn, TextOfTwoLinesGivesBothParties) {
-  rLine.strRemoteNum = "0305678999";
-  rLine.fIncoming = true;
-  std::strcpy(rLine.acPhoneDisp, "0301234\n33");
-  rLine.AnalyseBriCID();
-  EXPECT_EQ("0301234", rLine.strRemoteNum);
-  EXPECT_EQ("33", rLine.strLocalNum);
-  EXPECT_EQ((Texts{"5 [5] Remote: 0301234"}), logsink::TakeTexts());
+TEST_F(DstChannelIsdn, TextReplacesALongerNumber) {
+  Text(ALERTING, "0305678999\n22", 1);
+  ForgetTraces();
+  Text(ALERTING, "0301234\n33", 1);
+  EXPECT_EQ((Texts{"5 [5] Remote: 0301234", "5 [5] BRI alerting 0301234\n33 1"}), Log());
 }
 
 TEST_F(DstChannelIsdn, TenovisTextKeepsTheLongerNumber) {
   struct Row {
-    const char *acLabel, *acBefore, *acText, *acRemote, *acLocal;
-    bool fChanged;
+    const char *acLabel, *acBefore, *acText, *acRemote;
+    bool fTaken;
   };
   const Row rRows[] = {
-      {"one line", "0305678", "0301234", "0305678", "L", false},
-      {"none before", "", "12\n22", "12", "22", true},
-      {"empty before and after", "", "\n22", "", "22", true},
-      {"longer", "123", "0301234\n22", "0301234", "22", true},
-      {"as long", "0305678", "0301234\n22", "0301234", "22", true},
-      {"shorter", "0305678", "030123\n22", "0305678", "L", false},
-      {"a blank opens it", "123", "Ext 0301234\n22", "0301234", "22", true},
-      {"only the first blank", "", "a b 12\n22", "b 12", "22", true},
-      {"shorter without its head", "0305678", "Extern 030123\n22", "0305678", "L", false},
-      {"nothing behind the blank", "", "Extern \n22", "", "22", true},
+      {"one line", "0305678", "0301234", "0305678", false},
+      {"none before", "", "12\n22", "12", true},
+      {"empty before and after", "", "\n22", "", true},
+      {"longer", "123", "0301234\n22", "0301234", true},
+      {"as long", "0305678", "0301234\n22", "0301234", true},
+      {"shorter", "0305678", "030123\n22", "0305678", false},
+      {"a blank opens it", "123", "Ext 0301234\n22", "0301234", true},
+      {"only the first blank", "", "a b 12\n22", "b 12", true},
+      {"shorter without its head", "0305678", "Extern 030123\n22", "0305678", false},
+      {"nothing behind the blank", "", "Extern \n22", "", true},
   };
-  InitTenovis();
+  AllowRecording();
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rLine.strRemoteNum = rRow.acBefore;
-    rLine.strLocalNum = "L";
-    rLine.fIncoming = true;
-    std::strcpy(rLine.acPhoneDisp, rRow.acText);
-    rLine.AnalyseBriCID();
-    EXPECT_EQ(rRow.acRemote, rLine.strRemoteNum);
-    EXPECT_EQ(rRow.acLocal, rLine.strLocalNum);
-    EXPECT_EQ(rRow.fChanged ? Texts{std::string("5 [5] Remote: ") + rRow.acRemote} : NOTHING, logsink::TakeTexts());
+    InitTenovis({{"TdmStart", "1"}});  // for its local number, which is kept
+    Text(ALERTING, std::string(rRow.acBefore) + "\n88", 1);
+    ForgetTraces();
+    Text(ALERTING, rRow.acText, 1);
+    const std::string strTold = std::string("5 [5] BRI alerting ") + rRow.acText + " 1";
+    EXPECT_EQ(rRow.fTaken ? Texts({std::string("5 [5] Remote: ") + rRow.acRemote, strTold}) : Texts{strTold}, Log());
+    EXPECT_EQ(rRow.fTaken ? "22" : "88", KeptLocalNum());
+    OffHook();
+    EXPECT_EQ(rRow.acRemote, Active("remote"));
   }
 }
 
@@ -162,26 +135,16 @@ TEST_F(DstChannelIsdn, TenovisTextKeepsTheLongerNumber) {
 
 TEST_F(DstChannelIsdn, IncomingCallByTextIsToldWhole) {
   Text(PROGRESS, "hello", 7);
-  EXPECT_EQ((Texts{"5 [5] BRI in progress hello 7"}), logsink::TakeTexts());
-  EXPECT_FALSE(rLine.fKnowIncoming);
-  EXPECT_STREQ("hello", rLine.acPhoneDisp);
+  EXPECT_EQ((Texts{"5 [5] BRI in progress hello 7"}), Log());
   Text(ALERTING, "0301234\n22", 1);
-  EXPECT_EQ((Texts{"5 [5] Remote: 0301234", "5 [5] BRI alerting 0301234\n22 1"}), logsink::TakeTexts());
-  EXPECT_TRUE(rLine.fKnowIncoming && rLine.fIncoming);
-  EXPECT_FALSE(rLine.fRinging);  // a pulse
-  EXPECT_EQ(rNow, rLine.rFirstRing);
-  EXPECT_EQ(rNow, rLine.rLastRing);
+  EXPECT_EQ((Texts{"5 [5] Remote: 0301234", "5 [5] BRI alerting 0301234\n22 1"}), Log());
   PassSeconds(5);
   Text(CONNECTED, "0301234\n22\n33", 1);
   EXPECT_EQ((Texts{"5 [5] Remote: 0301234", "5 [5] BRI connected '0301234\n22\n33' 1", "5 [5] Call starts",
                    "5 [5] Incoming call, ringing time: 5", REFUSED}),
-            logsink::TakeTexts());
-  EXPECT_TRUE(rLine.fInCall_DChannel);
-  EXPECT_EQ("33", rLine.strLocalNum);
+            Log());
   Text(RELEASED, "anything");
-  EXPECT_EQ((Texts{"5 [5] BRI released", "5 [5] Call stops"}), logsink::TakeTexts());
-  EXPECT_EQ("", rLine.strRemoteNum);
-  EXPECT_TRUE(rLine.vBusyCalls.empty());  // texts keep no list
+  EXPECT_EQ((Texts{"5 [5] BRI released", "5 [5] Call stops"}), Log());
 }
 
 TEST_F(DstChannelIsdn, OutgoingCallByTextIsToldWhole) {
@@ -189,17 +152,43 @@ TEST_F(DstChannelIsdn, OutgoingCallByTextIsToldWhole) {
   Text(CONNECTED, "22\n0301234\n777", 0);
   EXPECT_EQ((Texts{"5 [5] Remote: 0301234", "5 [5] BRI alerting 22\n0301234 2", "5 [5] Remote: 777",
                    "5 [5] BRI connected '22\n0301234\n777' 0", "5 [5] Call starts", "5 [5] Outgoing call", REFUSED}),
-            logsink::TakeTexts());
-  EXPECT_EQ("22", rLine.strLocalNum);
-  EXPECT_FALSE(rLine.fIncoming);
+            Log());
 }
 
-TEST_F(DstChannelIsdn, FreshNumberSurvivesTheRingOfItsAlert) {
-  rLine.strRemoteNum = "0305678";
-  rLine.rRemoteNumTime = rNow - 60;
+TEST_F(DstChannelIsdn, ProgressAsTextTellsNeitherPartiesNorDirection) {
+  Text(PROGRESS, "0301234\n22", 1);
+  OffHook();
+  EXPECT_EQ(Join({"5 [5] BRI in progress 0301234\n22 1", "5 [5] Off hook"}, STARTS), Log());
+}
+
+TEST_F(DstChannelIsdn, AlertIsAPulseOfRinging) {
+  Text(ALERTING, "0301234\n22", 2);
+  PassSeconds(11);
+  ForgetTraces();
+  DMsg(DMSG_RING_ON);
+  EXPECT_EQ((Texts{"5 [5] Ring on (101f)", NEW_RING}), Log()) << "the pause begins with the alert";
+}
+
+TEST_F(DstChannelIsdn, TextsKeepNoListOfCalls) {
+  InitTenovis();
+  Text(CONNECTED, "0301\n22", 1);
+  ForgetTraces();
+  In(RELEASED, "0301");
+  EXPECT_EQ(
+      (Texts{"5 [5] ISDN released F:0301 T:22 C: Inc (L:22 R:0301)", "4 [5] Tenovis. Unknown remote (0301) to release",
+             "5 [5] Remote: 0301", REFUSED, "5 [5] Call stops"}),
+      Log());
+}
+
+TEST_F(DstChannelIsdn, OnlyAFreshNumberSurvivesTheRingOfItsAlert) {
+  Text(ALERTING, "0305678\n22", 1);
+  PassSeconds(60);
+  ForgetTraces();
   Text(ALERTING, "one line", 1);
-  EXPECT_EQ((Texts{"5 [5] BRI alerting one line 1", NEW_RING}), logsink::TakeTexts());
-  EXPECT_EQ("", rLine.strRemoteNum);
+  EXPECT_EQ((Texts{"5 [5] BRI alerting one line 1", NEW_RING}), Log());
+  PassSeconds(60);
+  Text(ALERTING, "0305678\n22", 1);
+  EXPECT_EQ((Texts{"5 [5] Remote: 0305678", "5 [5] BRI alerting 0305678\n22 1"}), Log());
 }
 
 TEST_F(DstChannelIsdn, TextIsTakenUpToTheSizeOfTheEventBuffer) {
@@ -207,18 +196,16 @@ TEST_F(DstChannelIsdn, TextIsTakenUpToTheSizeOfTheEventBuffer) {
     SCOPED_TRACE(uiLen);
     const std::string strText(uiLen, 'a');
     Text(PROGRESS, strText, 0);
-    const std::string strKept = strText.substr(0, 1024);
-    EXPECT_EQ((Texts{"5 [5] BRI in progress " + strKept + " 0"}), logsink::TakeTexts());
-    EXPECT_EQ(strKept, rLine.acPhoneDisp);
+    EXPECT_EQ((Texts{"5 [5] BRI in progress " + strText.substr(0, 1024) + " 0"}), Log());
   }
 }
 
 TEST_F(DstChannelIsdn, ShorterTextLeavesNothingOfTheOneBefore) {
   Text(PROGRESS, "0301234\n22");
   Text(PROGRESS, "ab");
-  EXPECT_STREQ("ab", rLine.acPhoneDisp);
   Text(PROGRESS, "");
-  EXPECT_STREQ("", rLine.acPhoneDisp);
+  EXPECT_EQ((Texts{"5 [5] BRI in progress 0301234\n22 0", "5 [5] BRI in progress ab 0", "5 [5] BRI in progress  0"}),
+            Log());
 }
 
 TEST_F(DstChannelIsdn, LengthAloneMakesARecord) {
@@ -236,7 +223,7 @@ TEST_F(DstChannelIsdn, LengthAloneMakesARecord) {
                                         " OUT (L:" + strBlanks + " R:)",
                                     "5 [5] Remote: "})
                            : Texts{"5 [5] BRI in progress " + strText + " 0"},
-              logsink::TakeTexts());
+              Log());
   }
 }
 
@@ -258,32 +245,39 @@ TEST_F(DstChannelIsdn, PartiesOfARecord) {
       {"out by a value with 1 in it", 0x10001, "", "OUT", "0301234", "22"},
       {"out, two characters", 2, "77", "OUT", "0301234", "22"},
   };
+  AllowRecording();
   for (const Row& rRow : rRows) {
     for (const std::size_t uiBytes : {ISDN_RECORD_BYTES, ISDN_RECORD_EXTENDED_BYTES}) {
       SCOPED_TRACE(rRow.acLabel);
-      rLine.strConnectedNum = "member";
-      Record(PROGRESS, Info(rRow.dwSource, "0301234", "22", rRow.acConnect), uiBytes);
+      Init("ISDN");
+      const ISDN_CALL_INFO rInfo = Info(rRow.dwSource, "0301234", "22", rRow.acConnect);
+      Record(PROGRESS, rInfo, uiBytes);
       EXPECT_EQ((Texts{std::string("5 [5] ISDN progress F:0301234 T:22 C:") + rRow.acConnect + " " + rRow.acDirection +
                            " (L:" + rRow.acLocal + " R:" + rRow.acRemote + ")",
                        std::string("5 [5] Remote: ") + rRow.acRemote}),
-                logsink::TakeTexts());
-      EXPECT_EQ(rRow.acLocal, rLine.strLocalNum);
-      EXPECT_EQ(rRow.acRemote, rLine.strRemoteNum);
-      EXPECT_EQ(rRow.dwSource == 1, rLine.fIncoming);
-      EXPECT_EQ("member", rLine.strConnectedNum);
+                Log());
+      Record(CONNECTED, rInfo, uiBytes);
+      EXPECT_EQ(rRow.acLocal, Active("local"));
+      EXPECT_EQ(rRow.acRemote, Active("remote"));
+      EXPECT_EQ(rRow.dwSource == 1 ? "0" : "1", Active("direction"));
     }
   }
 }
 
+// At a site with names a display gives the channel its connected number.
 TEST_F(DstChannelIsdn, OutgoingRecordTakesConnectedNumberOfChannel) {
-  rLine.strConnectedNum = "0307777";
+  rRecorder.rSpecials = {"Pilot"};
+  Init("ISDN");
+  OffHook();
+  Display("12345 Jansen");
+  ForgetTraces();
   Record(PROGRESS, Info(2, "22", "0301234", "033"));
-  EXPECT_EQ("0307777", rLine.strRemoteNum);
-  rLine.strConnectedNum = "";
+  EXPECT_EQ((Texts{"5 [5] ISDN progress F:22 T:0301234 C:033 OUT (L:22 R:Jansen)", "5 [5] Remote: Jansen", REFUSED}),
+            Log());
+  OnHook();
+  ForgetTraces();
   Record(PROGRESS, Info(2, "22", "0301234", "033"));
-  EXPECT_EQ((Texts{"5 [5] ISDN progress F:22 T:0301234 C:033 OUT (L:22 R:0307777)", "5 [5] Remote: 0307777",
-                   "5 [5] ISDN progress F:22 T:0301234 C:033 OUT (L:22 R:)", "5 [5] Remote: "}),
-            logsink::TakeTexts());
+  EXPECT_EQ((Texts{"5 [5] ISDN progress F:22 T:0301234 C:033 OUT (L:22 R:)", "5 [5] Remote: "}), Log());
 }
 
 TEST_F(DstChannelIsdn, UnterminatedNumbersEndWithTheirFields) {
@@ -295,7 +289,7 @@ TEST_F(DstChannelIsdn, UnterminatedNumbersEndWithTheirFields) {
   EXPECT_EQ((Texts{"5 [5] ISDN progress F:" + strFives + " T:" + strFives + " C:" + strFives + " Inc (L:" + strFives +
                        " R:" + strFives + ")",
                    "5 [5] Remote: " + strFives}),
-            logsink::TakeTexts());
+            Log());
 }
 
 TEST_F(DstChannelIsdn, OtherFieldsOfARecordAreNotRead) {
@@ -305,15 +299,15 @@ TEST_F(DstChannelIsdn, OtherFieldsOfARecordAreNotRead) {
   std::memset(rInfo.CalledSubAddr, 'y', sizeof rInfo.CalledSubAddr);
   std::memset(rInfo.ConnectSubAddr, 'z', sizeof rInfo.ConnectSubAddr);
   Record(PROGRESS, rInfo);
-  EXPECT_EQ((Texts{"5 [5] ISDN progress F:0301234 T:22 C: Inc (L:22 R:0301234)", "5 [5] Remote: 0301234"}),
-            logsink::TakeTexts());
+  EXPECT_EQ((Texts{"5 [5] ISDN progress F:0301234 T:22 C: Inc (L:22 R:0301234)", "5 [5] Remote: 0301234"}), Log());
 }
 
 TEST_F(DstChannelIsdn, UnknownPhaseIsToldByItsNumber) {
+  OpenTelephone rOpen;
+  InitLine(rOpen, 5);
   const ISDN_CALL_INFO rInfo = Info(1, "0301234", "22");
-  rLine.HandleIsdnCallInfo(0x75, &rInfo);
-  EXPECT_EQ((Texts{"5 [5] ISDN 117 F:0301234 T:22 C: Inc (L:22 R:0301234)", "5 [5] Remote: 0301234"}),
-            logsink::TakeTexts());
+  rOpen.HandleIsdnCallInfo(0x75, &rInfo);
+  EXPECT_EQ((Texts{"5 [5] ISDN 117 F:0301234 T:22 C: Inc (L:22 R:0301234)", "5 [5] Remote: 0301234"}), Log());
 }
 
 TEST_F(DstChannelIsdn, CallByRecordsIsToldWhole) {
@@ -321,48 +315,41 @@ TEST_F(DstChannelIsdn, CallByRecordsIsToldWhole) {
   Record(ALERTING, Info(1, "0301234", "22"));
   EXPECT_EQ((Texts{"5 [5] ISDN progress F:0301234 T:22 C: Inc (L:22 R:0301234)", "5 [5] Remote: 0301234",
                    "5 [5] ISDN alerting F:0301234 T:22 C: Inc (L:22 R:0301234)", "5 [5] Remote: 0301234"}),
-            logsink::TakeTexts());
-  EXPECT_TRUE(rLine.fKnowIncoming);
-  EXPECT_FALSE(rLine.fRinging);
+            Log());
   PassSeconds(4);
   Record(CONNECTED, Info(1, "0301234", "22", "33"), ISDN_RECORD_EXTENDED_BYTES);
   EXPECT_EQ((Texts{"5 [5] ISDN connected F:0301234 T:22 C:33 Inc (L:33 R:0301234)", "5 [5] Remote: 0301234",
                    "5 [5] Call starts", "5 [5] Incoming call, ringing time: 4", REFUSED}),
-            logsink::TakeTexts());
-  EXPECT_EQ((Texts{"0301234 in"}), Remotes());  // on every profile
-  EXPECT_EQ(PBX_UNDEF, rLine.iPbxType);
+            Log());
   Record(RELEASED, Info(1, "0309999", "44"));
   // The numbers of a release are not taken.
   EXPECT_EQ((Texts{"5 [5] ISDN released F:0309999 T:44 C: Inc (L:44 R:0309999)", "5 [5] Remote: 0301234", REFUSED,
                    "5 [5] Call stops"}),
-            logsink::TakeTexts());
-  EXPECT_FALSE(rLine.fCallBusy);
-  EXPECT_EQ((Texts{"0301234 in"}), Remotes());  // and read on one alone
+            Log());
+}
+
+TEST_F(DstChannelIsdn, EveryProfileKeepsTheListThatOneReads) {
+  OpenTelephone rOpen;
+  InitLine(rOpen, 5);
+  const ISDN_CALL_INFO rInfo = Info(1, "0301234", "22");
+  for (const DWORD dwCode : {PROGRESS, ALERTING, CONNECTED, RELEASED}) rOpen.HandleIsdnCallInfo(dwCode, &rInfo);
+  ASSERT_EQ(1U, rOpen.vBusyCalls.size());
+  EXPECT_EQ("0301234", rOpen.vBusyCalls[0].strRemote);
+  EXPECT_TRUE(rOpen.vBusyCalls[0].fIncoming);
 }
 
 // -- several calls on one telephone ----------------------------------------------------------------------------------
 
-TEST_F(DstChannelIsdn, FirstRecordShowsThatATenovisLineSpeaksRecords) {
+TEST_F(DstChannelIsdn, TextBehindARecordIsReadAsOnOtherLines) {
   for (const DWORD dwCode : {PROGRESS, ALERTING, CONNECTED, RELEASED}) {
     SCOPED_TRACE(dwCode);
-    DST_Channel rFresh;
-    rRecorder.strPbxType = "Avaya Merlin";
-    rRecorder.rChannelParams["PhoneType"] = "1";
-    InitLine(rFresh, 5);
-    ASSERT_EQ(PBX_TENOVIS, rFresh.iPbxType);
-    ISDN_CALL_INFO rInfo = Info(1, "0301234", "22");
-    rFresh.HandleIsdnCallInfo(dwCode, &rInfo);
-    EXPECT_EQ(PBX_TENOVIS_ISDN, rFresh.iPbxType);
+    InitTenovis();
+    In(dwCode, "0301234");
+    In(RELEASED, "0301234");
+    ForgetTraces();
+    Text(ALERTING, "Ext 12\n22", 1);
+    EXPECT_EQ("5 [5] Remote: Ext 12", Log().at(0)) << "shorter, with its head, yet taken";
   }
-}
-
-TEST_F(DstChannelIsdn, TextAfterARecordIsReadAsOnOtherLines) {
-  InitTenovis();
-  In(PROGRESS, "0301234");
-  (void)logsink::Take();
-  Text(ALERTING, "12\n22", 1);  // shorter, yet taken
-  EXPECT_EQ("12", rLine.strRemoteNum);
-  EXPECT_EQ(PBX_TENOVIS_ISDN, rLine.iPbxType);
 }
 
 TEST_F(DstChannelIsdn, SecondCallThatConnectsCutsTheRecording) {
@@ -372,38 +359,42 @@ TEST_F(DstChannelIsdn, SecondCallThatConnectsCutsTheRecording) {
   EXPECT_EQ((Texts{"5 [5] ISDN connected F:0301 T:22 C: Inc (L:22 R:0301)", "5 [5] Remote: 0301", "5 [5] Call starts",
                    "5 [5] Incoming call, ringing time: -1", "5 [5] Starting recording",
                    "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134640_005_01.wav"}),
-            logsink::TakeTexts());
+            Log());
+  Hear(0, "one");
   PassSeconds(7);
   Out(CONNECTED, "0302");
   EXPECT_EQ(
       (Texts{"5 [5] ISDN connected F:22 T:0302 C: OUT (L:22 R:0302)", "5 [5] Restarting recording",
              "5 [5] Recording stopped (7 s)", "5 [5] Starting recording",
              "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134647_005_02.wav", "5 [5] Remote: 0302"}),
-      logsink::TakeTexts());
-  EXPECT_EQ((Texts{"0301 in", "0302 out"}), Remotes());
-  EXPECT_EQ("0302", rLine.strRemoteNum);
-  EXPECT_FALSE(rLine.fIncoming);
-  const auto& rCalls = rRecorder.rDatabase.rTables["Calls"];
-  ASSERT_EQ(1U, rCalls.size());
-  EXPECT_EQ("0301", rCalls.begin()->second.at("remote"));
-  EXPECT_EQ("7", rCalls.begin()->second.at("duration"));
-  EXPECT_EQ("0", rCalls.begin()->second.at("direction"));
-  EXPECT_EQ("0302", rRecorder.rDatabase.rTables["ActiveCalls"][rLine.iActiveCallID]["remote"]);
+      Log());
+  Hear(0, "two");
+  EXPECT_EQ("one", FileBytes(FIRST_FILE).substr(56));
+  EXPECT_EQ("two", FileBytes("/recordings/1970/01/12/13/19700112_134647_005_02.wav").substr(56));
+  EXPECT_EQ(1U, KeptRows());
+  EXPECT_EQ("0301", Kept("remote"));
+  EXPECT_EQ("7", Kept("duration"));
+  EXPECT_EQ("0", Kept("direction"));
+  EXPECT_EQ("0302", Active("remote"));
+  EXPECT_EQ("1", Active("direction"));
 }
 
 TEST_F(DstChannelIsdn, FurtherCallThatRingsChangesNoNumber) {
-  InitTenovis();
+  AllowRecording();
+  InitTenovis({{"TdmStart", "1"}});  // for its local number, which is kept
   In(CONNECTED, "0301");
   for (const DWORD dwCode : {PROGRESS, ALERTING}) {
-    (void)logsink::Take();
-    Out(dwCode, "0302");
-    const Texts astrLines = logsink::TakeTexts();
-    EXPECT_EQ("5 [5] Remote: 0301", astrLines.at(1));
-    EXPECT_EQ("0301", rLine.strRemoteNum);
-    EXPECT_EQ("22", rLine.strLocalNum);
-    EXPECT_TRUE(rLine.fIncoming);
-    EXPECT_EQ((Texts{"0301 in"}), Remotes());
+    ForgetTraces();
+    Record(dwCode, Info(2, "44", "0302"));
+    const char* const acPhase = dwCode == PROGRESS ? "progress" : "alerting";
+    EXPECT_EQ((Texts{std::string("5 [5] ISDN ") + acPhase + " F:44 T:0302 C: OUT (L:44 R:0302)", "5 [5] Remote: 0301"}),
+              Log());
+    EXPECT_EQ("22", KeptLocalNum());
+    EXPECT_EQ(NOTHING, Cards()) << "the recording goes on";
   }
+  In(RELEASED, "0301");
+  EXPECT_EQ("0301", Kept("remote"));
+  EXPECT_EQ("0", Kept("direction"));
 }
 
 TEST_F(DstChannelIsdn, ReleaseOfTheRecordedCallGoesBackToTheFirst) {
@@ -420,17 +411,18 @@ TEST_F(DstChannelIsdn, ReleaseOfTheRecordedCallGoesBackToTheFirst) {
       (Texts{"5 [5] ISDN released F:22 T:0302 C: OUT (L:22 R:0302)", "5 [5] Recording stopped (6 s)",
              "5 [5] Starting recording", "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134651_005_03.wav",
              "5 [5] Tenovis. A call continues with 0301", "5 [5] Remote: 0301"}),
-      logsink::TakeTexts());
-  EXPECT_EQ("0301", rLine.strRemoteNum);
-  EXPECT_TRUE(rLine.fIncoming && rLine.fRecording && rLine.fCallBusy);
-  EXPECT_EQ((Texts{"0301 in"}), Remotes());
+      Log());
+  EXPECT_EQ("0301", Active("remote"));
+  EXPECT_EQ("0", Active("direction"));
+  EXPECT_EQ("0302", Kept("remote"));
   PassSeconds(2);
   In(RELEASED, "0301");
   EXPECT_EQ((Texts{"5 [5] ISDN released F:0301 T:22 C: Inc (L:22 R:0301)", "5 [5] Remote: 0301", "5 [5] Call stops",
                    "5 [5] Recording stopped (2 s)"}),
-            logsink::TakeTexts());
-  EXPECT_FALSE(rLine.fCallBusy);
-  EXPECT_EQ(3U, rRecorder.rDatabase.rTables["Calls"].size());
+            Log());
+  EXPECT_EQ(3U, KeptRows());
+  EXPECT_EQ("0301", Kept("remote"));
+  EXPECT_EQ(0U, ActiveRows());
 }
 
 TEST_F(DstChannelIsdn, ReleaseOfTheOtherCallLeavesTheRecordingAlone) {
@@ -439,17 +431,20 @@ TEST_F(DstChannelIsdn, ReleaseOfTheOtherCallLeavesTheRecordingAlone) {
   In(CONNECTED, "0301");
   PassSeconds(5);
   Out(CONNECTED, "0302");
-  const std::string strFile = rLine.strFullFilename;
   ForgetTraces();
   In(RELEASED, "0301");
   EXPECT_EQ((Texts{"5 [5] ISDN released F:0301 T:22 C: Inc (L:22 R:0301)", "5 [5] Tenovis. A call continues with 0302",
                    "5 [5] Remote: 0302"}),
-            logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
-  EXPECT_EQ(strFile, rLine.strFullFilename);
-  EXPECT_TRUE(rLine.fRecording);
-  EXPECT_FALSE(rLine.fIncoming);
-  EXPECT_EQ((Texts{"0302 out"}), Remotes());
+            Log());
+  EXPECT_EQ(NOTHING, Cards());
+  PassSeconds(3);
+  Out(RELEASED, "0302");
+  EXPECT_EQ((Texts{"5 [5] ISDN released F:22 T:0302 C: OUT (L:22 R:0302)", "5 [5] Remote: 0302", "5 [5] Call stops",
+                   "5 [5] Recording stopped (3 s)"}),
+            Log());
+  EXPECT_EQ(2U, KeptRows());
+  EXPECT_EQ("0302", Kept("remote"));
+  EXPECT_EQ("1", Kept("direction"));
 }
 
 TEST_F(DstChannelIsdn, ReleasesInAnyOrderEndWithTheLast) {
@@ -459,18 +454,22 @@ TEST_F(DstChannelIsdn, ReleasesInAnyOrderEndWithTheLast) {
     SCOPED_TRACE(std::to_string(aiOrder[0]) + std::to_string(aiOrder[1]) + std::to_string(aiOrder[2]));
     InitTenovis();
     for (const char* const acNumber : acNumbers) In(CONNECTED, acNumber);
-    ASSERT_EQ((Texts{"0301 in", "0302 in", "0303 in"}), Remotes());
     std::string strWanted = "0303";  // the last that connected
     Texts astrLeft = {"0301", "0302", "0303"};
     for (int i = 0; i < 3; i++) {
       const std::string strGone = acNumbers[aiOrder[i]];
       astrLeft.erase(std::find(astrLeft.begin(), astrLeft.end(), strGone));
-      ASSERT_TRUE(rLine.fCallBusy);
+      const bool isOver = astrLeft.empty();
+      if (strGone == strWanted && !isOver) strWanted = astrLeft[0];
+      ForgetTraces();
       In(RELEASED, strGone.c_str());
-      if (strGone == strWanted && !astrLeft.empty()) strWanted = astrLeft[0];
-      EXPECT_EQ(!astrLeft.empty(), rLine.fCallBusy);
-      EXPECT_EQ(astrLeft.empty() ? "" : strWanted, rLine.strRemoteNum);
-      EXPECT_EQ(astrLeft.size(), rLine.vBusyCalls.size());
+      Texts astrLines = Log();
+      astrLines.erase(std::remove(astrLines.begin(), astrLines.end(), REFUSED), astrLines.end());
+      Texts astrWanted = {"5 [5] ISDN released F:" + strGone + " T:22 C: Inc (L:22 R:" + strGone + ")"};
+      if (!isOver) astrWanted.push_back("5 [5] Tenovis. A call continues with " + strWanted);
+      astrWanted.push_back("5 [5] Remote: " + strWanted);
+      if (isOver) astrWanted.emplace_back("5 [5] Call stops");
+      EXPECT_EQ(astrWanted, astrLines);
     }
   } while (std::next_permutation(std::begin(aiOrder), std::end(aiOrder)));
 }
@@ -479,57 +478,63 @@ TEST_F(DstChannelIsdn, UnknownReleaseShortensTheList) {
   InitTenovis();
   In(CONNECTED, "0301");
   In(CONNECTED, "0302");
-  (void)logsink::Take();
+  ForgetTraces();
   In(RELEASED, "0999");
   EXPECT_EQ(
       (Texts{"5 [5] ISDN released F:0999 T:22 C: Inc (L:22 R:0999)", "4 [5] Tenovis. Unknown remote (0999) to release",
              REFUSED, "5 [5] Tenovis. A call continues with 0301", "5 [5] Remote: 0301", REFUSED}),
-      logsink::TakeTexts());
-  EXPECT_EQ((Texts{"0301 in"}), Remotes());
+      Log());
   In(RELEASED, "0999");
-  EXPECT_FALSE(rLine.fCallBusy);
-  EXPECT_TRUE(rLine.vBusyCalls.empty());
+  EXPECT_EQ(
+      (Texts{"5 [5] ISDN released F:0999 T:22 C: Inc (L:22 R:0999)", "4 [5] Tenovis. Unknown remote (0999) to release",
+             "5 [5] Remote: 0301", REFUSED, "5 [5] Call stops"}),
+      Log());
 }
 
 TEST_F(DstChannelIsdn, ReleaseWithoutAnyCallTellsAndFinishes) {
   InitTenovis();
-  rLine.fInCall_Offhook = true;
-  rLine.InCallMaybeChanged();
-  (void)logsink::Take();
+  OffHook();
+  ForgetTraces();
   In(RELEASED, "0301");
   EXPECT_EQ((Texts{"5 [5] ISDN released F:0301 T:22 C: Inc (L:22 R:0301)",
                    "4 [5] Tenovis. Unknown remote (0301) to release", "5 [5] Remote: ", REFUSED, "5 [5] Call stops"}),
-            logsink::TakeTexts());
-  EXPECT_FALSE(rLine.InCall());
+            Log());
 }
 
-TEST_F(DstChannelIsdn, FirstOfTwoEqualRemotesIsRemoved) {
-  rLine.vBusyCalls = {{"1", true}, {"2", true}, {"1", false}};
-  rLine.RemoveFromBusyRemotes("1");
-  EXPECT_EQ((Texts{"2 in", "1 out"}), Remotes());
-  EXPECT_TRUE(rLine.IsInBusyRemotes("1"));
-  EXPECT_FALSE(rLine.IsInBusyRemotes("11"));
-  EXPECT_FALSE(rLine.IsInBusyRemotes(""));
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  rLine.RemoveFromBusyRemotes("9");
-  EXPECT_EQ((Texts{"2 in"}), Remotes());
-  rLine.RemoveFromBusyRemotes("9");
-  rLine.RemoveFromBusyRemotes("9");
-  EXPECT_EQ(NOTHING, Remotes());
-  EXPECT_EQ(Texts(3, "4 [5] Tenovis. Unknown remote (9) to release"), logsink::TakeTexts());
+TEST_F(DstChannelIsdn, FirstOfTwoCallsWithTheSameNumberIsReleased) {
+  AllowRecording();
+  InitTenovis();
+  In(CONNECTED, "1");
+  Out(CONNECTED, "1");
+  In(CONNECTED, "2");
+  In(RELEASED, "1");
+  In(RELEASED, "2");
+  EXPECT_EQ("1", Active("remote"));
+  EXPECT_EQ("1", Active("direction")) << "the outgoing one is left";
+}
+
+TEST_F(DstChannelIsdn, CallsAreToldApartByTheirWholeNumber) {
+  InitTenovis();
+  In(CONNECTED, "11");
+  In(CONNECTED, "");
+  In(CONNECTED, "1");
+  ForgetTraces();
+  In(RELEASED, "1");
+  EXPECT_EQ((Texts{"5 [5] ISDN released F:1 T:22 C: Inc (L:22 R:1)", REFUSED, "5 [5] Tenovis. A call continues with 11",
+                   "5 [5] Remote: 11", REFUSED}),
+            Log());
 }
 
 // -- missed calls ----------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelIsdn, MissedCallIsARow) {
-  rLine.fMissedCalls = true;
+  Init("ISDN", {{"MissedCalls", "3"}});  // any value but 0
   Text(ALERTING, "0301234\n22", 1);
   ForgetTraces();
   PassSeconds(9);
   Text(ABANDONED, "");
-  EXPECT_EQ((Texts{"5 [5] BRI call abandoned", "5 [5] Missed call!"}), logsink::TakeTexts());
-  const auto& rCalls = rRecorder.rDatabase.rTables["Calls"];
-  ASSERT_EQ(1U, rCalls.size());
+  EXPECT_EQ((Texts{"5 [5] BRI call abandoned", "5 [5] Missed call!"}), Log());
+  EXPECT_EQ(1U, KeptRows());
   EXPECT_EQ((StdStringMap{
                 {"startdate", "1000000"},  // the first ring
                 {"duration", "0"},          {"filename", ""},          {"isconnected", "0"},  {"linenr", "5"},
@@ -539,81 +544,85 @@ TEST_F(DstChannelIsdn, MissedCallIsARow) {
                 {"remotecallerid", "5000"}, {"remotecontact", "6000"}, {"local", "22"},       {"localfull", "22"},
                 {"localcallerid", "5001"},  {"localcontact", "6001"},  {"direction", "0"},    {"recorderid", "7"},
                 {"callextra", ""}}),
-            rCalls.begin()->second);
-  EXPECT_TRUE(rRecorder.rDatabase.rTables["ActiveCalls"].empty());
-  EXPECT_EQ(-1, rLine.iActiveCallID);
+            KeptRow());
+  EXPECT_EQ(0U, ActiveRows());
 }
 
 TEST_F(DstChannelIsdn, MissedCallOfARecordHasTheSameRow) {
-  InitTenovis();
-  rLine.fMissedCalls = true;
+  InitTenovis({{"MissedCalls", "1"}});
   rRecorder.fALE = true;  // the mark of a missed call replaces that of encryption
   In(ALERTING, "0301234");
   Text(REJECTED, "");
-  const auto& rCalls = rRecorder.rDatabase.rTables["Calls"];
-  ASSERT_EQ(1U, rCalls.size());
-  EXPECT_EQ("64", rCalls.begin()->second.at("flags"));
-  EXPECT_EQ("0301234", rCalls.begin()->second.at("remote"));
-  EXPECT_EQ("", rCalls.begin()->second.at("local"));  // the line has no number of its own
-  EXPECT_EQ("1005", rCalls.begin()->second.at("localcontact"));
+  EXPECT_EQ(1U, KeptRows());
+  EXPECT_EQ("64", Kept("flags"));
+  EXPECT_EQ("0301234", Kept("remote"));
+  EXPECT_EQ("", Kept("local"));  // the line has no number of its own
+  EXPECT_EQ("1005", Kept("localcontact"));
 }
 
 TEST_F(DstChannelIsdn, OnlyAMissedCallThatRangIsWritten) {
   struct Row {
     const char* acLabel;
-    bool fWanted;  // setting
+    const char* acWanted;  // setting
     bool fRang;
-    bool DST_Channel::*prFlag;
+    DWORD dwCallBy;  // message that starts a call, or BY_VOICE; 0: none
     bool fWritten;
   };
-  const Row rRows[] = {{"off", false, true, nullptr, false},
-                       {"no ring", true, false, nullptr, false},
-                       {"off hook", true, true, &DST_Channel::fInCall_Offhook, false},
-                       {"audio", true, true, &DST_Channel::fInCall_Audio, false},
-                       {"condition", true, true, &DST_Channel::fInCall_Extra, false},
-                       {"connected", true, true, &DST_Channel::fInCall_DChannel, false},
-                       {"missed", true, true, nullptr, true}};
+  constexpr DWORD BY_VOICE = 1;
+  constexpr DWORD BY_CONDITION = 0x1001;
+  const Row rRows[] = {{"off", "0", true, 0, false},
+                       {"no ring", "1", false, 0, false},
+                       {"off hook", "1", true, DMSG_OFF_HOOK, false},
+                       {"audio", "1", true, BY_VOICE, false},
+                       {"condition", "1", true, BY_CONDITION, false},
+                       {"connected", "1", true, CONNECTED, false},
+                       {"missed", "1", true, 0, true}};
+  rRecorder.rStartCnds = {{BY_CONDITION, 0}};
   for (const DWORD dwCode : {ABANDONED, REJECTED}) {
     for (const Row& rRow : rRows) {
       SCOPED_TRACE(rRow.acLabel);
-      DST_Channel rFresh;
-      InitLine(rFresh, 5);
+      Init("ISDN", {{"MissedCalls", rRow.acWanted}, {"AudioDetect", "1"}});
       rRecorder.rDatabase.rTables.clear();
-      rFresh.fMissedCalls = rRow.fWanted;
-      if (rRow.prFlag != nullptr) rFresh.*rRow.prFlag = true;
-      rFresh.InCallMaybeChanged();
-      rFresh.rFirstRing = rRow.fRang ? rNow : 0;
-      (void)logsink::Take();
-      SSM_EVENT rEvent = simcards::MakeEvent(E_RCV_DSTDChannel, 0, dwCode);
-      rFresh.HandleEvent(&rEvent);
+      if (rRow.fRang) DMsg(DMSG_RING_ON);
+      if (rRow.dwCallBy == BY_VOICE) Event(E_SYS_BargeIn, BARGE_IN_SOUND);
+      if (rRow.dwCallBy > BY_VOICE) DMsg(rRow.dwCallBy);
+      ForgetTraces();
+      DMsg(dwCode);
       Texts astrWanted = {dwCode == ABANDONED ? "5 [5] BRI call abandoned" : "5 [5] BRI call rejected"};
       if (rRow.fWritten) astrWanted.push_back("5 [5] Missed call!");
-      if (rRow.prFlag != nullptr) astrWanted.push_back("5 [5] Call stops");
-      EXPECT_EQ(astrWanted, logsink::TakeTexts());
-      EXPECT_EQ(rRow.fWritten ? 1U : 0U, rRecorder.rDatabase.rTables["Calls"].size());
+      if (rRow.dwCallBy != 0) astrWanted.push_back("5 [5] Call stops");
+      EXPECT_EQ(astrWanted, Log());
+      EXPECT_EQ(rRow.fWritten ? 1U : 0U, KeptRows());
     }
   }
 }
 
-TEST_F(DstChannelIsdn, CancelledCallLeavesTheOtherCallsOfATenovisTelephone) {
+TEST_F(DstChannelIsdn, CancelledCallLeavesTheOtherCallsOfATenovisTelephoneThatSpeaksRecords) {
   struct Row {
-    int iPbxType;
-    bool fStays;
+    bool isTenovis, isRecord;
   };
   for (const DWORD dwCode : {ABANDONED, REJECTED}) {
-    for (const Row& rRow : {Row{PBX_UNDEF, false}, Row{PBX_TENOVIS, false}, Row{PBX_TENOVIS_ISDN, true}}) {
-      SCOPED_TRACE(rRow.iPbxType);
-      DST_Channel rFresh;
-      InitLine(rFresh, 5);
-      rFresh.iPbxType = rRow.iPbxType;
-      rFresh.fMissedCalls = true;
-      rFresh.fInCall_DChannel = true;
-      rFresh.InCallMaybeChanged();
-      rFresh.rFirstRing = rNow;
-      SSM_EVENT rEvent = simcards::MakeEvent(E_RCV_DSTDChannel, 0, dwCode);
-      rFresh.HandleEvent(&rEvent);
-      EXPECT_EQ(rRow.fStays, rFresh.fCallBusy);
-      EXPECT_TRUE(rRecorder.rDatabase.rTables["Calls"].empty());
+    for (const Row& rRow : {Row{false, false}, Row{false, true}, Row{true, false}, Row{true, true}}) {
+      SCOPED_TRACE(rRow.isTenovis);
+      SCOPED_TRACE(rRow.isRecord);
+      if (rRow.isTenovis) {
+        InitTenovis({{"MissedCalls", "1"}});
+      } else {
+        Init("ISDN", {{"MissedCalls", "1"}});
+      }
+      for (const DWORD dwPhase : {ALERTING, CONNECTED}) {
+        if (rRow.isRecord) {
+          In(dwPhase, "0301");
+        } else {
+          Text(dwPhase, "0301\n22", 1);
+        }
+      }
+      ForgetTraces();
+      DMsg(dwCode);
+      Texts astrWanted = {dwCode == ABANDONED ? "5 [5] BRI call abandoned" : "5 [5] BRI call rejected"};
+      if (!rRow.isTenovis || !rRow.isRecord) astrWanted.push_back("5 [5] Call stops");
+      EXPECT_EQ(astrWanted, Log());
+      EXPECT_EQ(0U, KeptRows());
     }
   }
 }
@@ -624,5 +633,5 @@ TEST_F(DstChannelIsdn, PhasesAreConditionsToo) {
   In(PROGRESS, "0301");
   EXPECT_EQ((Texts{"5 [5] ISDN progress F:0301 T:22 C: Inc (L:22 R:0301)", "5 [5] Remote: 0301",
                    "5 [5] Start condition", "5 [5] Call starts", "5 [5] Outgoing call", REFUSED}),
-            logsink::TakeTexts());
+            Log());
 }
