@@ -9,8 +9,6 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
-#include <cstdlib>
-
 #include "bgact.h"
 #include "ftime.h"
 #include "logging.h"
@@ -166,8 +164,7 @@ BaseChannel::Verdict BaseChannel::JudgeRecording() {
 
 // A call that is stored only on demand: has someone asked for it, or may someone still?
 bool BaseChannel::StoreOnDemandKeeps(const StdStringMap& rExtra, bool& fDelay) const {
-  const auto it = rExtra.find("to-keep");
-  if (it != rExtra.end() && strtol(it->second.c_str(), nullptr, 10) != 0) {
+  if (TextToLong(ValueOf(rExtra, "to-keep")) != 0) {
     lg(LOG_NOTICE, "[%d] Store on demand: keeping", iChannel);
     return true;
   }

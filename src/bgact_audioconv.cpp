@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
-#include <cstdlib>
-
 #include "callcodes.h"
 #include "datafile.h"
 #include "filedir.h"
@@ -34,10 +32,6 @@ constexpr CheckSumTool CHECKSUM_TOOLS[] = {
     {"sha256", "sha256sum"},
     {"sha512", "sha512sum"},
 };
-
-int ToInt(const std::string& strText) {
-  return static_cast<int>(strtol(strText.c_str(), nullptr, 10));
-}
 
 void CopyFile(const std::string& strFrom, const std::string& strTo) {
   // A failed copy loses the audio and keeps the row: the file that was written goes in any case.
@@ -158,7 +152,7 @@ void AudioConvAct::MergeCarryOver(const StdStringMap& rCarryOver) {
     } else if (strKey == "callextra") {
       itOwn->second = MergeCallExtra(strCarried, itOwn->second);
     } else if (strKey == "processingstate") {  // bits; each side sets its own
-      itOwn->second = ToStdString(ToInt(itOwn->second) | ToInt(strCarried));
+      itOwn->second = ToStdString(TextToInt(itOwn->second) | TextToInt(strCarried));
     }
   }
 }
@@ -175,8 +169,7 @@ void AudioConvAct::MoveToCalls() {
 }
 
 void AudioConvAct::KeepActive() {
-  const auto itState = rCallInfo.data.find("processingstate");
-  const int iState = itState == rCallInfo.data.end() ? 0 : ToInt(itState->second);
+  const int iState = TextToInt(ValueOf(rCallInfo.data, "processingstate"));
   rCallInfo.AddUtf8("processingstate", ToStdString(iState | STATE_UNDECIDED));
   if (fToEmail) {  // a mark for whoever decides later; nothing is mailed
     StdStringMap rExtra = StringToArray(rCallInfo.data["callextra"]);

@@ -1,7 +1,5 @@
 #include "database.h"
 
-#include <cstdlib>
-
 #include "callcodes.h"
 
 // Settings, the recorder's own row, and the accounts of the web side. Settings are texts by name, grouped in parts;
@@ -17,7 +15,7 @@ std::string Database::GetConfig(const std::string& strParam) {
 }
 
 int Database::GetConfigInt(const std::string& strParam) {
-  return static_cast<int>(strtol(GetConfig(strParam).c_str(), nullptr, 10));
+  return TextToInt(GetConfig(strParam));
 }
 
 void Database::GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) {

@@ -1,6 +1,7 @@
 #include "fstring.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
@@ -129,6 +130,19 @@ std::string Utf8ToLatin1(const std::string& input) {
 
 std::string ToStdString(int iValue) {
   return std::to_string(iValue);
+}
+
+long TextToLong(const std::string& strText) {
+  return strtol(strText.c_str(), nullptr, 10);
+}
+
+int TextToInt(const std::string& strText) {
+  return static_cast<int>(TextToLong(strText));
+}
+
+std::string ValueOf(const StdStringMap& rMap, const std::string& strKey) {
+  const auto it = rMap.find(strKey);
+  return it == rMap.end() ? std::string() : it->second;
 }
 
 void lt_split(std::vector<std::string>& vstrList, const std::string& strText, char cSep) {

@@ -40,6 +40,12 @@ std::string Utf8ToLatin1(const std::string& input);
 // Length of the UTF-8 sequence that `ch` starts; no validity check.
 int GetUtf8Size(unsigned char ch);
 std::string ToStdString(int iValue);
+// The decimal number at the start of the text, as strtol reads it: "12x" is 12, and 0 stands for a text without digits.
+// TextToInt takes the low bits of a number that is too large for an int.
+long TextToLong(const std::string& strText);
+int TextToInt(const std::string& strText);
+// The value of a key, empty when the map lacks it; the map stays as it is, unlike with its index operation.
+std::string ValueOf(const StdStringMap& rMap, const std::string& strKey);
 // Both append the fields of `strText` (up to its first NUL) to `vstrList`; the rest after the last separator is always
 // a field. lt_split_quotes takes double quotes as grouping.
 void lt_split(std::vector<std::string>& vstrList, const std::string& strText, char cSep);

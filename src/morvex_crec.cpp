@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -131,7 +130,7 @@ ETryResult TryFindCards(TRecorderBoot& rBoot, time_t rStartTime, int iWantedCard
 // -- with cards ---------------------------------------------------------------------------------------------------
 
 void StartApiLog(TRecorderBoot& rBoot) {
-  if (strtol(rBoot.GetOSetting("TdmLogApi").c_str(), nullptr, 10) == 0) return;
+  if (TextToLong(rBoot.GetOSetting("TdmLogApi")) == 0) return;
   (void)mkdir(API_LOG_DIR, 0777);  // it may exist
   (void)SsmSetLogAttribute(2, 36, -1, API_LOG_DIR);
 }

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <list>
 #include <string>
 
@@ -131,10 +130,6 @@ class DelOnDmdAct : public ResultAct {
 
 // -- commands -----------------------------------------------------------------------------------------------------
 
-int ToInt(const std::string& strText) {
-  return static_cast<int>(strtol(strText.c_str(), nullptr, 10));
-}
-
 template <bool fSound>
 ThreadAct* MakeSilencing(CRecorder* prRecorder, const std::string& strParam) {
   return new SilencingAct(prRecorder, strParam, fSound);
@@ -159,11 +154,11 @@ ThreadAct* MakeTraceStop(CRecorder* prRecorder, const std::string& /*strParam*/)
 }
 
 ThreadAct* MakeTraceStart(CRecorder* prRecorder, const std::string& strParam) {
-  return prRecorder->fBitStreamTracing ? nullptr : new TraceAct(prRecorder, /*fToStart=*/true, ToInt(strParam));
+  return prRecorder->fBitStreamTracing ? nullptr : new TraceAct(prRecorder, /*fToStart=*/true, TextToInt(strParam));
 }
 
 ThreadAct* MakeChState(CRecorder* prRecorder, const std::string& strParam) {
-  return new ChStateAct(prRecorder, ToInt(strParam));
+  return new ChStateAct(prRecorder, TextToInt(strParam));
 }
 
 // "<local number>|<remote number>|<0: change only the row; else: a new recording part>".

@@ -22,12 +22,6 @@
 class BaseChannel;
 class TRecorderBoot;
 
-// -- settings helpers ---------------------------------------------------------------------------------------------
-// The value of a key, empty when the map lacks it; the map stays as it is.
-std::string SettingOf(const StdStringMap& rMap, const std::string& strKey);
-// Digits at the start of the text, 0 when there are none.
-int TextToInt(const std::string& strText);
-
 class CRecorder : public ICRecorder {
  public:
   CRecorder() = default;

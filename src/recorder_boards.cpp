@@ -201,7 +201,7 @@ void TRecorderBoot::CreateBoardList() {
 // An empty list is one empty entry, as lt_split has it; it leaves the row "_Present", which nobody reads. A card that
 // was taken has the empty id, which no entry may find.
 void TRecorderBoot::MergeRememberedBoards() {
-  strCardList = SettingOf(rConfigs, g_cfgPrefix + "CardList");
+  strCardList = ValueOf(rConfigs, g_cfgPrefix + "CardList");
   lg(LOG_NOTICE, "Old card list: %s", strCardList.c_str());
   std::vector<std::string> astrEntries;
   lt_split(astrEntries, strCardList, ',');
@@ -217,7 +217,7 @@ void TRecorderBoot::MergeRememberedBoards() {
     }
     TBoard rAway;
     rAway.strId = strEntry;
-    rAway.iWebMaxCh = TextToInt(SettingOf(rConfigs, strEntry + "_MaxChannels"));
+    rAway.iWebMaxCh = TextToInt(ValueOf(rConfigs, strEntry + "_MaxChannels"));
     rNewConfigs[strEntry + "_Present"] = "0";
     if (rAway.iWebMaxCh != 0) vrBoardList.push_back(rAway);
   }
@@ -238,9 +238,9 @@ void TRecorderBoot::LoadPbxSettings() {
   for (TBoard& rBoard : vrBoardList) {
     if (!rBoard.fPresent) continue;
     const bool isStation = rBoard.GetCtType() == CT_DST;
-    rBoard.strPBXType = isStation ? SettingOf(rConfigs, rBoard.getId() + "_PBXType") : "";
+    rBoard.strPBXType = isStation ? ValueOf(rConfigs, rBoard.getId() + "_PBXType") : "";
     if (isStation && rBoard.strPBXType.empty()) rBoard.strPBXType = DEFAULT_PBX_TYPE;
-    rBoard.strPhoneType = SettingOf(rConfigs, rBoard.getId() + "_PhoneType");
+    rBoard.strPhoneType = ValueOf(rConfigs, rBoard.getId() + "_PhoneType");
   }
 }
 

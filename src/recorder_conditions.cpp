@@ -59,7 +59,7 @@ void TRecorderBoot::LoadBoardSettings() {
     for (const CndList& rList : CND_LISTS) {
       std::vector<StartStopCnd>& vCnds = rBoard.*rList.vCnds;
       vCnds.clear();
-      AddCndList(SettingOf(rConfigs, rBoard.getId() + "_" + rList.acKey), vCnds);
+      AddCndList(ValueOf(rConfigs, rBoard.getId() + "_" + rList.acKey), vCnds);
     }
   }
 }

@@ -181,7 +181,7 @@ int GetDebianVersion() {
 }
 
 void TRecorderBoot::WriteConfig() {
-  if (TextToInt(SettingOf(rConfigs, "NoWriteIni")) == 1) {
+  if (TextToInt(ValueOf(rConfigs, "NoWriteIni")) == 1) {
     lg(LOG_WARNING, "Not writing ShConfig.ini");
     return;
   }

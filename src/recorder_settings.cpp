@@ -60,19 +60,10 @@ std::string ChannelKey(const TBoard& rBoard, int iBoardCh, const std::string& st
 
 }  // namespace
 
-std::string SettingOf(const StdStringMap& rMap, const std::string& strKey) {
-  const auto it = rMap.find(strKey);
-  return it == rMap.end() ? std::string() : it->second;
-}
-
-int TextToInt(const std::string& strText) {
-  return static_cast<int>(strtol(strText.c_str(), nullptr, 10));
-}
-
 // -- settings -----------------------------------------------------------------------------------------------------
 
 std::string TRecorderBoot::GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod) {
-  return cfgLoadMethod == CFG_CACHED_LOAD ? SettingOf(rConfigs, strParam) : prDatabase->GetConfig(strParam);
+  return cfgLoadMethod == CFG_CACHED_LOAD ? ValueOf(rConfigs, strParam) : prDatabase->GetConfig(strParam);
 }
 
 void TRecorderBoot::SetCrecSetting(const std::string& strParam, const std::string& strValue) {
@@ -81,11 +72,11 @@ void TRecorderBoot::SetCrecSetting(const std::string& strParam, const std::strin
 }
 
 std::string TRecorderBoot::GetSysSetting(const std::string& strParam) {
-  return SettingOf(rConfigsSys, strParam);
+  return ValueOf(rConfigsSys, strParam);
 }
 
 std::string TRecorderBoot::GetOSetting(const std::string& strParam) {
-  return SettingOf(rConfigsO, strParam);
+  return ValueOf(rConfigsO, strParam);
 }
 
 const TBoard& TRecorderBoot::NeedBoard(int iBoardListIx) {
@@ -108,7 +99,7 @@ int TRecorderBoot::GetChannelParamInt(int iBoardCh, int iBoardListIx, const std:
 }
 
 std::string TRecorderBoot::GetBoardParamStr(int iBoardListIx, const std::string& strParam) {
-  return SettingOf(rConfigs, BoardKey(NeedBoard(iBoardListIx), strParam));
+  return ValueOf(rConfigs, BoardKey(NeedBoard(iBoardListIx), strParam));
 }
 
 int TRecorderBoot::GetBoardParamInt(int iBoardListIx, const std::string& strParam) {
@@ -117,7 +108,7 @@ int TRecorderBoot::GetBoardParamInt(int iBoardListIx, const std::string& strPara
 
 int TRecorderBoot::GetBoardDataInt(int iBoardListIx, const std::string& strParam) {
   const TBoard* prBoard = GetBoard(iBoardListIx);
-  return prBoard ? TextToInt(SettingOf(rConfigs, BoardKey(*prBoard, strParam))) : 0;
+  return prBoard ? TextToInt(ValueOf(rConfigs, BoardKey(*prBoard, strParam))) : 0;
 }
 
 void TRecorderBoot::SetBoardDataInt(int iBoardListIx, const std::string& strParam, int iValue) {
@@ -128,7 +119,7 @@ void TRecorderBoot::SetBoardDataInt(int iBoardListIx, const std::string& strPara
 
 std::string TRecorderBoot::GetChannelDataStr(int iBoardCh, int iBoardListIx, const std::string& strParam) {
   const TBoard* prBoard = GetBoard(iBoardListIx);
-  return prBoard ? SettingOf(rConfigs, ChannelKey(*prBoard, iBoardCh, strParam)) : std::string();
+  return prBoard ? ValueOf(rConfigs, ChannelKey(*prBoard, iBoardCh, strParam)) : std::string();
 }
 
 void TRecorderBoot::SetChannelDataStr(int iBoardCh, int iBoardListIx, const std::string& strParam,
@@ -169,7 +160,7 @@ int CRecorder::GetBoardParamInt(int iBoardListIx, const std::string& strParam) {
 }
 
 int CRecorder::GetParamInt(const std::string& strParam) {
-  return TextToInt(SettingOf(prBoot->rConfigs, strParam));
+  return TextToInt(ValueOf(prBoot->rConfigs, strParam));
 }
 
 bool CRecorder::IsSpecial(const std::string& strSpecialName) {

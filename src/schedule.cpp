@@ -1,20 +1,10 @@
 #include "schedule.h"
 
-#include <cstdlib>
 #include <utility>
 
 namespace {
 
 const char* const acDayNames[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
-
-std::string ValueOf(const StdStringMap& rCfg, const std::string& strKey) {
-  const auto it = rCfg.find(strKey);
-  return it == rCfg.end() ? std::string() : it->second;
-}
-
-long ToLong(const std::string& strText) {
-  return strtol(strText.c_str(), nullptr, 10);
-}
 
 // A time of day; compares hour first, then minute.
 using DayTime = std::pair<long, long>;
@@ -24,8 +14,8 @@ constexpr DayTime MIDNIGHT_END{24, 0};
 // StartWithoutColonIsHourAndMinute.
 DayTime ParseDayTime(const std::string& strText) {
   const std::size_t iColon = strText.find(':');
-  if (iColon == std::string::npos) return {ToLong(strText), ToLong(strText)};
-  return {ToLong(strText.substr(0, iColon)), ToLong(strText.substr(iColon + 1))};
+  if (iColon == std::string::npos) return {TextToLong(strText), TextToLong(strText)};
+  return {TextToLong(strText.substr(0, iColon)), TextToLong(strText.substr(iColon + 1))};
 }
 
 DayTime StopOrMidnight(const std::string& strText) {

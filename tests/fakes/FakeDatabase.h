@@ -117,7 +117,7 @@ class FakeDatabase : public IDatabase {
   }
   int GetConfigInt(const std::string& strParam) override {
     NoteRead("GetConfigInt " + strParam);
-    return static_cast<int>(strtol(GetConfig(strParam).c_str(), nullptr, 10));
+    return TextToInt(GetConfig(strParam));
   }
   void SetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) override {
     for (const auto& [strParam, strValue] : rConfigs) {
@@ -134,7 +134,7 @@ class FakeDatabase : public IDatabase {
     return rUserFields[iAccID][strField];
   }
   int GetUserIntOnAccID(int iAccID, const std::string& strField) override {
-    return static_cast<int>(strtol(rUserFields[iAccID][strField].c_str(), nullptr, 10));
+    return TextToInt(rUserFields[iAccID][strField]);
   }
   IdMapEntry GetIdMapEntry(const std::string& strLocalNum) override {
     NoteRead("GetIdMapEntry " + strLocalNum);

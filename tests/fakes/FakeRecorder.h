@@ -33,19 +33,19 @@ class FakeRecorder : public ICRecorder {
     return rChannelParams[strParam];
   }
   int GetChannelParamInt(int /*iBoardCh*/, int /*iBoardListIx*/, const std::string& strParam) override {
-    return ToInt(rChannelParams[strParam]);
+    return TextToInt(rChannelParams[strParam]);
   }
   int GetChannelParamIntLive(int /*iBoardCh*/, int /*iBoardListIx*/, const std::string& strParam) override {
-    return ToInt(rChannelParamsLive[strParam]);
+    return TextToInt(rChannelParamsLive[strParam]);
   }
   std::string GetBoardParamStr(int /*iBoardListIx*/, const std::string& strParam) override {
     return rBoardParams[strParam];
   }
   ECardType GetBoardCardType(int /*iBoardListIx*/) override { return eCardType; }
   int GetBoardParamInt(int /*iBoardListIx*/, const std::string& strParam) override {
-    return ToInt(rBoardParams[strParam]);
+    return TextToInt(rBoardParams[strParam]);
   }
-  int GetParamInt(const std::string& strParam) override { return ToInt(rParams[strParam]); }
+  int GetParamInt(const std::string& strParam) override { return TextToInt(rParams[strParam]); }
   bool IsBoardStartCondition(int, unsigned int dwEvent, unsigned int dwSubReason) override {
     return rStartCnds.count({dwEvent, dwSubReason}) > 0;
   }
@@ -135,7 +135,6 @@ class FakeRecorder : public ICRecorder {
     return iCh >= 0 && static_cast<std::size_t>(iCh) < vChannels.size() ? vChannels[static_cast<std::size_t>(iCh)]
                                                                         : nullptr;
   }
-  static int ToInt(const std::string& strText) { return static_cast<int>(strtol(strText.c_str(), nullptr, 10)); }
   static bool Holds(const std::vector<std::string>& astrList, const std::string& strText) {
     for (const std::string& strItem : astrList) {
       if (strItem == strText) return true;

@@ -297,6 +297,38 @@ TEST(GetElements, SplitsAtBars) {
   for (const auto& rRow : rRows) EXPECT_EQ(getElements(rRow.strText), rRow.astrElements) << rRow.acLabel;
 }
 
+TEST(TextToNumber, TakesDigitsAtTheStart) {
+  const struct {
+    const char* acLabel;
+    const char* acText;
+    int iValue;
+  } rRows[] = {
+      {"plain", "12", 12},
+      {"empty", "", 0},
+      {"no digits", "yes", 0},
+      {"digits, then text", "12x", 12},
+      {"text, then digits", "x12", 0},
+      {"negative", "-3", -3},
+      {"blank in front", " 7", 7},
+      {"decimal only", "0x10", 0},
+  };
+  for (const auto& rRow : rRows) {
+    EXPECT_EQ(TextToInt(rRow.acText), rRow.iValue) << rRow.acLabel;
+    EXPECT_EQ(TextToLong(rRow.acText), rRow.iValue) << rRow.acLabel;
+  }
+}
+
+TEST(TextToNumber, NumberTooLargeForAnIntLosesItsHighBitsInAnIntAlone) {
+  EXPECT_EQ(TextToLong("4294967299"), 4294967299L);
+  EXPECT_EQ(TextToInt("4294967299"), 3);
+}
+
+TEST(ValueOf, AMissingKeyReadsAsEmpty) {
+  const StdStringMap rMap = {{"a", "1"}};
+  EXPECT_EQ(ValueOf(rMap, "a"), "1");
+  EXPECT_EQ(ValueOf(rMap, "b"), "");
+}
+
 TEST(StringMap, ReplacesAnEarlierValue) {
   StringMap rMap;
   rMap.AddUtf8("name", "Caf\xC3\xA9");

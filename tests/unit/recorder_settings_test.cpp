@@ -8,34 +8,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// -- text to number ---------------------------------------------------------------------------------------------------
-
-TEST(SettingsHelpersTest, TextToIntTakesDigitsAtTheStart) {
-  struct Row {
-    const char* acLabel;
-    const char* acText;
-    int iValue;
-  };
-  const Row rRows[] = {
-      {"plain", "12", 12},
-      {"empty", "", 0},
-      {"no digits", "yes", 0},
-      {"digits, then text", "12x", 12},
-      {"text, then digits", "x12", 0},
-      {"negative", "-3", -3},
-      {"blank in front", " 7", 7},
-      {"decimal only", "0x10", 0},
-  };
-  for (const Row& rRow : rRows) EXPECT_EQ(TextToInt(rRow.acText), rRow.iValue) << rRow.acLabel;
-}
-
-TEST(SettingsHelpersTest, LookingForAMissingKeyLeavesTheMapAlone) {
-  const StdStringMap rMap = {{"a", "1"}};
-  EXPECT_EQ(SettingOf(rMap, "a"), "1");
-  EXPECT_EQ(SettingOf(rMap, "b"), "");
-  EXPECT_EQ(rMap.size(), 1U);
-}
-
 // -- lookups ----------------------------------------------------------------------------------------------------------
 
 // Two boards: a present analogue card "Syn100" and one that is away, "SynOLD".
