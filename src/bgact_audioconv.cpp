@@ -10,7 +10,7 @@
 #include "idatabase.h"
 #include "irecorder.h"
 #include "logging.h"
-#include "signaling.h"
+#include "shell.h"
 
 // Finishing a recording. The worker part is a row of external commands on files, none of which stops the next one: a
 // call whose audio could not be converted, checked or encrypted still gets its row. The main part moves the row, and

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "signaling.h"
+#include "shell.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "filedir.h"
 #include "fstring.h"
-#include "signaling.h"
+#include "shell.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 
 #include <cassert>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -26,7 +25,6 @@ constexpr time_t SERVICE_TIMEOUT_S = 5;
 constexpr size_t REPLY_BYTES = 200;
 constexpr useconds_t PAUSE_STEP_US = 100000;
 constexpr int PAUSE_STEPS = 10;  // a second in all, in steps so that closing never waits that long
-constexpr int PIECE_BYTES = 300;
 
 // A connection that closes itself; below 0 when none could be made.
 class ServiceSocket {
@@ -67,18 +65,6 @@ class ServiceSocket {
  private:
   int hSocket;
 };
-
-// Runs a command and appends its output to `prOutput`, or drops it when that is null: reading to the end keeps the
-// command from blocking on a full pipe. Returns the status of pclose, -1 when popen fails.
-int RunCommand(const std::string& strCommand, std::string* prOutput) {
-  FILE* hPipe = popen(strCommand.c_str(), "re");
-  if (hPipe == nullptr) return -1;
-  char acPiece[PIECE_BYTES];
-  while (fgets(acPiece, sizeof acPiece, hPipe) != nullptr) {
-    if (prOutput != nullptr) *prOutput += acPiece;
-  }
-  return pclose(hPipe);
-}
 
 }  // namespace
 
@@ -156,28 +142,4 @@ void close_signaling() {
 void signal_service(const std::string& strMsg) {
   lg(LOG_NOTICE, "signal => %s", strMsg.c_str());
   if (prSignalObj != nullptr) prSignalObj->schedule(strMsg);
-}
-
-std::string stdSystem(const std::string& strCommand) {
-  lg(LOG_NOTICE, "Command: %s", strCommand.c_str());
-  std::string strOutput;
-  (void)RunCommand(strCommand, &strOutput);  // the output is all that callers ask for
-  return strOutput;
-}
-
-int execCmd(const std::string& strCmd) {
-  lg(LOG_NOTICE, "Exec: %s", strCmd.c_str());
-  return RunCommand(strCmd, nullptr);
-}
-
-std::string escapeShellArg(const std::string& arg) {
-  std::string strQuoted = "'";
-  for (const char ch : arg) {
-    if (ch == '\'') {
-      strQuoted += "'\\''";  // ends the quotes, gives a quote, opens them again
-    } else {
-      strQuoted += ch;
-    }
-  }
-  return strQuoted + "'";
 }

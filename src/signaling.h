@@ -1,6 +1,6 @@
-// signaling: short text messages to the appliance's service process, and the shell helpers.
+// signaling: short text messages to the appliance's service process.
 // The service may be slow or absent, so messages go through a queue and a thread of its own: no caller ever waits.
-// Threads:   signal_service, stdSystem, execCmd, escapeShellArg: any. init_ and close_signaling: main.
+// Threads:   signal_service: any. init_ and close_signaling: main.
 // Ownership: SignalObj owns its queued texts; what is still listed at close_signaling is dropped.
 // Locks:     rMutex guards rList and is never held during socket work.
 // Errors:    each failed message costs one log line at LOG_ERR and is lost.
@@ -42,10 +42,3 @@ void init_signaling();
 void close_signaling();
 // Queues a text for the service socket and returns at once.
 void signal_service(const std::string& strMsg);
-
-// Runs a command through the shell and returns what it writes to standard output; empty when popen fails.
-std::string stdSystem(const std::string& strCommand);
-// Runs a command through the shell, drops its output and returns the status of pclose; -1 when popen fails.
-int execCmd(const std::string& strCmd);
-// The argument in single quotes, safe for the shell; everything that comes from outside passes through here.
-std::string escapeShellArg(const std::string& arg);

@@ -11,7 +11,7 @@
 #include "TestTools.h"
 #include "bgact.h"
 #include "datafile.h"
-#include "signaling.h"
+#include "shell.h"
 
 using testtools::Exists;
 using testtools::WriteScript;
