@@ -106,3 +106,41 @@ class IDatabase {
   virtual IdMapEntry GetIdMapEntry(const std::string& strLocalNum) = 0;
   virtual CallerIdContact GetCustomLocal(long long iContactID) = 0;
 };
+
+// A database that is away for good: every operation gives its default, and nothing else happens.
+class AbsentDatabase : public IDatabase {
+ public:
+  int WaitForConnection() override { return 1; }
+  void SetDbUser(const std::string&) override {}
+  void InitRecorder(const std::string&, const std::string&) override {}
+  long long GetRecorderID() override { return 0; }
+  int AddCall(const StringMap&) override { return -1; }
+  int AddActiveCall(const StringMap&) override { return -1; }
+  int AddCallGeneric(const std::string&, const StringMap&) override { return -1; }
+  void DeleteActiveCall(int) override {}
+  int GetCallBack(int, int) override { return -1; }
+  void UpdateActiveCallRemoteContact(int, Contact&, const std::string&) override {}
+  void UpdateActiveCallLocalContact(int, Contact&, const std::string&) override {}
+  void UpdateActiveCallConnectedNum(int, Contact&, const std::string&) override {}
+  void UpdateActiveCallCategory(int, int) override {}
+  bool UpdateActiveCall(int, const StringMap&) override { return false; }
+  void SetActiveCallExtra(int, const std::string&, const std::string&) override {}
+  StdStringMap GetActiveCallExtra(int) override { return {}; }
+  StdStringMap GetActiveCallCarryOver(int) override { return {}; }
+  Contact GetOrCreateLineContact(int, long long, const std::string&) override { return {}; }
+  Contact GetCallerIDContact(const std::string&) override { return {}; }
+  Contact GetOrCreateCallerIDContact(const std::string&, const std::string&, bool, const std::string&) override {
+    return {};
+  }
+  void DeleteIfUnused(Contact) override {}
+  std::string GetContactName(int) override { return ""; }
+  void GetConfigsPart(StdStringMap&, const std::string&) override {}
+  std::string GetConfig(const std::string&) override { return ""; }
+  int GetConfigInt(const std::string&) override { return 0; }
+  void SetConfigsPart(StdStringMap&, const std::string&) override {}
+  void GetUsersOfPhone(int, std::vector<int>&) override {}
+  std::string GetUserStringOnAccID(int, const std::string&) override { return ""; }
+  int GetUserIntOnAccID(int, const std::string&) override { return 0; }
+  IdMapEntry GetIdMapEntry(const std::string&) override { return {}; }
+  CallerIdContact GetCustomLocal(long long) override { return {}; }
+};

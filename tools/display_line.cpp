@@ -13,43 +13,11 @@ namespace {
 
 constexpr time_t START_TIME = 1000000000;  // any time will do: only differences matter
 
-// A database that is always away, but knows the name of the line.
-class NoDatabase : public IDatabase {
+// No database, but the name of the line is known.
+class LineNameAlone : public AbsentDatabase {
  public:
-  explicit NoDatabase(std::string strName) : strLineName(std::move(strName)) {}
-  int WaitForConnection() override { return 1; }
-  void SetDbUser(const std::string&) override {}
-  void InitRecorder(const std::string&, const std::string&) override {}
-  long long GetRecorderID() override { return 0; }
-  int AddCall(const StringMap&) override { return -1; }
-  int AddActiveCall(const StringMap&) override { return -1; }
-  int AddCallGeneric(const std::string&, const StringMap&) override { return -1; }
-  void DeleteActiveCall(int) override {}
-  int GetCallBack(int, int) override { return -1; }
-  void UpdateActiveCallRemoteContact(int, Contact&, const std::string&) override {}
-  void UpdateActiveCallLocalContact(int, Contact&, const std::string&) override {}
-  void UpdateActiveCallConnectedNum(int, Contact&, const std::string&) override {}
-  void UpdateActiveCallCategory(int, int) override {}
-  bool UpdateActiveCall(int, const StringMap&) override { return false; }
-  void SetActiveCallExtra(int, const std::string&, const std::string&) override {}
-  StdStringMap GetActiveCallExtra(int) override { return {}; }
-  StdStringMap GetActiveCallCarryOver(int) override { return {}; }
-  Contact GetOrCreateLineContact(int, long long, const std::string&) override { return {}; }
-  Contact GetCallerIDContact(const std::string&) override { return {}; }
-  Contact GetOrCreateCallerIDContact(const std::string&, const std::string&, bool, const std::string&) override {
-    return {};
-  }
-  void DeleteIfUnused(Contact) override {}
+  explicit LineNameAlone(std::string strName) : strLineName(std::move(strName)) {}
   std::string GetContactName(int) override { return strLineName; }
-  void GetConfigsPart(StdStringMap&, const std::string&) override {}
-  std::string GetConfig(const std::string&) override { return ""; }
-  int GetConfigInt(const std::string&) override { return 0; }
-  void SetConfigsPart(StdStringMap&, const std::string&) override {}
-  void GetUsersOfPhone(int, std::vector<int>&) override {}
-  std::string GetUserStringOnAccID(int, const std::string&) override { return ""; }
-  int GetUserIntOnAccID(int, const std::string&) override { return 0; }
-  IdMapEntry GetIdMapEntry(const std::string&) override { return {}; }
-  CallerIdContact GetCustomLocal(long long) override { return {}; }
 
  private:
   std::string strLineName;
@@ -77,7 +45,7 @@ DisplayLine::DisplayLine(const DisplayLineState& rState) : prParts(std::make_uni
   for (const auto& [strParam, strValue] : rState.rSettings) rBoot.rConfigs[rBoard.getId() + "_" + strParam] = strValue;
   if (rState.fPilot) rBoot.rConfigs["Special_Pilot"] = "1";
   rBoot.vrBoardList.push_back(rBoard);
-  rBoot.prDatabase = std::make_unique<NoDatabase>(rState.strLineName);
+  rBoot.prDatabase = std::make_unique<LineNameAlone>(rState.strLineName);
 
   CRecorder& rRecorder = prParts->rRecorder;
   rRecorder.prBoot = &rBoot;

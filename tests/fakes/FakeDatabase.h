@@ -10,9 +10,9 @@
 
 #include "idatabase.h"
 
-class FakeDatabase : public IDatabase {
+class FakeDatabase : public AbsentDatabase {
  public:
-  int WaitForConnection() override { return fDown ? 1 : 0; }
+  int WaitForConnection() override { return fDown ? AbsentDatabase::WaitForConnection() : 0; }
   void SetDbUser(const std::string& strUser) override { Note("SetDbUser " + strUser); }
   void InitRecorder(const std::string& strRecId, const std::string& strName) override {
     Note("InitRecorder " + strRecId + " " + strName);
@@ -22,7 +22,7 @@ class FakeDatabase : public IDatabase {
   int AddCall(const StringMap& rCallInfo) override { return AddCallGeneric("Calls", rCallInfo); }
   int AddActiveCall(const StringMap& rCallInfo) override { return AddCallGeneric("ActiveCalls", rCallInfo); }
   int AddCallGeneric(const std::string& strTable, const StringMap& rCallInfo) override {
-    if (fDown) return -1;
+    if (fDown) return AbsentDatabase::AddCallGeneric(strTable, rCallInfo);
     rTables[strTable][++iLastRowId] = rCallInfo.data;
     Note("Add " + strTable + " " + std::to_string(iLastRowId));
     return iLastRowId;
@@ -49,8 +49,9 @@ class FakeDatabase : public IDatabase {
   }
   bool UpdateActiveCall(int iID, const StringMap& rCallInfo) override {
     Note("UpdateActiveCall " + std::to_string(iID));
+    if (fDown) return AbsentDatabase::UpdateActiveCall(iID, rCallInfo);
     for (const auto& [strKey, strValue] : rCallInfo.data) rTables["ActiveCalls"][iID][strKey] = strValue;
-    return !fDown;
+    return true;
   }
   void SetActiveCallExtra(int iID, const std::string& strKey, const std::string& strValue) override {
     Note("SetActiveCallExtra " + std::to_string(iID) + " " + strKey + "=" + strValue);
@@ -65,9 +66,9 @@ class FakeDatabase : public IDatabase {
     return rCarryOver;
   }
 
-  Contact GetOrCreateLineContact(int iChannel, long long /*iRecorder*/, const std::string& strName) override {
+  Contact GetOrCreateLineContact(int iChannel, long long iRecorder, const std::string& strName) override {
+    if (fDown) return AbsentDatabase::GetOrCreateLineContact(iChannel, iRecorder, strName);
     Contact rContact;
-    if (fDown) return rContact;
     Note("GetOrCreateLineContact " + std::to_string(iChannel) + " '" + strName + "'");
     rContact.iLineID = 100 + iChannel;
     rContact.iContactID = 1000 + iChannel;
@@ -76,17 +77,18 @@ class FakeDatabase : public IDatabase {
   // Numbers known beforehand stand in rNumbers; the lookup that creates nothing hides fLocal, as the real one does.
   Contact GetCallerIDContact(const std::string& strCallerID) override {
     Note("GetCallerIDContact " + strCallerID);
+    if (fDown) return AbsentDatabase::GetCallerIDContact(strCallerID);
     Contact rContact;
-    if (const auto it = rNumbers.find(strCallerID); it != rNumbers.end() && !fDown) {
+    if (const auto it = rNumbers.find(strCallerID); it != rNumbers.end()) {
       rContact = it->second;
       rContact.fLocal = false;
     }
     return rContact;
   }
-  Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& /*strCallerID2*/, bool fLocal,
+  Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& strCallerID2, bool fLocal,
                                      const std::string& strName) override {
     Note("GetOrCreateCallerIDContact " + strCallerID + " " + (fLocal ? "local" : "remote") + " '" + strName + "'");
-    if (fDown) return {};
+    if (fDown) return AbsentDatabase::GetOrCreateCallerIDContact(strCallerID, strCallerID2, fLocal, strName);
     const auto it = rNumbers.find(strCallerID);
     if (it != rNumbers.end()) return it->second;
     Contact rContact;
@@ -105,11 +107,11 @@ class FakeDatabase : public IDatabase {
 
   void GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) override {
     NoteRead("GetConfigsPart " + strPart);
-    if (fDown) return;
+    if (fDown) return AbsentDatabase::GetConfigsPart(rConfigs, strPart);
     for (const auto& [strParam, strValue] : rParts[strPart]) rConfigs[strParam] = strValue;
   }
   std::string GetConfig(const std::string& strParam) override {
-    if (fDown) return "";
+    if (fDown) return AbsentDatabase::GetConfig(strParam);
     for (const auto& [strPart, rMap] : rParts) {
       if (const auto it = rMap.find(strParam); it != rMap.end()) return it->second;
     }

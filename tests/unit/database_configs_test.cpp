@@ -225,43 +225,43 @@ namespace {
 
 const struct {
   const char* acLabel;
-  std::function<std::string(Database&)> Run;
+  std::function<std::string(IDatabase&)> Run;
   const char* acDefault;
   const char* acTable;
   bool fLogsFailedQuery;  // and not only the lack of a connection
 } rFailureRows[] = {
     {"InitRecorder",
-     [](Database& rDb) {
+     [](IDatabase& rDb) {
        rDb.InitRecorder("S2", "x");
        return std::to_string(rDb.GetRecorderID());
      },
      "1", "recorders", true},
-    {"GetConfig", [](Database& rDb) { return rDb.GetConfig("a"); }, "", "configs", false},
-    {"GetConfigInt", [](Database& rDb) { return std::to_string(rDb.GetConfigInt("a")); }, "0", "configs", false},
+    {"GetConfig", [](IDatabase& rDb) { return rDb.GetConfig("a"); }, "", "configs", false},
+    {"GetConfigInt", [](IDatabase& rDb) { return std::to_string(rDb.GetConfigInt("a")); }, "0", "configs", false},
     {"GetConfigsPart",
-     [](Database& rDb) {
+     [](IDatabase& rDb) {
        StdStringMap rConfigs = {{"a", "kept"}};
        rDb.GetConfigsPart(rConfigs, "crec");
        return Told(rConfigs);
      },
      "[a=kept]", "configs", false},
     {"SetConfigsPart",
-     [](Database& rDb) {
+     [](IDatabase& rDb) {
        StdStringMap rConfigs;
        rDb.SetConfigsPart(rConfigs, "crec");
        return Told(rConfigs);
      },
      "", "configs", false},  // an empty map asks no table; failures of its statements have tests of their own
     {"GetUsersOfPhone",
-     [](Database& rDb) {
+     [](IDatabase& rDb) {
        std::vector<int> aiAccIDs = {9};
        rDb.GetUsersOfPhone(1, aiAccIDs);
        return Told(aiAccIDs);
      },
      "[9]", "userphones", false},
-    {"GetUserStringOnAccID", [](Database& rDb) { return rDb.GetUserStringOnAccID(1, "accid"); }, "", "users", false},
-    {"GetUserIntOnAccID", [](Database& rDb) { return std::to_string(rDb.GetUserIntOnAccID(1, "accid")); }, "0", "users",
-     false},
+    {"GetUserStringOnAccID", [](IDatabase& rDb) { return rDb.GetUserStringOnAccID(1, "accid"); }, "", "users", false},
+    {"GetUserIntOnAccID", [](IDatabase& rDb) { return std::to_string(rDb.GetUserIntOnAccID(1, "accid")); }, "0",
+     "users", false},
 };
 
 }  // namespace
@@ -269,11 +269,13 @@ const struct {
 TEST_F(ConfigsTest, WithoutAServerEachOperationLogsAndGivesItsDefault) {
   rDatabase.InitRecorder("S1", "x");
   {
+    AbsentDatabase rAbsent;  // stands for this in tests and tools
     const pg::Outage rOutage;
     for (const auto& rRow : rFailureRows) {
       SCOPED_TRACE(rRow.acLabel);
       EXPECT_EQ(rRow.Run(rDatabase), rRow.acDefault);
       EXPECT_EQ(pg::TakeLogLines(), pg::OUTAGE_LINES);
+      EXPECT_EQ(rRow.Run(rAbsent), rRow.acDefault);
     }
     StdStringMap rConfigs = {{"a", "lost"}};
     rDatabase.SetConfigsPart(rConfigs, "crec");

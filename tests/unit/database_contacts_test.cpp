@@ -290,38 +290,40 @@ namespace {
 
 const struct {
   const char* acLabel;
-  std::function<std::string(Database&)> Run;
+  std::function<std::string(IDatabase&)> Run;
   const char* acDefault;
   const char* acTable;    // the first table asked
   bool fLogsFailedQuery;  // and not only the lack of a connection
 } rFailureRows[] = {
-    {"GetOrCreateLineContact", [](Database& rDb) { return Told(rDb.GetOrCreateLineContact(1, 2, "x")); },
+    {"GetOrCreateLineContact", [](IDatabase& rDb) { return Told(rDb.GetOrCreateLineContact(1, 2, "x")); },
      DEFAULT_CONTACT, "lines", true},
-    {"GetCallerIDContact", [](Database& rDb) { return Told(rDb.GetCallerIDContact("21")); }, DEFAULT_CONTACT,
+    {"GetCallerIDContact", [](IDatabase& rDb) { return Told(rDb.GetCallerIDContact("21")); }, DEFAULT_CONTACT,
      "callerids", true},
     {"GetOrCreateCallerIDContact",
-     [](Database& rDb) { return Told(rDb.GetOrCreateCallerIDContact("21", "", true, "x")); }, DEFAULT_CONTACT,
+     [](IDatabase& rDb) { return Told(rDb.GetOrCreateCallerIDContact("21", "", true, "x")); }, DEFAULT_CONTACT,
      "callerids", true},
     {"DeleteIfUnused",
-     [](Database& rDb) {
+     [](IDatabase& rDb) {
        rDb.DeleteIfUnused(Contact());
        return std::string();
      },
      "", "contacts", true},
-    {"GetContactName", [](Database& rDb) { return rDb.GetContactName(1); }, "", "contacts", false},
-    {"GetIdMapEntry", [](Database& rDb) { return Told(rDb.GetIdMapEntry("21")); }, "none '' ''", "idmap", false},
-    {"GetCustomLocal", [](Database& rDb) { return Told(rDb.GetCustomLocal(1)); }, "none 0 0 '' 0", "localidmapping",
+    {"GetContactName", [](IDatabase& rDb) { return rDb.GetContactName(1); }, "", "contacts", false},
+    {"GetIdMapEntry", [](IDatabase& rDb) { return Told(rDb.GetIdMapEntry("21")); }, "none '' ''", "idmap", false},
+    {"GetCustomLocal", [](IDatabase& rDb) { return Told(rDb.GetCustomLocal(1)); }, "none 0 0 '' 0", "localidmapping",
      false},
 };
 
 }  // namespace
 
 TEST_F(ContactsTest, WithoutAServerEachOperationLogsAndGivesItsDefault) {
+  AbsentDatabase rAbsent;  // stands for this in tests and tools
   const pg::Outage rOutage;
   for (const auto& rRow : rFailureRows) {
     SCOPED_TRACE(rRow.acLabel);
     EXPECT_EQ(rRow.Run(rDatabase), rRow.acDefault);
     EXPECT_EQ(pg::TakeLogLines(), pg::OUTAGE_LINES);
+    EXPECT_EQ(rRow.Run(rAbsent), rRow.acDefault);
   }
 }
 
