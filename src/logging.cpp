@@ -11,6 +11,7 @@
 #include <string>
 
 int g_DebugMode = 0;
+bool g_fErrorFile = true;
 std::atomic<bool> fAppTerminate{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler sets fAppTerminate");
 
@@ -84,7 +85,7 @@ void lg(int prio, const char* format, ...) {
     vsyslog(prio, format, args);
   }
   va_end(args);
-  if (prio > LOG_ERR || fAppTerminate) return;
+  if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
 
   va_start(args, format);
   const MessageText rText(format, args);

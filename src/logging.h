@@ -1,4 +1,4 @@
-// logging: the log function of the whole daemon, the error file, and the two process-wide flags that logging asks.
+// logging: the log function of the whole daemon, the error file, and the process-wide flags that logging asks.
 // Threads:   all operations: any. A call is one write to its target; the error file holds whichever message came last.
 // Errors:    an error file that cannot be opened is ignored.
 #pragma once
@@ -7,12 +7,15 @@
 
 // 1 when the daemon was started with "debug": messages go to standard output. Set once, before any thread exists.
 extern int g_DebugMode;
+// False in a tool that runs the daemon's code: the error file is the daemon's, and lg leaves it alone. Set once, before
+// any thread exists.
+extern bool g_fErrorFile;
 // The order to stop. Set by the signal handler, never cleared, polled by every thread (lock-free, so signal-safe).
 extern std::atomic<bool> fAppTerminate;
 
 // Logs one message with a syslog priority: LOG_ERR errors, LOG_WARNING warnings, LOG_NOTICE normal events, LOG_INFO
 // and LOG_DEBUG details. Outside text goes in through "%s". LOG_ERR and worse also replace the error file, until
-// shutdown has begun.
+// shutdown has begun and unless g_fErrorFile is false.
 void lg(int prio, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // Logs the present errno at LOG_ERR: "C-api error at <where>: <text>".
 void LogCapiError(const char* where);

@@ -33,7 +33,7 @@ struct DisplayLine::Parts {
 };
 
 DisplayLine::DisplayLine(const DisplayLineState& rState) : prParts(std::make_unique<Parts>()) {
-  fAppTerminate = true;                   // the daemon's error file is left alone
+  g_fErrorFile = false;                   // the daemon's error file is left alone
   (void)setlogmask(LOG_MASK(LOG_EMERG));  // and so is the system's log: without a card there is much to complain of
   SetSimTime(START_TIME);
 

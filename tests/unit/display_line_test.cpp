@@ -1,9 +1,11 @@
 #include "display_line.h"
 
 #include <gtest/gtest.h>
+#include <syslog.h>
 
 #include <memory>
 
+#include "TestFiles.h"
 #include "display_input.h"
 #include "logging.h"
 
@@ -47,6 +49,16 @@ TEST(DisplayLine, TellsLogVerdictsAndChanges) {
       "| 12: too short\n03: too short\n2015: year of a date\n1234: taken\n=> remote number: 1234\n",
       rShown.Show("Mon 12.03.2015\n1234"));
   EXPECT_EQ("[1] Message change:Goodbye\n| ", rShown.Show("Goodbye")) << "nothing changes";
+}
+
+TEST(DisplayLine, LeavesTheDaemonsErrorFileAlone) {
+  constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
+  WriteTestFile(ERROR_FILE, "of the daemon");
+  const Shown rShown(Busy(0));
+  testing::internal::CaptureStdout();
+  lg(LOG_ERR, "of the line");
+  EXPECT_EQ("of the line\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ("of the daemon", ReadTestFile(ERROR_FILE));
 }
 
 TEST(DisplayLine, NumberOfOneDisplayIsKnownToTheNext) {

@@ -67,12 +67,14 @@ class LoggingTest : public testing::Test {
   void SetUp() override {
     g_DebugMode = 0;
     fAppTerminate = false;
+    g_fErrorFile = true;
     WriteTestFile(ERROR_FILE, OLD_CONTENT);
     (void)logsink::Take();
   }
   void TearDown() override {
     g_DebugMode = 0;
     fAppTerminate = false;
+    g_fErrorFile = true;
   }
 };
 
@@ -103,6 +105,13 @@ TEST_F(LoggingTest, ShutdownLeavesTheErrorFileAlone) {
   lg(LOG_ERR, "late");
   EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
   EXPECT_EQ(logsink::TakeTexts(), Texts{"3 late"});
+}
+
+TEST_F(LoggingTest, SwitchLeavesTheErrorFileAlone) {
+  g_fErrorFile = false;
+  lg(LOG_ERR, "of a tool");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 of a tool"});
 }
 
 TEST_F(LoggingTest, ErrorFileThatCannotBeOpenedIsIgnored) {
