@@ -111,6 +111,10 @@ class Database : public IDatabase {
 
  private:
   // -- contacts: the steps that find-or-create operations share
+  // A failed query, which is logged, is not taken for a missing row: a second row of the same number would follow.
+  enum EFind { FIND_ROW, FIND_NONE, FIND_FAILED };
+  // Hands the first row of a query to Take; leaves rContact alone when there is none.
+  EFind Find(const std::string& strSelect, void (*Take)(const DatabaseResult&, Contact&), Contact& rContact);
   // Inserts a row into Contacts and gives its id; -1, and logged, on failure.
   long long CreateContact(const std::string& strName);
   std::string SelectCallerID(const std::string& strCallerID);

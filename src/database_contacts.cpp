@@ -18,6 +18,22 @@ std::string IdOrNull(long long iID) {
   return iID == -1 ? "NULL" : IdText(iID);
 }
 
+// What each look-up takes from the row that it finds.
+void TakeNumber(const DatabaseResult& rRow, Contact& rContact) {
+  rContact.iCallerID = rRow.GetLongLong("id");
+  rContact.iContactID = rRow.GetLongLong("contactid");
+}
+
+void TakeNumberAndLocal(const DatabaseResult& rRow, Contact& rContact) {
+  TakeNumber(rRow, rContact);
+  rContact.fLocal = rRow.GetInt("islocal") != 0;
+}
+
+void TakeLine(const DatabaseResult& rRow, Contact& rContact) {
+  rContact.iLineID = rRow.GetLongLong("id");
+  rContact.iContactID = rRow.GetLongLong("contactid");
+}
+
 }  // namespace
 
 std::string Contact::StdStrCallerID() const {
@@ -26,6 +42,19 @@ std::string Contact::StdStrCallerID() const {
 
 std::string Contact::StdStrContactID() const {
   return IdOrNull(iContactID);
+}
+
+// The rows are given back before the caller inserts any.
+Database::EFind Database::Find(const std::string& strSelect, void (*Take)(const DatabaseResult&, Contact&),
+                               Contact& rContact) {
+  DatabaseResult rResult(rSharedConn.Query(strSelect));
+  if (rResult.Failed()) {
+    rSharedConn.LogError();
+    return FIND_FAILED;
+  }
+  if (!rResult.NextRow()) return FIND_NONE;
+  Take(rResult, rContact);
+  return FIND_ROW;
 }
 
 // -- numbers ------------------------------------------------------------------------------------------------------
@@ -38,16 +67,7 @@ std::string Database::SelectCallerID(const std::string& strCallerID) {
 // islocal is not read here: whether a number in a running call is local is decided by the look-up that creates.
 Contact Database::GetCallerIDContact(const std::string& strCallerID) {
   Contact rContact;
-  if (!rSharedConn.Reconnect()) return rContact;
-  DatabaseResult rResult(rSharedConn.Query(SelectCallerID(strCallerID)));
-  if (rResult.Failed()) {
-    rSharedConn.LogError();
-    return rContact;
-  }
-  if (rResult.NextRow()) {
-    rContact.iCallerID = rResult.GetLongLong("id");
-    rContact.iContactID = rResult.GetLongLong("contactid");
-  }
+  if (rSharedConn.Reconnect()) (void)Find(SelectCallerID(strCallerID), TakeNumber, rContact);  // else the default
   return rContact;
 }
 
@@ -56,19 +76,7 @@ Contact Database::GetOrCreateCallerIDContact(const std::string& strCallerID, con
                                              bool fLocal, const std::string& strName) {
   Contact rContact;
   if (!rSharedConn.Reconnect()) return rContact;
-  {
-    DatabaseResult rResult(rSharedConn.Query(SelectCallerID(strCallerID)));
-    if (rResult.Failed()) {
-      rSharedConn.LogError();
-      return rContact;
-    }
-    if (rResult.NextRow()) {
-      rContact.iCallerID = rResult.GetLongLong("id");
-      rContact.iContactID = rResult.GetLongLong("contactid");
-      rContact.fLocal = rResult.GetInt("islocal") != 0;
-      return rContact;
-    }
-  }
+  if (Find(SelectCallerID(strCallerID), TakeNumberAndLocal, rContact) != FIND_NONE) return rContact;
   rContact.iContactID = CreateContact(strName);
   if (rContact.iContactID == -1) return rContact;
   const std::string strInsert = "INSERT INTO CallerIDs (callerid,callerid2,islocal,contactid) VALUES (" +
@@ -101,20 +109,9 @@ void Database::DeleteIfUnused(Contact rContact) {
 Contact Database::GetOrCreateLineContact(int iChannel, long long iRecorder, const std::string& strName) {
   Contact rContact;
   if (!rSharedConn.Reconnect()) return rContact;
-  {
-    std::ostringstream rSelect;
-    rSelect << "SELECT id,contactid FROM Lines WHERE linenr=" << iChannel << " AND recorderid=" << iRecorder;
-    DatabaseResult rResult(rSharedConn.Query(rSelect.str()));
-    if (rResult.Failed()) {
-      rSharedConn.LogError();
-      return rContact;
-    }
-    if (rResult.NextRow()) {
-      rContact.iLineID = rResult.GetLongLong("id");
-      rContact.iContactID = rResult.GetLongLong("contactid");
-      return rContact;
-    }
-  }
+  std::ostringstream rSelect;
+  rSelect << "SELECT id,contactid FROM Lines WHERE linenr=" << iChannel << " AND recorderid=" << iRecorder;
+  if (Find(rSelect.str(), TakeLine, rContact) != FIND_NONE) return rContact;
   rContact.iContactID = CreateContact(strName);
   if (rContact.iContactID == -1) return rContact;
   std::ostringstream rInsert;
