@@ -93,8 +93,9 @@ long long DatabaseConnection::SequenceLast(const std::string& strSequence) {
 std::string DatabaseConnection::Quote(const std::string& strText) {
   char* acQuoted = nullptr;
   if (conn != nullptr) (void)dbi_conn_quote_string_copy(conn, strText.c_str(), &acQuoted);
-  // Only a caller that forgot Reconnect, or the end of memory, leads here. A statement with a value left out could do
-  // harm, so there is no way on.
+  // The one exception of the daemon. Only a caller that forgot Reconnect, or the end of memory, leads here; a statement
+  // with a value left out could do harm, so there is no default to go on with. Nobody catches it: the process ends and
+  // the crash handler logs where.
   if (acQuoted == nullptr) throw std::runtime_error("Quote without a database connection");
   std::string strQuoted = acQuoted;
   free(acQuoted);
