@@ -18,7 +18,7 @@
 #include "logging.h"
 
 // The control socket: ServerPipe carries the texts, CrecReactor is the thread that goes round and round. What the
-// commands do stands in reactor_commands.cpp.
+// commands do stands in reactor_orders.cpp.
 
 CrecReactor* g_prReactor = nullptr;
 
