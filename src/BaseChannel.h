@@ -268,7 +268,7 @@ class BaseChannel {
   bool fDoStereo = false;
   int iCalcLoudnessSamples = 0;  // samples of a loudness window
   int iActiveCallID = -1;        // row in ActiveCalls
-  std::string strDbRemoteId;     // id of the recording part; commands address the call by it
+  std::string strDbRemoteId;     // id of the recording part; orders address the call by it
   int iActiveContactLocal = 0;   // contact of the local side last written to the database
 
   // -- digits ---------------------------------------------------------------------------------------------------

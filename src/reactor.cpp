@@ -18,16 +18,16 @@
 #include "logging.h"
 
 // The control socket: ServerPipe carries the texts, CrecReactor is the thread that goes round and round. What the
-// commands do stands in reactor_orders.cpp.
+// orders do stands in reactor_orders.cpp.
 
 CrecReactor* g_prReactor = nullptr;
 
 namespace {
 
-constexpr std::size_t MAX_COMMAND_BYTES = 100;
+constexpr std::size_t MAX_ORDER_BYTES = 100;
 constexpr mode_t SOCKET_MODE = 0766;
 constexpr int SOCKET_BACKLOG = 5;
-// A client sends its command with the connection. One that stays silent must not close the socket to all others.
+// A client sends its order with the connection. One that stays silent must not close the socket to all others.
 constexpr int CLIENT_PATIENCE_MS = 5000;
 constexpr int CLIENT_STEP_MS = 100;
 constexpr long CLOSE_STEP_NS = 50'000'000;
@@ -50,7 +50,7 @@ class ServerPipe {
   ServerPipe& operator=(const ServerPipe&) = delete;
 
   bool init(const char* acSocketPath);
-  // Ends the last connection, waits for the next one and for its command. False: the socket is of no use any more.
+  // Ends the last connection, waits for the next one and for its order. False: the socket is of no use any more.
   bool waitForMsg();
   void sendReply(const char* acMsg);
 
@@ -68,7 +68,7 @@ class ServerPipe {
   int hSocketIO = 0;  // the connection; 0: closed
   sockaddr_un local{};
   sockaddr_un remote{};
-  char acRecvBuf[MAX_COMMAND_BYTES + 1] = "";
+  char acRecvBuf[MAX_ORDER_BYTES + 1] = "";
 };
 
 bool ServerPipe::init(const char* acSocketPath) {
@@ -109,7 +109,7 @@ bool ServerPipe::waitForMsg() {
     return false;
   }
   ssize_t iGot = 0;
-  if (HasClientSent()) iGot = recv(hSocketIO, acRecvBuf, MAX_COMMAND_BYTES, MSG_DONTWAIT);
+  if (HasClientSent()) iGot = recv(hSocketIO, acRecvBuf, MAX_ORDER_BYTES, MSG_DONTWAIT);
   acRecvBuf[iGot > 0 ? iGot : 0] = 0;  // closed, broken or silent: an empty message
   strReceived = acRecvBuf;             // up to the first NUL
   return true;

@@ -12,12 +12,12 @@
 #include "mainqueue.h"
 #include "recorder.h"
 
-// What the commands of the control socket do. Each becomes an action, which carries it to the main thread; the command
+// What the orders of the control socket do. Each becomes an action, which carries it to the main thread; the order
 // table joins words, actions and replies.
 //
-// The wait for the main thread is short and cancels nothing: a client that is told "time-out" may find its command done
-// a moment later, and a late completion releases the next command's wait too early, which then replies from the late
-// result. Commands are rare and the main loop is quick, so that is accepted.
+// The wait for the main thread is short and cancels nothing: a client that is told "time-out" may find its order done
+// a moment later, and a late completion releases the next order's wait too early, which then replies from the late
+// result. Orders are rare and the main loop is quick, so that is accepted.
 
 namespace {
 
@@ -128,7 +128,7 @@ class DelOnDmdAct : public ResultAct {
   std::string strCallId;
 };
 
-// -- commands -----------------------------------------------------------------------------------------------------
+// -- orders -------------------------------------------------------------------------------------------------------
 
 template <bool fSound>
 ThreadAct* MakeSilencing(CRecorder* prRecorder, const std::string& strParam) {
@@ -178,7 +178,7 @@ enum EReplyFrom {
   REPLY_BY_RESULT,  // by CrecReactor::iActResult when it has completed
 };
 
-struct CommandRow {
+struct OrderRow {
   const char* acWord;
   ThreadAct* (*Make)(CRecorder* prRecorder, const std::string& strParam);  // null: refused before it is queued
   EReplyFrom eReplyFrom;
@@ -186,9 +186,9 @@ struct CommandRow {
 };
 
 // "change_local" has no refusal of its own, and its action leaves iActResult alone: the reply tells of the silencing,
-// recording or delete command before it, and after a refused one there is none. Clients live with that; see
-// ChangeLocalRepliesByTheCommandBefore.
-constexpr CommandRow COMMANDS[] = {
+// recording or delete order before it, and after a refused one there is none. Clients live with that; see
+// ChangeLocalRepliesByTheOrderBefore.
+constexpr OrderRow ORDERS[] = {
     {"sound", MakeSilencing<true>, REPLY_BY_RESULT, "E3: option silence-on-demand is off"},
     {"silence", MakeSilencing<false>, REPLY_BY_RESULT, "E3: option silence-on-demand is off"},
     {"start", MakeRecOnDmd<true>, REPLY_BY_RESULT, "E3: option RecOnDmd is off"},
@@ -203,9 +203,9 @@ constexpr CommandRow COMMANDS[] = {
 constexpr const char* REPLY_OK = "OK";
 constexpr const char* REPLY_UNKNOWN_CALL = "E2: unknown call";
 constexpr const char* REPLY_TIME_OUT = "E4: time-out";
-constexpr const char* REPLY_UNKNOWN_COMMAND = "E0: Unknown commmand";  // clients compare this spelling
+constexpr const char* REPLY_UNKNOWN_ORDER = "E0: Unknown commmand";  // clients compare this spelling
 
-const char* ReplyOfResult(const CommandRow& rRow, int iActResult) {
+const char* ReplyOfResult(const OrderRow& rRow, int iActResult) {
   switch (iActResult) {
     case ACT_DONE:
       return REPLY_OK;
@@ -219,7 +219,7 @@ const char* ReplyOfResult(const CommandRow& rRow, int iActResult) {
 }
 
 // The reply, null for none.
-const char* RunCommand(CrecReactor& rReactor, const CommandRow& rRow, const std::string& strParam) {
+const char* RunOrder(CrecReactor& rReactor, const OrderRow& rRow, const std::string& strParam) {
   if (rRow.eReplyFrom != REPLY_AT_ONCE) rReactor.fWaitingOnMain = true;  // before the action can complete
   ThreadAct* prAct = rRow.Make(rReactor.prRecorder, strParam);
   if (prAct == nullptr) return rRow.acRefused;
@@ -231,17 +231,17 @@ const char* RunCommand(CrecReactor& rReactor, const CommandRow& rRow, const std:
 
 }  // namespace
 
-// -- the road of a command ----------------------------------------------------------------------------------------
+// -- the road of an order -----------------------------------------------------------------------------------------
 
 const char* CrecReactor::ReplyTo(const std::string& strMsg) {
   const std::size_t iBlank = strMsg.find(' ');
-  const std::string strCommand = strMsg.substr(0, iBlank);
+  const std::string strOrder = strMsg.substr(0, iBlank);
   const std::string strParam = iBlank == std::string::npos ? "" : strMsg.substr(iBlank + 1);
-  lg(LOG_NOTICE, "Command: '%s' Param: '%s'", strCommand.c_str(), strParam.c_str());
-  for (const CommandRow& rRow : COMMANDS) {
-    if (strCommand == rRow.acWord) return RunCommand(*this, rRow, strParam);
+  lg(LOG_NOTICE, "Command: '%s' Param: '%s'", strOrder.c_str(), strParam.c_str());
+  for (const OrderRow& rRow : ORDERS) {
+    if (strOrder == rRow.acWord) return RunOrder(*this, rRow, strParam);
   }
-  return REPLY_UNKNOWN_COMMAND;
+  return REPLY_UNKNOWN_ORDER;
 }
 
 bool CrecReactor::DoWaitOnMain(int iMaxWaitMs) {

@@ -54,10 +54,10 @@ class Client {
   bool fConnected = false;
 };
 
-inline std::string AskOnce(const std::string& strCommand) {
+inline std::string AskOnce(const std::string& strOrder) {
   const Client rClient;
   if (!rClient.IsConnected()) return "(not connected)";
-  rClient.Send(strCommand);
+  rClient.Send(strOrder);
   return rClient.Read();
 }
 
@@ -86,12 +86,12 @@ class ReactorBench : public RecorderBench {
     Forget();
   }
 
-  // The reply to a command while the main thread goes on as usual.
-  std::string Ask(const std::string& strCommand) {
+  // The reply to an order while the main thread goes on as usual.
+  std::string Ask(const std::string& strOrder) {
     std::atomic<bool> fDone{false};
     std::string strReply;
     std::thread rClient([&] {
-      strReply = AskOnce(strCommand);
+      strReply = AskOnce(strOrder);
       fDone = true;
     });
     EXPECT_TRUE(testtools::Await([&] {

@@ -13,18 +13,18 @@ using testtools::StopWatch;
 
 namespace {
 
-using CommandsTest = ReactorBench;
+using OrdersTest = ReactorBench;
 
-// -- commands and replies -----------------------------------------------------------------------------------------
+// -- orders and replies -------------------------------------------------------------------------------------------
 
 struct ReplyRow {
   const char* acLabel;
-  const char* acCommand;
+  const char* acOrder;
   bool fOptionsOn;
   const char* acReply;
 };
 
-TEST_F(CommandsTest, RepliesOfTheCommandsOnACall) {
+TEST_F(OrdersTest, RepliesOfTheOrdersOnACall) {
   const ReplyRow rRows[] = {
       {"sound taken", "sound call-1", true, "OK\n"},
       {"sound on no call", "sound call-2", true, "E2: unknown call\n"},
@@ -52,11 +52,11 @@ TEST_F(CommandsTest, RepliesOfTheCommandsOnACall) {
     rChannel.fRecOnDmd = rRow.fOptionsOn;
     rRecorder.fSilenceOnDemand = rRow.fOptionsOn;
     rRecorder.iDelOnDmdType = rRow.fOptionsOn ? 1 : 0;
-    EXPECT_EQ(Ask(rRow.acCommand), rRow.acReply);
+    EXPECT_EQ(Ask(rRow.acOrder), rRow.acReply);
   }
 }
 
-TEST_F(CommandsTest, StartOfARunningRecordingIsTaken) {
+TEST_F(OrdersTest, StartOfARunningRecordingIsTaken) {
   BaseChannel& rChannel = AddCall("call-1");
   rChannel.fRecOnDmd = true;
   rChannel.fRecording = true;
@@ -65,7 +65,7 @@ TEST_F(CommandsTest, StartOfARunningRecordingIsTaken) {
   rChannel.fRecording = false;
 }
 
-TEST_F(CommandsTest, SilenceAndSoundSetTheChannelsFlag) {
+TEST_F(OrdersTest, SilenceAndSoundSetTheChannelsFlag) {
   BaseChannel& rChannel = AddCall("call-1");
   rRecorder.fSilenceOnDemand = true;
   Start();
@@ -75,7 +75,7 @@ TEST_F(CommandsTest, SilenceAndSoundSetTheChannelsFlag) {
   EXPECT_FALSE(rChannel.fSilencing);
 }
 
-TEST_F(CommandsTest, FirstChannelWithTheIdIsMeant) {
+TEST_F(OrdersTest, FirstChannelWithTheIdIsMeant) {
   BaseChannel& rFirst = AddCall("same");
   BaseChannel& rSecond = AddCall("same");
   rRecorder.fSilenceOnDemand = true;
@@ -85,23 +85,23 @@ TEST_F(CommandsTest, FirstChannelWithTheIdIsMeant) {
   EXPECT_FALSE(rSecond.fSilencing);
 }
 
-TEST_F(CommandsTest, UnknownCommandKeepsSpelling) {
+TEST_F(OrdersTest, UnknownOrderKeepsSpelling) {
   Start();
-  for (const char* acCommand : {"x", "Sound call-1", "reconfig\n", " reconfig", "sound\tcall-1", "silence2", "st",
-                                "\xff\xfe\x01", "change_local|1|2|0"}) {
-    SCOPED_TRACE(acCommand);
-    EXPECT_EQ(Ask(acCommand), "E0: Unknown commmand\n");
+  for (const char* acOrder : {"x", "Sound call-1", "reconfig\n", " reconfig", "sound\tcall-1", "silence2", "st",
+                              "\xff\xfe\x01", "change_local|1|2|0"}) {
+    SCOPED_TRACE(acOrder);
+    EXPECT_EQ(Ask(acOrder), "E0: Unknown commmand\n");
   }
 }
 
-TEST_F(CommandsTest, LogTellsMessageCommandAndReply) {
+TEST_F(OrdersTest, LogTellsMessageOrderAndReply) {
   Start();
   EXPECT_EQ(Ask("chst 1 2"), "OK\n");
   EXPECT_EQ(logsink::TakeTexts(),
             Texts({"5 Msg received: chst 1 2", "5 Command: 'chst' Param: '1 2'", "5 reactor reply: OK"}));
 }
 
-TEST_F(CommandsTest, ReconfigIsAnsweredBeforeItIsDone) {
+TEST_F(OrdersTest, ReconfigIsAnsweredBeforeItIsDone) {
   Start();
   EXPECT_EQ(AskOnce("reconfig"), "OK\n");
   prDb->rParts["o"]["NumberFilterType"] = "2";
@@ -111,23 +111,22 @@ TEST_F(CommandsTest, ReconfigIsAnsweredBeforeItIsDone) {
   EXPECT_EQ(Ask("reconfig with a parameter"), "OK\n");
 }
 
-TEST_F(CommandsTest, ChstIsOkWhateverTheChannel) {
+TEST_F(OrdersTest, ChstIsOkWhateverTheChannel) {
   AddCall("call-1");
   Start();
-  g_prReactor->iActResult = 2;  // of a command before; it has no say here
-  for (const char* acCommand :
-       {"chst 1", "chst 99", "chst -1", "chst", "chst ", "chst x", "chst 99999999999999999999"}) {
-    SCOPED_TRACE(acCommand);
-    EXPECT_EQ(Ask(acCommand), "OK\n");
+  g_prReactor->iActResult = 2;  // of an order before; it has no say here
+  for (const char* acOrder : {"chst 1", "chst 99", "chst -1", "chst", "chst ", "chst x", "chst 99999999999999999999"}) {
+    SCOPED_TRACE(acOrder);
+    EXPECT_EQ(Ask(acOrder), "OK\n");
   }
 }
 
 // -- change_local -------------------------------------------------------------------------------------------------
 
-TEST_F(CommandsTest, ChangeLocalRepliesByTheCommandBefore) {
+TEST_F(OrdersTest, ChangeLocalRepliesByTheOrderBefore) {
   BaseChannel& rChannel = AddCall("call-1");
   Start();
-  EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");  // no command yet
+  EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");  // no order yet
   EXPECT_EQ(Ask("silence none"), "E2: unknown call\n");
   EXPECT_EQ(Ask("change_local 11|22|0"), "E2: unknown call\n");
   EXPECT_EQ(Ask("silence call-1"), "E3: option silence-on-demand is off\n");
@@ -139,7 +138,7 @@ TEST_F(CommandsTest, ChangeLocalRepliesByTheCommandBefore) {
   rChannel.fSilencing = false;
 }
 
-TEST_F(CommandsTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
+TEST_F(OrdersTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
   BaseChannel& rChannel = AddCall("call-1");
   rChannel.strRemoteNum = "0301234";
   Start();
@@ -151,13 +150,13 @@ TEST_F(CommandsTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
   EXPECT_EQ(rChannel.strLocalNum, "66");
 }
 
-TEST_F(CommandsTest, ChangeLocalWithMissingElements) {
+TEST_F(OrdersTest, ChangeLocalWithMissingElements) {
   BaseChannel& rChannel = AddCall("call-1");
   rChannel.strRemoteNum = "0301234";
   Start();
-  for (const char* acCommand : {"change_local", "change_local ", "change_local |", "change_local 1"}) {
-    SCOPED_TRACE(acCommand);
-    EXPECT_EQ(Ask(acCommand), "OK\n");
+  for (const char* acOrder : {"change_local", "change_local ", "change_local |", "change_local 1"}) {
+    SCOPED_TRACE(acOrder);
+    EXPECT_EQ(Ask(acOrder), "OK\n");
   }
   EXPECT_EQ(Ask("change_local 55|0301234"), "OK\n");
   EXPECT_EQ(rChannel.strLocalNum, "55");
@@ -165,7 +164,7 @@ TEST_F(CommandsTest, ChangeLocalWithMissingElements) {
 
 // -- bit trace ----------------------------------------------------------------------------------------------------
 
-TEST_F(CommandsTest, BitTraceCommandsSwitchTheRecorder) {
+TEST_F(OrdersTest, BitTraceOrdersSwitchTheRecorder) {
   Start();
   EXPECT_EQ(Ask("bittrace_stop"), "ERR: already stopped\n");
   EXPECT_EQ(AskOnce("bittrace_start 7"), "OK\n");
@@ -181,7 +180,7 @@ TEST_F(CommandsTest, BitTraceCommandsSwitchTheRecorder) {
   EXPECT_EQ(rRecorder.iBitStreamChNr, 7);  // only a start sets it
 }
 
-TEST_F(CommandsTest, TwoQuickBitTraceStartsBothSucceed) {
+TEST_F(OrdersTest, TwoQuickBitTraceStartsBothSucceed) {
   Start();
   EXPECT_EQ(AskOnce("bittrace_start 7"), "OK\n");
   EXPECT_EQ(AskOnce("bittrace_start nine"), "OK\n");
@@ -193,14 +192,14 @@ TEST_F(CommandsTest, TwoQuickBitTraceStartsBothSucceed) {
 
 // -- waits --------------------------------------------------------------------------------------------------------
 
-TEST_F(CommandsTest, WaitEndsAtOnceWhenNothingIsAwaited) {
+TEST_F(OrdersTest, WaitEndsAtOnceWhenNothingIsAwaited) {
   CrecReactor rReactor(&rRecorder);
   const StopWatch rWatch;
   EXPECT_TRUE(rReactor.DoWaitOnMain(300));
   EXPECT_LT(rWatch.Seconds(), 0.05);
 }
 
-TEST_F(CommandsTest, WaitIsGivenUpAfterSevenSteps) {
+TEST_F(OrdersTest, WaitIsGivenUpAfterSevenSteps) {
   CrecReactor rReactor(&rRecorder);
   rReactor.fWaitingOnMain = true;
   const StopWatch rWatch;
@@ -209,15 +208,15 @@ TEST_F(CommandsTest, WaitIsGivenUpAfterSevenSteps) {
   EXPECT_LT(rWatch.Seconds(), 2);
 }
 
-TEST_F(CommandsTest, BusyMainThreadGivesATimeOutAndTheCommandStillTakesEffect) {
+TEST_F(OrdersTest, BusyMainThreadGivesATimeOutAndTheOrderStillTakesEffect) {
   BaseChannel& rChannel = AddCall("call-1");
   rRecorder.fSilenceOnDemand = true;
   rChannel.fRecOnDmd = true;
   Start();
-  for (const char* acCommand : {"silence call-1", "sound call-1", "start call-1", "stop call-1", "delete call-1",
-                                "chst 1", "change_local 1|2|0"}) {
-    SCOPED_TRACE(acCommand);
-    EXPECT_EQ(AskOnce(acCommand), "E4: time-out\n");
+  for (const char* acOrder : {"silence call-1", "sound call-1", "start call-1", "stop call-1", "delete call-1",
+                              "chst 1", "change_local 1|2|0"}) {
+    SCOPED_TRACE(acOrder);
+    EXPECT_EQ(AskOnce(acOrder), "E4: time-out\n");
   }
   EXPECT_TRUE(g_prReactor->fWaitingOnMain);
   EXPECT_TRUE(rBoot.RunOneAction());
@@ -225,7 +224,7 @@ TEST_F(CommandsTest, BusyMainThreadGivesATimeOutAndTheCommandStillTakesEffect) {
   EXPECT_FALSE(g_prReactor->fWaitingOnMain);
 }
 
-TEST_F(CommandsTest, LateCompletionReleasesTheNextWaitWithItsResult) {
+TEST_F(OrdersTest, LateCompletionReleasesTheNextWaitWithItsResult) {
   AddCall("call-1");
   rRecorder.fSilenceOnDemand = true;
   Start();
@@ -236,7 +235,7 @@ TEST_F(CommandsTest, LateCompletionReleasesTheNextWaitWithItsResult) {
     strReply = AskOnce("silence call-1");
     fDone = true;
   });
-  // Only the late action runs while the second command waits.
+  // Only the late action runs while the second order waits.
   EXPECT_TRUE(Await([] {
     for (const std::string& strLine : logsink::TakeTexts()) {
       if (strLine == "5 Command: 'silence' Param: 'call-1'") return true;
@@ -250,7 +249,7 @@ TEST_F(CommandsTest, LateCompletionReleasesTheNextWaitWithItsResult) {
   EXPECT_EQ(strReply, "E2: unknown call\n");  // the late result
 }
 
-TEST_F(CommandsTest, CompletionAfterTheReactorHasGoneIsHarmless) {
+TEST_F(OrdersTest, CompletionAfterTheReactorHasGoneIsHarmless) {
   Start();
   EXPECT_EQ(AskOnce("silence none"), "E4: time-out\n");
   close_reactor();

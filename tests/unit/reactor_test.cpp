@@ -90,7 +90,7 @@ TEST_F(ReactorTest, SlowClientIsWaitedFor) {
   EXPECT_EQ(rSlow.Read(), "OK\n");
 }
 
-TEST_F(ReactorTest, CommandInPiecesIsItsFirstPiece) {
+TEST_F(ReactorTest, OrderInPiecesIsItsFirstPiece) {
   Start();
   const Client rSplit;
   rSplit.Send("recon");
