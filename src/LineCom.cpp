@@ -1,3 +1,8 @@
+// A conversation by lines with a child process.
+//
+// A request is one write, its reply all that arrives until a read ends in a line feed. Whatever goes wrong in between
+// (no child, silence, "ERROR", end of output) is answered in one way: end the child, start a new one, pause a little
+// longer each time, and send the request again until the error time-out.
 #include "LineCom.h"
 
 #include <fcntl.h>
@@ -11,12 +16,6 @@
 #include <utility>
 
 #include "logging.h"
-
-// A conversation by lines with a child process.
-//
-// A request is one write, its reply all that arrives until a read ends in a line feed. Whatever goes wrong in between
-// (no child, silence, "ERROR", end of output) is answered in one way: end the child, start a new one, pause a little
-// longer each time, and send the request again until the error time-out.
 
 namespace {
 

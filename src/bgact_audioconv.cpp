@@ -1,3 +1,6 @@
+// Finishing a recording. The worker part is a row of external commands on files, none of which stops the next one: a
+// call whose audio could not be converted, checked or encrypted still gets its row. The main part moves the row, and
+// takes along what the web side has added to it while the call ran and the worker worked.
 #include "bgact.h"
 
 #include <sys/stat.h>
@@ -11,10 +14,6 @@
 #include "irecorder.h"
 #include "logging.h"
 #include "shell.h"
-
-// Finishing a recording. The worker part is a row of external commands on files, none of which stops the next one: a
-// call whose audio could not be converted, checked or encrypted still gets its row. The main part moves the row, and
-// takes along what the web side has added to it while the call ran and the worker worked.
 
 namespace {
 

@@ -1,3 +1,5 @@
+// Opening, keeping and using the one connection. Nothing connects ahead of time: each operation of Database begins with
+// Reconnect, so the first one opens the connection and every later one notices by itself that the server came back.
 #include "database.h"
 
 #include <execinfo.h>
@@ -9,9 +11,6 @@
 #include <thread>
 
 #include "logging.h"
-
-// Opening, keeping and using the one connection. Nothing connects ahead of time: each operation of Database begins with
-// Reconnect, so the first one opens the connection and every later one notices by itself that the server came back.
 
 namespace {
 
@@ -149,7 +148,7 @@ long long DatabaseResult::GetLongLong(const char* acColumn) const {
   return dbi_result_get_longlong(hResult, acColumn);
 }
 
-// -- Database: process-wide set-up and the wait at start --------------------------------------------------------------
+// -- Database: process-wide set-up and the wait at start ----------------------------------------------------------
 
 void Database::Init() {
   (void)dbi_initialize(nullptr);  // without drivers each attempt to connect fails, and says so

@@ -1,14 +1,13 @@
+// Calls: a row of ActiveCalls lives as long as the call and its finishing, a row of Calls lasts. One row builder fills
+// both tables, so one insert serves both. The web side edits notes, category, processing state and callextra of the
+// active row meanwhile; GetActiveCallCarryOver fetches these for the lasting row. An update of a row that is gone
+// changes nothing and reports nothing.
 #include "database.h"
 
 #include <syslog.h>
 
 #include "datafile.h"
 #include "logging.h"
-
-// Calls: a row of ActiveCalls lives as long as the call and its finishing, a row of Calls lasts. One row builder fills
-// both tables, so one insert serves both. The web side edits notes, category, processing state and callextra of the
-// active row meanwhile; GetActiveCallCarryOver fetches these for the lasting row. An update of a row that is gone
-// changes nothing and reports nothing.
 
 // -- adding and removing rows -------------------------------------------------------------------------------------
 

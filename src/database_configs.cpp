@@ -1,9 +1,8 @@
+// Settings, the recorder's own row, and the accounts of the web side. Settings are texts by name, grouped in parts;
+// what they mean is the readers' business. The look-ups here are silent: a query that fails reads as one without rows.
 #include "database.h"
 
 #include "callcodes.h"
-
-// Settings, the recorder's own row, and the accounts of the web side. Settings are texts by name, grouped in parts;
-// what they mean is the readers' business. The look-ups here are silent: a query that fails reads as one without rows.
 
 // -- settings -----------------------------------------------------------------------------------------------------
 

@@ -1,11 +1,10 @@
-#include "database.h"
-
-#include <sstream>
-
 // Contacts: finding or creating the rows under which calls are filed. A contact is a person or a line; numbers
 // (CallerIDs) and lines (Lines) point to it. Operations that create look first and insert two rows when nothing is
 // found: the contact, then what points to it. The two commit separately, so a failure of the second leaves a contact
 // that nothing points to, and the result then has iContactID without the other id.
+#include "database.h"
+
+#include <sstream>
 
 namespace {
 

@@ -1,8 +1,7 @@
-#include "g711.h"
-
 // A code is a sign bit, three bits of segment (the power of two) and four bits of step inside the segment, inverted by
 // a mask. A segment ends where the next power of two begins, so finding it takes at most eight comparisons.
 // Narrowing to short and shifting negative values right wrap and keep the sign here, as on every compiler that we use.
+#include "g711.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+// The control socket: ServerPipe carries the texts, CrecReactor is the thread that goes round and round. What the
+// orders do stands in reactor_orders.cpp.
 #include "reactor.h"
 
 #include <poll.h>
@@ -16,9 +18,6 @@
 #include <string>
 
 #include "logging.h"
-
-// The control socket: ServerPipe carries the texts, CrecReactor is the thread that goes round and round. What the
-// orders do stands in reactor_orders.cpp.
 
 CrecReactor* g_prReactor = nullptr;
 

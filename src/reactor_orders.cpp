@@ -1,3 +1,9 @@
+// What the orders of the control socket do. Each becomes an action, which carries it to the main thread; the order
+// table joins words, actions and replies.
+//
+// The wait for the main thread is short and cancels nothing: a client that is told "time-out" may find its order done
+// a moment later, and a late completion releases the next order's wait too early, which then replies from the late
+// result. Orders are rare and the main loop is quick, so that is accepted.
 #include "reactor.h"
 
 #include <syslog.h>
@@ -11,13 +17,6 @@
 #include "logging.h"
 #include "mainqueue.h"
 #include "recorder.h"
-
-// What the orders of the control socket do. Each becomes an action, which carries it to the main thread; the order
-// table joins words, actions and replies.
-//
-// The wait for the main thread is short and cancels nothing: a client that is told "time-out" may find its order done
-// a moment later, and a late completion releases the next order's wait too early, which then replies from the late
-// result. Orders are rare and the main loop is quick, so that is accepted.
 
 namespace {
 
