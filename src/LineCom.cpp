@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t MAX_REPLY_BYTES = 3000;
 constexpr int FIRST_FD_TO_CLOSE = 3;
 constexpr int END_FD_TO_CLOSE = 20'000;  // the child must not keep recordings and sockets open
-constexpr int EXIT_NO_EXEC = 99;
+constexpr int EXIT_NO_EXEC = 99;         // seen by nobody: the parent notices the end of the child alone
 constexpr int ANSWER_DELAYED_MS = 1000;
 constexpr useconds_t POLL_US = 100'000;
 constexpr int PERIODS_PER_TRY = 5;  // of POLL_US: the pause grows by half a second times the factor
@@ -64,6 +64,7 @@ class Pipe {
   _exit(EXIT_NO_EXEC);
 }
 
+// "Readable" is no promise that a read finds something, and a read that waits would miss every time-out.
 void SetNonBlocking(int iFd) {
   const int iFlags = fcntl(iFd, F_GETFL);
   (void)fcntl(iFd, F_SETFL, iFlags | O_NONBLOCK);

@@ -1,3 +1,6 @@
+// Writing is strict, reading takes what it finds: the web side writes the same column by code of its own, so a line
+// that is no record is passed over, a last line may lack its end, and an escape that nobody writes keeps both its
+// bytes.
 #include "datafile.h"
 
 #include <cstring>

@@ -1,3 +1,5 @@
+// Paths are taken as texts: nothing here resolves links, "." or "..". DeleteFn is the one way in which a recording
+// goes, as an appliance can be told to overwrite what it deletes.
 #include "filedir.h"
 
 #include <sys/stat.h>
@@ -9,7 +11,7 @@ namespace {
 
 constexpr const char* SECURE_DELETE_MARKER = "/var/morvex/conf/opt_secure_delete";  // only its presence counts
 constexpr mode_t FOLDER_MODE = 0777;
-constexpr int READ_BYTES = 100;
+constexpr int READ_BYTES = 100;  // a piece ends at a line end or here; a NUL hides the rest of its piece alone
 
 void EnsureFolder(const std::string& strPath) {
   if (!file_exists(strPath)) (void)mkdir(strPath.c_str(), FOLDER_MODE);  // the use of the folder shows a failure
@@ -48,6 +50,8 @@ std::string StdGetFileContent(const std::string& strFileName) {
   return strContent;
 }
 
+// The marker is looked for each time, so that secure deletion begins without a restart. A file that is not there counts
+// as failed both ways.
 bool DeleteFn(const char* pathname) {
   if (pathname == nullptr) return false;
   if (!file_exists(SECURE_DELETE_MARKER)) return unlink(pathname) == 0;

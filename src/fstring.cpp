@@ -1,3 +1,6 @@
+// Texts as they come from cards, settings and rows: any bytes, with no promise that a text is well formed. So each
+// function has an answer for every text, and what passes for white space, for a number or for the end of a text is said
+// once, here. Splitters and numbers end at a first NUL; the rest go by length.
 #include "fstring.h"
 
 #include <algorithm>
@@ -7,7 +10,7 @@
 
 namespace {
 
-constexpr const char* WHITE_SPACE = " \t\r\n";
+constexpr const char* WHITE_SPACE = " \t\r\n";               // narrower than a stream's, which trimWord goes by
 constexpr const char* NOT_IN_FILE_NAMES = " \"%&*/:<>?\\|";  // beside all that is not printable ASCII
 
 unsigned char Byte(char ch) {
@@ -22,7 +25,8 @@ bool IsValidInFileName(char ch) {
   return Byte(ch) >= 32 && Byte(ch) <= 126 && strchr(NOT_IN_FILE_NAMES, ch) == nullptr;
 }
 
-// The Latin-1 character of a 2-byte sequence; "?" when it lies above U+00FF.
+// The Latin-1 character of a 2-byte sequence; "?" when it lies above U+00FF, which shows in the upper bits of the lead
+// byte. Whether `next` belongs to a sequence is not looked at.
 char TwoBytesToLatin1(unsigned char lead, unsigned char next) {
   if ((lead & 0x1C) != 0) return '?';
   return static_cast<char>(static_cast<unsigned char>(((lead & 0x03) << 6) | (next & 0x3F)));
@@ -114,7 +118,7 @@ std::string Utf8ToLatin1(const std::string& input) {
 
   std::string strResult;
   strResult.reserve(iChars);
-  for (size_t iPos = 0; iPos < input.size();) {
+  for (size_t iPos = 0; iPos < input.size();) {  // input[size()] is a NUL, so a lead byte at the end has a next one
     const int iSize = GetUtf8Size(Byte(input[iPos]));
     if (iSize == 1) {
       strResult += input[iPos];
@@ -181,6 +185,7 @@ std::vector<std::string> TrimmedItems(const std::string& strList) {
   return astrItems;
 }
 
+// An empty text has no element here, where lt_split finds one empty field: a missing parameter is not an empty one.
 std::list<std::string> getElements(const std::string& totalString) {
   std::list<std::string> rElements;
   if (totalString.empty()) return rElements;

@@ -1,3 +1,5 @@
+// Ages and times of a call go by GetSrTime, which tests can set. What is compared with somebody else's clock (the
+// weekly schedule, a time that the web side wrote) asks time() itself.
 #include "ftime.h"
 
 #include <atomic>

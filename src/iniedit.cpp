@@ -1,3 +1,5 @@
+// The new text is made in memory (merge), where tests can look at it; the file itself is only touched by one copy at
+// the end, which keeps whatever it is apart from its text: owner, mode, links.
 #include "iniedit.h"
 
 #include <unistd.h>
@@ -159,7 +161,7 @@ void IniData::update(const std::string& strPath) const {
   }
   const std::string strTemp = strPath + ".tmp";
   if (!WriteWhole(strTemp, merge(strText))) return;
-  // A copy onto the existing name, not a rename: owner, mode and links of the file stay.
+  // A copy onto the existing name, not a rename.
   (void)stdSystem("cp -p " + escapeShellArg(strTemp) + " " + escapeShellArg(strPath));
   (void)unlink(strTemp.c_str());
 }

@@ -1,3 +1,6 @@
+// No lock, no buffer and, for all but the longest messages, no allocation: each message leaves by one write of its own.
+// So threads need not wait for each other, whoever follows a pipe sees a line at once, and a crash handler has a chance
+// to log.
 #include "logging.h"
 
 #include <fcntl.h>
@@ -87,7 +90,7 @@ void lg(int prio, const char* format, ...) {
   va_end(args);
   if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
 
-  va_start(args, format);
+  va_start(args, format);  // anew: the first use has consumed the arguments
   const MessageText rText(format, args);
   va_end(args);
   ReplaceErrorFile(rText.data(), rText.size());

@@ -1,3 +1,5 @@
+// Commands are texts for the shell, so people can run again by hand what they find in the log. A child that stays is
+// LineCom's business.
 #include "shell.h"
 
 #include <syslog.h>
@@ -8,7 +10,7 @@
 
 namespace {
 
-constexpr int PIECE_BYTES = 300;
+constexpr int PIECE_BYTES = 300;  // of output at a time; any size will do
 
 // Runs a command and appends its output to `prOutput`, or drops it when that is null: reading to the end keeps the
 // command from blocking on a full pipe. Returns the status of pclose, -1 when popen fails.

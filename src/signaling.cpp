@@ -1,3 +1,5 @@
+// One connection a message: connect, write, read the reply, close. One thread sends them in order and repeats none, as
+// a service that hangs costs up to five seconds a message, and those behind it wait.
 #include "signaling.h"
 
 #include <sys/socket.h>
@@ -48,7 +50,7 @@ class ServiceSocket {
     memcpy(rAddress.sun_path, SERVICE_SOCKET, sizeof SERVICE_SOCKET);
     return connect(hSocket, reinterpret_cast<const sockaddr*>(&rAddress), SERVICE_ADDRESS_BYTES) == 0;
   }
-  // A failed write shows at the reply.
+  // A failed write shows at the reply. The cast alone does not silence the compiler here, hence the "!".
   void Send(const std::string& strText) const { (void)!write(hSocket, strText.data(), strText.size()); }
   // The reply up to its first NUL, without a closing CR LF. False on an error and when the time is over.
   bool ReadReply(std::string& strReply) const {
@@ -72,6 +74,7 @@ void SignalObj::init() {
   fStarted = pthread_create(&rThread, nullptr, &SignalObj::run_it, this) == 0;
 }
 
+// The message under way is waited for, so closing takes as long as its time-out may.
 void SignalObj::close() {
   fPleaseStop = true;
   if (fStarted) (void)pthread_join(rThread, nullptr);
