@@ -15,8 +15,6 @@
 #include "ftime.h"
 #include "simcards.h"
 
-using Texts = std::vector<std::string>;
-
 inline Contact MakeContact(long long iCallerID, long long iContactID, bool fLocal) {
   Contact rContact;
   rContact.iCallerID = iCallerID;

@@ -3,7 +3,8 @@
 
 #include <mutex>
 #include <string>
-#include <vector>
+
+#include "Texts.h"
 
 class Diary {
  public:
@@ -11,7 +12,7 @@ class Diary {
     const std::lock_guard<std::mutex> rLock(rMutex);
     astrNotes.push_back(strText);
   }
-  std::vector<std::string> Notes() {
+  Texts Notes() {
     const std::lock_guard<std::mutex> rLock(rMutex);
     return astrNotes;
   }
@@ -23,5 +24,5 @@ class Diary {
 
  private:
   std::mutex rMutex;
-  std::vector<std::string> astrNotes;  // guarded by rMutex
+  Texts astrNotes;  // guarded by rMutex
 };

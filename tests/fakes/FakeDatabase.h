@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Texts.h"
 #include "idatabase.h"
 
 class FakeDatabase : public AbsentDatabase {
@@ -147,8 +148,8 @@ class FakeDatabase : public AbsentDatabase {
     return rCustomLocals[iContactID];
   }
 
-  std::vector<std::string> TakeCalls() {
-    std::vector<std::string> astrTaken;
+  Texts TakeCalls() {
+    Texts astrTaken;
     astrTaken.swap(astrCalls);
     return astrTaken;
   }
@@ -158,7 +159,7 @@ class FakeDatabase : public AbsentDatabase {
   long long iRecorderID = 7;
   int iLastRowId = 0;
   int iCallBack = -1;
-  std::vector<std::string> astrCalls;
+  Texts astrCalls;
   std::map<std::string, std::map<int, StdStringMap>> rTables;  // table -> row id -> columns
   std::map<int, StdStringMap> rExtra;
   StdStringMap rCarryOver;

@@ -9,6 +9,7 @@
 
 #include "BaseChannel.h"
 #include "FakeDatabase.h"
+#include "Texts.h"
 #include "irecorder.h"
 
 class FakeRecorder : public ICRecorder {
@@ -110,15 +111,15 @@ class FakeRecorder : public ICRecorder {
   void NewLineHealth(int iChIx) override { Note("NewLineHealth " + std::to_string(iChIx)); }
   std::string GetDataDir() override { return strDataDir; }
 
-  std::vector<std::string> TakeCalls() {
-    std::vector<std::string> astrTaken;
+  Texts TakeCalls() {
+    Texts astrTaken;
     astrTaken.swap(astrCalls);
     return astrTaken;
   }
 
   FakeDatabase rDatabase;
   std::vector<BaseChannel*> vChannels;  // not owned
-  std::vector<std::string> astrCalls;
+  Texts astrCalls;
   std::string strPbxType;
   ECardType eCardType = CT_ATP;
   StdStringMap rChannelParams, rChannelParamsLive, rBoardParams, rParams;

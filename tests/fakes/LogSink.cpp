@@ -38,8 +38,8 @@ std::vector<Line> Take() {
   return rTaken;
 }
 
-std::vector<std::string> TakeTexts() {
-  std::vector<std::string> astrTexts;
+Texts TakeTexts() {
+  Texts astrTexts;
   for (const Line& rLine : Take()) astrTexts.push_back(std::to_string(rLine.iPrio) + " " + rLine.strText);
   return astrTexts;
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Texts.h"
+
 namespace logsink {
 
 struct Line {
@@ -15,6 +17,6 @@ struct Line {
 // Lines since the last call, and forgets them.
 std::vector<Line> Take();
 // The same as texts "<prio> <text>", which tests compare whole.
-std::vector<std::string> TakeTexts();
+Texts TakeTexts();
 
 }  // namespace logsink

@@ -41,10 +41,10 @@ std::string Sql(const std::string& strSql) {
 
 // The server writes each statement before it runs it, and the further lines of a statement behind a tab. What it cannot
 // parse it writes only with the error, so that is where such a statement is taken from.
-std::vector<std::string> TakeStatements() {
+Texts TakeStatements() {
   std::ifstream rLog(getenv("PGLOG"));
   rLog.seekg(iLogPos);
-  std::vector<std::string> astrStatements;
+  Texts astrStatements;
   bool fInStatement = false;
   bool fSyntaxError = false;
   std::string strLine;
@@ -102,8 +102,8 @@ std::string RefusingTableLine(const std::string& strTable) {
          "\" violates check constraint \"refused\"";
 }
 
-std::vector<std::string> TakeLogLines() {
-  std::vector<std::string> astrLines;
+Texts TakeLogLines() {
+  Texts astrLines;
   std::size_t iStackLines = STACK_LINES;  // seen since the last query error
   for (const std::string& strText : logsink::TakeTexts()) {
     if (strText.rfind("6 stack: ", 0) == 0) {
@@ -119,7 +119,7 @@ std::vector<std::string> TakeLogLines() {
   return astrLines;
 }
 
-const std::vector<std::string> OUTAGE_LINES = {
+const Texts OUTAGE_LINES = {
     "7 Lost DB connection, need reconnect...",
     "3 DB connect error 0 connection to server on socket \"/var/run/postgresql/.s.PGSQL.5432\" failed: No such file or "
     "directory"};
@@ -129,7 +129,7 @@ void DatabaseFixture::SetUp() {
       "UserPhones RESTART IDENTITY");
   (void)logsink::Take();
   ASSERT_EQ(rDatabase.GetConfig("none"), "");  // opens the connection
-  ASSERT_EQ(logsink::TakeTexts(), std::vector<std::string>());
+  ASSERT_EQ(logsink::TakeTexts(), Texts());
 }
 
 }  // namespace pg

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Texts.h"
 #include "database.h"
 
 namespace pg {
@@ -15,7 +16,7 @@ namespace pg {
 // "(null)"; a failure fails the test.
 std::string Sql(const std::string& strSql);
 // The statements of clients since the last call, oldest first, each word for word.
-std::vector<std::string> TakeStatements();
+Texts TakeStatements();
 // "start", "stop" (connections end too) or "restart"; returns when done.
 void Server(const std::string& strVerb);
 // Waits until this many connections are open: a server process lives on for a moment after its client has gone.
@@ -54,9 +55,9 @@ class Outage {
 
 // Log lines as "<prio> <text>", each error cut to its first line. Checks that the stack, which names addresses, follows
 // every query error as four lines of LOG_INFO, and leaves these out.
-std::vector<std::string> TakeLogLines();
+Texts TakeLogLines();
 // What one operation logs when the server is away: with a connection that broke, and with none before.
-extern const std::vector<std::string> OUTAGE_LINES;
+extern const Texts OUTAGE_LINES;
 
 // A database with empty tables, ids that start at 1, and a connection that is open.
 class DatabaseFixture : public testing::Test {
@@ -67,10 +68,10 @@ class DatabaseFixture : public testing::Test {
 
   // The statements that an operation sends, without the ping that must come first.
   template <class Operation>
-  std::vector<std::string> Sent(Operation rOperation) {
+  Texts Sent(Operation rOperation) {
     (void)TakeStatements();
     rOperation();
-    std::vector<std::string> astrSent = TakeStatements();
+    Texts astrSent = TakeStatements();
     if (astrSent.empty() || astrSent.front() != "SELECT 1") {
       ADD_FAILURE() << "the operation did not begin with a ping";
       return astrSent;

@@ -20,8 +20,6 @@
 
 class RecorderBench : public ::testing::Test {
  protected:
-  using Texts = std::vector<std::string>;
-
   RecorderBench() {
     auto prOwned = std::make_unique<FakeDatabase>();
     prDb = prOwned.get();

@@ -6,10 +6,9 @@
 #include <vector>
 
 #include "DstChannel.h"
+#include "Texts.h"
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 // A scan of a line that is idle and has had no ring; nullopt when nothing was found.
 std::optional<std::string> Scan(const std::string& strText, const DisplayScanRules& rRules = {},

@@ -26,8 +26,6 @@ using testtools::WriteScript;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 class OpenLineCom : public LineCom {
  public:
   using LineCom::childPid;

@@ -18,8 +18,6 @@ using testtools::WriteScript;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 constexpr const char* TOOLS_DIR = "/tmp/tools";
 constexpr const char* TOOLS_LOG = "/tmp/tools.log";
 

@@ -19,8 +19,6 @@ using testtools::StopWatch;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 // Notes all that happens to it. While *prHold is true its slow part goes on.
 class NotingAct : public ThreadAct {
  public:

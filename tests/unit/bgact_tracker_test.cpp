@@ -22,8 +22,6 @@ using testtools::StopWatch;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 // The real interpreter runs a script of the test's; the script notes its process and requests.
 class TrackerTest : public testing::Test {
  protected:

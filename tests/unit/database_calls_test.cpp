@@ -9,7 +9,6 @@
 namespace {
 
 using namespace std::string_literals;
-using Texts = std::vector<std::string>;
 using pg::DatabaseFixture;
 
 class CallsTest : public DatabaseFixture {};

@@ -9,7 +9,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using pg::DatabaseFixture;
 
 std::function<void()> rAfterPing;  // runs behind each ping, once the answer stands

@@ -7,7 +7,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using pg::DatabaseFixture;
 
 class ContactsTest : public DatabaseFixture {};

@@ -13,7 +13,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using pg::DatabaseFixture;
 
 std::vector<timespec> rPauses;   // pauses of the wait so far

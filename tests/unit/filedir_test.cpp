@@ -16,8 +16,6 @@ namespace {
 
 constexpr const char* MARKER = "/var/morvex/conf/opt_secure_delete";
 
-using Texts = std::vector<std::string>;
-
 // Each test has a folder of its own as working directory.
 class FiledirTest : public testing::Test {
  protected:

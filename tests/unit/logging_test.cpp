@@ -21,8 +21,6 @@ namespace {
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
 constexpr const char* OLD_CONTENT = "an older and much longer message";
 
-using Texts = std::vector<std::string>;
-
 // Standard output goes to this descriptor while the object lives.
 class StdoutTo {
  public:

@@ -3,14 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "Diary.h"
 #include "NotingAct.h"
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 class MainQueueTest : public testing::Test {
  protected:

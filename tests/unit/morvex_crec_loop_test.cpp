@@ -26,8 +26,6 @@ using testtools::StopWatch;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 // Stands at the end of the channel table of the running recorder, and does what the test says.
 class DiaryChannel : public BaseChannel {
  public:

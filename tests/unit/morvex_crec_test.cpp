@@ -34,8 +34,6 @@ using testtools::Exists;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 constexpr const char* DRIVER_DIR = "/usr/local/lib/shcti";
 constexpr const char* TOOL_DIR = "/usr/local/lib/shcti/CurrentVersion/tools";
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";

@@ -4,13 +4,12 @@
 
 #include "CardBench.h"
 #include "SimConfigFiles.h"
+#include "Texts.h"
 #include "scenario.h"
 #include "simcards_control.h"
 
 namespace simcards {
 namespace {
-
-using Texts = std::vector<std::string>;
 
 constexpr const char* DCH = "[Ch] Seconds  EventCo. SubReas. XtraInfo DataLen.\n";
 constexpr const char* DMSG = "[Ch] Seconds\n";

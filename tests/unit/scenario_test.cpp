@@ -6,10 +6,10 @@
 #include <fstream>
 #include <iterator>
 
+#include "Texts.h"
+
 namespace simcards {
 namespace {
-
-using Texts = std::vector<std::string>;
 
 Texts Errors(const std::string& strText) {
   Texts astrErrors;

@@ -13,8 +13,6 @@ using testtools::NoMoreDescriptors;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 class ShellTest : public testing::Test {
  protected:
   void SetUp() override { (void)logsink::Take(); }

@@ -8,11 +8,11 @@
 
 #include "CardBench.h"
 #include "SimConfigFiles.h"
+#include "Texts.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Texts = std::vector<std::string>;
 
 class Shpa3 : public CardBench {
  protected:

@@ -40,7 +40,6 @@ namespace {
 constexpr const char* SOCKET_PATH = "/tmp/morvex";
 constexpr std::chrono::seconds PATIENCE(20);  // far beyond what a loaded machine needs
 
-using Texts = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
 // The service: takes one connection after the other, keeps the text of each and answers as told; without an answer it
