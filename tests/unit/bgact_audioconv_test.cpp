@@ -67,7 +67,13 @@ class AudioConvTest : public testing::Test {
   }
   void RecordText(const std::string& strText) { WriteTestFile(rAct.strFullFilename, strText); }
 
-  std::string Extra() { return rAct.rCallInfo.data["callextra"]; }
+  // The row in Calls, as the main thread makes it of what the worker has left.
+  StdStringMap RowOfCall() {
+    rAct.performMain();
+    return LastRow();
+  }
+  StdStringMap LastRow() { return rRecorder.rDatabase.rTables["Calls"][rRecorder.rDatabase.iLastRowId]; }
+  std::string Extra() { return RowOfCall()["callextra"]; }
   int Mode(const std::string& strPath) const {
     struct stat rStat {};
     return stat(strPath.c_str(), &rStat) == 0 ? static_cast<int>(rStat.st_mode & 07777) : -1;
@@ -89,7 +95,7 @@ TEST_F(AudioConvTest, PlainG711RunsNoCommandAndGetsAnEmptySum) {
     EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "audio");
     const StdStringMap rExpected = {
         {"remoteid", "r1"}, {"encoding", "0"}, {"filename", "call.wav"}, {"callextra", "chk: \r\nline: 3\r\n"}};
-    EXPECT_EQ(rAct.rCallInfo.data, rExpected);
+    EXPECT_EQ(RowOfCall(), rExpected);
   }
 }
 
@@ -110,8 +116,8 @@ TEST_F(AudioConvTest, GsmConversionReplacesTheSourceAndNotesTheEncoding) {
   rAct.performThread();
   EXPECT_EQ(logsink::TakeTexts(),
             Texts({"5 Exec: sox '/recordings/call.wav.g711' -e gsm-full-rate '/recordings/call.wav'"}));
-  EXPECT_EQ(rAct.rCallInfo.data["encoding"], "551");
-  EXPECT_EQ(rAct.rCallInfo.data["filename"], "call.wav");
+  EXPECT_EQ(RowOfCall()["encoding"], "551");
+  EXPECT_EQ(RowOfCall()["filename"], "call.wav");
   EXPECT_FALSE(Exists("/recordings/call.wav.g711"));
   EXPECT_EQ(Mode("/recordings/call.wav"), 0777);
   EXPECT_EQ(MadeBy("soxi -e /recordings/call.wav"), "GSM\n");
@@ -127,8 +133,8 @@ TEST_F(AudioConvTest, FailedGsmConversionKeepsTheDataUnderTheFinalName) {
   EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "no sound file at all");
   EXPECT_FALSE(Exists("/recordings/call.wav.g711"));
   EXPECT_EQ(Mode("/recordings/call.wav"), 0777);
-  EXPECT_EQ(rAct.rCallInfo.data["encoding"], "0");
-  EXPECT_EQ(rAct.rCallInfo.data["filename"], "call.wav");
+  EXPECT_EQ(RowOfCall()["encoding"], "0");
+  EXPECT_EQ(RowOfCall()["filename"], "call.wav");
 }
 
 TEST_F(AudioConvTest, Mp3ConversionReplacesTheSourceAndNotesTheEncoding) {
@@ -136,7 +142,7 @@ TEST_F(AudioConvTest, Mp3ConversionReplacesTheSourceAndNotesTheEncoding) {
   RecordSound();
   rAct.performThread();
   EXPECT_EQ(logsink::TakeTexts(), Texts({"5 Exec: sox '/recordings/call.mp3.g711' -C '16'.4 '/recordings/call.mp3'"}));
-  EXPECT_EQ(rAct.rCallInfo.data["encoding"], "801");
+  EXPECT_EQ(RowOfCall()["encoding"], "801");
   EXPECT_FALSE(Exists("/recordings/call.mp3.g711"));
   EXPECT_EQ(Mode("/recordings/call.mp3"), 0777);
   EXPECT_EQ(MadeBy("soxi -t /recordings/call.mp3"), "mp3\n");
@@ -165,7 +171,7 @@ TEST_F(AudioConvTest, FailedMp3ConversionBecomesAWavFile) {
   EXPECT_EQ(Mode("/recordings/call.v2.wav"), 0777);
   const StdStringMap rExpected = {
       {"remoteid", "r1"}, {"encoding", "0"}, {"filename", "call.v2.wav"}, {"callextra", "chk: \r\nline: 3\r\n"}};
-  EXPECT_EQ(rAct.rCallInfo.data, rExpected);
+  EXPECT_EQ(RowOfCall(), rExpected);
 }
 
 TEST_F(AudioConvTest, Mp3FallbackKeepsTheArchiveName) {
@@ -199,7 +205,7 @@ TEST_F(AudioConvTest, FailedCopyLosesTheAudioAndKeepsTheRow) {
   RecordText("no sound file at all");
   rAct.performThread();
   EXPECT_FALSE(Exists("/recordings/call.wav.g711"));
-  EXPECT_EQ(rAct.rCallInfo.data["encoding"], "0");
+  EXPECT_EQ(RowOfCall()["encoding"], "0");
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
 }
 
@@ -212,7 +218,7 @@ TEST_F(AudioConvTest, SingleQuoteInANameReachesEveryTool) {
   rAct.strCheckSumType = "md5";
   RecordSound();
   rAct.performThread();
-  EXPECT_EQ(rAct.rCallInfo.data["encoding"], "801");
+  EXPECT_EQ(RowOfCall()["encoding"], "801");
   EXPECT_EQ(ReadTestFile(TOOLS_LOG),
             "reccheck</tmp/area/O'Neill call.mp3><12>\n"
             "crypt<-e><-i></tmp/area/O'Neill call.mp3><-o></recordings/O'Neill call.mp3>\n");
@@ -354,7 +360,7 @@ TEST_F(AudioConvTest, CarriedProcessingStateAddsItsBits) {
     rAct.rCallInfo.data = {{"processingstate", rRow.acOwn}};
     rRecorder.rDatabase.rCarryOver = {{"processingstate", rRow.acCarried}};
     rAct.performMain();
-    EXPECT_EQ(rAct.rCallInfo.data["processingstate"], rRow.acExpected);
+    EXPECT_EQ(LastRow()["processingstate"], rRow.acExpected);
   }
 }
 
@@ -363,7 +369,9 @@ TEST_F(AudioConvTest, CarriedProcessingStateAddsItsBits) {
 TEST_F(AudioConvTest, RowLeavesActiveCallsBeforeItEntersCalls) {
   rAct.performMain();
   EXPECT_EQ(TakeDbCalls(), Texts({"GetActiveCallCarryOver 41", "DeleteActiveCall 41", "Add Calls 1"}));
-  EXPECT_EQ(rRecorder.rDatabase.rTables["Calls"][1], rAct.rCallInfo.data);
+  EXPECT_EQ(
+      LastRow(),
+      (StdStringMap{{"remoteid", "r1"}, {"encoding", "0"}, {"filename", "call.wav"}, {"callextra", "line: 3\r\n"}}));
   EXPECT_EQ(rRecorder.TakeCalls(), Texts());
 }
 
