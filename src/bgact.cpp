@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "bgact_tracker.h"
 #include "filedir.h"
 #include "logging.h"
 #include "signaling.h"

@@ -18,8 +18,6 @@
 #include "irecorder.h"
 #include "mainqueue.h"
 
-class LineCom;
-
 // Removes the file of a recording that is not kept.
 class DeleteFileAct : public ThreadAct {
  public:
@@ -72,29 +70,6 @@ class SlowHandlerMsg : public ThreadAct {
 
   std::string msg;
 };
-
-// Hands the row id of a finished call to the tracker script.
-class CallPostAct : public ThreadAct {
- public:
-  void performThread() override;
-  void performMain() override;
-
-  int iCallID = -1;
-};
-
-// The long-running tracker script; one request at a time.
-class Tracker {
- public:
-  ~Tracker();
-  void init();
-  void postCall(int iCallID);
-  void close();
-
- private:
-  LineCom* m_lineCom = nullptr;  // owned; null until first use
-  std::mutex rMutex;             // usable from the first postCall on
-};
-extern Tracker theTracker;
 
 constexpr int ATHREAD = 2;  // workers; bounds the number of conversions at a time
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include "bgact_tracker.h"
 #include "callcodes.h"
 #include "datafile.h"
 #include "filedir.h"

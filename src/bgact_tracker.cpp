@@ -1,13 +1,12 @@
-#include "bgact.h"
+// The script is a long-lived child (LineCom), because an interpreter for each call would cost more than the work
+// itself.
+#include "bgact_tracker.h"
 
 #include <syslog.h>
 
 #include "LineCom.h"
 #include "fstring.h"
 #include "logging.h"
-
-// Post-call work: a script outside this program hears of each finished call by its row id. The script is a long-lived
-// child (LineCom), because an interpreter for each call would cost more than the work itself.
 
 Tracker theTracker;
 

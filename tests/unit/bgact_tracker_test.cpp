@@ -15,6 +15,7 @@
 #include "TestTime.h"
 #include "TestTools.h"
 #include "bgact.h"
+#include "bgact_tracker.h"
 
 using testtime::rSkippedS;  // nobody waits for 600 seconds in a test
 using testtools::Await;
