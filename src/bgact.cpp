@@ -1,3 +1,5 @@
+// The worker pool. Two workers poll one list; what they have run goes on to the main thread's queue (mainqueue.h).
+// Polling costs up to a second before a new action starts on an idle pool: nothing here is urgent.
 #include "bgact.h"
 
 #include <syslog.h>
@@ -10,9 +12,6 @@
 #include "filedir.h"
 #include "logging.h"
 #include "signaling.h"
-
-// The worker pool. Two workers poll one list; what they have run goes on to the main thread's queue (mainqueue.h).
-// Polling costs up to a second before a new action starts on an idle pool: nothing here is urgent.
 
 BgActHandler* prBgActHandler = nullptr;
 

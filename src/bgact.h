@@ -47,6 +47,7 @@ class AudioConvAct : public ThreadAct {
   int iDuration = 0;         // seconds
   std::string strCheckSumType;
   bool fStoreOnDemandDelay = false;  // the call stays active, waiting for a decision
+  // Not owned, outlives the action. fRecCheck and fALE are asked of it on the worker, as they hold for its whole life.
   ICRecorder* prRecorder = nullptr;
 
  private:

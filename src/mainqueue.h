@@ -12,9 +12,12 @@
 
 class ThreadAct {
  public:
+  // The work: the slow part on a worker, then the rest on the main thread.
   virtual void performThread() = 0;
   virtual void performMain() = 0;
   virtual ~ThreadAct() = default;
+  // The word to whoever waits that performMain is through. It stands apart so that a base class can say it for all its
+  // actions (AwaitedAct in reactor_orders.cpp), and so that it stays unsaid where nobody can wait: see queueAction.
   virtual void completed() {}
 };
 
