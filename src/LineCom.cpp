@@ -214,6 +214,7 @@ void LineCom::CloseStreams() {
   }
 }
 
+// Before each message, so a child that has ended in between is replaced without a failed attempt.
 bool LineCom::EnsureProgramStarted() {
   if (IsProgramActive()) return true;
   return StartProgram() && IsProgramActive();  // the second look catches a child that died at once

@@ -121,7 +121,7 @@ bool isBgQueueReady() {
 // -- small actions ------------------------------------------------------------------------------------------------
 
 void DeleteFileAct::performThread() {
-  (void)DeleteFn(strFilename.c_str());
+  (void)DeleteFn(strFilename.c_str());  // what cannot be deleted stays: there is no row that points to it
 }
 
 void DeleteFileAct::performMain() {}

@@ -64,6 +64,7 @@ std::string calcSum(const std::string& strProgram, const std::string& strFileNam
 
 void AudioConvAct::performThread() {
   Convert();
+  // The side files of live monitoring; most calls have none.
   (void)DeleteFn((strFullFilenameFinal + ".raw").c_str());
   (void)DeleteFn((strFullFilenameFinal + ".info").c_str());
   if (prRecorder->fRecCheck) {
