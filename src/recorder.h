@@ -1,6 +1,6 @@
 // recorder: the channels and what they need. CRecorder turns settings into fields, makes one channel a driver channel,
 // hands card events on, and serves channels, actions and the web side.
-// Files:     recorder_init.cpp settings to fields and channels, recorder_events.cpp card events,
+// Files:     recorder.cpp the channel table and its events, recorder_init.cpp settings to fields and channels,
 //            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines.
 //            What only passes a question on to the boot object stands beside the answer: recorder_settings.cpp,
 //            recorder_boards.cpp, recorder_conditions.cpp.

@@ -118,11 +118,6 @@ void CRecorder::NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) 
 
 // -- from channel to channel --------------------------------------------------------------------------------------
 
-BaseChannel* CRecorder::ChannelAt(int iDrvCh) {
-  if (iDrvCh < 0 || static_cast<std::size_t>(iDrvCh) >= vChannels.size()) return nullptr;
-  return vChannels[static_cast<std::size_t>(iDrvCh)];
-}
-
 void CRecorder::MixIn(int iDstCh, int iSrcCh) {
   if (BaseChannel* prChannel = ChannelAt(iSrcCh)) prChannel->StartMixRecord(iDstCh);
 }

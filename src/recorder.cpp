@@ -1,3 +1,5 @@
+// The channel table: the road of a card event to its channel, and the end of all channels. They are made in
+// recorder_init.cpp.
 #include "recorder.h"
 
 #include <cstdio>
@@ -6,8 +8,6 @@
 #include "BaseChannel.h"
 #include "filedir.h"
 #include "recorder_boot.h"
-
-// The road of a card event to its channel, and the end of all channels.
 
 namespace {
 
@@ -19,6 +19,16 @@ void TouchEventSign() {
 }
 
 }  // namespace
+
+CRecorder::~CRecorder() {
+  for (BaseChannel* prChannel : vChannels) delete prChannel;
+  vChannels.clear();
+}
+
+BaseChannel* CRecorder::ChannelAt(int iDrvCh) {
+  if (iDrvCh < 0 || static_cast<std::size_t>(iDrvCh) >= vChannels.size()) return nullptr;
+  return vChannels[static_cast<std::size_t>(iDrvCh)];
+}
 
 void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
   const time_t now = time(nullptr);
@@ -45,9 +55,4 @@ void CRecorder::Shutdown() {
     prChannel->Finalize();
   }
   (void)DeleteFn((GetDataDir() + "linestatus.dat").c_str());  // not valid while no events are handled
-}
-
-CRecorder::~CRecorder() {
-  for (BaseChannel* prChannel : vChannels) delete prChannel;
-  vChannels.clear();
 }

@@ -31,7 +31,7 @@ class NotingChannel : public BaseChannel {
   int iMine;
 };
 
-class EventsTest : public RecorderBench {
+class RecorderTest : public RecorderBench {
  protected:
   void SetUp() override {
     prNotes = &astrNotes;
@@ -57,19 +57,19 @@ class EventsTest : public RecorderBench {
   Texts astrNotes;
 };
 
-TEST_F(EventsTest, EventReachesTheChannelOfItsReference) {
+TEST_F(RecorderTest, EventReachesTheChannelOfItsReference) {
   Send(E_CHG_ChState, 0);
   Send(E_CHG_RcvDTMF, 2);
   EXPECT_EQ(astrNotes, Texts({"0 event 24", "2 event 12"}));
 }
 
-TEST_F(EventsTest, ReferenceOutsideTheTableIsDroppedSilently) {
+TEST_F(RecorderTest, ReferenceOutsideTheTableIsDroppedSilently) {
   for (const int nReference : {-1, -2, 3, 4, 100000, INT_MAX, INT_MIN}) Send(E_CHG_ChState, nReference);
   EXPECT_EQ(astrNotes, Texts());
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
-TEST_F(EventsTest, MissingChannelIsSkipped) {
+TEST_F(RecorderTest, MissingChannelIsSkipped) {
   delete rRecorder.vChannels[1];
   rRecorder.vChannels[1] = nullptr;
   astrNotes.clear();
@@ -78,20 +78,20 @@ TEST_F(EventsTest, MissingChannelIsSkipped) {
   EXPECT_EQ(astrNotes, Texts({"0 finalize", "2 finalize"}));
 }
 
-TEST_F(EventsTest, PcmLinkStatusReachesNobody) {
+TEST_F(RecorderTest, PcmLinkStatusReachesNobody) {
   Send(E_CHG_PcmLinkStatus, 0);
   EXPECT_EQ(astrNotes, Texts());
   EXPECT_TRUE(Exists(EVENT_SIGN));  // and is a sign of life all the same
 }
 
-TEST_F(EventsTest, SpyStateGoesToTheChannelOfTheCircuit) {
+TEST_F(RecorderTest, SpyStateGoesToTheChannelOfTheCircuit) {
   rBoot.rCicToAppChMap = {{0, 2}, {7, 1}, {8, -1}, {9, 50}};
   for (const int nCic : {0, 7, 8, 9, 1, -1}) Send(E_CHG_SpyState, nCic);
   EXPECT_EQ(astrNotes, Texts({"2 event 49", "1 event 49"}));
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
-TEST_F(EventsTest, SpyStateWithoutAnyCircuitIsDropped) {
+TEST_F(RecorderTest, SpyStateWithoutAnyCircuitIsDropped) {
   Send(E_CHG_SpyState, 0);
   EXPECT_EQ(astrNotes, Texts());
   EXPECT_EQ(logsink::TakeTexts(), Texts());
@@ -99,7 +99,7 @@ TEST_F(EventsTest, SpyStateWithoutAnyCircuitIsDropped) {
 
 // -- sign of life -------------------------------------------------------------------------------------------------
 
-TEST_F(EventsTest, SignOfLifeIsMadeOnceASecondAndEmptied) {
+TEST_F(RecorderTest, SignOfLifeIsMadeOnceASecondAndEmptied) {
   testtime::rFrozen = 5000;
   EXPECT_FALSE(Exists(EVENT_SIGN));
   Send(E_CHG_ChState, -1);  // also an event that is dropped
@@ -113,7 +113,7 @@ TEST_F(EventsTest, SignOfLifeIsMadeOnceASecondAndEmptied) {
   EXPECT_EQ(rRecorder.lastEventReportTime, 5001);
 }
 
-TEST_F(EventsTest, ClockSetBackDelaysTheSignOfLife) {
+TEST_F(RecorderTest, ClockSetBackDelaysTheSignOfLife) {
   testtime::rFrozen = 5000;
   Send(E_CHG_ChState, 0);
   WriteTestFile(EVENT_SIGN, "x");
@@ -122,7 +122,7 @@ TEST_F(EventsTest, ClockSetBackDelaysTheSignOfLife) {
   EXPECT_EQ(ReadTestFile(EVENT_SIGN), "x");
 }
 
-TEST_F(EventsTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
+TEST_F(RecorderTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
   ASSERT_EQ(mkdir(EVENT_SIGN, 0777), 0);
   Send(E_CHG_ChState, 0);
   EXPECT_EQ(astrNotes, Texts({"0 event 24"}));
@@ -132,7 +132,7 @@ TEST_F(EventsTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
 
 // -- the end ------------------------------------------------------------------------------------------------------
 
-TEST_F(EventsTest, ShutdownEndsCallsInTableOrderAndRemovesTheLineStatus) {
+TEST_F(RecorderTest, ShutdownEndsCallsInTableOrderAndRemovesTheLineStatus) {
   WriteTestFile("/var/morvex/data/linestatus.dat", "Line_1: OK\n");
   for (BaseChannel* prChannel : rRecorder.vChannels) prChannel->fCallBusy = true;
   rRecorder.Shutdown();
@@ -141,7 +141,7 @@ TEST_F(EventsTest, ShutdownEndsCallsInTableOrderAndRemovesTheLineStatus) {
   EXPECT_FALSE(Exists("/var/morvex/data/linestatus.dat"));
 }
 
-TEST_F(EventsTest, RecorderDeletesItsChannelsInTableOrder) {
+TEST_F(RecorderTest, RecorderDeletesItsChannelsInTableOrder) {
   {
     CRecorder rOther;
     rOther.vChannels.swap(rRecorder.vChannels);
