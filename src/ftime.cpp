@@ -38,3 +38,13 @@ std::string GetDefTimeStr(time_t theTime) {
   char acText[TIME_TEXT_BYTES];
   return std::string(acText, strftime(acText, sizeof acText, "%T", &rLocal));
 }
+
+StopWatch::StopWatch() {
+  (void)clock_gettime(CLOCK_MONOTONIC_RAW, &rStart);
+}
+
+double StopWatch::Seconds() const {
+  timespec rNow{};
+  (void)clock_gettime(CLOCK_MONOTONIC_RAW, &rNow);
+  return static_cast<double>(rNow.tv_sec - rStart.tv_sec) + static_cast<double>(rNow.tv_nsec - rStart.tv_nsec) / 1e9;
+}

@@ -1,4 +1,4 @@
-// ftime: the daemon's clock, which tests can freeze.
+// ftime: the daemon's clock, which tests can freeze, and a stopwatch beside it.
 // Threads:   any; SetSimTime only where no other thread reads the clock.
 #pragma once
 
@@ -11,3 +11,13 @@ time_t GetSrTime();
 void SetSimTime(time_t newTime);
 // Local time of day as "hh:mm:ss".
 std::string GetDefTimeStr(time_t theTime);
+
+// Seconds since it was made, on a clock that nobody sets or freezes.
+class StopWatch {
+ public:
+  StopWatch();
+  double Seconds() const;
+
+ private:
+  timespec rStart{};
+};

@@ -7,6 +7,7 @@
 
 #include "BaseChannel.h"
 #include "bgact.h"
+#include "ftime.h"
 #include "logging.h"
 #include "reactor.h"
 #include "recorder.h"
@@ -30,20 +31,6 @@ namespace {
 constexpr DWORD EVENT_WAIT_MS = 200;
 constexpr useconds_t STOPPING_PAUSE_US = 200'000;
 constexpr double SLOW_S = 0.1;  // handlers above this hold up audio and signalling
-
-// Seconds on a clock that nobody sets.
-class StopWatch {
- public:
-  StopWatch() { (void)clock_gettime(CLOCK_MONOTONIC_RAW, &rStart); }
-  double Seconds() const {
-    timespec rNow{};
-    (void)clock_gettime(CLOCK_MONOTONIC_RAW, &rNow);
-    return static_cast<double>(rNow.tv_sec - rStart.tv_sec) + static_cast<double>(rNow.tv_nsec - rStart.tv_nsec) / 1e9;
-  }
-
- private:
-  timespec rStart{};
-};
 
 struct MainLoop {
   TRecorderBoot& rBoot;

@@ -52,12 +52,4 @@ class NoMoreDescriptors {
   rlimit rOld = {};
 };
 
-class StopWatch {
- public:
-  double Seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - rStart).count(); }
-
- private:
-  std::chrono::steady_clock::time_point rStart = std::chrono::steady_clock::now();
-};
-
 }  // namespace testtools

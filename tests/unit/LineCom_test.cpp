@@ -17,11 +17,11 @@
 #include "LogSink.h"
 #include "TestFiles.h"
 #include "TestTools.h"
+#include "ftime.h"
 
 using testtools::Await;
 using testtools::Exists;
 using testtools::NoMoreDescriptors;
-using testtools::StopWatch;
 using testtools::WriteScript;
 
 namespace {

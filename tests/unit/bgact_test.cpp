@@ -11,11 +11,11 @@
 #include "Diary.h"
 #include "LogSink.h"
 #include "TestTools.h"
+#include "ftime.h"
 #include "signaling.h"
 
 using testtools::Await;
 using testtools::Exists;
-using testtools::StopWatch;
 
 namespace {
 

@@ -16,10 +16,10 @@
 #include "TestTools.h"
 #include "bgact.h"
 #include "bgact_tracker.h"
+#include "ftime.h"
 
 using testtime::rSkippedS;  // nobody waits for 600 seconds in a test
 using testtools::Await;
-using testtools::StopWatch;
 
 namespace {
 

@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 
+#include "TestTools.h"
+
 namespace {
 
 // One test, as there is no way back from the frozen clock.
@@ -23,6 +25,14 @@ TEST(GetSrTime, FrozenClockTakesThePlaceOfTheRealOne) {
   EXPECT_EQ(GetSrTime(), 0);
   SetSimTime(-5);
   EXPECT_EQ(GetSrTime(), -5);
+}
+
+TEST(StopWatchTest, GoesOnWhileTheClockIsFrozen) {
+  SetSimTime(1000);
+  const StopWatch rWatch;
+  const double dFirst = rWatch.Seconds();
+  EXPECT_GE(dFirst, 0);
+  EXPECT_TRUE(testtools::Await([&] { return rWatch.Seconds() > dFirst; }));
 }
 
 TEST(GetDefTimeStr, GivesTheLocalTimeOfDay) {

@@ -16,13 +16,13 @@
 #include "TestTime.h"
 #include "TestTools.h"
 #include "bgact.h"
+#include "ftime.h"
 #include "logging.h"
 #include "morvex_crec.h"
 #include "reactor.h"
 
 using testtools::Await;
 using testtools::Exists;
-using testtools::StopWatch;
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <thread>
 
 #include "ReactorBench.h"
+#include "ftime.h"
 
 using testtools::Await;
-using testtools::StopWatch;
 
 namespace {
 

@@ -15,11 +15,11 @@
 
 #include "ReactorBench.h"
 #include "TestFiles.h"
+#include "ftime.h"
 
 using testtools::Await;
 using testtools::Exists;
 using testtools::NoMoreDescriptors;
-using testtools::StopWatch;
 
 namespace {
 

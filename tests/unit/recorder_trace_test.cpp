@@ -14,10 +14,10 @@
 #include "TestFiles.h"
 #include "TestTime.h"
 #include "TestTools.h"
+#include "ftime.h"
 #include "logging.h"
 
 using testtools::Await;
-using testtools::StopWatch;
 
 namespace {
 
