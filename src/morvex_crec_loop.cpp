@@ -5,7 +5,6 @@
 
 #include <ctime>
 
-#include "BaseChannel.h"
 #include "bgact.h"
 #include "ftime.h"
 #include "logging.h"
@@ -30,7 +29,6 @@ namespace {
 
 constexpr DWORD EVENT_WAIT_MS = 200;
 constexpr useconds_t STOPPING_PAUSE_US = 200'000;
-constexpr double SLOW_S = 0.1;  // handlers above this hold up audio and signalling
 
 struct MainLoop {
   TRecorderBoot& rBoot;
@@ -84,7 +82,7 @@ struct MainLoop {
       const StopWatch rWatch;
       rRecorder.HandleEvent(&rEvent);
       const double dTook = rWatch.Seconds();
-      if (dTook > SLOW_S) lg(LOG_WARNING, "Event handling took: %.4f s", dTook);
+      if (dTook > SLOW_HANDLER_S) lg(LOG_WARNING, "Event handling took: %.4f s", dTook);
     } else if (iResult != SSM_EVENT_TIMEOUT) {
       LogSsmError("SsmWaitForEventA");  // and the next pass tries again, at once
     }
@@ -100,13 +98,7 @@ struct MainLoop {
   void PeriodicOnNewSecond() {
     const time_t rNow = time(nullptr);
     if (rNow <= rLastPeriod) return;
-    for (std::size_t i = 0; i < rRecorder.vChannels.size(); i++) {
-      if (rRecorder.vChannels[i] == nullptr) continue;
-      const StopWatch rWatch;
-      rRecorder.vChannels[i]->Periodic();
-      const double dTook = rWatch.Seconds();
-      if (dTook > SLOW_S) lg(LOG_WARNING, "Periodic took: %.4f s", dTook);
-    }
+    rRecorder.Periodic();
     rLastPeriod = rNow;
   }
 };

@@ -1,12 +1,16 @@
-// The channel table: the road of a card event to its channel, and the end of all channels. They are made in
-// recorder_init.cpp.
+// The channel table: the road of a card event to its channel, the turns by the second, and the end of all channels.
+// They are made in recorder_init.cpp.
 #include "recorder.h"
+
+#include <syslog.h>
 
 #include <cstdio>
 #include <ctime>
 
 #include "BaseChannel.h"
 #include "filedir.h"
+#include "ftime.h"
+#include "logging.h"
 #include "recorder_boot.h"
 
 namespace {
@@ -46,6 +50,16 @@ void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
   // The driver's references are trusted, so one outside the table is no news for the log; see
   // ReferenceOutsideTheTableIsDroppedSilently.
   if (BaseChannel* prChannel = ChannelAt(iTarget)) prChannel->HandleEvent(prEvent);
+}
+
+void CRecorder::Periodic() {
+  for (std::size_t i = 0; i < vChannels.size(); i++) {
+    if (vChannels[i] == nullptr) continue;
+    const StopWatch rWatch;
+    vChannels[i]->Periodic();
+    const double dTook = rWatch.Seconds();
+    if (dTook > SLOW_HANDLER_S) lg(LOG_WARNING, "Periodic took: %.4f s", dTook);
+  }
 }
 
 void CRecorder::Shutdown() {

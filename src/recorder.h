@@ -22,6 +22,8 @@
 class BaseChannel;
 class TRecorderBoot;
 
+constexpr double SLOW_HANDLER_S = 0.1;  // handlers above this hold up audio and signalling, and are logged
+
 class CRecorder : public ICRecorder {
  public:
   CRecorder() = default;
@@ -54,6 +56,8 @@ class CRecorder : public ICRecorder {
 
   // -- events ---------------------------------------------------------------------------------------------------
   void HandleEvent(SSM_EVENT* prEvent) override;
+  // Gives each channel its turn, also one that the turn of another adds. The main loop calls it once a second.
+  void Periodic();
   void Shutdown() override;
 
   // -- services for channels ------------------------------------------------------------------------------------

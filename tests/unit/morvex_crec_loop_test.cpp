@@ -34,17 +34,13 @@ class DiaryChannel : public BaseChannel {
     rDiary.Note("event " + std::to_string(prEvent->wEventCode));
     if (rOnEvent) rOnEvent(prEvent);
   }
-  void Periodic() override {
-    rDiary.Note("periodic");
-    if (rOnPeriodic) rOnPeriodic();
-  }
+  void Periodic() override { rDiary.Note("periodic"); }
   void Finalize() override { rDiary.Note(fCallBusy ? "finalize in a call" : "finalize"); }
   ~DiaryChannel() override {
     if (rOnDelete) rOnDelete();
   }
 
   std::function<void(SSM_EVENT*)> rOnEvent;
-  std::function<void()> rOnPeriodic;
   std::function<void()> rOnDelete;
 
  private:
@@ -223,16 +219,6 @@ TEST_F(LoopTest, SlowEventIsAWarning) {
   EXPECT_EQ(astrWarnings[0], acLine);
 }
 
-TEST_F(LoopTest, SlowPeriodicIsAWarning) {
-  AtStart([this](CRecorder&) {
-    prChannel->rOnPeriodic = [] { (void)usleep(120'000); };
-    testtime::rFrozen += 1;
-  });
-  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("periodic")); });
-  const Texts astrWarnings = TakeLinesOf("4 Periodic took: 0.1");
-  EXPECT_EQ(astrWarnings.size(), 1u);
-}
-
 TEST_F(LoopTest, PeriodicRunsOncePerChangeOfTheSecond) {
   // A pass is told from the next by an action that ran in it.
   AtStart([this](CRecorder&) { rDiary.Note("same second"); });
@@ -260,19 +246,6 @@ TEST_F(LoopTest, PeriodicRunsOncePerChangeOfTheSecond) {
   (void)rBoot.RecorderUseBoardsLoop();
   EXPECT_EQ(rDiary.Notes(), Texts({"same second", "five seconds on", "periodic", "still then", "set back",
                                    "not caught up", "caught up", "periodic", "later", "finalize"}));
-}
-
-TEST_F(LoopTest, ChannelAddedByAPeriodicHasItsTurn) {
-  AtStart([this](CRecorder& rRunning) {
-    prChannel->rOnPeriodic = [this, &rRunning] {
-      auto* prSecond = new DiaryChannel(rDiary);
-      prSecond->prRecorder = &rRunning;
-      prSecond->rOnPeriodic = [this] { rDiary.Note("of the second"); };
-      rRunning.vChannels.push_back(prSecond);
-    };
-    testtime::rFrozen += 1;
-  });
-  (void)RunWith([this] { EXPECT_TRUE(AwaitNote("of the second")); });
 }
 
 TEST_F(LoopTest, OneActionAPassInTheOrderOfQueueing) {

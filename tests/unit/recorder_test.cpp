@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,7 +26,13 @@ class NotingChannel : public BaseChannel {
   explicit NotingChannel(int iNumber) : iMine(iNumber) {}
   ~NotingChannel() override { Note("deleted"); }
   void HandleEvent(SSM_EVENT* prEvent) override { Note("event " + std::to_string(prEvent->wEventCode)); }
+  void Periodic() override {
+    Note("periodic");
+    if (rOnPeriodic) rOnPeriodic();
+  }
   void Finalize() override { Note(fCallBusy ? "finalize in a call" : "finalize"); }
+
+  std::function<void()> rOnPeriodic;
 
  private:
   void Note(const std::string& strText) const { prNotes->push_back(std::to_string(iMine) + " " + strText); }
@@ -36,11 +44,7 @@ class RecorderTest : public RecorderBench {
   void SetUp() override {
     prNotes = &astrNotes;
     (void)unlink(EVENT_SIGN);
-    for (int i = 0; i < 3; i++) {
-      rRecorder.vChannels.push_back(new NotingChannel(i));
-      rRecorder.vChannels.back()->prRecorder = &rRecorder;
-      rRecorder.vChannels.back()->iDrvCh = i;
-    }
+    for (int i = 0; i < 3; i++) AddNoting(i);
     Forget();
   }
   void TearDown() override {
@@ -49,6 +53,13 @@ class RecorderTest : public RecorderBench {
     rRecorder.vChannels.clear();
   }
 
+  NotingChannel& AddNoting(int iDrvCh) {
+    auto* prChannel = new NotingChannel(iDrvCh);  // owned by the recorder
+    prChannel->prRecorder = &rRecorder;
+    prChannel->iDrvCh = iDrvCh;
+    rRecorder.vChannels.push_back(prChannel);
+    return *prChannel;
+  }
   void Send(WORD wCode, int nReference) {
     SSM_EVENT rEvent = simcards::MakeEvent(wCode, nReference, 0);
     rRecorder.HandleEvent(&rEvent);
@@ -128,6 +139,36 @@ TEST_F(RecorderTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
   EXPECT_EQ(astrNotes, Texts({"0 event 24"}));
   EXPECT_EQ(logsink::TakeTexts(), Texts());
   ASSERT_EQ(rmdir(EVENT_SIGN), 0);
+}
+
+// -- once a second ------------------------------------------------------------------------------------------------
+
+TEST_F(RecorderTest, EachChannelHasItsTurnInTableOrder) {
+  delete rRecorder.vChannels[1];
+  rRecorder.vChannels[1] = nullptr;
+  astrNotes.clear();
+  rRecorder.Periodic();
+  EXPECT_EQ(astrNotes, Texts({"0 periodic", "2 periodic"}));
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
+TEST_F(RecorderTest, ChannelAddedByATurnHasItsOwn) {
+  AddNoting(3).rOnPeriodic = [this] { AddNoting(4); };
+  rRecorder.Periodic();
+  EXPECT_EQ(astrNotes, Texts({"0 periodic", "1 periodic", "2 periodic", "3 periodic", "4 periodic"}));
+}
+
+TEST_F(RecorderTest, SlowTurnIsAWarning) {
+  AddNoting(3).rOnPeriodic = [] { (void)usleep(120'000); };
+  rRecorder.Periodic();
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_EQ(astrLines.size(), 1u);
+  double dTook = 0;
+  ASSERT_EQ(sscanf(astrLines[0].c_str(), "4 Periodic took: %lf s", &dTook), 1) << astrLines[0];
+  EXPECT_GT(dTook, 0.1);
+  char acLine[60];
+  (void)snprintf(acLine, sizeof acLine, "4 Periodic took: %.4f s", dTook);
+  EXPECT_EQ(astrLines[0], acLine);
 }
 
 // -- the end ------------------------------------------------------------------------------------------------------
