@@ -24,53 +24,60 @@ class ICRecorder {
  public:
   virtual ~ICRecorder() = default;
 
+  // -- life and events ------------------------------------------------------------------------------------------
   virtual int InitRecorder() = 0;
   virtual void HandleEvent(SSM_EVENT* prEvent) = 0;
-  // The action of the first configured code that ends strDigits; empty when none does.
-  virtual std::string GetDtmfAct(const std::string& strDigits) = 0;
+  virtual void NewLineHealth(int iChIx) = 0;
+  virtual void NotifyChAvail(int iBoardListIx, int iBoardCh, bool fChAvail) = 0;
+  virtual void Shutdown() = 0;
+
+  // -- settings -------------------------------------------------------------------------------------------------
   virtual IDatabase* GetDatabaseHandle() = 0;
+  virtual std::string GetDataDir() = 0;
+  virtual int GetParamInt(const std::string& strParam) = 0;
+  virtual bool IsSpecial(const std::string& strSpecialName) = 0;
+  virtual ECardType GetBoardCardType(int iBoardListIx) = 0;
   virtual std::string GetBoardPbxType(int iBoardListIx) = 0;
   // The Param lookups take a board index that is in the list; any other ends the process (a bug of the caller).
+  virtual std::string GetBoardParamStr(int iBoardListIx, const std::string& strParam) = 0;
+  virtual int GetBoardParamInt(int iBoardListIx, const std::string& strParam) = 0;
   virtual std::string GetChannelParamStr(int iBoardCh, int iBoardListIx, const std::string& strParam) = 0;
   virtual int GetChannelParamInt(int iBoardCh, int iBoardListIx, const std::string& strParam) = 0;
   virtual int GetChannelParamIntLive(int iBoardCh, int iBoardListIx, const std::string& strParam) = 0;
-  virtual std::string GetBoardParamStr(int iBoardListIx, const std::string& strParam) = 0;
-  virtual ECardType GetBoardCardType(int iBoardListIx) = 0;
-  virtual int GetBoardParamInt(int iBoardListIx, const std::string& strParam) = 0;
-  virtual int GetParamInt(const std::string& strParam) = 0;
   virtual bool IsBoardStartCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) = 0;
   virtual bool IsBoardStopCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) = 0;
   virtual bool IsBoardRingOnCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) = 0;
   virtual bool IsBoardRingOffCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) = 0;
-  virtual void NotifyChAvail(int iBoardListIx, int iBoardCh, bool fChAvail) = 0;
+
+  // -- services -------------------------------------------------------------------------------------------------
   // A channel's own number as the process before this one stored it, for 10 minutes; UTF-8.
   virtual std::string GetCachedLocalNum(int iBoardCh, int iBoardListIx) = 0;
   virtual void SetCachedLocalNum(int iBoardCh, int iBoardListIx, const std::string& num) = 0;
-  virtual void Shutdown() = 0;
-  // Whether a call of these parties is kept only on demand.
-  virtual bool StoreOnDemand(Contact rContactLocal, Contact rContactRemote) = 0;
-  // Asks the service to mail recording iID to the first user of this telephone; nothing without a user.
-  virtual void EmailRecording(int iID, int iContactID) = 0;
-  // The same for the iBack-th newest call (1: the newest), to the last enabled user; -1 stands for none enabled.
-  virtual void EmailBackRecording(int iContactID, int iBack) = 0;
-  virtual std::string GetCheckSumType() = 0;
-  virtual int SilencingAct(const std::string& strCallId, bool fSound) = 0;
-  virtual int RecOnDmdAct(const std::string& strCallId, bool fStart) = 0;
+  // The action of the first configured code that ends strDigits; empty when none does.
+  virtual std::string GetDtmfAct(const std::string& strDigits) = 0;
+  virtual bool IsInNumberFilter(const std::string& strNumber) = 0;
+  virtual bool IsInDelOnDmdList(const std::string& strNumber) = 0;
+  virtual bool IsInRecOnDmdList(const std::string& strNumber) = 0;
   // The five pass-throughs to another channel ignore an index outside the table.
   virtual void MixIn(int iDstCh, int iSrcCh) = 0;
   virtual void StopMixIn(int iSrcCh) = 0;
   virtual void MixAudio(int iBaseCh, BYTE* data, int size) = 0;
   virtual void LinkedChannel(int iBaseCh, int iLinkedCh) = 0;
   virtual void ChannelDigit(int iBaseCh, char ch) = 0;
-  virtual int ChState(int iChNr) = 0;
-  virtual bool IsInNumberFilter(const std::string& strNumber) = 0;
-  virtual bool IsInDelOnDmdList(const std::string& strNumber) = 0;
-  virtual bool IsInRecOnDmdList(const std::string& strNumber) = 0;
-  virtual void Reconfigure() = 0;
+  // Whether a call of these parties is kept only on demand.
+  virtual bool StoreOnDemand(Contact rContactLocal, Contact rContactRemote) = 0;
+  virtual std::string GetCheckSumType() = 0;
+  // Asks the service to mail recording iID to the first user of this telephone; nothing without a user.
+  virtual void EmailRecording(int iID, int iContactID) = 0;
+  // The same for the iBack-th newest call (1: the newest), to the last enabled user; -1 stands for none enabled.
+  virtual void EmailBackRecording(int iContactID, int iBack) = 0;
   virtual void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) = 0;
-  virtual bool IsSpecial(const std::string& strSpecialName) = 0;
-  virtual void NewLineHealth(int iChIx) = 0;
-  virtual std::string GetDataDir() = 0;
+
+  // -- orders ---------------------------------------------------------------------------------------------------
+  virtual int SilencingAct(const std::string& strCallId, bool fSound) = 0;
+  virtual int RecOnDmdAct(const std::string& strCallId, bool fStart) = 0;
+  virtual int ChState(int iChNr) = 0;
+  virtual void Reconfigure() = 0;
 
   // -- settings, read directly ----------------------------------------------------------------------------------
   std::string strDTMF[DTMF_CODES + 1];     // codes; index 0 is not used
