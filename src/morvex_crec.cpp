@@ -37,6 +37,12 @@ constexpr const char* NODE_ACTIVE_FILE = "/var/morvex/data/node_active";
 constexpr const char* PID_FILE = "/var/run/morvex_crec.pid";
 constexpr const char* API_LOG_DIR = "/recordings/log";
 
+// The driver's log of its own calls, by the names that its interface has for them. Their units are the driver's, and
+// not known here; these values make it log.
+constexpr int API_LOG_CREATE_PERIOD = 2;
+constexpr int API_LOG_MAX_KEEP = 36;
+constexpr int API_LOG_MAX_PERIOD = -1;
+
 constexpr useconds_t POLL_US = 500'000;     // between two looks at a flag while nothing else is to be done
 constexpr int TRY_PAUSE_MS = 10'000;        // between two looks for cards
 constexpr time_t MAX_TRY_NO_CARDS_S = 600;  // cards may be slow to appear after a power failure
@@ -132,7 +138,7 @@ ETryResult TryFindCards(TRecorderBoot& rBoot, time_t rStartTime, int iWantedCard
 void StartApiLog(TRecorderBoot& rBoot) {
   if (TextToLong(rBoot.GetOSetting("TdmLogApi")) == 0) return;
   (void)mkdir(API_LOG_DIR, 0777);  // it may exist
-  (void)SsmSetLogAttribute(2, 36, -1, API_LOG_DIR);
+  (void)SsmSetLogAttribute(API_LOG_CREATE_PERIOD, API_LOG_MAX_KEEP, API_LOG_MAX_PERIOD, API_LOG_DIR);
 }
 
 void NoteDriverVersion(TRecorderBoot& rBoot) {

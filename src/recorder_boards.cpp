@@ -198,8 +198,10 @@ void TRecorderBoot::CreateBoardList() {
   LogBoardList();
 }
 
-// An empty list is one empty entry, as lt_split has it; it leaves the row "_Present", which nobody reads. A card that
-// was taken has the empty id, which no entry may find.
+// An empty list is one empty entry, as lt_split has it; it leaves the row "_Present", which nobody reads. It must not
+// find a card that an entry before it has taken: that one is not present any more, so its id is the remembered one,
+// and a detected card has none. Therefore the search asks fPresent before it compares ids; see
+// BlankEntryOfTheListTakesNoCardASecondTime.
 void TRecorderBoot::MergeRememberedBoards() {
   strCardList = ValueOf(rConfigs, g_cfgPrefix + "CardList");
   lg(LOG_NOTICE, "Old card list: %s", strCardList.c_str());

@@ -102,7 +102,9 @@ void CRecorder::EmailBackRecording(int iContactID, int iBack) {
   for (const int iAccId : aiAccIDs) {
     if (prDatabase->GetUserIntOnAccID(iAccId, "enabled") == 1) iUserAcc = iAccId;
   }
-  // The request goes out all the same, with -1; what becomes of it is the service's decision.
+  // The request goes out all the same, with -1; what becomes of it is the service's decision. In the log an empty line
+  // stands before it, the only sign there of a mail to nobody; see WithoutEnabledAccountTheMailGoesToMinusOne. It goes
+  // through "%s" because compilers warn of an empty format.
   if (iUserAcc == -1) lg(LOG_NOTICE, "%s", "");
   const int iID = prDatabase->GetCallBack(iContactID, iBack);
   if (iID != -1) AskForMail(iID, iUserAcc);

@@ -50,7 +50,9 @@ void CRecorder::NewLineHealth(int iChIx) {
   BaseChannel* prChannel = ChannelAt(iChIx);
   if (!prChannel) return;
   WriteLineStatus();
-  prChannel->ReloadSettingsLive();  // the question below goes by what the web side says at this moment
+  // The channel called us, and now asks us for its setting: the question below goes by what the web side says at this
+  // moment, and the flag is the channel's like all its settings, although nobody else looks at it.
+  prChannel->ReloadSettingsLive();
   // A line that recovers changes the file, but raises no alarm.
   if (prChannel->eLineHealth != LINEHEALTH_OK && prChannel->fCheckLineStatus) RecheckHealth();
 }
