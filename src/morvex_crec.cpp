@@ -1,3 +1,7 @@
+// The process from start to end. RunDaemon is the list of steps; RecorderMain tries again and again to find cards and
+// then runs the recorder on them. A start that fails once the database was reached leaves the process idle until it is
+// told to stop: the daemon never restarts itself, as that is the business of whatever supervises it, and a supervisor
+// that restarts on every exit would otherwise turn a missing card into an endless loop.
 #include "morvex_crec.h"
 
 #include <execinfo.h>
@@ -24,11 +28,6 @@
 #include "recorder_cluster.h"
 #include "shpa3api.h"
 #include "signaling.h"
-
-// The process from start to end. RunDaemon is the list of steps; RecorderMain tries again and again to find cards and
-// then runs the recorder on them. A start that fails once the database was reached leaves the process idle until it is
-// told to stop: the daemon never restarts itself, as that is the business of whatever supervises it, and a supervisor
-// that restarts on every exit would otherwise turn a missing card into an endless loop.
 
 namespace {
 

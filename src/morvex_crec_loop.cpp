@@ -1,3 +1,12 @@
+// The main loop: the only place that takes events from the cards, and the only thread that touches channels. It must be
+// back at the driver quickly, so one pass handles one event and one action, and warns about handlers that take long.
+//
+//   normal pass     wait at most 200 ms for an event and hand it on; once a second Periodic; one action
+//   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
+//   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
+//
+// A stop and a trace take the same road: both begin with the channels shut down and the queues drained. What decides is
+// looked at once at the top of a pass, so a stop that arrives in a normal pass still lets that pass come to its end.
 #include "morvex_crec.h"
 
 #include <syslog.h>
@@ -14,16 +23,6 @@
 #include "recorder_trace.h"
 #include "shpa3api.h"
 #include "shpa3link.h"
-
-// The main loop: the only place that takes events from the cards, and the only thread that touches channels. It must be
-// back at the driver quickly, so one pass handles one event and one action, and warns about handlers that take long.
-//
-//   normal pass     wait at most 200 ms for an event and hand it on; once a second Periodic; one action
-//   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
-//   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
-//
-// A stop and a trace take the same road: both begin with the channels shut down and the queues drained. What decides is
-// looked at once at the top of a pass, so a stop that arrives in a normal pass still lets that pass come to its end.
 
 namespace {
 
