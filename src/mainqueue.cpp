@@ -5,12 +5,12 @@
 MainQueue* g_prBoot = nullptr;
 
 void MainQueue::queue(ThreadAct* prAct) {
-  const std::lock_guard<std::mutex> rLock(rListMutex);
+  const MutexLock rLock(rListMutex);
   rActQueue.push_back(prAct);
 }
 
 void MainQueue::emptyQueue() {
-  const std::lock_guard<std::mutex> rLock(rListMutex);
+  const MutexLock rLock(rListMutex);
   for (ThreadAct* prAct : rActQueue) delete prAct;
   rActQueue.clear();
 }
@@ -18,7 +18,7 @@ void MainQueue::emptyQueue() {
 bool MainQueue::RunOneAction() {
   std::unique_ptr<ThreadAct> prAct;
   {
-    const std::lock_guard<std::mutex> rLock(rListMutex);
+    const MutexLock rLock(rListMutex);
     if (rActQueue.empty()) return false;
     prAct.reset(rActQueue.front());
     rActQueue.pop_front();

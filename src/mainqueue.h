@@ -8,7 +8,8 @@
 #pragma once
 
 #include <list>
-#include <mutex>
+
+#include "lock.h"
 
 class ThreadAct {
  public:
@@ -31,8 +32,8 @@ class MainQueue {
   bool RunOneAction();
 
  private:
-  std::mutex rListMutex;
-  std::list<ThreadAct*> rActQueue;  // guarded by rListMutex; first in, first out
+  Mutex rListMutex;
+  std::list<ThreadAct*> rActQueue GUARDED_BY(rListMutex);  // first in, first out
 };
 
 // The boot object of the current try, target of mainQueue. Set at the start of each try of RecorderMain, cleared only

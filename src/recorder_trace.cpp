@@ -8,9 +8,9 @@
 
 #include <cstdio>
 #include <ctime>
-#include <mutex>
 
 #include "filedir.h"
+#include "lock.h"
 #include "logging.h"
 #include "recorder.h"
 #include "recorder_boot.h"
@@ -29,14 +29,14 @@ constexpr useconds_t DRIVER_SETTLE_US = 500'000;  // for calls that are on their
 constexpr char CMD_TYPES[] = "SUDV";  // from CMD_STATUS on
 constexpr int BUFFER_CHARS = sizeof(DST_EVENT::pucBuffer);
 
-// Guards all below: the driver's threads write while the main thread opens and closes. A file that could not be opened
-// is null, and its part of the trace is missing.
-std::mutex rTraceMutex;
-FILE* hRawBitFile = nullptr;
-FILE* hCasTraceFile = nullptr;  // null: no trace, the callbacks have nothing to do
-FILE* hCasMsgTraceFile = nullptr;
-int g_iTraceChNr = -1;  // driver channel
-time_t g_tTraceStartTime = 0;
+// The driver's threads write while the main thread opens and closes. A file that could not be opened is null, and its
+// part of the trace is missing.
+Mutex rTraceMutex;
+FILE* hRawBitFile GUARDED_BY(rTraceMutex) = nullptr;
+FILE* hCasTraceFile GUARDED_BY(rTraceMutex) = nullptr;  // null: no trace, the callbacks have nothing to do
+FILE* hCasMsgTraceFile GUARDED_BY(rTraceMutex) = nullptr;
+int g_iTraceChNr GUARDED_BY(rTraceMutex) = -1;  // driver channel
+time_t g_tTraceStartTime GUARDED_BY(rTraceMutex) = 0;
 
 // -- files --------------------------------------------------------------------------------------------------------
 
@@ -48,34 +48,34 @@ FILE* OpenTraceFile(const char* acName, const char* acHeader) {
 
 void OpenBitFile(int iDrvCh) {
   for (const char* acName : {TRACE_WAV, TRACE_BIT, TRACE_DCH, TRACE_DMSG}) (void)DeleteFn(acName);
-  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  const MutexLock rLock(rTraceMutex);
   g_iTraceChNr = iDrvCh;
   hRawBitFile = OpenTraceFile(TRACE_BIT, "");
 }
 
 void OpenSignallingFiles() {
-  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  const MutexLock rLock(rTraceMutex);
   hCasTraceFile = OpenTraceFile(TRACE_DCH, "[Ch] Seconds  EventCo. SubReas. XtraInfo DataLen.\n");
   hCasMsgTraceFile = OpenTraceFile(TRACE_DMSG, "[Ch] Seconds\n");
   g_tTraceStartTime = time(nullptr);
 }
 
 void CloseFiles() {
-  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  const MutexLock rLock(rTraceMutex);
   for (FILE** phFile : {&hRawBitFile, &hCasTraceFile, &hCasMsgTraceFile}) {
     if (*phFile != nullptr) (void)fclose(*phFile);
     *phFile = nullptr;
   }
 }
 
-// -- lines; the lock is held --------------------------------------------------------------------------------------
+// -- lines --------------------------------------------------------------------------------------------------------
 
 char CmdTypeChar(BYTE ucCmd) {
   const int iType = ucCmd - CMD_STATUS;
   return iType >= 0 && iType < static_cast<int>(sizeof CMD_TYPES) - 1 ? CMD_TYPES[iType] : '?';
 }
 
-void WriteDataLine(const char* szTime, int nCh, BYTE ucCmd, WORD wLen, const BYTE* pucData) {
+void WriteDataLine(const char* szTime, int nCh, BYTE ucCmd, WORD wLen, const BYTE* pucData) REQUIRES(rTraceMutex) {
   (void)fprintf(hCasTraceFile, "%s DST ch[%3d] CmdType[%c] Len[%3u] Data--> ", szTime != nullptr ? szTime : "", nCh,
                 CmdTypeChar(ucCmd), static_cast<unsigned int>(wLen));
   for (WORD i = 0; i < wLen && pucData != nullptr; i++) {
@@ -84,7 +84,7 @@ void WriteDataLine(const char* szTime, int nCh, BYTE ucCmd, WORD wLen, const BYT
   (void)fputc('\n', hCasTraceFile);
 }
 
-void WriteEventLine(int nCh, const DST_EVENT& rEvent) {
+void WriteEventLine(int nCh, const DST_EVENT& rEvent) REQUIRES(rTraceMutex) {
   const int iSeconds = static_cast<int>(time(nullptr) - g_tTraceStartTime);
   (void)fprintf(hCasTraceFile, "[%02d] %8d %08x %08x %08x %08x\n", nCh, iSeconds, rEvent.dwEventCode,
                 rEvent.dwSubReason, rEvent.dwXtraInfo, rEvent.dwDataLength);
@@ -99,14 +99,14 @@ void WriteEventLine(int nCh, const DST_EVENT& rEvent) {
 
 BOOL RecRawDataCallBack(int /*nCh*/, DWORD dwLen, LPBYTE pucData, WORD /*tmpDataDiscardedTimes*/,
                         WORD /*tmpWriteToFileFailedTimes*/) {
-  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  const MutexLock rLock(rTraceMutex);
   if (hRawBitFile != nullptr) (void)fwrite(pucData, dwLen, 1, hRawBitFile);
   return 1;
 }
 
 int DSTCallback(DWORD /*dwNum*/, char* szTime, int nCh, BYTE ucProcessType, BYTE ucCmd, WORD wLen, BYTE* pucData,
                 void* pDSTEvent) {
-  const std::lock_guard<std::mutex> rLock(rTraceMutex);
+  const MutexLock rLock(rTraceMutex);
   if (hCasTraceFile == nullptr || nCh != g_iTraceChNr) return 1;
   if (ucProcessType == PROCESS_DATA) WriteDataLine(szTime, nCh, ucCmd, wLen, pucData);
   if (ucProcessType == PROCESS_EVENT && pDSTEvent != nullptr) {
