@@ -59,7 +59,7 @@ void BgActHandler::run(int ix) {
 }
 
 ThreadAct* BgActHandler::take(int ix) {
-  const std::lock_guard<std::mutex> rLock(rMutex);
+  const MutexLock rLock(rMutex);
   if (rList.empty()) return nullptr;
   ThreadAct* prAct = rList.front();
   rList.pop_front();
@@ -77,12 +77,12 @@ void BgActHandler::handleAction(ThreadAct* prAct) {
 }
 
 void BgActHandler::queue(ThreadAct* prAct) {
-  const std::lock_guard<std::mutex> rLock(rMutex);
+  const MutexLock rLock(rMutex);
   rList.push_back(prAct);
 }
 
 bool BgActHandler::ready() {
-  const std::lock_guard<std::mutex> rLock(rMutex);
+  const MutexLock rLock(rMutex);
   for (const std::atomic<bool>& fWorkerBusy : fBusy) {
     if (fWorkerBusy) return false;
   }

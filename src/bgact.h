@@ -12,10 +12,10 @@
 
 #include <atomic>
 #include <list>
-#include <mutex>
 #include <string>
 
 #include "irecorder.h"
+#include "lock.h"
 #include "mainqueue.h"
 
 // Removes the file of a recording that is not kept.
@@ -95,10 +95,10 @@ class BgActHandler {
   void idle() const;
 
   pthread_t rThread[ATHREAD] = {};  // 0: could not be started
-  std::mutex rMutex;
+  Mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
-  std::atomic<bool> fBusy[ATHREAD] = {};  // true while that worker holds an action
-  std::list<ThreadAct*> rList;            // guarded by rMutex; first in, first out
+  std::atomic<bool> fBusy[ATHREAD] = {};           // true while that worker holds an action
+  std::list<ThreadAct*> rList GUARDED_BY(rMutex);  // first in, first out
 };
 extern BgActHandler* prBgActHandler;  // null until init_bgact, not reset by close_bgact
 

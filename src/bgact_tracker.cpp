@@ -38,7 +38,7 @@ void Tracker::init() {
 }
 
 void Tracker::postCall(int iCallID) {
-  const std::lock_guard<std::mutex> rLock(rMutex);  // a post in retry blocks the other worker, if that has one too
+  const MutexLock rLock(rMutex);  // a post in retry blocks the other worker, if that has one too
   init();
   std::string strReply;
   if (m_lineCom->SendMsg("type=crec&act=post&id=" + ToStdString(iCallID) + "\n", strReply)) {
@@ -49,6 +49,7 @@ void Tracker::postCall(int iCallID) {
 }
 
 void Tracker::close() {
+  const MutexLock rLock(rMutex);
   if (m_lineCom == nullptr) return;
   m_lineCom->Stop();
   delete m_lineCom;

@@ -4,8 +4,7 @@
 // Errors:    a post that fails is repeated for two minutes, then logged and given up; the row in Calls stays.
 #pragma once
 
-#include <mutex>
-
+#include "lock.h"
 #include "mainqueue.h"
 
 class LineCom;
@@ -14,13 +13,13 @@ class LineCom;
 class Tracker {
  public:
   ~Tracker();
-  void init();
+  void init() REQUIRES(rMutex);
   void postCall(int iCallID);
   void close();
 
  private:
-  LineCom* m_lineCom = nullptr;  // owned; null until first use
-  std::mutex rMutex;             // usable from the first postCall on
+  Mutex rMutex;                                     // usable from the first postCall on
+  LineCom* m_lineCom GUARDED_BY(rMutex) = nullptr;  // owned; null until first use
 };
 extern Tracker theTracker;
 

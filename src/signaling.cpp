@@ -81,7 +81,7 @@ void SignalObj::close() {
 }
 
 void SignalObj::schedule(const std::string& strSignal) {
-  const std::lock_guard<std::mutex> rLock(rMutex);
+  const MutexLock rLock(rMutex);
   rList.push_back(strSignal);
 }
 
@@ -117,7 +117,7 @@ void SignalObj::run() {
 }
 
 std::string SignalObj::takeFirst() {
-  const std::lock_guard<std::mutex> rLock(rMutex);
+  const MutexLock rLock(rMutex);
   if (rList.empty()) return "";
   std::string strSignal = std::move(rList.front());
   rList.pop_front();

@@ -10,8 +10,9 @@
 
 #include <atomic>
 #include <list>
-#include <mutex>
 #include <string>
+
+#include "lock.h"
 
 class SignalObj {
  public:
@@ -31,9 +32,9 @@ class SignalObj {
 
   pthread_t rThread{};
   bool fStarted = false;  // rThread is to be joined; false when no thread could be had
-  std::mutex rMutex;
+  Mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
-  std::list<std::string> rList;  // guarded by rMutex
+  std::list<std::string> rList GUARDED_BY(rMutex);
 };
 
 extern SignalObj* prSignalObj;  // null before init_signaling and after close_signaling
