@@ -5,12 +5,14 @@
 #include <execinfo.h>
 #include <syslog.h>
 
+#include <cassert>
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
 #include "logging.h"
+#include "mainthread.h"
 
 namespace {
 
@@ -66,6 +68,7 @@ bool DatabaseConnection::Connect(const std::string& strUser) {
 
 // A failed handle stays in conn until the next call, whose ping fails on it: so an outage costs one attempt a call.
 bool DatabaseConnection::Reconnect() {
+  assert(OnMainThread());
   if (conn != nullptr) {
     if (dbi_conn_ping(conn) != 0) return true;
     lg(LOG_DEBUG, "Lost DB connection, need reconnect...");

@@ -1,6 +1,9 @@
 #include "mainqueue.h"
 
+#include <cassert>
 #include <memory>
+
+#include "mainthread.h"
 
 MainQueue* g_prBoot = nullptr;
 
@@ -16,6 +19,7 @@ void MainQueue::emptyQueue() {
 }
 
 bool MainQueue::RunOneAction() {
+  assert(OnMainThread());
   std::unique_ptr<ThreadAct> prAct;
   {
     const MutexLock rLock(rListMutex);

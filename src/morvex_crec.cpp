@@ -24,6 +24,7 @@
 #include "fstring.h"
 #include "logging.h"
 #include "mainqueue.h"
+#include "mainthread.h"
 #include "recorder_boot.h"
 #include "recorder_cluster.h"
 #include "shpa3api.h"
@@ -210,6 +211,7 @@ int RunDaemon(int argc, char** argv) {
       return EXIT_FAILED;
     }
   }
+  RememberMainThread();
   lg(LOG_NOTICE, "MORVEX-CREC start");
   (void)signal(SIGPIPE, SIG_IGN);
   setSignalHandlers();

@@ -4,6 +4,7 @@
 
 #include <syslog.h>
 
+#include <cassert>
 #include <cstdio>
 #include <ctime>
 
@@ -11,6 +12,7 @@
 #include "filedir.h"
 #include "ftime.h"
 #include "logging.h"
+#include "mainthread.h"
 #include "recorder_boot.h"
 
 namespace {
@@ -30,11 +32,13 @@ CRecorder::~CRecorder() {
 }
 
 BaseChannel* CRecorder::ChannelAt(int iDrvCh) {
+  assert(OnMainThread());
   if (iDrvCh < 0 || static_cast<std::size_t>(iDrvCh) >= vChannels.size()) return nullptr;
   return vChannels[static_cast<std::size_t>(iDrvCh)];
 }
 
 void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
+  assert(OnMainThread());
   const time_t now = time(nullptr);
   if (lastEventReportTime < now) {
     lastEventReportTime = now;
@@ -53,6 +57,7 @@ void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
 }
 
 void CRecorder::Periodic() {
+  assert(OnMainThread());
   for (std::size_t i = 0; i < vChannels.size(); i++) {
     if (vChannels[i] == nullptr) continue;
     const StopWatch rWatch;
@@ -63,6 +68,7 @@ void CRecorder::Periodic() {
 }
 
 void CRecorder::Shutdown() {
+  assert(OnMainThread());
   for (BaseChannel* prChannel : vChannels) {
     if (prChannel == nullptr) continue;
     prChannel->EndOfCall();

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <cassert>
 #include <cctype>
 #include <cstdio>
 
@@ -15,6 +16,7 @@
 #include "PriChannel.h"
 #include "filedir.h"
 #include "logging.h"
+#include "mainthread.h"
 #include "recorder_boards.h"
 #include "recorder_boot.h"
 #include "recorder_cluster.h"
@@ -58,6 +60,7 @@ ERecEncodings EncodingOf(const std::string& strText) {
 // -- initialisation -----------------------------------------------------------------------------------------------
 
 int CRecorder::InitRecorder() {
+  assert(OnMainThread());
   fInitializing = true;
   iCstaType = 0;
   iCstaMonitors = 0;
@@ -224,6 +227,7 @@ void CRecorder::LoadReloadableSettings() {
 }
 
 void CRecorder::Reconfigure() {
+  assert(OnMainThread());
   prBoot->ReloadDbConfig();
   LoadReloadableSettings();
 }

@@ -7,10 +7,12 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cassert>
 #include <ctime>
 
 #include "BaseChannel.h"
 #include "logging.h"
+#include "mainthread.h"
 #include "recorder_boot.h"
 #include "signaling.h"
 
@@ -143,6 +145,7 @@ void CRecorder::ChannelDigit(int iBaseCh, char ch) {
 // -- orders from outside ------------------------------------------------------------------------------------------
 
 BaseChannel* CRecorder::FindCall(const std::string& strCallId) {
+  assert(OnMainThread());
   for (BaseChannel* prChannel : vChannels) {
     if (prChannel->strDbRemoteId == strCallId) return prChannel;
   }
@@ -166,6 +169,7 @@ int CRecorder::DelOnDmdAct(const std::string& strCallId) {
 
 int CRecorder::ChLocal(const std::string& strLocalPhoneNumber, const std::string& strRemotePhoneNumber,
                        bool stopstart) {
+  assert(OnMainThread());
   for (std::size_t i = 0; i < vChannels.size(); i++) {
     const std::string strNum = vChannels[i]->GetDbRemoteNum();
     if (strNum != strRemotePhoneNumber && "00" + strNum != strRemotePhoneNumber) continue;

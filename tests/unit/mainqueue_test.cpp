@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "Diary.h"
 #include "NotingAct.h"
+#include "mainthread.h"
 
 namespace {
 
@@ -41,6 +43,15 @@ TEST_F(MainQueueTest, ActionsRunOneByOneInTheOrderOfQueueing) {
   EXPECT_TRUE(rQueue.RunOneAction());
   EXPECT_EQ(rDiary.Count("b deleted"), 1);
   EXPECT_FALSE(rQueue.RunOneAction());
+}
+
+TEST_F(MainQueueTest, ActionsRunOnTheMainThreadAlone) {
+  EXPECT_DEBUG_DEATH(
+      {
+        RememberMainThread();
+        std::thread([this] { (void)rQueue.RunOneAction(); }).join();
+      },
+      "OnMainThread");
 }
 
 TEST_F(MainQueueTest, LeftActionsAreDeletedUnrun) {

@@ -6,12 +6,14 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "RecorderBench.h"
 #include "TestFiles.h"
 #include "TestTime.h"
 #include "TestTools.h"
+#include "mainthread.h"
 
 using testtools::Exists;
 
@@ -169,6 +171,29 @@ TEST_F(RecorderTest, SlowTurnIsAWarning) {
   char acLine[60];
   (void)snprintf(acLine, sizeof acLine, "4 Periodic took: %.4f s", dTook);
   EXPECT_EQ(astrLines[0], acLine);
+}
+
+// -- threads ------------------------------------------------------------------------------------------------------
+
+// Debug builds alone check it: in the others each entry just runs.
+TEST_F(RecorderTest, EntriesAreForTheMainThreadAlone) {
+  const std::function<void()> rEntries[] = {
+      [this] { Send(E_CHG_ChState, 0); },
+      [this] { rRecorder.Periodic(); },
+      [this] { rRecorder.Shutdown(); },
+      [this] { rRecorder.Reconfigure(); },
+      [this] { (void)rRecorder.DelOnDmdAct("x"); },
+      [this] { (void)rRecorder.ChLocal("1", "2", false); },
+      [this] { rRecorder.ChannelDigit(0, '1'); },
+  };
+  for (const std::function<void()>& rEntry : rEntries) {
+    EXPECT_DEBUG_DEATH(
+        {
+          RememberMainThread();
+          std::thread(rEntry).join();
+        },
+        "OnMainThread");
+  }
 }
 
 // -- the end ------------------------------------------------------------------------------------------------------
