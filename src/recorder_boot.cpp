@@ -7,8 +7,8 @@
 
 #include "database.h"
 #include "filedir.h"
+#include "fstring.h"
 #include "logging.h"
-#include "recorder.h"
 #include "shpa3link.h"
 
 namespace {

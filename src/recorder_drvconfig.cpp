@@ -13,7 +13,6 @@
 #include "fstring.h"
 #include "iniedit.h"
 #include "logging.h"
-#include "recorder.h"
 #include "recorder_boot.h"
 
 namespace {
