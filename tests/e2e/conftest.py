@@ -2,6 +2,7 @@
 
 import pytest
 
+import station_sites
 from harness import Daemon
 
 LAST_LOG_LINES = 200
@@ -16,6 +17,12 @@ def daemon(request):
     yield daemon
     if daemon.running:
         assert daemon.stop() == 0
+
+
+@pytest.fixture(scope="module")
+def days(daemon, request):
+    """The DAYS of a file about telephones, by name of their scenarios, when all have passed: see station_sites.py."""
+    return station_sites.run_days(daemon, *request.module.DAYS)
 
 
 @pytest.hookimpl(hookwrapper=True)

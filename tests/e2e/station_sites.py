@@ -190,6 +190,14 @@ def check_calls(daemon, line, expected, mark=0, first=1):
     assert rows(f"SELECT * FROM ActiveCalls WHERE linenr = {line}") == []
 
 
+def check_day(daemon, days, name, line, calls):
+    """A whole day at a telephone: what the log tells, that the scenario came to its end, rows and files."""
+    mark, exits = days
+    check_story(daemon, line, name, mark)
+    assert exits[name] == 0
+    check_calls(daemon, line, calls, mark)
+
+
 def check_missed(line, expected):
     """Each missed call of a line, in order, as (local, remote): rows without recording."""
     calls = rows(f"SELECT * FROM Calls WHERE linenr = {line} AND flags <> 0 ORDER BY id")

@@ -27,15 +27,6 @@ DAYS = {
 }
 
 
-@pytest.fixture(scope="module")
-def days(daemon):
-    return station_sites.run_days(daemon, *DAYS)
-
-
 @pytest.mark.parametrize("name", DAYS)
 def test_day(daemon, days, name):
-    line, calls = DAYS[name]
-    mark, exits = days
-    station_sites.check_story(daemon, line, name, mark)
-    assert exits[name] == 0
-    station_sites.check_calls(daemon, line, calls, mark)
+    station_sites.check_day(daemon, days, name, *DAYS[name])
