@@ -4,7 +4,7 @@ import os
 import subprocess
 from pathlib import Path
 
-from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, counting, header, path_of, wait_until
+from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, counting, header, path_of, soxi, wait_until
 
 CARDS = "card ATP8 1001 8"
 
@@ -30,6 +30,14 @@ def record_one_call(daemon):
     return call, original
 
 
-def convert(source, options, target):
-    subprocess.run(["sox", source, *options, target], check=True)
-    return Path(target).read_bytes()
+def check_recording(daemon, extension, code, kind, options):
+    """Records one call: `code` is its encoding in the row, `kind` what soxi says by an option, `options` those of sox."""
+    call, original = record_one_call(daemon)
+    assert call["filename"] == call["remoteid"] + extension
+    assert call["encoding"] == code
+    path = path_of(call)
+    for option, answer in {"-r": "8000", "-c": "1", **kind}.items():
+        assert soxi(path, option) == answer
+    expected = Path("/recordings/expected" + extension)
+    subprocess.run(["sox", original, *options, expected], check=True)
+    assert path.read_bytes() == expected.read_bytes()
