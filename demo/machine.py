@@ -1,14 +1,12 @@
 """The appliance of the demo, in its sandbox: database, daemon, cards, and the tools that a person would use on them."""
 
 import json
-import os
 import subprocess
 import time
 from pathlib import Path
 
-BUILD = Path(os.environ["MORVEX_BUILD"])
-SOURCE = Path(__file__).resolve().parents[1]
-RECORDINGS = Path("/recordings")
+from appliance import BUILD, SOURCE, quote, sql
+
 WORK = Path("/tmp/demo")
 
 CARDSIM = BUILD / "sim" / "cardsim"
@@ -23,29 +21,6 @@ class Failed(Exception):
 
 
 # -- database --------------------------------------------------------------------------------------------------------
-
-
-def quote(text):
-    return "'" + text.replace("'", "''") + "'"
-
-
-def sql(statement):
-    subprocess.run(["psql", "-Xq", "-v", "ON_ERROR_STOP=1", "-c", statement], check=True)
-
-
-def rows(query):
-    """The rows of a query, each a dict by column name in lower case."""
-    wrapped = f"SELECT coalesce(json_agg(to_json(r)), '[]') FROM ({query}) r"
-    return json.loads(subprocess.run(["psql", "-XAtq", "-c", wrapped], check=True, capture_output=True).stdout)
-
-
-def store_settings(settings):
-    for part, values in settings.items():
-        for param, value in values.items():
-            sql(
-                f"DELETE FROM Configs WHERE param = {quote(param)}; INSERT INTO Configs (param, value, part)"
-                f" VALUES ({quote(param)}, {quote(value)}, {quote(part)})"
-            )
 
 
 def name_line(line, name):

@@ -13,6 +13,7 @@ import sys
 import time
 from pathlib import Path
 
+import appliance
 import compare
 import machine
 import report
@@ -46,7 +47,7 @@ def play(run, first, keep):
     """One life of the daemon, from its start to its stop; with `keep` it goes on and is returned."""
     scenario = None
     say(f"the daemon starts: {run.title}. It gives the cards ten seconds to come up.")
-    machine.store_settings(run.settings)
+    appliance.store_settings(run.settings)
     daemon = machine.Daemon(run.name)
     try:
         if first:
@@ -94,9 +95,9 @@ def check_row(call, row):
             raise compare.Different(f"its {key} is {found[key]!r}, not {value!r}")
     if call.line_name not in row["filename"]:
         raise compare.Different(f"its file is not named after the line {call.line_name}")
-    if not report.path_of(row).exists():
+    if not appliance.path_of(row).exists():
         raise compare.Different(f"its file {row['filename']} is missing")
-    if report.checksum_of(row) != report.sha256(report.path_of(row)):
+    if report.checksum_of(row) != report.sha256(appliance.path_of(row)):
         raise compare.Different("its checksum is not that of its file")
 
 
@@ -104,14 +105,14 @@ def check_call(call, rows):
     """Returns what was found good; raises Different."""
     rows = [row for row in rows if row["linenr"] == call.line]
     if not call.speeches:
-        left = [path.name for path in machine.RECORDINGS.rglob(f"*_{call.line:03}_*")]
+        left = [path.name for path in appliance.RECORDINGS.rglob(f"*_{call.line:03}_*")]
         if rows or left:
             raise compare.Different(f"it should not have been kept, but left {left or rows}")
         return "nothing was kept of it"
     if len(rows) != 1:
         raise compare.Different(f"{len(rows)} recordings of it were kept, not one")
     check_row(call, rows[0])
-    return compare_audio(call, report.path_of(rows[0]))
+    return compare_audio(call, appliance.path_of(rows[0]))
 
 
 def check_run(run, rows):
@@ -166,13 +167,13 @@ def heed_ctrl_c():
 def demo(folder, keep):
     WORK.mkdir()
     Path("/var/morvex/conf/serial").write_text("DEMO1\n")
-    machine.store_settings(COMMON_SETTINGS)
+    appliance.store_settings(COMMON_SETTINGS)
     rows_by_run = []
     daemon = None
     for run in RUNS:
         known = {row["id"] for rows in rows_by_run for row in rows}
         daemon = play(run, first=run is RUNS[0], keep=keep and run is RUNS[-1])
-        rows_by_run.append([row for row in machine.rows("SELECT * FROM Calls ORDER BY id") if row["id"] not in known])
+        rows_by_run.append([row for row in appliance.rows("SELECT * FROM Calls ORDER BY id") if row["id"] not in known])
 
     rows = sorted((row for rows in rows_by_run for row in rows), key=lambda row: (row["startdate"], row["linenr"]))
     text = report.calls_table(rows)

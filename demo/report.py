@@ -5,16 +5,12 @@ import hashlib
 import shutil
 import subprocess
 
-import machine
+from appliance import path_of
 
 ENCODINGS = {554: "A-law", 551: "GSM", 801: "MP3"}
 DIRECTIONS = {0: "incoming", 1: "outgoing", 2: "internal"}
 LINE_END = "\r\n"
 SHOWN_DIGITS = 12  # of a checksum
-
-
-def path_of(row):
-    return machine.RECORDINGS / row["directory"] / row["filename"]
 
 
 def checksum_of(row):

@@ -14,7 +14,6 @@ to this one test file. The daemon takes ten seconds to come up, so the tests of 
 Waiting is always for a condition, with LIMIT_S as the time after which the test fails.
 """
 
-import json
 import os
 import shutil
 import signal
@@ -26,10 +25,10 @@ import time
 from contextlib import contextmanager
 from pathlib import Path
 
-BUILD = Path(os.environ["MORVEX_BUILD"])
-SOURCE = Path(__file__).resolve().parents[2]
+# Also for the tests, which ask this module alone.
+from appliance import BUILD, RECORDINGS, SOURCE, path_of, rows, sql, store_settings  # noqa: F401
+
 DRIVER = Path("/usr/local/lib/shcti")
-RECORDINGS = Path("/recordings")
 
 # A sanitizer or valgrind slows the daemon down, and other tests run beside this one.
 LIMIT_S = 60
@@ -50,17 +49,6 @@ def wait_until(what, condition, limit=LIMIT_S):
 
 
 # -- database --------------------------------------------------------------------------------------------------------
-
-
-def sql(statement):
-    """Runs statements that give no rows."""
-    subprocess.run(["psql", "-Xq", "-v", "ON_ERROR_STOP=1", "-c", statement], check=True)
-
-
-def rows(query):
-    """The rows of a query, each a dict of column name (lower case) and value; integers as int, NULL as None."""
-    wrapped = f"SELECT coalesce(json_agg(to_json(r)), '[]') FROM ({query}) r"
-    return json.loads(subprocess.run(["psql", "-XAtq", "-c", wrapped], check=True, capture_output=True).stdout)
 
 
 def server(action):
@@ -93,11 +81,6 @@ def header(channels, length, law_tag=6):
     )
 
 
-def path_of(call):
-    """The recording of a row of Calls or ActiveCalls."""
-    return RECORDINGS / call["directory"] / call["filename"]
-
-
 def soxi(path, option):
     """What sox says about a file: `-D` seconds, `-e` encoding, `-r` rate, `-c` channels, `-s` samples."""
     return subprocess.run(["soxi", option, path], check=True, capture_output=True, text=True).stdout.strip()
@@ -115,8 +98,8 @@ class Daemon:
         self.process = None
         self.reader = None
         self.install_cards(cards)
-        self.store_settings({"s": {"crec": "1"}})
-        self.store_settings(settings or {})
+        store_settings({"s": {"crec": "1"}})
+        store_settings(settings or {})
         Path("/var/morvex/conf/serial").write_text("E2E1\n")
 
     @staticmethod
@@ -126,12 +109,7 @@ class Daemon:
         (DRIVER / "simcards.conf").write_text(cards)
         shutil.copy(BUILD / "sim" / "config", tools)
 
-    @staticmethod
-    def store_settings(settings):
-        for part, values in settings.items():
-            for param, value in values.items():
-                quoted = ", ".join("'" + text.replace("'", "''") + "'" for text in (param, value, part))
-                sql(f"DELETE FROM Configs WHERE param = '{param}'; INSERT INTO Configs (param, value, part) VALUES ({quoted})")
+    store_settings = staticmethod(store_settings)
 
     # MORVEX_WRAPPER puts the daemon under valgrind or a profiler.
     def launch(self, argument="debug"):

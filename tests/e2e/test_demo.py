@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import header
+from harness import header, path_of
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "demo"))
 import compare  # noqa: E402  its directory had to be named first
@@ -167,7 +167,7 @@ def good_row():
     """A row of Calls with its recording, and the speech that was played."""
     main.WORK.mkdir()
     (main.WORK / "said.al").write_bytes(SPEECH + TAIL)
-    path = report.path_of(GOOD_ROW)
+    path = path_of(GOOD_ROW)
     path.parent.mkdir()
     audio = LEAD + SPEECH + TAIL
     path.write_bytes(header(1, len(audio)) + audio)
@@ -206,6 +206,6 @@ def test_call_too_short_to_keep_leaves_neither_row_nor_file(good_row):
     assert main.check_call(SHORT, [good_row]) == "nothing was kept of it"
     with pytest.raises(compare.Different):
         main.check_call(SHORT, [{**good_row, "linenr": 3}])
-    (report.path_of(good_row).parent / "20240131_142305_003_01.wav").touch()
+    (path_of(good_row).parent / "20240131_142305_003_01.wav").touch()
     with pytest.raises(compare.Different):
         main.check_call(SHORT, [good_row])
