@@ -115,6 +115,22 @@ def test_a_row_may_go_on_in_a_second_line(house):
     assert house.layers() == ""
 
 
+def test_rooms_of_a_unit_include_each_other_and_are_one_to_all_others(house):
+    house.put("src/layers.txt", TABLE.replace("line: clock", "line line_state: clock"))
+    house.put("src/line_state.h", '#include "line.h"\n')
+    house.put("src/line.cpp", '#include "line.h"\n#include "line_state.h"\n#include "clock.h"\n')
+    house.put("src/call.h", '#include "line_state.h"\n')
+    assert house.layers("--write") == ""
+    assert '    line["line<br/>line_state"]\n' in house.document()
+    house.put("src/line_state.h", '#include "call.h"\n')
+    assert house.layers() == "layers: src/line_state.h includes call.h, which src/layers.txt does not allow\n"
+
+
+def test_a_room_without_a_file_is_told(house):
+    house.put("src/layers.txt", TABLE.replace("line: clock", "line line_state: clock"))
+    assert "layers: src/layers.txt: line_state has a row and no file\n" in house.layers()
+
+
 def test_simulated_cards_are_one_unit_wherever_they_lie(house):
     house.put("sim/library/cards.h", '#include "words.h"\n')
     house.put("sim/library/words.h", '#include "clock.h"\n')
