@@ -4,7 +4,7 @@ import os
 import subprocess
 from pathlib import Path
 
-from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, counting, header, path_of, soxi, wait_until
+from harness import AUDIO_BYTES_PER_S, counted_audio, path_of, soxi, wait_until
 
 CARDS = "card ATP8 1001 8"
 
@@ -24,9 +24,7 @@ def record_one_call(daemon):
 
     assert not running.exists()
     assert path_of(call).stat().st_mode & 0o777 == 0o777
-    data = original.read_bytes()
-    audio = data[HEADER_BYTES:]
-    assert data == header(channels=1, length=len(audio)) + counting(len(audio))
+    counted_audio(original)
     return call, original
 
 

@@ -35,6 +35,7 @@ LIMIT_S = 60
 
 AUDIO_BYTES_PER_S = 8000
 HEADER_BYTES = 56
+BLOCK_BYTES = 2048  # what the card reports at once
 
 
 def wait_until(what, condition, limit=LIMIT_S):
@@ -79,6 +80,21 @@ def header(channels, length, law_tag=6):
             b"fact" + number(4, 4) + number(length, 4) + b"data" + number(length, 4),
         ]
     )
+
+
+def counting(count):
+    """The first bytes that a recording holds while its line carries the simulator's counting pattern."""
+    return bytes(k * 2654435761 % 2**32 >> 24 for k in range(count))
+
+
+def counted_audio(path, shortest=1):
+    """The audio of a finished recording that holds the counting pattern from its first byte to its last, all checked."""
+    data = path.read_bytes()
+    audio = data[HEADER_BYTES:]
+    assert len(audio) >= shortest and len(audio) % BLOCK_BYTES == 0
+    assert data[:HEADER_BYTES] == header(channels=1, length=len(audio))
+    assert audio == counting(len(audio))
+    return audio
 
 
 def soxi(path, option):
@@ -224,8 +240,3 @@ def order(command):
     with control_client() as client:
         client.sendall(command.encode())
         return b"".join(iter(lambda: client.recv(4096), b"")).decode()
-
-
-def counting(count):
-    """The first bytes that a recording holds while its line carries the simulator's counting pattern."""
-    return bytes(k * 2654435761 % 2**32 >> 24 for k in range(count))

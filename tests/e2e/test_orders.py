@@ -4,7 +4,8 @@ import time
 
 import pytest
 
-from harness import HEADER_BYTES, RECORDINGS, counting, header, order, path_of, rows, sql, wait_until
+from harness import BLOCK_BYTES as BLOCK  # an order takes effect between two reports
+from harness import HEADER_BYTES, RECORDINGS, counted_audio, counting, header, order, path_of, rows, sql, wait_until
 
 CARDS = "card ATP8 1001 8"
 DTMF_ACTIONS = ["email", "email2", "keep", "silence", "sound", "start", "stop", "delete"]
@@ -18,7 +19,6 @@ SETTINGS = {
     "crec": {"Syn1001_RecOnDmd": "0,0,0,0,1,1,1,1"},
 }
 SILENCE = 0xD5  # of A-law
-BLOCK = 2048  # the card reports so many bytes at a time, and an order takes effect between two reports
 OK = "OK\n"
 REFUSED_START = "E3: option RecOnDmd is off\n"
 OUTSIDE = "0301234567"
@@ -75,14 +75,6 @@ def next_part(line, before):
 
 def row_is_gone(call):
     return rows(f"SELECT id FROM ActiveCalls WHERE id = {call['id']}") == []
-
-
-def check_whole(call, shortest=1):
-    """A finished file with the counting pattern from its first byte to its last."""
-    data = path_of(call).read_bytes()
-    audio = data[HEADER_BYTES:]
-    assert len(audio) >= shortest and len(audio) % BLOCK == 0
-    assert data == header(channels=1, length=len(audio)) + counting(len(audio))
 
 
 def check_silenced(call, begin_between, end_between):
@@ -149,7 +141,7 @@ def test_silence_ends_with_its_recording(daemon):
     call = begin(daemon, 1)
     grow(call)
     hang_up(daemon, 1)
-    check_whole(daemon.finished_call(call["remoteid"]))
+    counted_audio(path_of(daemon.finished_call(call["remoteid"])))
 
 
 def test_silence_for_one_line_leaves_the_others_alone(daemon):
@@ -158,7 +150,7 @@ def test_silence_for_one_line_leaves_the_others_alone(daemon):
     assert order(f"silence {call['remoteid']}") == OK
     grow(other)
     hang_up(daemon, 2)
-    check_whole(daemon.finished_call(other["remoteid"]), 3 * BLOCK)
+    counted_audio(path_of(daemon.finished_call(other["remoteid"])), 3 * BLOCK)
 
 
 # -- start and stop on demand ----------------------------------------------------------------------------------------
@@ -184,7 +176,7 @@ def test_each_demanded_part_is_a_row_and_a_file_of_its_own(daemon, give):
     hang_up(daemon, 5)
     wait_until("no row is left", lambda: rows("SELECT id FROM ActiveCalls") == [])
     for part, length in parts:
-        check_whole(daemon.finished_call(part["remoteid"]), length)
+        counted_audio(path_of(daemon.finished_call(part["remoteid"])), length)
     finished = rows("SELECT remoteid, remote, linenr, direction, callextra FROM Calls ORDER BY id")
     assert finished == [
         {"remoteid": part["remoteid"], "remote": OUTSIDE, "linenr": 5, "direction": 0, "callextra": "chk: \r\n"}
@@ -205,7 +197,7 @@ def test_demand_that_holds_already_changes_nothing(daemon):
     assert order(f"stop {waiting['remoteid']}") == "E2: unknown call\n"
     grow(part)
     hang_up(daemon, 6)
-    check_whole(daemon.finished_call(part["remoteid"]), 3 * BLOCK)
+    counted_audio(path_of(daemon.finished_call(part["remoteid"])), 3 * BLOCK)
 
 
 def test_call_that_nobody_demanded_leaves_nothing(daemon):
@@ -223,7 +215,7 @@ def test_line_without_the_option_is_left_alone(daemon, word):
     daemon.wait_line("[1] RecOnDmd not done, the option is off")
     length = grow(call)
     hang_up(daemon, 1)
-    check_whole(daemon.finished_call(call["remoteid"]), length)
+    counted_audio(path_of(daemon.finished_call(call["remoteid"])), length)
 
 
 # -- delete ----------------------------------------------------------------------------------------------------------
@@ -246,7 +238,7 @@ def test_deleted_call_is_gone_and_not_recorded_again(daemon, give):
     call = begin(daemon, 1)
     length = grow(call)
     hang_up(daemon, 1)
-    check_whole(daemon.finished_call(call["remoteid"]), length)
+    counted_audio(path_of(daemon.finished_call(call["remoteid"])), length)
 
 
 # -- reconfig --------------------------------------------------------------------------------------------------------
@@ -273,7 +265,7 @@ def test_changed_number_filter_holds_from_the_next_call(daemon):
         other = begin(daemon, 3, "0405550199")
         hang_up(daemon, 3)
         hang_up(daemon, 1)
-        check_whole(daemon.finished_call(running["remoteid"]), length)
+        counted_audio(path_of(daemon.finished_call(running["remoteid"])), length)
         daemon.finished_call(other["remoteid"])
     finally:
         reconfigure(daemon, NumberFilterType="0", NumberFilters="")
@@ -319,7 +311,7 @@ def test_local_number_changes_within_the_recording(daemon):
     assert (finished["local"], finished["remote"]) == ("22", OUTSIDE)
     contact = rows(f"SELECT contactid FROM CallerIDs WHERE id = {finished['localcallerid']} AND callerid = '22'")
     assert contact == [{"contactid": finished["localcontact"]}]
-    check_whole(finished, length)
+    counted_audio(path_of(finished), length)
 
 
 def test_transfer_begins_a_recording_of_its_own(daemon):
@@ -338,7 +330,7 @@ def test_transfer_begins_a_recording_of_its_own(daemon):
     assert (second["local"], second["remote"], second["encoding"]) == ("23", OUTSIDE, 554)
     finished = daemon.finished_call(first["remoteid"])
     assert (finished["local"], finished["remote"]) == ("", OUTSIDE)
-    check_whole(finished, length)
+    counted_audio(path_of(finished), length)
     # The same number again is no transfer.
     change_local("23", OUTSIDE, "1")
     assert daemon.active_call(2) == second
@@ -346,7 +338,7 @@ def test_transfer_begins_a_recording_of_its_own(daemon):
     # To a phone that is not monitored.
     change_local("", OUTSIDE, "1")
     third = next_part(2, second)
-    check_whole(daemon.finished_call(second["remoteid"]), length)
+    counted_audio(path_of(daemon.finished_call(second["remoteid"])), length)
     hang_up(daemon, 2)
     assert daemon.finished_call(third["remoteid"])["remote"] == OUTSIDE
     daemon.wait_line("[2] LocalNumberChanged: Transfer to non-monitored phone", mark)

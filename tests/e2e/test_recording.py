@@ -2,7 +2,7 @@
 
 import time
 
-from harness import counting, header, path_of, rows, server, statements, wait_until, HEADER_BYTES
+from harness import counted_audio, header, path_of, rows, server, statements, wait_until, HEADER_BYTES
 
 CARDS = "card ATP8 1001 8"
 SETTINGS = {}
@@ -19,15 +19,6 @@ def audio_of(call):
 def wait_for_audio(call, seconds):
     """Waits until so much audio has reached the file, header or not."""
     wait_until(f"{seconds} s in {call['filename']}", lambda: len(audio_of(call)) >= seconds * 8000)
-
-
-def check_file(call, shortest):
-    """Every byte: the header, and the counting pattern without a gap up to the last block the card reported."""
-    data = path_of(call).read_bytes()
-    audio = data[HEADER_BYTES:]
-    assert len(audio) % 2048 == 0 and len(audio) >= shortest
-    assert data[:HEADER_BYTES] == header(channels=1, length=len(audio))
-    assert audio == counting(len(audio))
 
 
 def test_incoming_call_is_recorded_and_filed(daemon):
@@ -105,7 +96,7 @@ def test_incoming_call_is_recorded_and_filed(daemon):
     )
     assert call == expected
     assert 3 <= call["duration"] <= time.time() - started
-    check_file(call, shortest=3 * 8000)
+    counted_audio(path_of(call), shortest=3 * 8000)
     assert path_of(call).stat().st_mode & 0o777 == 0o777
 
 
@@ -119,7 +110,7 @@ def test_call_without_number_by_dialled_digits_is_outgoing(daemon):
     daemon.cards("ch 1 onhook")
     call = daemon.finished_call(active["remoteid"])
     assert (call["direction"], call["remote"], call["waittime"]) == (1, "042", -1)
-    check_file(call, shortest=8000)
+    counted_audio(path_of(call), shortest=8000)
 
 
 def test_call_outlives_a_restart_of_the_database(daemon):
@@ -137,7 +128,7 @@ def test_call_outlives_a_restart_of_the_database(daemon):
     call = daemon.finished_call(active["remoteid"])
     assert (call["remote"], call["startdate"]) == ("0405550199", active["startdate"])
     assert rows("SELECT * FROM ActiveCalls") == []
-    check_file(call, shortest=2 * 8000)
+    counted_audio(path_of(call), shortest=2 * 8000)
     # The row left ActiveCalls before it came into Calls.
     moved = [s.split(" ")[0] for s in statements()[before:] if s.startswith(("DELETE FROM ActiveCalls", "INSERT INTO Calls"))]
     assert moved == ["DELETE", "INSERT"]
@@ -156,5 +147,5 @@ def test_call_that_begins_without_database_leaves_its_file_only(daemon):
     daemon.cards("ch 3 onhook")
     daemon.wait_line("[4] Recording stopped", mark)
     wait_until("the header", lambda: path_of(call).read_bytes()[:HEADER_BYTES] == header(1, len(audio_of(call))))
-    check_file(call, shortest=8000)
+    counted_audio(path_of(call), shortest=8000)
     assert rows("SELECT * FROM ActiveCalls UNION ALL SELECT * FROM Calls WHERE linenr = 4") == []
