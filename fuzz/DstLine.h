@@ -7,6 +7,7 @@
 #include "FuzzBytes.h"
 #include "FuzzCheck.h"
 #include "LogSink.h"
+#include "OpenChannel.h"
 #include "ftime.h"
 #include "simcards.h"
 
@@ -56,7 +57,7 @@ class DstLine {
     CheckRules();
   }
 
-  DST_Channel rChannel;
+  OpenChannel<DST_Channel> rChannel;
 
  private:
   void CheckRules() {

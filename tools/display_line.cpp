@@ -23,13 +23,37 @@ class LineNameAlone : public AbsentDatabase {
   std::string strLineName;
 };
 
+// A line that is put into a state without the events that would lead there.
+class ShownLine : public DST_Channel {
+ public:
+  void Assume(const DisplayLineState& rState) {
+    fDontRecord = true;
+    strPrevCallRemoteNum = rState.strPrevCallRemoteNum;
+    if (!rState.strLocalNum.empty()) strLocalNum = rState.strLocalNum;
+    if (!rState.strRemoteNum.empty()) {
+      strRemoteNum = rState.strRemoteNum;
+      rRemoteNumTime = START_TIME;
+    }
+    if (rState.fRinging) RingingStarted();
+    if (rState.iBusyFor >= 0) {
+      fInCall_DChannel = true;
+      fCallBusy = true;
+      rStartTime = START_TIME - rState.iBusyFor;
+    }
+  }
+
+  using DST_Channel::strConnectedNum;
+  using DST_Channel::strLocalNum;
+  using DST_Channel::strRemoteNum;
+};
+
 }  // namespace
 
 struct DisplayLine::Parts {
   TRecorderBoot rBoot;
   CRecorder rRecorder;
   std::vector<JudgedNumber> vJudged;
-  DST_Channel* prLine = nullptr;  // owned by rRecorder
+  ShownLine* prLine = nullptr;  // owned by rRecorder
 };
 
 DisplayLine::DisplayLine(const DisplayLineState& rState) : prParts(std::make_unique<Parts>()) {
@@ -50,32 +74,20 @@ DisplayLine::DisplayLine(const DisplayLineState& rState) : prParts(std::make_uni
   CRecorder& rRecorder = prParts->rRecorder;
   rRecorder.prBoot = &rBoot;
   rRecorder.prDatabase = rBoot.prDatabase.get();
-  prParts->prLine = new DST_Channel;
+  prParts->prLine = new ShownLine;
   rRecorder.vChannels.push_back(prParts->prLine);
 
-  DST_Channel& rLine = *prParts->prLine;
+  ShownLine& rLine = *prParts->prLine;
   rLine.pvJudgedNums = &prParts->vJudged;
   rLine.Init(/*iChannel=*/1, /*iBoardListIx=*/0, /*iBoardCh=*/0, &rRecorder, /*iDrvCh=*/0);
-  rLine.fDontRecord = true;
-  rLine.strPrevCallRemoteNum = rState.strPrevCallRemoteNum;
-  if (!rState.strLocalNum.empty()) rLine.strLocalNum = rState.strLocalNum;
-  if (!rState.strRemoteNum.empty()) {
-    rLine.strRemoteNum = rState.strRemoteNum;
-    rLine.rRemoteNumTime = START_TIME;
-  }
-  if (rState.fRinging) rLine.RingingStarted();
-  if (rState.iBusyFor >= 0) {
-    rLine.fInCall_DChannel = true;
-    rLine.fCallBusy = true;
-    rLine.rStartTime = START_TIME - rState.iBusyFor;
-  }
+  rLine.Assume(rState);
   g_DebugMode = 1;  // from here on the daemon's log lines go to standard output
 }
 
 DisplayLine::~DisplayLine() = default;
 
 std::string DisplayLine::Show(const DisplayText& rDisplay) {
-  DST_Channel& rLine = *prParts->prLine;
+  ShownLine& rLine = *prParts->prLine;
   const std::string strRemote = rLine.strRemoteNum;
   const std::string strName = rLine.strConnectedNum;
   const std::string strLocal = rLine.strLocalNum;

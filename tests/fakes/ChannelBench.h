@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "BaseChannel.h"
 #include "FakeRecorder.h"
 #include "LogSink.h"
+#include "OpenChannel.h"
 #include "ftime.h"
 #include "simcards.h"
 
@@ -24,7 +24,7 @@ inline Contact MakeContact(long long iCallerID, long long iContactID, bool fLoca
 }
 
 // A line with the virtual answers of the base class, where a test does not set others.
-class TestChannel : public BaseChannel {
+class TestChannel : public OpenChannel<BaseChannel> {
  public:
   bool CanStereo() override { return fStereoLine; }
   void WhenNewRing() override { iNewRings++; }
@@ -61,7 +61,8 @@ class ChannelBench : public ::testing::Test {
   }
 
   static void Send(BaseChannel& rChannel, WORD wEventCode, DWORD dwParam) {
-    SSM_EVENT rEvent = simcards::MakeEvent(wEventCode, rChannel.iDrvCh, dwParam);
+    const int iDrvCh = rChannel.*&OpenChannel<BaseChannel>::iDrvCh;
+    SSM_EVENT rEvent = simcards::MakeEvent(wEventCode, iDrvCh, dwParam);
     rChannel.HandleEvent(&rEvent);
   }
 

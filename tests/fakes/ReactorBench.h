@@ -103,8 +103,8 @@ class ReactorBench : public RecorderBench {
   }
 
   // A line in a call with this id.
-  BaseChannel& AddCall(const std::string& strId) {
-    BaseChannel& rChannel = AddChannel(static_cast<int>(rRecorder.vChannels.size()) + 1);
+  OpenChannel<BaseChannel>& AddCall(const std::string& strId) {
+    OpenChannel<BaseChannel>& rChannel = AddChannel(static_cast<int>(rRecorder.vChannels.size()) + 1);
     rChannel.strDbRemoteId = strId;
     return rChannel;
   }

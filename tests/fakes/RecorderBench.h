@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "BaseChannel.h"
 #include "FakeDatabase.h"
 #include "LogSink.h"
+#include "OpenChannel.h"
 #include "recorder.h"
 #include "recorder_boot.h"
 #include "simcards.h"
@@ -56,8 +56,8 @@ class RecorderBench : public ::testing::Test {
   }
 
   // A plain channel at the end of the table, with its index as driver channel. No Init: it asks for no settings.
-  BaseChannel& AddChannel(int iChannel) {
-    auto* prChannel = new BaseChannel;  // owned by the recorder
+  OpenChannel<BaseChannel>& AddChannel(int iChannel) {
+    auto* prChannel = new OpenChannel<BaseChannel>;  // owned by the recorder
     prChannel->prRecorder = &rRecorder;
     prChannel->iChIx = prChannel->iDrvCh = static_cast<int>(rRecorder.vChannels.size());
     prChannel->iChannel = iChannel;

@@ -29,7 +29,7 @@ class AnalogChannelTest : public ChannelBench {
   void SilentFor(int iSeconds) { rLine.rStartSilence = time(nullptr) - iSeconds; }
 
   static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
-  AnalogChannel rLine;
+  OpenChannel<AnalogChannel> rLine;
 };
 
 }  // namespace
@@ -78,7 +78,7 @@ TEST_F(AnalogChannelTest, InitReadsSettingsAdjustsTheCardAndTells) {
     ForgetTraces();
     rRecorder.rChannelParams = {{"Trigger", "1"}, {"SilenceTimeOut", "15"}};
     for (const auto& [strKey, strValue] : rRow.rSettings) rRecorder.rChannelParams[strKey] = strValue;
-    AnalogChannel rFresh;
+    OpenChannel<AnalogChannel> rFresh;
     rFresh.Init(5, 0, 0, &rRecorder, 0);
     EXPECT_EQ(rRow.iTriggerType, rFresh.iTriggerType);
     EXPECT_EQ((Texts{rRow.acLine}), logsink::TakeTexts());
@@ -402,7 +402,7 @@ TEST_F(AnalogChannelTest, SilentLineStartsACallInTheTestMode) {
   };
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    AnalogChannel rFresh;
+    OpenChannel<AnalogChannel> rFresh;
     rRecorder.rChannelParams["Trigger"] = "2";
     InitLine(rFresh, 5);
     rRecorder.fDebugRepeatRecord = rRow.fDebugRepeatRecord;

@@ -75,7 +75,7 @@ class BaseChannelAudio : public ChannelBench {
   }
 
   // What the card does: writes behind the last position, around the ring, and reports the new one.
-  static void Deliver(BaseChannel& rChannel, const std::string& strBytes) {
+  static void Deliver(TestChannel& rChannel, const std::string& strBytes) {
     int iPos = rChannel.iRecordOffset;
     for (const char ch : strBytes) {
       rChannel.acRecordBuf[iPos % RING] = static_cast<BYTE>(ch);
@@ -85,10 +85,10 @@ class BaseChannelAudio : public ChannelBench {
     rChannel.DefaultEventHandle(&rEvent);
   }
 
-  static void MixAdd(BaseChannel& rChannel, const std::string& strBytes, int iType) {
+  static void MixAdd(TestChannel& rChannel, const std::string& strBytes, int iType) {
     rChannel.MixAdd(reinterpret_cast<const BYTE*>(strBytes.data()), static_cast<int>(strBytes.size()), iType);
   }
-  static void WriteBuf(BaseChannel& rChannel, const std::string& strBytes) {
+  static void WriteBuf(TestChannel& rChannel, const std::string& strBytes) {
     rChannel.WriteBuf(reinterpret_cast<const BYTE*>(strBytes.data()), static_cast<int>(strBytes.size()));
   }
 

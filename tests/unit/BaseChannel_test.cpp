@@ -51,7 +51,7 @@ class BaseChannelTest : public ChannelBench {
 // -- construction and destruction ------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, FreshChannelKnowsNothing) {
-  const BaseChannel rFresh;
+  const OpenChannel<BaseChannel> rFresh;
   EXPECT_EQ(nullptr, rFresh.prRecorder);
   for (const int iValue : {rFresh.iChannel, rFresh.iBoardCh, rFresh.iLinkedCh, rFresh.iBaseRecCh, rFresh.iBaseCh,
                            rFresh.iActiveCallID, rFresh.iLastChannelState, rFresh.iWaitTime}) {
@@ -116,7 +116,7 @@ TEST_F(BaseChannelTest, FreshChannelKnowsNothing) {
 }
 
 TEST_F(BaseChannelTest, BaseAnswersOfTheVirtualOperations) {
-  BaseChannel rPlain;
+  OpenChannel<BaseChannel> rPlain;
   InitLine(rPlain, 1);
   EXPECT_FALSE(rPlain.InCall());
   rPlain.fInCall_ChState = true;
@@ -137,7 +137,7 @@ TEST_F(BaseChannelTest, BaseAnswersOfTheVirtualOperations) {
 }
 
 TEST_F(BaseChannelTest, TrunkLineWritesNoStateFile) {
-  PRI_Channel rTrunk;
+  OpenChannel<PRI_Channel> rTrunk;
   InitLine(rTrunk, 1);
   rRecorder.strDataDir = "/tmp/none_written_";
   EXPECT_EQ(-1, rTrunk.WriteChState());

@@ -45,7 +45,7 @@ class DisplayTest : public ChannelBench {
     return rLine.CheckForName(strName);
   }
 
-  DST_Channel rLine;
+  OpenChannel<DST_Channel> rLine;
 };
 
 }  // namespace
@@ -233,7 +233,7 @@ TEST_F(DisplayTest, NecCallingFreezesTheDigits) {
   EXPECT_FALSE(rLine.fDigitFreeze) << "on the first line";
   EXPECT_EQ(NOTHING, After("x\nCALLINGS"));
   EXPECT_TRUE(rLine.fDigitFreeze);
-  DST_Channel rOther;
+  OpenChannel<DST_Channel> rOther;
   InitLine(rOther, 6);
   rOther.iPbxType = PBX_SIEMENS;
   snprintf(rOther.acPhoneDisp, sizeof rOther.acPhoneDisp, "x\nCALLING");

@@ -35,15 +35,15 @@ class PriChannelTest : public ChannelBench {
     simcards::SetSpyInfo(CIC, {0, 1, "0301234", "22", "23"});
   }
 
-  static void Spy(PRI_Channel& rChannel, int iCur, int iPrev) {
+  static void Spy(OpenChannel<PRI_Channel>& rChannel, int iCur, int iPrev) {
     SSM_EVENT rEvent = simcards::MakeEvent(E_CHG_SpyState, CIC, static_cast<DWORD>(iCur | iPrev << 16));
     rChannel.HandleEvent(&rEvent);
   }
   void AllowRecording() { rRecorder.iNumberFilterType = 0; }
 
   static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
-  PRI_Channel rIn;
-  PRI_Channel rOut;
+  OpenChannel<PRI_Channel> rIn;
+  OpenChannel<PRI_Channel> rOut;
 };
 
 }  // namespace
@@ -51,7 +51,7 @@ class PriChannelTest : public ChannelBench {
 // -- construction and settings ---------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, FreshChannel) {
-  PRI_Channel rFresh;
+  OpenChannel<PRI_Channel> rFresh;
   EXPECT_EQ(6, rFresh.iRecSource);
   EXPECT_EQ(-1, rFresh.iCic);
   EXPECT_TRUE(rFresh.fUseLocalNum && rFresh.fHasConnectedNum && rFresh.fRingsUntilPickup);
@@ -69,7 +69,7 @@ TEST_F(PriChannelTest, InitReadsSwapSidesOfTheBoard) {
     SCOPED_TRACE(rRow.acSetting);
     rRecorder.rBoardParams["SwapSides"] = rRow.acSetting;
     rRecorder.rChannelParams["SwapSides"] = "1";  // no setting of a channel
-    PRI_Channel rFresh;
+    OpenChannel<PRI_Channel> rFresh;
     rFresh.fChAvail = true;
     rFresh.fChAvailUnknown = false;
     rFresh.Init(5, 2, 9, &rRecorder, 0);
@@ -87,7 +87,7 @@ TEST_F(PriChannelTest, InitReadsSwapSidesOfTheBoard) {
 
 TEST_F(PriChannelTest, InitTakesTheLineStateOfTheCard) {
   simcards::SetChState(0, S_CALL_OFFLINE);
-  PRI_Channel rFresh;
+  OpenChannel<PRI_Channel> rFresh;
   rFresh.Init(5, 0, 0, &rRecorder, 0);
   EXPECT_EQ((Texts{"5 [5] Line health: offline"}), logsink::TakeTexts());
 }
@@ -231,7 +231,7 @@ TEST_F(PriChannelTest, SwapSidesTurnsTheDirectionAndNotTheLink) {
     SCOPED_TRACE(rRow.acLabel);
     rIn.iBaseCh = rOut.iBaseCh = -1;
     InitPair(rRow.acSwap);
-    PRI_Channel& rBase = rRow.fOnIn ? rIn : rOut;
+    OpenChannel<PRI_Channel>& rBase = rRow.fOnIn ? rIn : rOut;
     Spy(rBase, PRI_TALK, PRI_IDLE);
     EXPECT_EQ(rRow.acRemote, rBase.strRemoteNum);
     EXPECT_EQ(rRow.acLocal, rBase.strLocalNum);
@@ -436,7 +436,7 @@ TEST_F(PriChannelTest, AvailabilityIsReportedOnceAChange) {
 
 TEST_F(PriChannelTest, FirstStateAlwaysReports) {
   for (const int iCur : {0, 2, 3, 11, 105}) {
-    PRI_Channel rFresh;
+    OpenChannel<PRI_Channel> rFresh;
     rFresh.Init(5, 4, 17, &rRecorder, 2);
     (void)rRecorder.TakeCalls();
     Spy(rFresh, iCur, 0);
@@ -516,7 +516,7 @@ TEST_F(PriChannelTest, DigitsCountFromOneSideOnly) {
     InitPair(rRow.acSwap);
     if (rRow.fPaired) Spy(rIn, PRI_TALK, PRI_IDLE);
     ForgetTraces();
-    PRI_Channel& rHeard = rRow.fOnLinked ? rOut : rIn;
+    OpenChannel<PRI_Channel>& rHeard = rRow.fOnLinked ? rOut : rIn;
     Send(rHeard, E_CHG_RcvDTMF, 0xab00 | '5');
     EXPECT_EQ(rRow.astrLines, logsink::TakeTexts());
     EXPECT_EQ(rRow.astrCalls, rRecorder.TakeCalls());
@@ -549,17 +549,17 @@ class PriChannelAudio : public PriChannelTest {
       rRecorder.HandleEvent(&rEvent);
     }
   }
-  void Talk(PRI_Channel& rBase) {
+  void Talk(OpenChannel<PRI_Channel>& rBase) {
     Spy(rBase, PRI_TALK, PRI_IDLE);
     ForgetTraces();
   }
   // Ends the call and gives the finished file.
-  std::string HangUp(PRI_Channel& rBase) {
+  std::string HangUp(OpenChannel<PRI_Channel>& rBase) {
     Spy(rBase, PRI_IDLE, PRI_TALK);
     return FileBytes(rBase.strFullFilename);
   }
   // What the card does with one side: writes behind the last position, around the ring, and reports the new one.
-  static void Deliver(BaseChannel& rChannel, const std::string& strBytes) {
+  static void Deliver(OpenChannel<PRI_Channel>& rChannel, const std::string& strBytes) {
     int iPos = rChannel.iRecordOffset;
     for (const char ch : strBytes) rChannel.acRecordBuf[iPos++ % RING] = static_cast<BYTE>(ch);
     Send(rChannel, E_PROC_RecordMem, static_cast<DWORD>(iPos % RING));
@@ -654,8 +654,8 @@ TEST_F(PriChannelAudio, BothDirectionsAreMixedInBothLawsAndInStereo) {
     rRecorder.fStereo = rRow.fStereo;
     rIn.iBaseCh = rOut.iBaseCh = -1;
     InitPair(rRow.acSwap);
-    PRI_Channel& rBase = rRow.fOnIn ? rIn : rOut;
-    PRI_Channel& rLinked = rRow.fOnIn ? rOut : rIn;
+    OpenChannel<PRI_Channel>& rBase = rRow.fOnIn ? rIn : rOut;
+    OpenChannel<PRI_Channel>& rLinked = rRow.fOnIn ? rOut : rIn;
     Talk(rBase);
     ASSERT_TRUE(simcards::PlayFile(rBase.iDrvCh, "/tmp/own" + strEnd));
     ASSERT_TRUE(simcards::PlayFile(rLinked.iDrvCh, "/tmp/other" + strEnd));

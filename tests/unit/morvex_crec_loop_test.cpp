@@ -27,7 +27,7 @@ using testtools::Exists;
 namespace {
 
 // Stands at the end of the channel table of the running recorder, and does what the test says.
-class DiaryChannel : public BaseChannel {
+class DiaryChannel : public OpenChannel<BaseChannel> {
  public:
   explicit DiaryChannel(Diary& rDiaryToUse) : rDiary(rDiaryToUse) {}
   void HandleEvent(SSM_EVENT* prEvent) override {

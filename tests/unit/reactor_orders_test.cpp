@@ -44,7 +44,7 @@ TEST_F(OrdersTest, RepliesOfTheOrdersOnACall) {
       {"a second blank belongs to the id", "delete  call-1", true, "E2: unknown call\n"},
       {"a line feed belongs to the id", "delete call-1\n", true, "E2: unknown call\n"},
   };
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   Start();
   for (const ReplyRow& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
@@ -57,7 +57,7 @@ TEST_F(OrdersTest, RepliesOfTheOrdersOnACall) {
 }
 
 TEST_F(OrdersTest, StartOfARunningRecordingIsTaken) {
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   rChannel.fRecOnDmd = true;
   rChannel.fRecording = true;
   Start();
@@ -66,7 +66,7 @@ TEST_F(OrdersTest, StartOfARunningRecordingIsTaken) {
 }
 
 TEST_F(OrdersTest, SilenceAndSoundSetTheChannelsFlag) {
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   rRecorder.fSilenceOnDemand = true;
   Start();
   EXPECT_EQ(Ask("silence call-1"), "OK\n");
@@ -76,8 +76,8 @@ TEST_F(OrdersTest, SilenceAndSoundSetTheChannelsFlag) {
 }
 
 TEST_F(OrdersTest, FirstChannelWithTheIdIsMeant) {
-  BaseChannel& rFirst = AddCall("same");
-  BaseChannel& rSecond = AddCall("same");
+  OpenChannel<BaseChannel>& rFirst = AddCall("same");
+  OpenChannel<BaseChannel>& rSecond = AddCall("same");
   rRecorder.fSilenceOnDemand = true;
   Start();
   EXPECT_EQ(Ask("silence same"), "OK\n");
@@ -124,7 +124,7 @@ TEST_F(OrdersTest, ChstIsOkWhateverTheChannel) {
 // -- change_local -------------------------------------------------------------------------------------------------
 
 TEST_F(OrdersTest, ChangeLocalRepliesByTheOrderBefore) {
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   Start();
   EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");  // no order yet
   EXPECT_EQ(Ask("silence none"), "E2: unknown call\n");
@@ -139,7 +139,7 @@ TEST_F(OrdersTest, ChangeLocalRepliesByTheOrderBefore) {
 }
 
 TEST_F(OrdersTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   rChannel.strRemoteNum = "0301234";
   Start();
   EXPECT_EQ(Ask("change_local 55|0301234|0|ignored|1"), "OK\n");
@@ -151,7 +151,7 @@ TEST_F(OrdersTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
 }
 
 TEST_F(OrdersTest, ChangeLocalWithMissingElements) {
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   rChannel.strRemoteNum = "0301234";
   Start();
   for (const char* acOrder : {"change_local", "change_local ", "change_local |", "change_local 1"}) {
@@ -209,7 +209,7 @@ TEST_F(OrdersTest, WaitIsGivenUpAfterSevenSteps) {
 }
 
 TEST_F(OrdersTest, BusyMainThreadGivesATimeOutAndTheOrderStillTakesEffect) {
-  BaseChannel& rChannel = AddCall("call-1");
+  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
   rRecorder.fSilenceOnDemand = true;
   rChannel.fRecOnDmd = true;
   Start();

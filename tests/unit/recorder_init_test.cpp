@@ -37,6 +37,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Open = OpenChannel<BaseChannel>;
 
 constexpr const char* SERIAL_FILE = "/var/morvex/conf/serial";
 constexpr const char* REC_TMP = "/recordings/rectmp";
@@ -115,11 +116,11 @@ TEST_F(InitTest, StartsARecorderWithAllKindsOfLines) {
   const int iBoardListIx[] = {0, 1, 1, 2, 3, 3, 3, 3, 4, 5, 5};
   for (std::size_t i = 0; i < 11; i++) {
     const BaseChannel& rChannel = *rRecorder.vChannels[i];
-    EXPECT_EQ(rChannel.iDrvCh, static_cast<int>(i));
-    EXPECT_EQ(rChannel.iBoardListIx, iBoardListIx[i]) << i;
-    EXPECT_EQ(rChannel.prRecorder, &rRecorder);
+    EXPECT_EQ(rChannel.*&Open::iDrvCh, static_cast<int>(i));
+    EXPECT_EQ(rChannel.*&Open::iBoardListIx, iBoardListIx[i]) << i;
+    EXPECT_EQ(rChannel.*&Open::prRecorder, &rRecorder);
   }
-  EXPECT_EQ(rRecorder.vChannels[7]->iBoardCh, 3);
+  EXPECT_EQ(rRecorder.vChannels[7]->*&Open::iBoardCh, 3);
   const auto Cic = [this](std::size_t i) { return static_cast<PRI_Channel*>(rRecorder.vChannels[i])->iCic; };
   EXPECT_EQ(Cic(4), 0);
   EXPECT_EQ(Cic(5), 1);
@@ -178,7 +179,7 @@ TEST_F(InitTest, NumbersOfLinesKeepRoomForAbsentCards) {
   OneLine();
   EXPECT_EQ(rRecorder.InitRecorder(), 0);
   EXPECT_THAT(logsink::TakeTexts(), Contains("5 Channel [9] {0} <0,0> Type: 3"));
-  EXPECT_EQ(rRecorder.vChannels[0]->iBoardListIx, 1);
+  EXPECT_EQ(rRecorder.vChannels[0]->*&Open::iBoardListIx, 1);
 }
 
 TEST_F(InitTest, SecondHalfOfATrunkBlockHasNoLineContact) {

@@ -29,7 +29,9 @@ class ServicesTest : public RecorderBench {
     AddChannel(2);
     Forget();
   }
-  BaseChannel& Ch(std::size_t i) { return *rRecorder.vChannels[i]; }
+  OpenChannel<BaseChannel>& Ch(std::size_t i) {
+    return static_cast<OpenChannel<BaseChannel>&>(*rRecorder.vChannels[i]);
+  }
 };
 
 // -- DTMF codes -------------------------------------------------------------------------------------------------------

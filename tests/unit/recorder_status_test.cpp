@@ -20,7 +20,7 @@ constexpr const char* STATUS = "/var/morvex/data/linestatus.dat";
 constexpr const char* STATUS_NEW = "/var/morvex/data/linestatus.dat.new";
 
 // A line whose state file is a matter of the test.
-class StateChannel : public BaseChannel {
+class StateChannel : public OpenChannel<BaseChannel> {
  public:
   int WriteChState() override {
     iWritten++;
@@ -160,7 +160,7 @@ TEST_F(StatusTest, OnlyBadHealthOfACheckedLineRaisesTheAlarm) {
       {"recovered", LINEHEALTH_OK, "0,1", "Line_7: ok\n", false},
       {"not checked", LINEHEALTH_OFFLINE, "1,0", "Line_7: offline\n", false},
   };
-  BaseChannel& rChannel = AddChannel(7);
+  OpenChannel<BaseChannel>& rChannel = AddChannel(7);
   rChannel.iBoardListIx = 0;
   rChannel.iBoardCh = 1;
   for (const Row& rRow : rRows) {
@@ -174,7 +174,7 @@ TEST_F(StatusTest, OnlyBadHealthOfACheckedLineRaisesTheAlarm) {
 }
 
 TEST_F(StatusTest, WhileChannelsAreMadeHealthChangesDoNothing) {
-  BaseChannel& rChannel = AddChannel(7);
+  OpenChannel<BaseChannel>& rChannel = AddChannel(7);
   rChannel.iBoardListIx = 0;
   rChannel.eLineHealth = LINEHEALTH_OFFLINE;
   prDb->rParts["crec"]["SynA_CheckLineStatus"] = "1";

@@ -23,7 +23,7 @@ constexpr const char* EVENT_SIGN = "/var/morvex/data/crec_event";
 
 std::vector<std::string>* prNotes = nullptr;  // of the running test
 
-class NotingChannel : public BaseChannel {
+class NotingChannel : public OpenChannel<BaseChannel> {
  public:
   explicit NotingChannel(int iNumber) : iMine(iNumber) {}
   ~NotingChannel() override { Note("deleted"); }
@@ -200,7 +200,7 @@ TEST_F(RecorderTest, EntriesAreForTheMainThreadAlone) {
 
 TEST_F(RecorderTest, ShutdownEndsCallsInTableOrderAndRemovesTheLineStatus) {
   WriteTestFile("/var/morvex/data/linestatus.dat", "Line_1: OK\n");
-  for (BaseChannel* prChannel : rRecorder.vChannels) prChannel->fCallBusy = true;
+  for (BaseChannel* prChannel : rRecorder.vChannels) prChannel->*&OpenChannel<BaseChannel>::fCallBusy = true;
   rRecorder.Shutdown();
   EXPECT_EQ(astrNotes, Texts({"0 finalize", "1 finalize", "2 finalize"}));  // the call had ended before
   EXPECT_EQ(simcards::TakeCalls(), Texts({"SsmClearCallerId(0)", "SsmClearCallerId(1)", "SsmClearCallerId(2)"}));
