@@ -124,6 +124,13 @@ const Texts OUTAGE_LINES = {
     "3 DB connect error 0 connection to server on socket \"/var/run/postgresql/.s.PGSQL.5432\" failed: No such file or "
     "directory"};
 
+std::string Told(const StdStringMap& rMap) {
+  std::string strText;
+  for (const auto& [strKey, strValue] : rMap)
+    strText.append("[").append(strKey).append("=").append(strValue).append("]");
+  return strText;
+}
+
 void DatabaseFixture::SetUp() {
   Sql("TRUNCATE Configs, recorders, Contacts, CallerIDs, Lines, Calls, ActiveCalls, IdMap, LocalIdMapping, Users, "
       "UserPhones RESTART IDENTITY");

@@ -59,6 +59,9 @@ Texts TakeLogLines();
 // What one operation logs when the server is away: with a connection that broke, and with none before.
 extern const Texts OUTAGE_LINES;
 
+// What an operation answered, as one text "[key=value][key=value]".
+std::string Told(const StdStringMap& rMap);
+
 // A database with empty tables, ids that start at 1, and a connection that is open.
 class DatabaseFixture : public testing::Test {
  protected:

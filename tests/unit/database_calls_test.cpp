@@ -10,6 +10,7 @@ namespace {
 
 using namespace std::string_literals;
 using pg::DatabaseFixture;
+using pg::Told;
 
 class CallsTest : public DatabaseFixture {};
 
@@ -24,14 +25,6 @@ Contact Party(long long iCallerID, long long iContactID) {
   rContact.iCallerID = iCallerID;
   rContact.iContactID = iContactID;
   return rContact;
-}
-
-// What an operation answered, as one text.
-std::string Told(const StdStringMap& rMap) {
-  std::string strText;
-  for (const auto& [strKey, strValue] : rMap)
-    strText.append("[").append(strKey).append("=").append(strValue).append("]");
-  return strText;
 }
 
 }  // namespace

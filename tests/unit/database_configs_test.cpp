@@ -10,6 +10,7 @@
 namespace {
 
 using pg::DatabaseFixture;
+using pg::Told;
 
 std::function<void()> rAfterPing;  // runs behind each ping, once the answer stands
 
@@ -17,14 +18,6 @@ class ConfigsTest : public DatabaseFixture {
  protected:
   void TearDown() override { rAfterPing = nullptr; }
 };
-
-// What an operation answered, as one text.
-std::string Told(const StdStringMap& rMap) {
-  std::string strText;
-  for (const auto& [strKey, strValue] : rMap)
-    strText.append("[").append(strKey).append("=").append(strValue).append("]");
-  return strText;
-}
 
 std::string Told(const std::vector<int>& aiNumbers) {
   std::string strText;
