@@ -140,10 +140,19 @@ def test_simulated_cards_are_one_unit_wherever_they_lie(house):
 
 
 def test_the_picture_leaves_out_arrows_that_others_make(house):
+    house.put("src/layers.txt", TABLE + "ground\n  text:\n")
+    house.put("src/text.h", "")
+    assert house.layers("--write") == ""
     document = house.document()
     assert 'subgraph layer0 ["upper"]\n    call\n    line\n  end\n' in document
-    assert "  call --> line\n  line --> clock\n```\n" in document
+    assert "  call --> line\n  line --> clock\n" in document
     assert "call --> clock" not in document
+
+
+def test_arrows_into_the_lowest_layer_are_drawn_as_one(house):
+    document = house.document()
+    assert "  call --> line\n  layer0 --> layer1\n```\n" in document
+    assert "--> clock" not in document
 
 
 def test_the_text_around_the_picture_stays(house):
