@@ -25,6 +25,8 @@ class EventLine : public TestChannel {
   void BeOneThatRingsUntilPickup() { fRingsUntilPickup = true; }
   void BeOneThatIsDialledOn() { fUsePressedDigitsForRemote = true; }
   void BeOneWithConnectedNumbers() { fHasConnectedNum = true; }
+  void BeOneThatForgetsItsOwnNumber() { fResetLocalNum = true; }
+  void BeOneThatMeasuresLoudness() { fCalcLoudness = true; }
   void BeOnDemandByNumber() { isOnDemandByNumber = true; }
 
   // -- what signalling tells besides the events ---------------------------------------------------------------------
@@ -37,6 +39,7 @@ class EventLine : public TestChannel {
     strConnectedNum = strNum;
     RemoteNumberChanged();
   }
+  void CallProgressTone(bool fTone) { fHighSwitchedOff = fTone; }
   void IgnoreDigits() { fDigitFreeze = true; }
   void LinkWith(int iDrvChannel) { iLinkedCh = iDrvChannel; }
 
@@ -63,6 +66,8 @@ class EventLine : public TestChannel {
     BaseChannel::ClearInfo();
   }
   bool GetNewRecOnDmd() override { return isOnDemandByNumber ? QRecOnDmd() : BaseChannel::GetNewRecOnDmd(); }
+
+  int LevelOfStateFile() const { return iLast_dB; }
 
   int iClearInfos = 0;
 

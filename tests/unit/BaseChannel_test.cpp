@@ -1,559 +1,687 @@
 #include "BaseChannel.h"
 
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <climits>
+#include <cstdlib>
+#include <initializer_list>
 
-#include "ChannelBench.h"
+#include "CallBench.h"
 #include "PriChannel.h"
 
 namespace {
 
 const Texts NOTHING;
+constexpr int WINDOW_BYTES = 4000;  // of loudness: half a second
 
-class BaseChannelTest : public ChannelBench {
+class BaseChannelTest : public CallBench {
  protected:
-  BaseChannelTest() {
-    (void)setenv("TZ", "UTC", 1);
-    tzset();
-  }
+  static constexpr const char* FILE_NAME = "/recordings/2024/01/31/14/20240131_142345_007_01.wav";
 
-  void Ring(int iPos) {
-    SSM_EVENT rEvent = simcards::MakeEvent(E_PROC_RecordMem, 0, static_cast<DWORD>(iPos));
-    rChannel.DefaultEventHandle(&rEvent);
+  // The card writes on in its ring, and what it tells of that is what the test says.
+  static void CardWrites(int iBytes) {
+    simcards::Advance(iBytes);
+    SSM_EVENT rEvent;
+    while (SsmWaitForEventA(0, &rEvent) == SSM_OK) continue;
   }
-  // A recording without call: buffer "0123456789..." and an open file.
-  void OpenFile() {
-    rChannel.strFullFilename = FILE_NAME;
-    rChannel.BasicRecordingPreparation();
-    rChannel.OpenAudioFile();
-    for (int i = 0; i < rChannel.iRecordBufSize; i++) rChannel.acRecordBuf[i] = static_cast<BYTE>(i % 251);
+  void Position(int iPos) { Send(rLine, E_PROC_RecordMem, static_cast<DWORD>(iPos)); }
+  // What the line heard from byte iStart of its recording to iStop.
+  static std::string Heard(long long iStart, long long iStop) {
+    std::string strBytes;
+    for (long long k = iStart; k < iStop; k++) strBytes += static_cast<char>(simcards::CountingByte(k));
+    return strBytes;
   }
-  static std::string Audio() { return FileBytes(FILE_NAME).substr(56); }
-  std::string RingBytes(int iStart, int iStop) const {
-    return std::string(reinterpret_cast<const char*>(rChannel.acRecordBuf) + iStart,
-                       static_cast<std::size_t>(iStop - iStart));
-  }
+  static std::string Audio() { return AudioOf(FILE_NAME); }
+  // Off hook, with audio that tells each byte from the next.
   void StartCall() {
-    rChannel.fInCall_ChState = true;
-    rChannel.InCallMaybeChanged();
+    simcards::PlayCounting(DRIVER_CH);
+    OffHook();
+    ForgetTraces();
   }
-
-  static constexpr const char* FILE_NAME = "/recordings/b.wav";
-  TestChannel rChannel;
+  // So many windows of loudness, all loud or all quiet.
+  void HearWindows(int iWindows, bool fLoud) {
+    if (fLoud) {
+      simcards::PlayTone(DRIVER_CH, 1000, -6);
+    } else {
+      simcards::PlaySilence(DRIVER_CH);
+    }
+    for (int iBytes = 0; iBytes < iWindows * WINDOW_BYTES; iBytes += RECORD_REPORT_BYTES) Hear(RECORD_REPORT_BYTES);
+  }
+  // Whether the alarm is sent with the next second.
+  bool LoudAlarm() {
+    Seconds(1);
+    const Texts astrLog = Log();
+    return std::count(astrLog.begin(), astrLog.end(), "5 [7] Loud audio detected") == 1;
+  }
+  // Whether a call of these windows, loud ones above zero and quiet ones below, sends it.
+  bool AlarmIn(std::initializer_list<int> aiWindows) {
+    OffHook();
+    for (const int iWindows : aiWindows) HearWindows(std::abs(iWindows), iWindows > 0);
+    const bool fAlarm = LoudAlarm();
+    OnHook();
+    return fAlarm;
+  }
 };
 
 }  // namespace
 
 // -- construction and destruction ------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelTest, FreshChannelKnowsNothing) {
-  const OpenChannel<BaseChannel> rFresh;
-  EXPECT_EQ(nullptr, rFresh.prRecorder);
-  for (const int iValue : {rFresh.iChannel, rFresh.iBoardCh, rFresh.iLinkedCh, rFresh.iBaseRecCh, rFresh.iBaseCh,
-                           rFresh.iActiveCallID, rFresh.iLastChannelState, rFresh.iWaitTime}) {
-    EXPECT_EQ(-1, iValue);
-  }
-  EXPECT_EQ(-999, rFresh.iLast_dB);
-  for (const int iValue : {rFresh.iChIx,
-                           rFresh.iDrvCh,
-                           rFresh.iBoardListIx,
-                           rFresh.iRecSource,
-                           rFresh.iDuration,
-                           rFresh.iRecUniqCnt,
-                           rFresh.iEncoding,
-                           rFresh.iRecordOffset,
-                           rFresh.iRecordBufSize,
-                           rFresh.iRecordByteCnt,
-                           rFresh.iMixBufIx[0],
-                           rFresh.iMixBufIx[1],
-                           rFresh.iCalcLoudnessSamples,
-                           rFresh.iActiveContactLocal,
-                           rFresh.iPeriodicCounter,
-                           rFresh.iPeriodicCounter2,
-                           rFresh.iCalcLoudnessIndex,
-                           rFresh.iHighDbThr,
-                           rFresh.iHighMaxCnt,
-                           rFresh.iHighCnt,
-                           rFresh.iHighAge,
-                           rFresh.iHighNotify,
-                           rFresh.iLongRecordingsLen,
-                           rFresh.iLineErrCalc,
-                           rFresh.iLineOfflineCalc}) {
-    EXPECT_EQ(0, iValue);
-  }
-  for (const bool fValue : {rFresh.fCallBusy,          rFresh.fInCall_ChState,  rFresh.fRinging,
-                            rFresh.fIncoming,          rFresh.fKnowIncoming,    rFresh.fRingsUntilPickup,
-                            rFresh.fUseLocalNum,       rFresh.fHasConnectedNum, rFresh.fUsePressedDigitsForRemote,
-                            rFresh.fResetLocalNum,     rFresh.fRecording,       rFresh.fDontRecord,
-                            rFresh.fDontKeepThisPart,  rFresh.fSilencing,       rFresh.fDoStereo,
-                            rFresh.fDigitFreeze,       rFresh.fToEmail,         rFresh.fCalcLoudness,
-                            rFresh.fHighDetect,        rFresh.fHighSwitchedOff, rFresh.fRecOnDmd,
-                            rFresh.fRecOnDmdStart,     rFresh.fLongRecordings,  rFresh.fCheckLineStatus,
-                            rFresh.rCustomLocal.fFound}) {
-    EXPECT_FALSE(fValue);
-  }
-  for (const time_t rValue : {rFresh.rFirstRing, rFresh.rLastRing, rFresh.rCallStopTime, rFresh.rRemoteNumTime,
-                              rFresh.rDigitTime, rFresh.rStartTime}) {
-    EXPECT_EQ(0, rValue);
-  }
-  for (const std::string& strValue :
-       {rFresh.strRemoteNum, rFresh.strLocalNum, rFresh.strNonMonitoredNum, rFresh.strConnectedNum,
-        rFresh.strPrevRemoteNum, rFresh.strPrevConnectedNum, rFresh.strPrevCallRemoteNum, rFresh.strFullFilename,
-        rFresh.strFullFilenameFinal, rFresh.strArchiveFilename, rFresh.strFilename, rFresh.strDirectory,
-        rFresh.strDbRemoteId, rFresh.strDigits}) {
-    EXPECT_EQ("", strValue);
-  }
-  EXPECT_EQ(nullptr, rFresh.acRecordBuf);
-  EXPECT_EQ(nullptr, rFresh.acMixBuffer);
-  EXPECT_EQ(nullptr, rFresh.hAudioFile);
-  EXPECT_EQ(nullptr, rFresh.hRawFile);
-  EXPECT_EQ(0.0, rFresh.dLoudness);
-  EXPECT_EQ(LINEHEALTH_OK, rFresh.eLineHealth);
+TEST_F(BaseChannelTest, FreshLineKnowsNothing) {
+  { const BaseChannel rFresh; }
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
+  EXPECT_EQ(NO_LEVEL_DB, rLine.LevelOfStateFile());
+  OffHook();
+  EXPECT_EQ((Texts{"5 [7] Call starts", "5 [7] Outgoing call", "5 [7] Starting recording",
+                   std::string("5 [7] Recording to file ") + FILE_NAME}),
+            Log());
+  for (const char* acColumn : {"remote", "local"}) EXPECT_EQ("", Active(acColumn));
+  for (const char* acColumn : {"duration", "localcallerid"}) EXPECT_EQ("0", Active(acColumn));
+  EXPECT_EQ("-1", Active("waittime"));
+  EXPECT_EQ("(none)", Active("connected"));
 }
 
 TEST_F(BaseChannelTest, BaseAnswersOfTheVirtualOperations) {
   OpenChannel<BaseChannel> rPlain;
   InitLine(rPlain, 1);
   EXPECT_FALSE(rPlain.InCall());
-  rPlain.fInCall_ChState = true;
-  EXPECT_TRUE(rPlain.InCall());
   EXPECT_FALSE(rPlain.CanStereo());
   EXPECT_EQ(-1, rPlain.WriteChState());
   EXPECT_FALSE(rPlain.GetNewRecOnDmd());
-  rPlain.fRecOnDmd = true;
-  EXPECT_TRUE(rPlain.GetNewRecOnDmd());
   rPlain.WhenDigitExpiring();
   rPlain.WhenNewRing();
   rPlain.Finalize();
-  rPlain.SetBaseChannel(3);
-  EXPECT_EQ(3, rPlain.iBaseCh);
-  EXPECT_EQ(-1, rPlain.iBaseRecCh);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
+  rRecorder.rChannelParams["RecOnDmd"] = "1";
+  InitLine(rPlain, 1);
+  EXPECT_TRUE(rPlain.GetNewRecOnDmd());
+}
+
+TEST_F(BaseChannelTest, BaseChannelOfALineIsKnownToItAndStartsNoMix) {
+  PRI_Channel rTrunk;
+  InitLine(rTrunk, 1);
+  rTrunk.SetBaseChannel(3);
+  EXPECT_EQ(NOTHING, Cards());
+  Send(rTrunk, E_CHG_SpyState, PRI_TALK);
+  EXPECT_EQ((Texts{"4 [1] (ignored, has base) PRI was: 0 is: 3 talking"}), Log());
 }
 
 TEST_F(BaseChannelTest, TrunkLineWritesNoStateFile) {
-  OpenChannel<PRI_Channel> rTrunk;
+  PRI_Channel rTrunk;
   InitLine(rTrunk, 1);
   rRecorder.strDataDir = "/tmp/none_written_";
   EXPECT_EQ(-1, rTrunk.WriteChState());
-  EXPECT_NE(0, access("/tmp/none_written_chstate_1.dat", F_OK));
+  EXPECT_FALSE(testtools::Exists("/tmp/none_written_chstate_1.dat"));
 }
 
 TEST_F(BaseChannelTest, DestructorGivesBackWhatTheChannelHolds) {
   const int iBefore = OpenDescriptors();
+  rRecorder.fMonitoring = true;
   {
-    TestChannel rBusy;
+    EventLine rBusy;
     InitLine(rBusy, 1);
-    rRecorder.fMonitoring = true;
-    rBusy.strFullFilename = FILE_NAME;
-    rBusy.strFullFilenameFinal = FILE_NAME;
-    rBusy.iLinkedCh = 1;
-    rBusy.BasicRecordingPreparation();
-    rBusy.OpenAudioFile();
+    rRecorder.vChannels = {&rBusy, &rLinked};
+    rBusy.LinkWith(LINKED_CH);
+    Send(rBusy, E_RCV_DSTDChannel, DMSG_OFF_HOOK);
     ASSERT_EQ(iBefore + 2, OpenDescriptors());
+    ForgetTraces();
   }
   EXPECT_EQ(iBefore, OpenDescriptors());
+  EXPECT_EQ((Texts{"SsmStopRecToMem(0)"}), Cards());  // the card must not write on into memory that is gone
+}
+
+TEST_F(BaseChannelTest, DestructorStopsTheCardOfAMixedInSide) {
+  {
+    EventLine rSide;
+    InitLine(rSide, 2, LINKED_CH);
+    rRecorder.vChannels = {&rLine, &rSide};
+    rLine.LinkWith(LINKED_CH);
+    OffHook();
+    ForgetTraces();
+  }
+  EXPECT_EQ((Texts{"SsmStopRecToMem(1)"}), Cards());
+  rRecorder.vChannels = {&rLine};
 }
 
 // -- settings --------------------------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelTest, InitTakesPlaceAndSettings) {
-  rRecorder.rChannelParams = {{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"},       {"LoudnessLen", "8"},
-                              {"LongRecordings", "1"},  {"LongRecordingsLen", "30"}, {"RecOnDmd", "2"},
-                              {"CheckLineStatus", "1"}};
-  rChannel.fRecOnDmdStart = true;
-  simcards::SetChState(2, S_CALL_TALKING);
-  rChannel.Init(12, 3, 4, &rRecorder, 2);
-  EXPECT_EQ(2, rChannel.iChIx);
-  EXPECT_EQ(12, rChannel.iChannel);
-  EXPECT_EQ(2, rChannel.iDrvCh);
-  EXPECT_EQ(3, rChannel.iBoardListIx);
-  EXPECT_EQ(4, rChannel.iBoardCh);
-  EXPECT_EQ(&rRecorder, rChannel.prRecorder);
-  EXPECT_TRUE(rChannel.fHighDetect);
-  EXPECT_TRUE(rChannel.fCalcLoudness);
-  EXPECT_EQ(55, rChannel.iHighDbThr);
-  EXPECT_EQ(16, rChannel.iHighMaxCnt);
-  EXPECT_TRUE(rChannel.fLongRecordings);
-  EXPECT_EQ(30, rChannel.iLongRecordingsLen);
-  EXPECT_TRUE(rChannel.fRecOnDmd);
-  EXPECT_FALSE(rChannel.fRecOnDmdStart);
-  EXPECT_TRUE(rChannel.fCheckLineStatus);
-  EXPECT_EQ(S_CALL_TALKING, rChannel.iLastChannelState);
+TEST_F(BaseChannelTest, InitTakesThePlaceOfTheLine) {
+  PRI_Channel rTrunk;
+  rTrunk.Init(12, 3, 4, &rRecorder, 2);
+  simcards::SetSpyInfo(2, {2, 1, "0301234", "22", "23"});
+  (void)Log();
+  Send(rTrunk, E_CHG_SpyState, PRI_UNAVAILABLE);
+  Send(rTrunk, E_CHG_ChState, S_CALL_OFFLINE);
+  EXPECT_EQ((Texts{"5 [12] PRI was: 0 is: 11 unavail", "5 [12] Line health: offline"}), Log());
+  EXPECT_EQ((Texts{"NotifyChAvail 3 4 0", "NewLineHealth 2"}), Orders());
+}
+
+TEST_F(BaseChannelTest, InitTakesTheSettings) {
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "30"}, {"CheckLineStatus", "1"}});
+  EXPECT_TRUE(rLine.fCheckLineStatus);  // the recorder reads it
+  OffHook();
+  Seconds(30 * 60 - 1);
+  EXPECT_EQ(1U, ActiveRows() + KeptRows());
+  Seconds(1);
+  EXPECT_EQ("5 [7] 30 minutes of recording saved!", Log().back());
+  OnHook();
+
+  InitLines({{"RecOnDmd", "2"}});
+  OffHook();
+  EXPECT_EQ("5 [7] Recording on demand", Log().back());
+}
+
+TEST_F(BaseChannelTest, InitForgetsADemand) {
+  InitLines({{"RecOnDmd", "1"}});
+  rRecorder.iNumberFilterType = 1;
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));  // in force, but no number passes
+  InitLines({{"RecOnDmd", "1"}});
+  rRecorder.iNumberFilterType = 0;
+  OffHook();
+  EXPECT_EQ("5 [7] Recording on demand", Log().back());
 }
 
 TEST_F(BaseChannelTest, MissingSettingsAreOff) {
-  rRecorder.rChannelParams.clear();
-  rChannel.Init(12, 0, 0, &rRecorder, 0);
-  EXPECT_FALSE(rChannel.fHighDetect);
-  EXPECT_FALSE(rChannel.fCalcLoudness);
-  EXPECT_EQ(0, rChannel.iHighDbThr);
-  EXPECT_EQ(0, rChannel.iHighMaxCnt);
-  EXPECT_FALSE(rChannel.fLongRecordings);
-  EXPECT_EQ(0, rChannel.iLongRecordingsLen);
-  EXPECT_FALSE(rChannel.fRecOnDmd);
-  EXPECT_FALSE(rChannel.fCheckLineStatus);
+  InitLines({});
+  EXPECT_FALSE(rLine.fCheckLineStatus);  // the recorder reads it
+  OffHook();
+  ForgetTraces();
+  HearWindows(20, /*fLoud=*/true);
+  Seconds(3600);
+  EXPECT_EQ(NOTHING, Log());  // neither alarm nor cut
+  EXPECT_EQ(NO_LEVEL_DB, rLine.LevelOfStateFile());
 }
 
 TEST_F(BaseChannelTest, LoudnessWantedByASubclassStays) {
-  rRecorder.rChannelParams.clear();
-  rChannel.fCalcLoudness = true;
-  rChannel.Init(12, 0, 0, &rRecorder, 0);
-  EXPECT_TRUE(rChannel.fCalcLoudness);
+  rLine.BeOneThatMeasuresLoudness();
+  InitLines({});
+  OffHook();
+  HearWindows(1, /*fLoud=*/false);
+  EXPECT_NE(NO_LEVEL_DB, rLine.LevelOfStateFile());
 }
 
-TEST_F(BaseChannelTest, LoudnessLengthBeyondAllReasonStaysInRange) {
-  rRecorder.rChannelParams = {{"LoudnessLen", "2147483647"}};
-  rChannel.Init(12, 0, 0, &rRecorder, 0);
-  EXPECT_EQ(INT_MAX, rChannel.iHighMaxCnt);
+TEST_F(BaseChannelTest, LoudVoiceIsTakenByThresholdAndLength) {
+  struct Row {
+    const char* acLabel;
+    StdStringMap rSettings;
+    int iWindows;
+    bool fAlarm;
+  };
+  const Row rRows[] = {
+      {"too short by a window", {{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"}, {"LoudnessLen", "8"}}, 15, false},
+      {"long enough", {{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"}, {"LoudnessLen", "8"}}, 16, true},
+      {"too low", {{"LoudVoiceDetect", "1"}, {"LoudnessThr", "70"}, {"LoudnessLen", "8"}}, 16, false},
+      {"switched off", {{"LoudVoiceDetect", "0"}, {"LoudnessThr", "55"}, {"LoudnessLen", "8"}}, 16, false},
+      {"length beyond all reason stays in range",
+       {{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"}, {"LoudnessLen", "-2147483647"}},
+       16,
+       false},
+  };
+  for (const Row& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    InitLines(rRow.rSettings);
+    EXPECT_EQ(rRow.fAlarm, AlarmIn({rRow.iWindows}));
+  }
 }
 
 TEST_F(BaseChannelTest, LineStateAtInitCounts) {
   struct Row {
     int iState;
-    int iOffline, iErr;
     Texts astrLines, astrTold;
+    int iErrorsToIllness;  // further bad states until the line is unhealthy although no longer in that state
+    int iOfflinesToIllness;
   };
+  const Texts OFFLINE_LINE = {"5 [9] Line health: offline"};
   const Row rRows[] = {
-      {S_CALL_STANDBY, 0, 0, {}, {}},
-      {S_CALL_OFFLINE, 60, 0, {"5 [9] Line health: offline"}, {"NewLineHealth 0"}},
-      {S_CALL_UNAVAILABLE, 60, 0, {"5 [9] Line health: offline"}, {"NewLineHealth 0"}},
-      {S_CALL_SIGNAL_ERROR, 0, 60, {}, {}},
-      {S_CALL_FRAME_ERROR, 0, 60, {}, {}},
+      {S_CALL_STANDBY, {}, {}, 3, 3},
+      {S_CALL_OFFLINE, OFFLINE_LINE, {"NewLineHealth 0"}, 3, 2},
+      {S_CALL_UNAVAILABLE, OFFLINE_LINE, {"NewLineHealth 0"}, 3, 2},
+      {S_CALL_SIGNAL_ERROR, {}, {}, 2, 3},
+      {S_CALL_FRAME_ERROR, {}, {}, 2, 3},
   };
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.iState);
-    ForgetTraces();
-    TestChannel rFresh;
-    simcards::SetChState(0, rRow.iState);
-    rFresh.Init(9, 0, 0, &rRecorder, 0);
-    EXPECT_EQ(rRow.iState, rFresh.iLastChannelState);
-    EXPECT_EQ(rRow.iOffline, rFresh.iLineOfflineCalc);
-    EXPECT_EQ(rRow.iErr, rFresh.iLineErrCalc);
-    EXPECT_EQ(rRow.astrLines, logsink::TakeTexts());
-    EXPECT_EQ(rRow.astrTold, rRecorder.TakeCalls());
+    for (const bool fErrors : {true, false}) {
+      EventLine rFresh;
+      simcards::SetChState(0, rRow.iState);
+      rFresh.Init(9, 0, 0, &rRecorder, 0);
+      EXPECT_EQ(rRow.astrLines, Log());
+      EXPECT_EQ(rRow.astrTold, Orders());
+      int iBadStates = 0;
+      Texts astrHealth;
+      do {
+        Send(rFresh, E_CHG_ChState, S_CALL_STANDBY);
+        (void)Log();
+        Send(rFresh, E_CHG_ChState, fErrors ? S_CALL_SIGNAL_ERROR : S_CALL_OFFLINE);
+        Send(rFresh, E_CHG_ChState, S_CALL_STANDBY);
+        astrHealth = Log();
+        iBadStates++;
+      } while (iBadStates < 9 && (astrHealth.empty() || astrHealth.back() == "5 [9] Line health: ok"));
+      EXPECT_EQ(fErrors ? rRow.iErrorsToIllness : rRow.iOfflinesToIllness, iBadStates);
+      (void)Orders();
+    }
   }
 }
 
 TEST_F(BaseChannelTest, LiveReloadReadsOneKeyPastTheCache) {
-  rRecorder.rChannelParams = {{"CheckLineStatus", "1"}, {"RecOnDmd", "1"}};
-  InitLine(rChannel, 1);
+  InitLines({{"CheckLineStatus", "1"}, {"RecOnDmd", "1"}});
   rRecorder.rChannelParamsLive = {{"CheckLineStatus", "0"}, {"RecOnDmd", "0"}};
-  rChannel.ReloadSettingsLive();
-  EXPECT_FALSE(rChannel.fCheckLineStatus);
-  EXPECT_TRUE(rChannel.fRecOnDmd);
+  rLine.ReloadSettingsLive();
+  EXPECT_FALSE(rLine.fCheckLineStatus);  // the recorder reads it
+  OffHook();
+  EXPECT_EQ("5 [7] Recording on demand", Log().back());
   rRecorder.rChannelParamsLive = {{"CheckLineStatus", "2"}};
-  rChannel.ReloadSettingsLive();
-  EXPECT_TRUE(rChannel.fCheckLineStatus);
+  rLine.ReloadSettingsLive();
+  EXPECT_TRUE(rLine.fCheckLineStatus);
 }
 
 // -- events ----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, StateAlreadyHeldChangesNoCounter) {
-  InitLine(rChannel, 1);
-  Send(rChannel, E_CHG_ChState, 139);
-  Send(rChannel, E_CHG_ChState, 139);
-  EXPECT_EQ(60, rChannel.iLineErrCalc);
-  Send(rChannel, E_CHG_ChState, 140);
-  EXPECT_EQ(120, rChannel.iLineErrCalc);
+  for (const DWORD dwState : {139U, 139U, 139U, 140U}) Send(rLine, E_CHG_ChState, dwState);
+  EXPECT_EQ(NOTHING, Log());
+  Send(rLine, E_CHG_ChState, 139);  // the third change
+  EXPECT_EQ((Texts{"5 [7] Line health: error"}), Log());
 }
 
 TEST_F(BaseChannelTest, StateIsTheLowWord) {
-  InitLine(rChannel, 1);
-  Send(rChannel, E_CHG_ChState, 0xabcd0003);
-  EXPECT_EQ(S_CALL_TALKING, rChannel.iLastChannelState);
+  Send(rLine, E_CHG_ChState, 0xabcd0000 | S_CALL_OFFLINE);
+  EXPECT_EQ((Texts{"5 [7] Line health: offline"}), Log());
 }
 
 TEST_F(BaseChannelTest, BaseKnowsNoCallFromAState) {
-  InitLine(rChannel, 1);
-  for (const DWORD dwState : {2U, 1U, 3U, 0U}) Send(rChannel, E_CHG_ChState, dwState);
-  EXPECT_FALSE(rChannel.fRinging);
-  EXPECT_FALSE(rChannel.fInCall_ChState);
-  EXPECT_FALSE(rChannel.fCallBusy);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  OpenChannel<BaseChannel> rPlain;
+  InitLine(rPlain, 1);
+  for (const DWORD dwState : {2U, 1U, 3U, 0U}) Send(rPlain, E_CHG_ChState, dwState);
+  EXPECT_FALSE(rPlain.InCall());
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
+  EXPECT_EQ(NOTHING, Queries());
 }
 
 TEST_F(BaseChannelTest, EveryOtherCodeIsLeftToSubclasses) {
-  InitLine(rChannel, 1);
-  OpenFile();
+  OpenChannel<BaseChannel> rPlain;
+  InitLine(rPlain, LINE);
+  rPlain.TryStartRecording();
+  CardWrites(200);
+  ForgetTraces();
   for (WORD wCode = 0; wCode < MAX_EVENT_SIZE; wCode++) {
-    if (wCode != E_CHG_ChState) Send(rChannel, wCode, 100);
+    if (wCode != E_CHG_ChState) Send(rPlain, wCode, 100);
   }
-  EXPECT_EQ(0, rChannel.iRecordOffset);
-  EXPECT_EQ(0, rChannel.iRecordByteCnt);
-  EXPECT_EQ(0, rChannel.iLastChannelState);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
+  EXPECT_EQ("", Audio());
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
+  rPlain.EndOfCall();
 }
 
 TEST_F(BaseChannelTest, DefaultHandlingKnowsRecordMemOnly) {
-  InitLine(rChannel, 1);
-  OpenFile();
+  StartCall();
+  CardWrites(200);
   for (WORD wCode = 0; wCode < MAX_EVENT_SIZE; wCode++) {
-    SSM_EVENT rEvent = simcards::MakeEvent(wCode, 0, 139);
-    if (wCode != E_PROC_RecordMem) rChannel.DefaultEventHandle(&rEvent);
+    SSM_EVENT rEvent = simcards::MakeEvent(wCode, 0, 100);
+    if (wCode != E_PROC_RecordMem) rLine.DefaultEventHandle(&rEvent);
   }
-  EXPECT_EQ(0, rChannel.iRecordOffset);
-  EXPECT_EQ(0, rChannel.iLastChannelState);
+  EXPECT_EQ("", Audio());
+  EXPECT_EQ(NOTHING, Log());
+  Position(200);
+  EXPECT_EQ(Heard(0, 200), Audio());
 }
 
 TEST_F(BaseChannelTest, PositionWritesFromTheLastOneOn) {
-  InitLine(rChannel, 1);
-  OpenFile();
-  Ring(2048);
-  EXPECT_EQ(RingBytes(0, 2048), Audio());
-  Ring(2048);  // the same position again
-  EXPECT_EQ(2048, rChannel.iRecordByteCnt);
-  EXPECT_EQ(2048, rChannel.iRecordOffset);
-  Ring(3000);
-  EXPECT_EQ(RingBytes(0, 3000), Audio());
+  StartCall();
+  CardWrites(3000);
+  Position(2048);
+  EXPECT_EQ(Heard(0, 2048), Audio());
+  Position(2048);  // the same position again
+  EXPECT_EQ(Heard(0, 2048), Audio());
+  Position(3000);
+  EXPECT_EQ(Heard(0, 3000), Audio());
 }
 
 TEST_F(BaseChannelTest, PositionBelowOffsetWritesTailThenHead) {
-  InitLine(rChannel, 1);
-  OpenFile();
-  rChannel.iRecordOffset = 4000;
-  Ring(100);
-  EXPECT_EQ(RingBytes(4000, 4096) + RingBytes(0, 100), Audio());
-  EXPECT_EQ(100, rChannel.iRecordOffset);
+  StartCall();
+  CardWrites(4000);
+  Position(4000);
+  CardWrites(196);
+  Position(100);
+  EXPECT_EQ(Heard(0, 4196), Audio());
+  CardWrites(50);
+  Position(150);
+  EXPECT_EQ(Heard(0, 4246), Audio());
 }
 
 TEST_F(BaseChannelTest, PositionAtTheEndOfTheRingIsTheSameAsItsStart) {
   for (const int iEnd : {4096, 0}) {
     SCOPED_TRACE(iEnd);
-    InitLine(rChannel, 1);
-    OpenFile();
-    rChannel.iRecordOffset = 4000;
-    Ring(iEnd);
-    EXPECT_EQ(RingBytes(4000, 4096), Audio());
-    Ring(50);
-    EXPECT_EQ(RingBytes(4000, 4096) + RingBytes(0, 50), Audio());
-    EXPECT_EQ(50, rChannel.iRecordOffset);
+    InitLines({});
+    SetClock(CALL_START + iEnd);
+    StartCall();
+    const std::string strFile = iEnd == 0 ? "/recordings/2024/01/31/14/20240131_142345_007_02.wav"
+                                          : "/recordings/2024/01/31/15/20240131_153201_007_01.wav";
+    CardWrites(4000);
+    Position(4000);
+    CardWrites(96);
+    Position(iEnd);
+    EXPECT_EQ(Heard(0, 4096), AudioOf(strFile));
+    CardWrites(50);
+    Position(50);
+    EXPECT_EQ(Heard(0, 4146), AudioOf(strFile));
+    OnHook();
   }
 }
 
 TEST_F(BaseChannelTest, PositionOutsideTheRingIsDropped) {
-  InitLine(rChannel, 1);
-  Ring(1);  // no buffer yet
-  EXPECT_EQ(0, rChannel.iRecordOffset);
-  OpenFile();
-  Ring(100);
+  Position(1);  // no buffer yet
+  StartCall();
+  CardWrites(200);
+  Position(100);
   for (const int iPos : {4097, 1000000, INT_MAX, -1, INT_MIN}) {
     SCOPED_TRACE(iPos);
-    Ring(iPos);
-    EXPECT_EQ(100, rChannel.iRecordOffset);
-    EXPECT_EQ(100, rChannel.iRecordByteCnt);
+    Position(iPos);
+    EXPECT_EQ(Heard(0, 100), Audio());
   }
-  Ring(200);
-  EXPECT_EQ(RingBytes(0, 200), Audio());
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  Position(200);
+  EXPECT_EQ(Heard(0, 200), Audio());
+  EXPECT_EQ(NOTHING, Log());
 }
 
 // -- each second -----------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, HeaderIsBroughtUpToDateEveryFifthSecond) {
-  InitLine(rChannel, 1);
-  OpenFile();
+  StartCall();
   for (int iSecond = 1; iSecond <= 15; iSecond++) {
-    Ring(iSecond * 10);
-    Tick(rChannel);
+    CardWrites(10);
+    Position(iSecond * 10);
+    Seconds(1);
     const int iCounted = iSecond - iSecond % 5;
-    EXPECT_EQ(static_cast<char>(iCounted * 10), FileBytes(FILE_NAME)[52]) << iSecond;
+    EXPECT_EQ(static_cast<char>(iCounted * 10), ReadTestFile(FILE_NAME)[52]) << iSecond;
   }
 }
 
 TEST_F(BaseChannelTest, LoudAlarmIsSentOnceACall) {
-  InitLine(rChannel, 4);
-  rChannel.iActiveCallID = 31;
-  rChannel.strDbRemoteId = "an id";
-  rChannel.iHighNotify = HIGH_NOTIFY_TO_SEND;
-  Tick(rChannel);
-  EXPECT_EQ((Texts{"5 [4] Loud audio detected"}), logsink::TakeTexts());
-  EXPECT_EQ((Texts{"UpdateActiveCallCategory 31 1"}), rRecorder.rDatabase.TakeCalls());
-  EXPECT_EQ((Texts{"NotifyAdmin 1 an id"}), rRecorder.TakeCalls());
-  EXPECT_EQ(HIGH_NOTIFY_SENT, rChannel.iHighNotify);
-  Tick(rChannel);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, rRecorder.TakeCalls());
-}
-
-TEST_F(BaseChannelTest, LoudAudioReachesTheAdministratorThroughTheWholeRoad) {
-  rRecorder.rChannelParams = {{"LoudVoiceDetect", "1"}, {"LoudnessThr", "60"}, {"LoudnessLen", "1"}};
-  InitLine(rChannel, 4);
-  OpenFile();
-  rChannel.fSilencing = false;
-  for (int i = 0; i < 4096; i++) rChannel.acRecordBuf[i] = 0xaa;
-  for (int i = 1; i <= 3; i++) {
-    Ring(2000);
-    Ring(4000);
-    rChannel.iRecordOffset = 0;
-    Tick(rChannel);
-    EXPECT_EQ(i < 2 ? NOTHING : i == 2 ? Texts{"5 [4] Loud audio detected"} : NOTHING, logsink::TakeTexts()) << i;
+  InitLines({{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"}, {"LoudnessLen", "1"}});
+  for (const int iRow : {1, 3}) {
+    OffHook();
+    HearWindows(1, /*fLoud=*/true);
+    ForgetTraces();
+    Seconds(1);
+    EXPECT_EQ(NOTHING, Log());
+    HearWindows(1, /*fLoud=*/true);
+    EXPECT_EQ(NOTHING, Log());  // found, and sent with the next second
+    Seconds(1);
+    EXPECT_EQ((Texts{"5 [7] Loud audio detected"}), Log());
+    EXPECT_EQ((Texts{"UpdateActiveCallCategory " + std::to_string(iRow) + " 1"}), Queries());
+    EXPECT_EQ((Texts{"NotifyAdmin 1 " + Active("remoteid")}), Orders());
+    HearWindows(4, /*fLoud=*/true);
+    Seconds(1);
+    EXPECT_EQ(NOTHING, Log());
+    EXPECT_EQ(NOTHING, Orders());
+    OnHook();
   }
 }
 
 TEST_F(BaseChannelTest, DigitsExpireBySecondsToo) {
-  InitLine(rChannel, 4);
-  rChannel.DetectedDigit('1');
-  (void)logsink::Take();
-  for (int i = 0; i < 5; i++) Tick(rChannel);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  Tick(rChannel);
-  EXPECT_EQ((Texts{"5 [4] Previous digits expired"}), logsink::TakeTexts());
-  EXPECT_EQ("", rChannel.strDigits);
+  Press("1");
+  (void)Log();
+  Seconds(5);
+  EXPECT_EQ(NOTHING, Log());
+  Seconds(1);
+  EXPECT_EQ((Texts{"5 [7] Previous digits expired"}), Log());
+  Press("2");
+  EXPECT_EQ((Texts{"5 [7] Digits: 2"}), Log());
 }
 
 TEST_F(BaseChannelTest, StepsOfASecondComeInOrder) {
-  InitLine(rChannel, 4);
-  rChannel.strDigits = "12";
-  rChannel.iHighNotify = HIGH_NOTIFY_TO_SEND;
-  rChannel.iLineErrCalc = 151;
-  rChannel.eLineHealth = LINEHEALTH_ERROR;
-  rChannel.fRecording = true;  // a recording that has no file
-  rChannel.fLongRecordings = true;
-  rChannel.fDontRecord = true;
-  Tick(rChannel);
-  const Texts astrLines = logsink::TakeTexts();
-  ASSERT_EQ(5U, astrLines.size());
-  EXPECT_EQ("5 [4] Previous digits expired", astrLines[0]);
-  EXPECT_EQ("5 [4] Loud audio detected", astrLines[1]);
-  EXPECT_EQ("5 [4] Recording stopped (" + std::to_string(rNow) + " s)", astrLines[2]);
-  EXPECT_EQ("5 [4] 0 minutes of recording saved!", astrLines[3]);
-  EXPECT_EQ("5 [4] Line health: ok", astrLines[4]);
+  InitLines({{"LongRecordings", "1"},
+             {"LongRecordingsLen", "1"},
+             {"LoudVoiceDetect", "1"},
+             {"LoudnessThr", "55"},
+             {"LoudnessLen", "1"}});
+  SetConfig("RecNotOutg", "1");
+  OffHook();
+  Seconds(30);
+  // Three errors make a score that takes thirty seconds to become that of a healthy line.
+  for (const DWORD dwState : {139U, 140U, 139U, 0U}) Send(rLine, E_CHG_ChState, dwState);
+  Seconds(24);
+  Press("1");
+  Seconds(5);
+  HearWindows(2, /*fLoud=*/true);
+  ForgetTraces();
+  Seconds(1);
+  EXPECT_EQ((Texts{"5 [7] Previous digits expired", "5 [7] Loud audio detected", "5 [7] Recording stopped (60 s)",
+                   "5 [7] Outgoing call: not keeping", "5 [7] Starting recording",
+                   "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142445_007_02.wav",
+                   "5 [7] 1 minutes of recording saved!", "5 [7] Line health: ok"}),
+            Log());
 }
 
 // -- long recordings -------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, LongCallIsCutIntoPartsOfItsOwn) {
-  rRecorder.rChannelParams = {{"LongRecordings", "1"}, {"LongRecordingsLen", "2"}};
-  rRecorder.rDatabase.rParts["crec"]["RecNotOutg"] = "1";  // so that no finishing stands in this story
-  InitLine(rChannel, 4);
-  rChannel.strRemoteNum = "0123456";
-  rChannel.strLocalNum = "77";
-  StartCall();
-  EXPECT_EQ("19700112_134640_004_01", rChannel.strDbRemoteId);
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "2"}});
+  SetConfig("RecNotOutg", "1");  // so that no finishing stands in this story
+  (void)rLine.ChangeLocalNum("77");
+  CallerId("0123456");
+  OffHook();
+  EXPECT_EQ("20240131_142345_007_01", Active("remoteid"));
   ForgetTraces();
 
-  for (int i = 0; i < 119; i++) Tick(rChannel);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(119, rChannel.iPeriodicCounter2);
-  Tick(rChannel);
-  EXPECT_EQ((Texts{"5 [4] Recording stopped (120 s)", "5 [4] Outgoing call: not keeping", "5 [4] Starting recording",
-                   "5 [4] Recording to file /recordings/1970/01/12/13/19700112_134840_004_02.wav",
-                   "5 [4] 2 minutes of recording saved!"}),
-            logsink::TakeTexts());
-  EXPECT_EQ((Texts{"SsmStopRecToMem(0)", "SsmRecToMem(0,6,4096,0)"}), simcards::TakeCalls());
-  EXPECT_EQ("19700112_134840_004_02", rChannel.strDbRemoteId);
-  EXPECT_EQ("0123456", rChannel.strRemoteNum);
-  EXPECT_EQ("77", rChannel.strLocalNum);
-  EXPECT_TRUE(rChannel.fCallBusy);
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_EQ(0, rChannel.iPeriodicCounter2);
+  Seconds(119);
+  EXPECT_EQ(NOTHING, Log());
+  Seconds(1);
+  EXPECT_EQ((Texts{"5 [7] Recording stopped (120 s)", "5 [7] Outgoing call: not keeping", "5 [7] Starting recording",
+                   "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142545_007_02.wav",
+                   "5 [7] 2 minutes of recording saved!"}),
+            Log());
+  EXPECT_EQ((Texts{"SsmStopRecToMem(0)", "SsmRecToMem(0,6,4096,0)"}), Cards());
+  EXPECT_EQ("20240131_142545_007_02", Active("remoteid"));
+  EXPECT_EQ("0123456", Active("remote"));
+  EXPECT_EQ("77", Active("local"));
 
-  for (int i = 0; i < 120; i++) Tick(rChannel);
-  EXPECT_EQ("19700112_135040_004_03", rChannel.strDbRemoteId);
+  Seconds(120);
+  EXPECT_EQ("20240131_142745_007_03", Active("remoteid"));
+  (void)Log();
+  OnHook();
+  EXPECT_EQ("5 [7] Call stops", Log()[0]);
 }
 
 TEST_F(BaseChannelTest, PartLengthOfZeroCutsEverySecond) {
-  rRecorder.rChannelParams = {{"LongRecordings", "1"}};
-  InitLine(rChannel, 4);
-  StartCall();
-  for (int i = 2; i <= 4; i++) {
-    Tick(rChannel);
-    EXPECT_EQ(i, rChannel.iRecUniqCnt);
-    EXPECT_EQ("5 [4] 0 minutes of recording saved!", logsink::TakeTexts().back());
+  InitLines({{"LongRecordings", "1"}});
+  OffHook();
+  for (const char* acId : {"20240131_142346_007_02", "20240131_142347_007_03", "20240131_142348_007_04"}) {
+    Seconds(1);
+    EXPECT_EQ(acId, Active("remoteid"));
+    EXPECT_EQ("5 [7] 0 minutes of recording saved!", Log().back());
   }
 }
 
-TEST_F(BaseChannelTest, PartThatMayNotGoOnLeavesNoSecondsBehind) {
-  rRecorder.rChannelParams = {{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}};
-  InitLine(rChannel, 4);
-  StartCall();
-  for (int i = 0; i < 59; i++) Tick(rChannel);
+TEST_F(BaseChannelTest, PartThatMayNotGoOnIsKeptAndLeavesNoSecondsBehind) {
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
+  OffHook();
+  Seconds(59);
   rRecorder.iNumberFilterType = 1;  // lets no number pass
-  Tick(rChannel);
-  EXPECT_FALSE(rChannel.fRecording);
-  EXPECT_EQ(0, rChannel.iPeriodicCounter2);
+  Seconds(1);
+  EXPECT_EQ(0U, ActiveRows());
+  EXPECT_EQ("60", Kept("duration"));
+  Seconds(10);
+  rRecorder.iNumberFilterType = 0;
+  CallerId("0170");  // asks again
+  ForgetTraces();
+  Seconds(59);
+  EXPECT_EQ(NOTHING, Log());
+  Seconds(1);
+  EXPECT_EQ("5 [7] 1 minutes of recording saved!", Log().back());
 }
 
-TEST_F(BaseChannelTest, SecondsOfAPartCountOnlyWhileItIsRecordedAndWanted) {
-  InitLine(rChannel, 4);
-  struct Row {
-    bool fRecording, fLongRecordings;
-    int iCounted;
-  };
-  const Row rRows[] = {{false, false, 0}, {true, false, 0}, {false, true, 0}, {true, true, 1}};
-  for (const Row& rRow : rRows) {
-    rChannel.fRecording = rRow.fRecording;
-    rChannel.fLongRecordings = rRow.fLongRecordings;
-    rChannel.iLongRecordingsLen = INT_MAX;  // minutes: no overflow on the way to seconds
-    Tick(rChannel);
-    EXPECT_EQ(rRow.iCounted, rChannel.iPeriodicCounter2);
-  }
+TEST_F(BaseChannelTest, SecondsOfAPartCountOnlyWhileItIsRecorded) {
+  InitLines({{"RecOnDmd", "1"}, {"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
+  OffHook();
+  ForgetTraces();
+  Seconds(100);
+  EXPECT_EQ(NOTHING, Log());
+  (void)rLine.RecOnDmdAct(/*fStart=*/true);
+  ForgetTraces();
+  Seconds(59);
+  EXPECT_EQ(NOTHING, Log());
+  Seconds(1);
+  // The demand ends with its part, so the call waits again.
+  EXPECT_EQ(
+      (Texts{"5 [7] Recording stopped (60 s)", "5 [7] Recording on demand", "5 [7] 1 minutes of recording saved!"}),
+      Log());
+}
+
+TEST_F(BaseChannelTest, PartLengthBeyondAllReasonCutsNothing) {
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "2147483647"}});  // in seconds it is no int
+  OffHook();
+  (void)Log();
+  Seconds(100);
+  EXPECT_EQ(NOTHING, Log());
 }
 
 // -- end of a call's information -------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelTest, ClearInfoForgetsTheCall) {
-  for (const bool fResetLocalNum : {false, true}) {
-    SCOPED_TRACE(fResetLocalNum);
-    TestChannel r;
-    InitLine(r, 1);
-    r.fResetLocalNum = fResetLocalNum;
-    r.strPrevRemoteNum = r.strPrevConnectedNum = r.strRemoteNum = r.strConnectedNum = r.strLocalNum = "1";
-    r.fRinging = r.fKnowIncoming = r.fHighSwitchedOff = r.fDigitFreeze = r.fToEmail = r.fDontRecord = true;
-    r.fDontKeepThisPart = true;
-    r.rDigitTime = r.rRemoteNumTime = r.rFirstRing = r.rLastRing = 5;
-    r.iWaitTime = r.iCalcLoudnessIndex = r.iHighCnt = r.iHighAge = r.iHighNotify = r.iLast_dB = 2;
-    r.dLoudness = 1;
-    r.strDigits = "12";
-    const int iAlwaysBefore = r.iAlwaysClears;
-
-    r.ClearInfo();
-    EXPECT_EQ("", r.strPrevRemoteNum + r.strPrevConnectedNum + r.strRemoteNum + r.strConnectedNum + r.strDigits);
-    EXPECT_EQ(fResetLocalNum ? "" : "1", r.strLocalNum);
-    EXPECT_FALSE(r.fRinging || r.fKnowIncoming || r.fHighSwitchedOff || r.fDigitFreeze || r.fToEmail || r.fDontRecord);
-    EXPECT_FALSE(r.fDontKeepThisPart);
-    EXPECT_EQ(0, r.rDigitTime + r.rRemoteNumTime + r.rFirstRing + r.rLastRing);
-    EXPECT_EQ(0, r.iCalcLoudnessIndex + r.iHighCnt + r.iHighAge + r.iHighNotify);
-    EXPECT_EQ(0.0, r.dLoudness);
-    EXPECT_EQ(-1, r.iWaitTime);
-    EXPECT_EQ(-999, r.iLast_dB);
-    EXPECT_EQ(iAlwaysBefore + 1, r.iAlwaysClears);
+TEST_F(BaseChannelTest, EndOfACallForgetsItsNumbers) {
+  rLine.BeOneWithConnectedNumbers();
+  (void)rLine.ChangeLocalNum("77");
+  for (int iCall = 1; iCall <= 2; iCall++) {
+    OffHook();
+    EXPECT_EQ("", Active("remote"));
+    EXPECT_EQ("", Active("connected"));
+    EXPECT_EQ("77", Active("local"));  // that of the line
+    ForgetTraces();
+    CallerId("0170");
+    rLine.ConnectedTo("88");
+    // News in each call.
+    const Texts astrQueries = Queries();
+    ASSERT_EQ(4U, astrQueries.size());
+    EXPECT_THAT(astrQueries[1], ::testing::HasSubstr("UpdateActiveCallRemoteContact"));
+    EXPECT_THAT(astrQueries[3], ::testing::HasSubstr("UpdateActiveCallConnectedNum"));
+    OnHook();
+    Seconds(30);
+    (void)Log();
   }
+  OffHook();
+  EXPECT_EQ("5 [7] Outgoing call", Log()[1]);  // the age of the number is no matter any longer
 }
 
-TEST_F(BaseChannelTest, ClearInfoLeavesWhatOutlivesACall) {
-  TestChannel& r = rChannel;
-  InitLine(r, 1);
-  r.fCallBusy = r.fIncoming = r.fUseLocalNum = r.fRecOnDmd = r.fRecording = r.fSilencing = r.fRecOnDmdStart = true;
-  r.fInCall_ChState = r.rCustomLocal.fFound = true;
-  r.strNonMonitoredNum = r.strPrevCallRemoteNum = r.strDbRemoteId = r.strFullFilename = r.rCustomLocal.strText = "x";
-  r.iActiveCallID = r.iRecUniqCnt = r.iDuration = r.iRecordByteCnt = r.iLinkedCh = 6;
-  r.rStartTime = r.rCallStopTime = 7;
-  r.ClearInfo();
-  EXPECT_TRUE(r.fCallBusy && r.fIncoming && r.fUseLocalNum && r.fRecOnDmd && r.fRecording && r.fSilencing);
-  EXPECT_TRUE(r.fRecOnDmdStart && r.fInCall_ChState && r.rCustomLocal.fFound);
-  EXPECT_EQ("xxxxx", r.strNonMonitoredNum + r.strPrevCallRemoteNum + r.strDbRemoteId + r.strFullFilename +
-                         r.rCustomLocal.strText);
-  for (const int iValue : {r.iActiveCallID, r.iRecUniqCnt, r.iDuration, r.iRecordByteCnt, r.iLinkedCh}) {
-    EXPECT_EQ(6, iValue);
+TEST_F(BaseChannelTest, LineCanForgetItsOwnNumberToo) {
+  rLine.BeOneThatForgetsItsOwnNumber();
+  (void)rLine.ChangeLocalNum("77");
+  OffHook();
+  EXPECT_EQ("77", Active("local"));
+  OnHook();
+  OffHook();
+  EXPECT_EQ("", Active("local"));
+}
+
+TEST_F(BaseChannelTest, EndOfACallForgetsItsRingAndDirection) {
+  InitLines({{"RecOnDmd", "1"}});
+  Ring();
+  Seconds(5);
+  OffHook();
+  EXPECT_EQ("5", Active("waittime"));
+  OnHook();
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));  // a part without a call
+  EXPECT_EQ("-1", Active("waittime"));
+  EXPECT_EQ("0", Active("direction"));  // stays until the next call
+  rLine.EndOfCall();
+  (void)Log();
+
+  OffHook();  // neither ringing nor has it rung
+  EXPECT_EQ("5 [7] Outgoing call", Log()[1]);
+  OnHook();
+
+  rLine.DirectionFromSignalling(/*fIncomingCall=*/true);
+  (void)Log();
+  OffHook();
+  EXPECT_EQ("5 [7] Incoming call, ringing time: -1", Log()[1]);
+  OnHook();
+  (void)Log();
+  OffHook();  // nothing was signalled for this one
+  EXPECT_EQ("5 [7] Outgoing call", Log()[1]);
+}
+
+TEST_F(BaseChannelTest, EndOfACallForgetsItsDigits) {
+  OffHook();
+  Press("12");
+  rLine.IgnoreDigits();
+  rLine.EndOfCall();
+  (void)Log();
+  Press("3");
+  EXPECT_EQ((Texts{"5 [7] Digits: 3"}), Log());
+  Seconds(6);
+  OffHook();
+  Press("4");
+  OnHook();
+  Ring();
+  RingStops();
+  Seconds(3);
+  (void)Log();
+  OffHook();  // a digit of this call, that short ago, would make it outgoing
+  EXPECT_EQ("5 [7] Incoming, last ring: 3 s. ago", Log()[1]);
+}
+
+TEST_F(BaseChannelTest, LoudWindowsCountWithinOneCall) {
+  InitLines({{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"}, {"LoudnessLen", "1"}});
+  EXPECT_FALSE(AlarmIn({1}));
+  EXPECT_FALSE(AlarmIn({1}));  // the window of the call before does not count
+  EXPECT_FALSE(AlarmIn({1, -2}));
+  EXPECT_TRUE(AlarmIn({1, -1, 1}));  // nor do its quiet ones, which would make a pause of this one
+  EXPECT_TRUE(AlarmIn({2}));
+  OffHook();
+  rLine.CallProgressTone(true);
+  OnHook();
+  EXPECT_TRUE(AlarmIn({2}));
+  OffHook();
+  HearWindows(2, /*fLoud=*/true);
+  OnHook();
+  EXPECT_FALSE(LoudAlarm());  // found, but not yet sent when the call was over
+}
+
+TEST_F(BaseChannelTest, LevelIsThatOfOneCall) {
+  rLine.BeOneThatMeasuresLoudness();
+  simcards::PlayTone(DRIVER_CH, 1000, -6);
+  OffHook();
+  Hear(3 * RECORD_REPORT_BYTES);  // one window and a half
+  EXPECT_LT(0, rLine.LevelOfStateFile());
+  OnHook();
+  EXPECT_EQ(NO_LEVEL_DB, rLine.LevelOfStateFile());
+  simcards::PlaySilence(DRIVER_CH);
+  OffHook();
+  Hear(RECORD_REPORT_BYTES);
+  EXPECT_EQ(NO_LEVEL_DB, rLine.LevelOfStateFile());  // the half window is gone
+  Hear(RECORD_REPORT_BYTES);
+  EXPECT_GT(0, rLine.LevelOfStateFile());
+}
+
+TEST_F(BaseChannelTest, WhatOutlivesACallStays) {
+  InitLines({{"RecOnDmd", "1"}});
+  rLine.LinkWith(LINKED_CH);
+  for (const char* acId : {"20240131_142345_007_02", "20240131_142345_007_04"}) {
+    OffHook();
+    EXPECT_EQ("5 [7] Recording on demand", Log().back());
+    (void)rLine.RecOnDmdAct(/*fStart=*/true);
+    EXPECT_EQ(acId, Active("remoteid"));
+    EXPECT_THAT(Orders(), ::testing::Contains("MixIn 0 1"));
+    OnHook();
+    (void)Log();
   }
-  EXPECT_EQ(14, r.rStartTime + r.rCallStopTime);
 }
 
 TEST_F(BaseChannelTest, EndOfAPartForgetsItsMarksOnly) {
-  InitLine(rChannel, 1);
-  rChannel.fToEmail = rChannel.fDontKeepThisPart = rChannel.fDontRecord = true;
-  rChannel.strRemoteNum = "1";
-  rChannel.AlwaysClearInfo();
-  EXPECT_FALSE(rChannel.fToEmail);
-  EXPECT_FALSE(rChannel.fDontKeepThisPart);
-  EXPECT_TRUE(rChannel.fDontRecord);
-  EXPECT_EQ("1", rChannel.strRemoteNum);
+  rRecorder.strDTMF[1] = "*1";
+  rRecorder.strDTMFact[1] = "email";
+  InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
+  CallerId("0170");
+  OffHook();
+  Press("*1");
+  rLine.iAlwaysClears = 0;
+  Seconds(60);
+  EXPECT_EQ(1, rLine.iAlwaysClears);
+  EXPECT_THAT(Orders(), ::testing::Contains("EmailRecording 2 1007"));
+  OnHook();
+  EXPECT_EQ(3, rLine.iAlwaysClears);  // by itself, and with all information of the call
+  EXPECT_THAT(Orders(), ::testing::Each(::testing::Not(::testing::HasSubstr("EmailRecording"))));
+  EXPECT_EQ("0170", Kept("remote"));
 }
