@@ -102,10 +102,14 @@ class ReactorBench : public RecorderBench {
     return strReply;
   }
 
-  // A line in a call with this id.
+  // A line in a call with this id; its active row is the one with eleven times the line's number as id.
   OpenChannel<BaseChannel>& AddCall(const std::string& strId) {
-    OpenChannel<BaseChannel>& rChannel = AddChannel(static_cast<int>(rRecorder.vChannels.size()) + 1);
+    const int iLine = static_cast<int>(rRecorder.vChannels.size()) + 1;
+    OpenChannel<BaseChannel>& rChannel = AddChannel(iLine);
     rChannel.strDbRemoteId = strId;
+    rChannel.iActiveCallID = 11 * iLine;
     return rChannel;
   }
+  // What the active row of a line says of silencing.
+  std::string Silencing(int iLine) { return prDb->rExtra[11 * iLine]["silencing"]; }
 };

@@ -65,24 +65,24 @@ TEST_F(OrdersTest, StartOfARunningRecordingIsTaken) {
   rChannel.fRecording = false;
 }
 
-TEST_F(OrdersTest, SilenceAndSoundSetTheChannelsFlag) {
-  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
+TEST_F(OrdersTest, SilenceAndSoundReachTheCall) {
+  AddCall("call-1");
   rRecorder.fSilenceOnDemand = true;
   Start();
   EXPECT_EQ(Ask("silence call-1"), "OK\n");
-  EXPECT_TRUE(rChannel.fSilencing);
+  EXPECT_EQ(Silencing(1), "1");
   EXPECT_EQ(Ask("sound call-1"), "OK\n");
-  EXPECT_FALSE(rChannel.fSilencing);
+  EXPECT_EQ(Silencing(1), "0");
 }
 
 TEST_F(OrdersTest, FirstChannelWithTheIdIsMeant) {
-  OpenChannel<BaseChannel>& rFirst = AddCall("same");
-  OpenChannel<BaseChannel>& rSecond = AddCall("same");
+  AddCall("same");
+  AddCall("same");
   rRecorder.fSilenceOnDemand = true;
   Start();
   EXPECT_EQ(Ask("silence same"), "OK\n");
-  EXPECT_TRUE(rFirst.fSilencing);
-  EXPECT_FALSE(rSecond.fSilencing);
+  EXPECT_EQ(Silencing(1), "1");
+  EXPECT_EQ(Silencing(2), "");
 }
 
 TEST_F(OrdersTest, UnknownOrderKeepsSpelling) {
@@ -124,7 +124,7 @@ TEST_F(OrdersTest, ChstIsOkWhateverTheChannel) {
 // -- change_local -------------------------------------------------------------------------------------------------
 
 TEST_F(OrdersTest, ChangeLocalRepliesByTheOrderBefore) {
-  OpenChannel<BaseChannel>& rChannel = AddCall("call-1");
+  AddCall("call-1");
   Start();
   EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");  // no order yet
   EXPECT_EQ(Ask("silence none"), "E2: unknown call\n");
@@ -135,7 +135,6 @@ TEST_F(OrdersTest, ChangeLocalRepliesByTheOrderBefore) {
   EXPECT_EQ(Ask("silence call-1"), "OK\n");
   EXPECT_EQ(Ask("chst 1"), "OK\n");  // leaves no result
   EXPECT_EQ(Ask("change_local 11|22|0"), "OK\n");
-  rChannel.fSilencing = false;
 }
 
 TEST_F(OrdersTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
@@ -143,11 +142,11 @@ TEST_F(OrdersTest, ChangeLocalSetsTheNumberOfTheCallWithThatRemoteNumber) {
   rChannel.strRemoteNum = "0301234";
   Start();
   EXPECT_EQ(Ask("change_local 55|0301234|0|ignored|1"), "OK\n");
-  EXPECT_EQ(rChannel.strLocalNum, "55");
+  EXPECT_EQ(prDb->TakeCalls(), Texts({"GetCallerIDContact 55", "UpdateActiveCallLocalContact 11 NULL NULL 55"}));
   EXPECT_EQ(Ask("change_local 66|000301234|0"), "OK\n");
-  EXPECT_EQ(rChannel.strLocalNum, "66");
+  EXPECT_EQ(prDb->TakeCalls(), Texts({"GetCallerIDContact 66", "UpdateActiveCallLocalContact 11 NULL NULL 66"}));
   EXPECT_EQ(Ask("change_local 77|0309999|0"), "OK\n");
-  EXPECT_EQ(rChannel.strLocalNum, "66");
+  EXPECT_EQ(prDb->TakeCalls(), Texts());
 }
 
 TEST_F(OrdersTest, ChangeLocalWithMissingElements) {
@@ -158,8 +157,9 @@ TEST_F(OrdersTest, ChangeLocalWithMissingElements) {
     SCOPED_TRACE(acOrder);
     EXPECT_EQ(Ask(acOrder), "OK\n");
   }
+  EXPECT_EQ(prDb->TakeCalls(), Texts());
   EXPECT_EQ(Ask("change_local 55|0301234"), "OK\n");
-  EXPECT_EQ(rChannel.strLocalNum, "55");
+  EXPECT_EQ(prDb->TakeCalls(), Texts({"GetCallerIDContact 55", "UpdateActiveCallLocalContact 11 NULL NULL 55"}));
 }
 
 // -- bit trace ----------------------------------------------------------------------------------------------------
@@ -220,7 +220,7 @@ TEST_F(OrdersTest, BusyMainThreadGivesATimeOutAndTheOrderStillTakesEffect) {
   }
   EXPECT_TRUE(g_prReactor->fWaitingOnMain);
   EXPECT_TRUE(rBoot.RunOneAction());
-  EXPECT_TRUE(rChannel.fSilencing);
+  EXPECT_EQ(Silencing(1), "1");
   EXPECT_FALSE(g_prReactor->fWaitingOnMain);
 }
 
