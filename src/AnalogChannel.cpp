@@ -69,7 +69,7 @@ bool AnalogChannel::InCall() {
   }
 }
 
-// -- events ----------------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 
 void AnalogChannel::HandleEvent(SSM_EVENT* prEvent) {
   BaseChannel::HandleEvent(prEvent);
@@ -153,7 +153,7 @@ void AnalogChannel::OnBargeIn(bool fSound) {
   }
 }
 
-// -- each second -----------------------------------------------------------------------------------------------------
+// -- each second ------------------------------------------------------------------------------------------------------
 
 void AnalogChannel::Periodic() {
   BaseChannel::Periodic();
@@ -181,7 +181,7 @@ void AnalogChannel::StartSilentCall() {
   InCallMaybeChanged();
 }
 
-// -- state file ------------------------------------------------------------------------------------------------------
+// -- state file -------------------------------------------------------------------------------------------------------
 
 int AnalogChannel::WriteChState() {
   const std::string strName = prRecorder->GetDataDir() + "chstate_" + std::to_string(iChannel) + ".dat";

@@ -59,7 +59,7 @@ void BaseChannel::SetBaseChannel(int iBaseDrvCh) {
   iBaseCh = iBaseDrvCh;
 }
 
-// -- events ----------------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 
 void BaseChannel::HandleEvent(SSM_EVENT* prEvent) {
   if (prEvent->wEventCode != E_CHG_ChState) return;
@@ -69,7 +69,7 @@ void BaseChannel::HandleEvent(SSM_EVENT* prEvent) {
   NewChannelState();
 }
 
-// -- each second -----------------------------------------------------------------------------------------------------
+// -- each second ------------------------------------------------------------------------------------------------------
 
 void BaseChannel::Periodic() {
   CheckDigitsExpired(/*fForceExpired=*/false);
@@ -96,7 +96,7 @@ void BaseChannel::PeriodicLongRecording() {
   lg(LOG_NOTICE, "[%d] %d minutes of recording saved!", iChannel, iLongRecordingsLen);
 }
 
-// -- end of a call's information -------------------------------------------------------------------------------------
+// -- end of a call's information --------------------------------------------------------------------------------------
 
 void BaseChannel::ClearInfo() {
   strPrevRemoteNum.clear();

@@ -1,7 +1,9 @@
 // BaseChannel: one monitored telephone line: call state, numbers, recording rules, audio and line health.
-// The recorder owns one object a driver channel and routes the card events of that channel to it; a subclass turns them
-// into RingingStarted, RingingStopped, InCallMaybeChanged, RemoteNumberChanged and DetectedDigit, and the answer of the
-// virtual InCall decides everything else.
+// The recorder owns one object a driver channel and routes the card events of that channel to it. A subclass for each
+// kind of line turns them into RingingStarted, RingingStopped, InCallMaybeChanged, SetRemoteNum and DetectedDigit, and
+// the answer of the virtual InCall decides everything else.
+// Topics:    BaseChannel.cpp life and timers, _call ringing and calls, _decide what is recorded and kept, _audio from
+//            the card to the file, _number numbers and digits, _record ids, files and rows, _health state of the line.
 // Threads:   main only. Orders from other threads arrive as actions.
 // Ownership: the recorder deletes channels; acRecordBuf, acMixBuffer, hAudioFile and hRawFile belong to the channel.
 // Errors:    a channel never stops the process: a failed driver call or file operation is logged and the call goes on.
@@ -26,11 +28,10 @@ enum EHighNotify { HIGH_NOTIFY_NONE = 0, HIGH_NOTIFY_TO_SEND = 1, HIGH_NOTIFY_SE
 // The two sides of a mix, as indices: this channel's own audio and that of the linked channel.
 enum EMixSide { MIX_OWN = 0, MIX_LINKED = 1 };
 
-constexpr int NO_LEVEL_DB = -999;  // iLast_dB before the first loudness window of a call
+constexpr int NO_LEVEL_DB = -999;          // iLast_dB before the first loudness window of a call
+constexpr int RECORD_REPORT_BYTES = 2048;  // the card tells of each quarter second of audio; the recorder asks it to
 
-constexpr int RECORD_REPORT_BYTES = 2048;  // the card tells of each quarter second of audio
-
-// -- texts of the card's codes; empty for an unknown one ----------------------------------------------------------
+// -- texts of the card's codes; empty for an unknown one --------------------------------------------------------------
 const char* GetChannelStateDescr(int iState);
 const char* GetToneDescr(int iTone);
 const char* GetLineHealthDescr(ELineHealth eHealth);
@@ -44,8 +45,7 @@ void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh);
 
 class BaseChannel {
  public:
-  // What the recorder calls and reads. A kind of line overrides the virtual operations, and calls that of the base
-  // first.
+  // What the recorder calls and reads. A kind of line that overrides one of these calls that of the base first.
   BaseChannel();
   virtual ~BaseChannel();
   BaseChannel(const BaseChannel&) = delete;
@@ -94,6 +94,7 @@ class BaseChannel {
   // The member behind RecordingCallBack: to the live listener's copy only.
   void OnRecordingData(const void* pData, unsigned int uiLen);
 
+  // -- what the recorder reads ----------------------------------------------------------------------------------------
   int iChannel = -1;          // line number that users see; -1: none
   std::string strDbRemoteId;  // id of the recording part; orders address the call by it
   ELineHealth eLineHealth = LINEHEALTH_OK;
@@ -176,14 +177,15 @@ class BaseChannel {
   bool fRingsUntilPickup = false;  // a stopped ring without a call is a lost call on this kind of line
   bool fKnowIncoming = false;      // fIncoming comes from signalling, no guessing
   bool fIncoming = false;
-  bool fCallBusy = false;    // a call is in progress; BaseChannel_call.cpp alone writes it
-  bool fRinging = false;     // the line rings now; so too
-  time_t rFirstRing = 0;     // GetSrTime() seconds; 0: no ring in this call; so too
-  time_t rLastRing = 0;      // last ring edge; 0: none; so too
-  time_t rCallStopTime = 0;  // so too
-  time_t rStartTime = 0;     // of this recording or attempt; BaseChannel_decide.cpp alone writes it
   bool fRecOnDmd = false;    // this call records only on demand
   bool fDontRecord = false;  // the call is not to be recorded or kept
+  // A kind of line reads these five: BaseChannel_call.cpp writes them. Times are GetSrTime() seconds.
+  bool fCallBusy = false;  // a call is in progress
+  bool fRinging = false;   // the line rings now
+  time_t rFirstRing = 0;   // 0: no ring in this call
+  time_t rLastRing = 0;    // last ring edge; 0: none
+  time_t rCallStopTime = 0;
+  time_t rStartTime = 0;  // of this recording or attempt, by BaseChannel_decide.cpp
 
   // -- numbers and digits ---------------------------------------------------------------------------------------------
   std::string strRemoteNum;          // far party; written by SetRemoteNum, unless a comment says why not

@@ -33,7 +33,7 @@ constexpr double ROUNDING_DB = 0.5;      // what is left is cut towards zero, so
 constexpr int QUIET_WINDOWS_FORGET = 2;  // more quiet windows than these in a row forget the loud ones
 constexpr int ZERO_BYTES_TOLERATED = 50;
 
-// -- files -----------------------------------------------------------------------------------------------------------
+// -- files ------------------------------------------------------------------------------------------------------------
 
 // Null when it cannot be opened. Replaces a file of that name.
 FILE* OpenUnbuffered(const std::string& strName) {
@@ -56,7 +56,7 @@ void WriteAt(FILE* hFile, std::size_t iOffset, const BYTE* acBytes, std::size_t 
   if (fseek(hFile, static_cast<long>(iOffset), SEEK_SET) == 0) (void)WriteAll(hFile, acBytes, iCount);
 }
 
-// -- samples ---------------------------------------------------------------------------------------------------------
+// -- samples ----------------------------------------------------------------------------------------------------------
 
 // The card takes the format tag of a WAV file.
 static_assert(SSM_FORMAT_ALAW == LAW_A.wFormatTag && SSM_FORMAT_ULAW == LAW_U.wFormatTag);
@@ -78,7 +78,7 @@ int LoudWindows(int iSeconds) {
 
 }  // namespace
 
-// -- from the card to the ring buffer --------------------------------------------------------------------------------
+// -- from the card to the ring buffer ---------------------------------------------------------------------------------
 
 bool BaseChannel::StartDriver() {
   const DWORD dwSize = static_cast<DWORD>(iRecordBufSize);
@@ -109,7 +109,7 @@ void BaseChannel::BasicRecordingPreparation() {
   }
 }
 
-// -- from the ring buffer --------------------------------------------------------------------------------------------
+// -- from the ring buffer ---------------------------------------------------------------------------------------------
 
 void BaseChannel::DefaultEventHandle(SSM_EVENT* prEvent) {
   if (prEvent->wEventCode != E_PROC_RecordMem) return;
@@ -142,7 +142,7 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
   }
 }
 
-// -- mixing ----------------------------------------------------------------------------------------------------------
+// -- mixing -----------------------------------------------------------------------------------------------------------
 
 void BaseChannel::MixAudio(BYTE* buf, int len) {
   if (len <= 0) return;
@@ -190,7 +190,7 @@ void BaseChannel::StopMixRecord() {
   if (StopDriver()) iBaseRecCh = -1;
 }
 
-// -- to the file -----------------------------------------------------------------------------------------------------
+// -- to the file ------------------------------------------------------------------------------------------------------
 
 void BaseChannel::WriteBuf(const BYTE* buf, int len) {
   if (hAudioFile == nullptr || len <= 0) return;
@@ -240,7 +240,7 @@ void BaseChannel::UpdateAudioFileHeader() {
   (void)fseek(hAudioFile, lPosition, SEEK_SET);  // a place that ftell has just told
 }
 
-// -- the copy of a live listener -------------------------------------------------------------------------------------
+// -- the copy of a live listener --------------------------------------------------------------------------------------
 
 void BaseChannel::OpenRawFile() {
   if (!prRecorder->fMonitoring) return;
@@ -273,7 +273,7 @@ void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh) {
   if (iZeros > ZERO_BYTES_TOLERATED) lg(LOG_WARNING, "%d Too much zero! CNT: %d", iCh, static_cast<int>(iZeros));
 }
 
-// -- loudness --------------------------------------------------------------------------------------------------------
+// -- loudness ---------------------------------------------------------------------------------------------------------
 
 void BaseChannel::ReadLoudnessSettings() {
   fHighDetect = ChannelSetting("LoudVoiceDetect") != 0;

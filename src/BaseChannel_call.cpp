@@ -24,7 +24,7 @@ constexpr time_t REMOTE_NUM_EXPIRY_S = 11;    // a remote number this old no lon
 
 }  // namespace
 
-// -- ringing ---------------------------------------------------------------------------------------------------------
+// -- ringing ----------------------------------------------------------------------------------------------------------
 
 void BaseChannel::RingingStarted() {
   const time_t rNow = GetSrTime();
@@ -54,7 +54,7 @@ int BaseChannel::GetWaitTime() {
   return static_cast<int>(GetSrTime() - rFirstRing);
 }
 
-// -- age of the remote number ----------------------------------------------------------------------------------------
+// -- age of the remote number -----------------------------------------------------------------------------------------
 
 time_t BaseChannel::GetRemoteNumTime() {
   return fRinging ? GetSrTime() : rRemoteNumTime;
@@ -75,7 +75,7 @@ void BaseChannel::RemoteExpired() {
   rRemoteNumTime = 0;
 }
 
-// -- start and stop --------------------------------------------------------------------------------------------------
+// -- start and stop ---------------------------------------------------------------------------------------------------
 
 void BaseChannel::InCallMaybeChanged() {
   const bool fCallBusyToSet = InCall();

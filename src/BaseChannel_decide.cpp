@@ -25,7 +25,7 @@ enum EListType { LIST_OFF = 0, LIST_ALL_CALLS = 1, LIST_NUMBERS = 2, LIST_NUMBER
 
 }  // namespace
 
-// -- may it be recorded ---------------------------------------------------------------------------------------------
+// -- may it be recorded -----------------------------------------------------------------------------------------------
 
 bool BaseChannel::MayStartRecording(bool fTell) {
   if (fDontRecord) return false;
@@ -49,7 +49,7 @@ bool BaseChannel::RecordingScheduled() {
   return false;
 }
 
-// -- start ----------------------------------------------------------------------------------------------------------
+// -- start ------------------------------------------------------------------------------------------------------------
 
 void BaseChannel::TryStartRecording() {
   if (fRecording) {
@@ -102,7 +102,7 @@ void BaseChannel::ReadCustomLocal() {
      rCustomLocal.strText.c_str(), iAge, rCustomLocal.fFound ? 1 : 0);
 }
 
-// -- stop, and what becomes of the file -----------------------------------------------------------------------------
+// -- stop, and what becomes of the file -------------------------------------------------------------------------------
 
 struct BaseChannel::Verdict {
   bool fKeep = false;
@@ -218,7 +218,7 @@ void BaseChannel::QueueDelete() {
   queueAction(prAct.release());  // the queue owns the action
 }
 
-// -- on demand ------------------------------------------------------------------------------------------------------
+// -- on demand --------------------------------------------------------------------------------------------------------
 
 bool BaseChannel::QRecOnDmd() {
   switch (prRecorder->iRecOnDmdType) {

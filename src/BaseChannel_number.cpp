@@ -28,7 +28,7 @@ bool IsRealRemoteNum(const std::string& strNum) {
 
 }  // namespace
 
-// -- the numbers as others see them ---------------------------------------------------------------------------------
+// -- the numbers as others see them -----------------------------------------------------------------------------------
 
 std::string BaseChannel::GetDbRemoteNum() const {
   const int iMask = prRecorder->iMaskLastRemoteDigits;
@@ -45,7 +45,7 @@ bool BaseChannel::QUseLocalNum() const {
   return fUseLocalNum || rCustomLocal.fFound;
 }
 
-// -- changes of a number --------------------------------------------------------------------------------------------
+// -- changes of a number ----------------------------------------------------------------------------------------------
 
 void BaseChannel::SetRemoteNum(std::string strNum) {
   strRemoteNum = std::move(strNum);
@@ -135,7 +135,7 @@ void BaseChannel::PhoneNumberChanged(bool stopIsFinal) {
   }
 }
 
-// -- digits ---------------------------------------------------------------------------------------------------------
+// -- digits -----------------------------------------------------------------------------------------------------------
 
 void BaseChannel::CheckDigitsExpired(bool fForceExpired) {
   if (strDigits.empty()) return;

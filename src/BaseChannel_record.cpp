@@ -50,7 +50,7 @@ void AddSide(StringMap* rCallInfo, const std::string& strColumn, const Side& rSi
 
 }  // namespace
 
-// -- id and file names ----------------------------------------------------------------------------------------------
+// -- id and file names ------------------------------------------------------------------------------------------------
 
 void BaseChannel::DetermineDbRemoteId() {
   strDbRemoteId = TimeText(rStartTime, "%Y%m%d_%H%M%S") + "_" + Padded(iChannel, 3) + "_" +
@@ -77,7 +77,7 @@ void BaseChannel::DetermineFilename() {
   if (eRecEnc == RECENC_GSM || eRecEnc == RECENC_MP3) strFullFilename += ".g711";
 }
 
-// -- contacts of a call ---------------------------------------------------------------------------------------------
+// -- contacts of a call -----------------------------------------------------------------------------------------------
 
 Contact BaseChannel::LineContact(IDatabase* prDB) const {
   return prDB->GetOrCreateLineContact(iChannel, prDB->GetRecorderID(), "");
@@ -135,7 +135,7 @@ BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) cons
   return rParties;
 }
 
-// -- columns of a call row ------------------------------------------------------------------------------------------
+// -- columns of a call row --------------------------------------------------------------------------------------------
 
 void BaseChannel::FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFinal) {
   const Parties rParties = FindParties(prDB, fFinal);
@@ -203,7 +203,7 @@ ECallDirection BaseChannel::Direction(bool fInternal) const {
   return fIncoming ? DIRECTION_INCOMING : DIRECTION_OUTGOING;
 }
 
-// -- rows and the end of a part -------------------------------------------------------------------------------------
+// -- rows and the end of a part ---------------------------------------------------------------------------------------
 
 void BaseChannel::AddActive() {
   StringMap rCallInfo;
