@@ -62,7 +62,7 @@ def run_days(daemon, *names):
 # How the messages begin that are of no line. What begins in no such way goes on with the text of the line above.
 OTHERS = re.compile(
     r"\[\d+\] |\{\d+\} |Added |Bg Act |signal =>|Signal: |Error connecting|Other .* is also local"
-    r"|Msg received: |Command: |reactor |St(art|opp)(ing|ed) bit stream tracing"
+    r"|Msg received: |Command: |reactor |St(art|opp)(ing|ed) bit stream tracing|(Event handling|Periodic) took: "
 )
 
 
