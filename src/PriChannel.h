@@ -10,7 +10,7 @@ enum EPriState {
   PRI_IDLE = S_SPY_STANDBY,
   PRI_RING = S_SPY_RINGING,
   PRI_TALK = S_SPY_TALKING,
-  PRI_UNAVAILABLE = 11,  // the card's header has no name for it
+  PRI_UNAVAILABLE = S_SPY_UNAVAILABLE,
   PRI_NUMB = S_SPY_RCVPHONUM,
 };
 const char* GetPriStateDescr(int iState);
