@@ -161,8 +161,7 @@ void DST_Channel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, I
   fSpecial_Pilot = prRecorder->IsSpecial("Pilot");
 
   IDatabase* prDatabase = prRecorder->GetDatabaseHandle();
-  const Contact rLineContact = prDatabase->GetOrCreateLineContact(iChannel, prDatabase->GetRecorderID(), "");
-  strLocalName = prDatabase->GetContactName(static_cast<int>(rLineContact.iContactID));
+  strLocalName = prDatabase->GetContactName(static_cast<int>(LineContact(prDatabase).iContactID));
 }
 
 void DST_Channel::ChooseProfile(int iPhoneType) {
