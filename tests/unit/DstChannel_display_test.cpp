@@ -1,51 +1,42 @@
+// What a line does with the numbers, names and logins on its display; the scan of a text by itself stands in
+// DstChannel_display_scan_test.cpp.
+#include "DstBench.h"
 #include "DstChannel.h"
-
-#include "ChannelBench.h"
 
 namespace {
 
 const Texts NOTHING;
 constexpr const char* LATIN1_WORD = "M\374ller";
 
-class DisplayTest : public ChannelBench {
- protected:
-  // The line's calls are barred: nothing is recorded, and the log holds what the display did.
-  void Init(const char* acPbxType = "", const char* acTdmStart = "0") {
-    rRecorder.strPbxType = acPbxType;
-    rRecorder.rBoardParams["TdmStart"] = acTdmStart;
-    InitLine(rLine, 5);
-    rLine.fDontRecord = true;
-  }
-  // In a call for so many seconds.
-  void InCallFor(int iSeconds) {
-    rLine.fInCall_DChannel = rLine.fCallBusy = true;
-    rLine.rStartTime = rNow - iSeconds;
-  }
-  void KnownNumber(const std::string& strNum, int iAge = 0) {
-    rLine.strRemoteNum = strNum;
-    rLine.rRemoteNumTime = rNow - iAge;
-  }
-  // A display message as the card sends it; the log lines of it.
-  Texts Show(std::string strText) {
-    (void)logsink::Take();
-    SSM_EVENT rEvent = simcards::MakeEvent(E_RCV_DSTDChannel, 0, DMSG_DISPLAY, 0, &strText);
-    rLine.HandleEvent(&rEvent);
-    return logsink::TakeTexts();
-  }
-  // The same without the line that shows the message itself.
-  Texts After(const std::string& strText) {
-    Texts astrLines = Show(strText);
-    EXPECT_EQ("5 [5] Message change:" + strText, astrLines.empty() ? "" : astrLines.front());
-    if (!astrLines.empty()) astrLines.erase(astrLines.begin());
-    return astrLines;
-  }
-  bool Named(const std::string& strText, const std::string& strKnown, std::string& strName) {
-    snprintf(rLine.acPhoneDisp, sizeof rLine.acPhoneDisp, "%s", strText.c_str());
-    strName = strKnown;
-    return rLine.CheckForName(strName);
-  }
+// A field that no message writes.
+class OpenTelephone : public DST_Channel {
+ public:
+  using DST_Channel::iLocalNumSize;
+};
 
-  OpenChannel<DST_Channel> rLine;
+// In a call the numbers of displays are taken, and late in it they are not, so the calls here are recorded.
+class DisplayTest : public DstBench {
+ protected:
+  DisplayTest() { AllowRecording(); }
+  // In a call that has lasted so long.
+  void InCallFor(int iSeconds) {
+    OffHook();
+    PassSeconds(iSeconds);
+  }
+  // What a call that starts now would have as its remote number.
+  std::string RemoteOfACall() {
+    OffHook();
+    const std::string strRemote = Active("remote");
+    OnHook();
+    return strRemote;
+  }
+  std::string DigitsNow() {
+    ForgetTraces();
+    Keys("0");
+    const Texts astrLines = Log();
+    const std::string strHead = "5 [5] Digits: ";
+    return astrLines.at(0).substr(strHead.size(), astrLines.at(0).size() - strHead.size() - 1);
+  }
 };
 
 }  // namespace
@@ -53,119 +44,116 @@ class DisplayTest : public ChannelBench {
 TEST_F(DisplayTest, NumberInACallBecomesTheRemoteNumber) {
   Init();
   InCallFor(0);
-  EXPECT_EQ((Texts{"5 [5] Remote: 1234"}), After("Von 1234\nx"));
-  EXPECT_EQ("1234", rLine.strRemoteNum);
-  EXPECT_EQ(rNow, rLine.rRemoteNumTime);
+  EXPECT_EQ((Texts{"5 [5] Remote: 1234"}), Shown("Von 1234\nx"));
+  OnHook();
+  EXPECT_EQ("1234", Kept("remote"));
 }
 
 TEST_F(DisplayTest, TextIsCutAt300Bytes) {
   Init();
   InCallFor(0);
+  ForgetTraces();
   const std::string strBlanks(297, '-');
-  EXPECT_EQ((Texts{"5 [5] Message change:" + strBlanks + "123", "5 [5] Remote: 123"}), Show(strBlanks + "12345"));
-  EXPECT_EQ("123", rLine.strRemoteNum);
-  EXPECT_EQ((Texts{"5 [5] Message change:12"}), Show(std::string("12\0"
-                                                                 "34567",
-                                                                 8)))
-      << "a NUL ends the text";
-}
-
-TEST_F(DisplayTest, WholeAnalysisOnlyInOrNearACall) {
-  struct Row {
-    const char* acLabel;
-    const char* acPbxType;
-    const char* acTdmStart;
-    bool fCallBusy, fRinging;
-    int iSinceRing;  // -1: no ring
-    bool fWhole;
-  };
-  const Row rRows[] = {
-      {"idle", "", "0", false, false, -1, false},
-      {"in a call", "", "0", true, false, -1, true},
-      {"ringing", "", "0", false, true, 4, true},
-      {"ring in this second", "", "0", false, false, 0, true},
-      {"ring in the second before", "", "0", false, false, 1, false},
-      {"Panasonic", "PANASONIC", "0", false, false, -1, true},
-      {"Belgacom", "Belgacom", "0", false, false, -1, true},
-      {"Siemens", "Siemens Hicom", "0", false, false, -1, false},
-      {"mute light", "", "1", false, false, -1, true},
-      {"audio change", "", "2", false, false, -1, false},
-      {"mute light and tone", "", "3", false, false, -1, true},
-  };
-  for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.acLabel);
-    Init(rRow.acPbxType, rRow.acTdmStart);
-    if (rRow.acPbxType[0] == '\0') rLine.iPbxType = PBX_UNDEF;
-    rLine.strRemoteNum.clear();
-    rLine.rRemoteNumTime = 0;
-    rLine.fInCall_DChannel = rLine.fCallBusy = false;
-    if (rRow.fCallBusy) InCallFor(0);
-    rLine.fRinging = rRow.fRinging;
-    rLine.rFirstRing = rLine.rLastRing = rRow.iSinceRing < 0 ? 0 : rNow - rRow.iSinceRing;
-    EXPECT_EQ(rRow.fWhole ? (Texts{"5 [5] Remote: 1234"}) : (Texts{"5 [5] Remote: "}), After("1234"));
-    EXPECT_EQ(rRow.fWhole ? "1234" : "", rLine.strRemoteNum);
-  }
+  Display(strBlanks + "12345");
+  EXPECT_EQ((Texts{"5 [5] Message change:" + strBlanks + "123", "5 [5] Remote: 123"}), Log());
+  Display(
+      std::string("12\0"
+                  "34567",
+                  8));
+  EXPECT_EQ((Texts{"5 [5] Message change:12"}), Log()) << "a NUL ends the text";
 }
 
 TEST_F(DisplayTest, IdleDisplayDropsANumberThatIsNoLongerShown) {
   Init();
-  KnownNumber("1234", 5);
-  EXPECT_EQ(NOTHING, After("1234")) << "still shown";
-  EXPECT_EQ(NOTHING, After("Welcome")) << "shows no number";
-  EXPECT_EQ("1234", rLine.strRemoteNum);
+  DMsg(DMSG_RING_ON);
+  Display("1234");
+  DMsg(DMSG_RING_OFF);
+  PassSeconds(5);
+  EXPECT_EQ(NOTHING, Shown("1234")) << "still shown";
+  EXPECT_EQ(NOTHING, Shown("Welcome")) << "shows no number";
   PassSeconds(100);
-  EXPECT_EQ((Texts{"5 [5] Remote: "}), After("5678")) << "and an idle display lets no number expire";
-  EXPECT_EQ("", rLine.strRemoteNum);
-  EXPECT_EQ(rNow, rLine.rRemoteNumTime);
+  EXPECT_EQ((Texts{"5 [5] Remote: "}), Shown("5678")) << "and an idle display lets no number expire";
+  EXPECT_EQ("", RemoteOfACall());
+}
+
+TEST_F(DisplayTest, IdleDisplayThatShowsTheNumberKeepsIt) {
+  Init();
+  DMsg(DMSG_RING_ON);
+  Display("1234");
+  DMsg(DMSG_RING_OFF);
+  PassSeconds(5);
+  Display("1234");
+  Display("Welcome");
+  EXPECT_EQ("1234", RemoteOfACall());
 }
 
 TEST_F(DisplayTest, IdleDisplayOfTheLastCallDropsNothing) {
   Init();
-  rLine.strPrevCallRemoteNum = "5678";
-  KnownNumber("1234");
-  EXPECT_EQ(NOTHING, After("5678"));
-  EXPECT_EQ("1234", rLine.strRemoteNum);
+  InCallFor(0);
+  Display("5678");
+  OnHook();
+  ISDN_CALL_INFO rInfo;  // tells a number without a ring
+  rInfo.CallSource = 1;
+  (void)snprintf(rInfo.CallerNumber, sizeof rInfo.CallerNumber, "1234");
+  DText(DMSG_BRI_PROGRESS, std::string(reinterpret_cast<const char*>(&rInfo), sizeof rInfo));
+  EXPECT_EQ(NOTHING, Shown("5678"));
+  EXPECT_EQ((Texts{"5 [5] Remote: "}), Shown("9999")) << "any other does";
 }
 
 TEST_F(DisplayTest, IdleDisplayWithAnEmptyNameDropsNothing) {
   Init("NEC");
-  rLine.strLocalNum = "99";
-  KnownNumber("1234");
-  EXPECT_EQ(NOTHING, After("\nTALKING TO "));
-  EXPECT_EQ("1234", rLine.strRemoteNum);
+  DText(DMSG_CHANGE_LOCAL, "99");
+  DMsg(DMSG_RING_ON);
+  Display("1234");
+  DMsg(DMSG_RING_OFF);
+  PassSeconds(1);
+  EXPECT_EQ(NOTHING, Shown("\nTALKING TO "));
+  EXPECT_EQ("1234", RemoteOfACall());
 }
 
 TEST_F(DisplayTest, OldNumberExpiresBeforeTheDisplayIsRead) {
   Init("PANASONIC");
-  KnownNumber("123456", 11);
-  EXPECT_EQ((Texts{"5 [5] Remote expired, 11 seconds old", "5 [5] Remote: 789"}), After("789"));
-  KnownNumber("123456", 10);
-  EXPECT_EQ(NOTHING, After("789"));
-  EXPECT_EQ("123456", rLine.strRemoteNum);
+  Display("123456");
+  PassSeconds(10);
+  EXPECT_EQ(NOTHING, Shown("789"));
+  PassSeconds(1);
+  EXPECT_EQ((Texts{"5 [5] Remote expired, 11 seconds old", "5 [5] Remote: 789"}), Shown("789"));
 }
 
 TEST_F(DisplayTest, NumberThatStaysOnTheDisplayIsRefreshed) {
   Init("PANASONIC");
   InCallFor(0);
-  KnownNumber("1234", 5);
-  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), After("1234"));
-  EXPECT_EQ(rNow, rLine.rRemoteNumTime);
-  KnownNumber("1234", 5);
-  EXPECT_EQ(NOTHING, After("123")) << "another number, too short to win";
-  EXPECT_EQ(rNow - 5, rLine.rRemoteNumTime);
+  Display("1234");
+  PassSeconds(5);
+  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), Shown("1234"));
+  EXPECT_EQ(NOTHING, Shown("123")) << "another number, too short to win";
+}
+
+// A known number that is shown again at its age of eight seconds does not expire at eleven.
+TEST_F(DisplayTest, RefreshedNumberIsAsYoungAsItsRefresh) {
+  for (const bool fRefresh : {false, true}) {
+    Init("PANASONIC");
+    Display("123456");
+    PassSeconds(8);
+    if (fRefresh) Display("123456");
+    PassSeconds(4);
+    EXPECT_EQ(fRefresh ? "123456" : "", RemoteOfACall());
+  }
 }
 
 TEST_F(DisplayTest, NumberOfEqualLengthIsTakenAgainOutsideACall) {
   Init("PANASONIC");
-  KnownNumber("1234", 5);
-  EXPECT_EQ((Texts{"5 [5] Remote: 1234"}), After("1234"));
+  Display("1234");
+  PassSeconds(5);
+  EXPECT_EQ((Texts{"5 [5] Remote: 1234"}), Shown("1234"));
 }
 
 TEST_F(DisplayTest, RefreshIsSilentWhenTheNumberIsNotShownForItself) {
   Init();
-  InCallFor(50);
-  KnownNumber("5678", 3);
-  EXPECT_EQ(NOTHING, After("1234\n5678")) << "the scan of an empty number ends at the first";
+  InCallFor(0);
+  Display("5678");
+  PassSeconds(50);
+  EXPECT_EQ(NOTHING, Shown("1234\n5678")) << "the scan of an empty number ends at the first";
 }
 
 TEST_F(DisplayTest, KnownNumberStandsLateInACall) {
@@ -192,66 +180,74 @@ TEST_F(DisplayTest, KnownNumberStandsLateInACall) {
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     Init();
+    InCallFor(0);
+    Display("123");
+    PassSeconds(rRow.iBusyFor);
+    EXPECT_EQ(rRow.fReplaced ? (Texts{"5 [5] Remote: 123456"}) : NOTHING, Shown(rRow.acText));
+    Init();
     InCallFor(rRow.iBusyFor);
-    KnownNumber("123");
-    EXPECT_EQ(rRow.fReplaced ? (Texts{"5 [5] Remote: 123456"}) : NOTHING, After(rRow.acText));
-    rLine.strRemoteNum.clear();
-    EXPECT_EQ((Texts{"5 [5] Remote: 123456"}), After(rRow.acText)) << "with no number known";
+    EXPECT_EQ((Texts{"5 [5] Remote: 123456"}), Shown(rRow.acText)) << "with no number known";
   }
 }
 
 TEST_F(DisplayTest, ForwardTextOutsideACallMeansNothing) {
   Init("PANASONIC");
-  KnownNumber("123");
-  EXPECT_EQ((Texts{"5 [5] Remote: 123456"}), After("Ruf bei Jan\n123456"));
+  Display("123");
+  EXPECT_EQ((Texts{"5 [5] Remote: 123456"}), Shown("Ruf bei Jan\n123456"));
 }
 
-TEST_F(DisplayTest, OwnPreviousAndRungNumbersComeFromTheLine) {
-  Init("PANASONIC");
-  rLine.iPbxType = PBX_BELGACOM;
-  rLine.strLocalNum = "1111";
-  rLine.strLocalName = "Desk 2222";
-  rLine.strPrevCallRemoteNum = "3333";
-  EXPECT_EQ(NOTHING, After("1111\n2222\n3333"));
-  rLine.rFirstRing = rNow - 3;
-  EXPECT_EQ((Texts{"5 [5] Remote: 3333"}), After("1111\n2222\n3333")) << "a ring makes the number news";
+TEST_F(DisplayTest, OwnNamedAndPreviousNumbersComeFromTheLine) {
+  rRecorder.rDatabase.rContactNames[1005] = "Desk 2222";
+  Init("Belgacom");
+  InCallFor(0);
+  Display("3333");
+  OnHook();
+  DText(DMSG_CHANGE_LOCAL, "1111");
+  EXPECT_EQ(NOTHING, Shown("1111\n2222\n3333"));
+  DMsg(DMSG_RING_ON);
+  EXPECT_EQ((Texts{"5 [5] Remote: 3333"}), Shown("1111\n2222\n3333")) << "a ring makes the number news";
 }
 
 TEST_F(DisplayTest, EricssonTakesTheLastAndNoEqualOneAfterTenSeconds) {
   Init("Ericsson MD110");
   InCallFor(10);
-  EXPECT_EQ((Texts{"5 [5] Remote: 5678"}), After("1234\n5678"));
+  EXPECT_EQ((Texts{"5 [5] Remote: 5678"}), Shown("1234\n5678"));
   PassSeconds(1);
-  EXPECT_EQ(NOTHING, After("4321"));
-  EXPECT_EQ("5678", rLine.strRemoteNum);
+  EXPECT_EQ(NOTHING, Shown("4321"));
+  OnHook();
+  EXPECT_EQ("5678", Kept("remote"));
 }
 
 TEST_F(DisplayTest, NecCallingFreezesTheDigits) {
   Init("NEC");
   InCallFor(0);
-  EXPECT_EQ(NOTHING, After("CALLING"));
-  EXPECT_FALSE(rLine.fDigitFreeze) << "on the first line";
-  EXPECT_EQ(NOTHING, After("x\nCALLINGS"));
-  EXPECT_TRUE(rLine.fDigitFreeze);
-  OpenChannel<DST_Channel> rOther;
-  InitLine(rOther, 6);
-  rOther.iPbxType = PBX_SIEMENS;
-  snprintf(rOther.acPhoneDisp, sizeof rOther.acPhoneDisp, "x\nCALLING");
-  rOther.AnalyseCID();
-  EXPECT_FALSE(rOther.fDigitFreeze) << "another PBX";
+  EXPECT_EQ(NOTHING, Shown("CALLING"));
+  Keys("1");
+  EXPECT_EQ((Texts{"5 [5] Digits: 1"}), Log()) << "on the first line it means nothing";
+  EXPECT_EQ(NOTHING, Shown("x\nCALLINGS"));
+  Keys("2");
+  EXPECT_EQ(NOTHING, Log());
+  Init("Siemens Hicom");
+  InCallFor(0);
+  Display("x\nCALLING");
+  ForgetTraces();
+  Keys("3");
+  EXPECT_EQ((Texts{"5 [5] Digits: 3"}), Log()) << "another PBX";
 }
 
 TEST_F(DisplayTest, NecTalkingToIsANewRemoteNumber) {
   Init("NEC");
   InCallFor(0);
-  EXPECT_EQ((Texts{"5 [5] Remote: Jansen"}), After("LINE 2\nTALKING TO  Jansen\n"));
-  rLine.strLocalNum = "99";
-  rLine.strRemoteNum.clear();
-  EXPECT_EQ((Texts{"5 [5] Remote: "}), After("\nTALKING TO\n")) << "an empty name too";
+  EXPECT_EQ((Texts{"5 [5] Remote: Jansen"}), Shown("LINE 2\nTALKING TO  Jansen\n"));
+  OnHook();
+  DText(DMSG_CHANGE_LOCAL, "99");
+  InCallFor(0);
+  EXPECT_EQ((Texts{"5 [5] Remote: "}), Shown("\nTALKING TO\n")) << "an empty name too";
 }
 
 // -- names -----------------------------------------------------------------------------------------------------------
 
+// No number that the text may have as well is taken: the line knows a longer one.
 TEST_F(DisplayTest, NameFollowsANumber) {
   struct Row {
     const char* acLabel;
@@ -307,56 +303,62 @@ TEST_F(DisplayTest, NameFollowsANumber) {
       {"accented letter leaves too little", "12345 M\374ller", nullptr},
   };
   rRecorder.rSpecials = {"Pilot"};
-  Init();
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    std::string strName;
-    EXPECT_EQ(rRow.acName != nullptr, Named(rRow.acText, "kept", strName));
-    EXPECT_EQ(rRow.acName != nullptr ? rRow.acName : "kept", strName);
-    EXPECT_EQ(rRow.acName != nullptr ? (Texts{std::string("5 [5] Detected name: '") + rRow.acName + "'"}) : NOTHING,
-              logsink::TakeTexts());
+    Init();
+    InCallFor(0);
+    Display("99999999999999");
+    const Texts astrName = {std::string("5 [5] Detected name: '") + (rRow.acName != nullptr ? rRow.acName : "") + "'",
+                            "5 [5] Remote: 99999999999999"};
+    EXPECT_EQ(rRow.acName != nullptr ? astrName : NOTHING, Shown(rRow.acText));
   }
 }
 
 TEST_F(DisplayTest, NameIsNewOnlyOnceAndOnlyAtSitesThatAskForIt) {
   rRecorder.rSpecials = {"Pilot"};
   Init();
-  std::string strName;
-  EXPECT_FALSE(Named("12345 Jansen", "Jansen", strName));
-  EXPECT_TRUE(Named("12345 Jansen", "Jansens", strName));
-  rLine.fSpecial_Pilot = false;
-  EXPECT_FALSE(Named("12345 Jansen", "", strName));
+  InCallFor(0);
+  const Texts astrFirst = {"5 [5] Detected name: 'Jansen'", "5 [5] Remote: 12345"};
+  EXPECT_EQ(astrFirst, Shown("12345 Jansen"));
+  const Texts astrSecond = {"5 [5] Detected name: 'Jansens'", "5 [5] Remote: 12345", "5 [5] Remote number refreshed"};
+  EXPECT_EQ(astrSecond, Shown("12345 Jansens"));
+  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), Shown("12345 Jansens"));
+  rRecorder.rSpecials.clear();
+  Init();
+  InCallFor(0);
+  EXPECT_EQ((Texts{"5 [5] Remote: 12345"}), Shown("12345 Jansen"));
 }
 
 TEST_F(DisplayTest, NameAndNumberAreTakenTogether) {
   rRecorder.rSpecials = {"Pilot"};
   Init();
   InCallFor(0);
-  EXPECT_EQ((Texts{"5 [5] Detected name: 'Jansen'", "5 [5] Remote: 12345"}), After("12345 Jansen"));
-  EXPECT_EQ("Jansen", rLine.strConnectedNum);
-  EXPECT_EQ("Jansen", rLine.strPrevConnectedNum);
-  EXPECT_TRUE(rLine.fHasConnectedNum);
-  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), After("12345 Jansen")) << "neither is new";
+  EXPECT_EQ((Texts{"5 [5] Detected name: 'Jansen'", "5 [5] Remote: 12345"}), Shown("12345 Jansen"));
+  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), Shown("12345 Jansen")) << "neither is new";
+  OnHook();
+  EXPECT_EQ("12345", Kept("remote"));
+  EXPECT_EQ("Jansen", Kept("connected"));
 }
 
 TEST_F(DisplayTest, NewNameAloneIsAChangeTooAndTheNumberIsRefreshed) {
   rRecorder.rSpecials = {"Pilot"};
   Init();
   InCallFor(0);
-  KnownNumber("12345");
+  Display("12345");
   EXPECT_EQ((Texts{"5 [5] Detected name: 'Jan Lee'", "5 [5] Remote: 12345", "5 [5] Remote number refreshed"}),
-            After("12345 Jan Lee"));
-  EXPECT_TRUE(rLine.fHasConnectedNum);
+            Shown("12345 Jan Lee"));
+  OnHook();
+  EXPECT_EQ("Jan Lee", Kept("connected"));
 }
 
-TEST_F(DisplayTest, NoNameLeavesTheConnectedNumberAlone) {
+TEST_F(DisplayTest, TextWithoutANameLeavesTheOneBefore) {
   rRecorder.rSpecials = {"Pilot"};
   Init();
   InCallFor(0);
-  rLine.strConnectedNum = "77";
-  EXPECT_EQ((Texts{"5 [5] Remote: 12345"}), After(std::string("12345 ") + LATIN1_WORD));
-  EXPECT_EQ("77", rLine.strConnectedNum);
-  EXPECT_FALSE(rLine.fHasConnectedNum);
+  Display("12345 Jansen");
+  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), Shown(std::string("12345 ") + LATIN1_WORD));
+  OnHook();
+  EXPECT_EQ("Jansen", Kept("connected"));
 }
 
 // -- logins ----------------------------------------------------------------------------------------------------------
@@ -397,60 +399,56 @@ TEST_F(DisplayTest, LoginPromptComparesTheDigits) {
   for (const char* acTdmStart : {"1", "3"}) {
     for (const Row& rRow : rRows) {
       SCOPED_TRACE(std::string(rRow.acLabel) + ", start mode " + acTdmStart);
-      Init("", acTdmStart);
-      rLine.strDigits = rRow.acDigits;
-      rLine.iLocalNumSize = rRow.iLocalNumSize;
-      rLine.rAlmostLocalNum = 0;
-      EXPECT_EQ(rRow.astrLines, After(rRow.acText));
-      EXPECT_EQ(rRow.acDigitsAfter, rLine.strDigits);
-      const bool fAlmost = !rRow.astrLines.empty() && rRow.astrLines.back() == ALMOST;
-      EXPECT_EQ(fAlmost ? rNow : 0, rLine.rAlmostLocalNum);
-      EXPECT_EQ("", rLine.strRemoteNum);
+      Init("", {{"TdmStart", acTdmStart}});
+      auto prOpen = std::make_unique<OpenTelephone>();
+      prOpen->iLocalNumSize = rRow.iLocalNumSize;
+      prLine = std::move(prOpen);
+      InitLine(*prLine, 5);
+      Keys(rRow.acDigits);
+      EXPECT_EQ(rRow.astrLines, Shown(rRow.acText));
+      EXPECT_EQ(rRow.acDigitsAfter, DigitsNow());
     }
   }
 }
 
-TEST_F(DisplayTest, LoginPromptOutsideTheMuteModesIsAnOrdinaryText) {
-  Init("PANASONIC");
-  rLine.strDigits = "123";
-  EXPECT_EQ((Texts{"5 [5] Remote: 123"}), After("Identifikation:123\n"));
-  EXPECT_EQ(0, rLine.rAlmostLocalNum);
+TEST_F(DisplayTest, LoginPromptHasNoRemoteNumber) {
+  InitMode(TDM_START_MUTELT);
+  Display("12345\nIdentifikation:");
+  EXPECT_EQ("", RemoteOfACall());
 }
 
-TEST_F(DisplayTest, LoginPromptComesAfterTheExpiry) {
-  Init("", "1");
-  KnownNumber("1234", 11);
-  EXPECT_EQ((Texts{"5 [5] Remote expired, 11 seconds old"}), After("Identifikation:"));
+TEST_F(DisplayTest, LoginPromptOutsideTheMuteModesIsAnOrdinaryText) {
+  Init("PANASONIC");
+  Keys("123");
+  EXPECT_EQ((Texts{"5 [5] Remote: 123"}), Shown("Identifikation:123\n"));
+  Keys("4");
+  EXPECT_EQ((Texts{"5 [5] Digits: 1234"}), Log()) << "no local id";
+}
+
+TEST_F(DisplayTest, LoginPromptComesBehindTheExpiry) {
+  InitMode(TDM_START_MUTELT);
+  Display("1234");
+  PassSeconds(11);
+  EXPECT_EQ((Texts{"5 [5] Remote expired, 11 seconds old"}), Shown("Identifikation:"));
 }
 
 TEST_F(DisplayTest, LastDigitOfALoginIsTheLocalId) {
-  Init("", "1");
-  const auto Key = [this](char ch) {
-    SSM_EVENT rEvent = simcards::MakeEvent(E_RCV_DSTDChannel, 0, DMSG_KEY_DIGIT, static_cast<DWORD>(ch));
-    rLine.HandleEvent(&rEvent);
-  };
-  for (const char ch : {'7', '1', '2', '3'}) Key(ch);
+  InitMode(TDM_START_MUTELT);
+  Keys("7123");
   EXPECT_EQ((Texts{"5 [5] Correcting digits for local ID", "5 [5] Local ID almost complete"}),
-            After("Identifikation:123\n"));
+            Shown("Identifikation:123\n"));
   PassSeconds(4);
-  Key('4');
-  EXPECT_EQ((Texts{"5 [5] Digits: 1234", "5 [5] Local ID: 1234"}), logsink::TakeTexts());
-  EXPECT_EQ("1234", rLine.strLocalNum);
+  Keys("4");
+  EXPECT_EQ((Texts{"5 [5] Digits: 1234", "5 [5] Local ID: 1234"}), Log());
+  EXPECT_EQ("1234", KeptLocalNum());
 }
 
-TEST_F(DisplayTest, LoginTextAtTheStartIsRemembered) {
+TEST_F(DisplayTest, LoginTextCountsAtTheStartOfADisplayThatIsRead) {
   Init("PANASONIC");
-  EXPECT_EQ((Texts{"5 [5] Login busy"}), After("Ihre Rufnummer :\nx"));
-  EXPECT_EQ(rNow, rLine.rLoginBusy);
-  rLine.rLoginBusy = 0;
-  EXPECT_EQ(NOTHING, After("\nIhre Rufnummer :")) << "not at the start";
-  EXPECT_EQ(NOTHING, After("Ihre Rufnummer:")) << "no blank";
-  EXPECT_EQ(0, rLine.rLoginBusy);
-  EXPECT_EQ((Texts{"5 [5] Login busy", "5 [5] Remote: 1234"}), After("Ihre Rufnummer : 1234")) << "the scan goes on";
-  Init("", "0");
-  rLine.iPbxType = PBX_UNDEF;
-  rLine.rLoginBusy = 0;
-  rLine.strRemoteNum.clear();
-  EXPECT_EQ(NOTHING, After("Ihre Rufnummer :")) << "an idle line looks for stale numbers only";
-  EXPECT_EQ(0, rLine.rLoginBusy);
+  EXPECT_EQ((Texts{"5 [5] Login busy"}), Shown("Ihre Rufnummer :\nx"));
+  EXPECT_EQ(NOTHING, Shown("\nIhre Rufnummer :")) << "not at the start";
+  EXPECT_EQ(NOTHING, Shown("Ihre Rufnummer:")) << "no blank";
+  EXPECT_EQ((Texts{"5 [5] Login busy", "5 [5] Remote: 1234"}), Shown("Ihre Rufnummer : 1234")) << "the scan goes on";
+  Init();
+  EXPECT_EQ(NOTHING, Shown("Ihre Rufnummer :")) << "an idle line looks for stale numbers only";
 }
