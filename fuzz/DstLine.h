@@ -7,7 +7,7 @@
 #include "FuzzBytes.h"
 #include "FuzzCheck.h"
 #include "LogSink.h"
-#include "OpenChannel.h"
+#include "OpenTelephone.h"
 #include "ftime.h"
 #include "simcards.h"
 
@@ -57,7 +57,7 @@ class DstLine {
     CheckRules();
   }
 
-  OpenChannel<DST_Channel> rChannel;
+  OpenTelephone rChannel;
 
  private:
   void CheckRules() {

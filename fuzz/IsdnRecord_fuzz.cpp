@@ -30,7 +30,7 @@ std::string MakeRecord(FuzzBytes& rBytes) {
 }
 
 // On a line that holds no further call, the record's numbers become the line's.
-void CheckNumbers(const OpenChannel<DST_Channel>& rChannel, const std::string& strRecord) {
+void CheckNumbers(const OpenTelephone& rChannel, const std::string& strRecord) {
   const std::string strCaller = Field(strRecord, 12);
   const std::string strCalled = Field(strRecord, 76);
   const std::string strConnect = Field(strRecord, 140);
@@ -45,7 +45,7 @@ void CheckNumbers(const OpenChannel<DST_Channel>& rChannel, const std::string& s
 }
 
 void OnePhase(DstLine& rLine, FuzzBytes& rBytes) {
-  OpenChannel<DST_Channel>& rChannel = rLine.rChannel;
+  OpenTelephone& rChannel = rLine.rChannel;
   const DWORD dwPhase = PHASES[rBytes.Below(std::size(PHASES))];
   std::string strRecord = MakeRecord(rBytes);
   const unsigned uiLength = rBytes.Byte();

@@ -94,18 +94,22 @@ bool ScanDisplay(const char* acText, const DisplayScanRules& rRules, std::string
 // A text of nothing but letters and blanks, at least six characters to its last letter, is a name (Aastra 5000).
 bool ExtractA5000Name(const char* acPhoneDisp, std::string& strName);
 
+// Others create it, initialise it and hand it events. The protected part is open to tools and tests that set the line's
+// state by hand or look at one step.
 class DST_Channel : public BaseChannel {
  public:
   DST_Channel();
 
-  // -- events and calls (DstChannel.cpp) ------------------------------------------------------------------------
   void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh) override;
   void HandleEvent(SSM_EVENT* prEvent) override;
   void Periodic() override;
-  bool InCall() override;
   void Finalize() override;
-  void ClearInfo() override;
   int WriteChState() override;
+
+ protected:
+  // -- events and calls (DstChannel.cpp) ------------------------------------------------------------------------
+  bool InCall() override;
+  void ClearInfo() override;
   void WhenDigitExpiring() override;
   void WhenNewRing() override;
   // Clears every in-call flag and the digits; the caller runs InCallMaybeChanged.
@@ -127,40 +131,51 @@ class DST_Channel : public BaseChannel {
   bool IsInBusyRemotes(const std::string& strNum);
   void RemoveFromBusyRemotes(const std::string& strNum);
 
-  char acPhoneDisp[BRI_TEXT_BYTES + 1] = {};            // last display or D-channel text
-  char strChangeLocalNum[DISPLAY_TEXT_BYTES + 1] = {};  // text of a change-local message
-  bool fInCall_DChannel = false;                        // call seen by audio-change or BRI messages
-  std::vector<BusyCall> vBusyCalls;                     // in the order of connection
-  bool fInCall_Offhook = false;
+  // -- settings and profile: Init alone, but DstChannel_isdn.cpp learns of PBX_TENOVIS_ISDN; read by all three files
   std::string strPbxType;
-  bool fInCall_Audio = false;  // call seen by voice detection
-  bool fAudio = false;         // voice is present now
-  // When voice last stopped, by GetSrTime, which SetSimTime moves; the same field of AnalogChannel is wall clock.
-  time_t rStartSilence = 0;
-  int iSilenceTimeOut = 15;  // seconds of silence that end an audio call
-  bool fDetectDtmf = false;  // report DTMF from the audio path
-  bool fMissedCalls = false;
-  bool fUseAudioDetection = false;  // voice detection drives fInCall_Audio
-  int iTdmStart = TDM_START_DEFAULT;
-  bool fInCall_Extra = false;        // call by start condition, mute light or tone
-  bool fInCall_ToneAnalyze = false;  // voice was found by tone analysis
-  bool fOnHold = false;              // stretches the silence time-out; nothing sets it, no message tells of a hold
-  bool fAudioState = false;          // last audio-change value was not zero
-  bool fAudioMaybeDelayStart = false;
-  time_t rAudioStartTime = 0;   // when audio-change last went from zero to not zero
-  time_t rAlmostLocalNum = 0;   // when the local id was seen one digit short
-  time_t rLoginBusy = 0;        // when the login text was seen
-  int iLocalNumSize = 4;        // digits of a local id
-  bool fLocalIdDetect = false;  // the local id is learnt from login digits
-  int iMuteLightState = -1;     // -1 unknown, 0 off, 1 on
-  time_t rAudioNotice = 0;      // last log of voice outside a call
-  bool fSpecial_Pilot = false;  // enables CheckForName
   int iPbxType = PBX_UNDEF;
+  int iTdmStart = TDM_START_DEFAULT;
+  int iSilenceTimeOut = 15;         // seconds of silence that end an audio call
+  bool fUseAudioDetection = false;  // voice detection drives fInCall_Audio
+  bool fDetectDtmf = false;         // report DTMF from the audio path
+  bool fMissedCalls = false;
+  bool fSpecial_Pilot = false;  // enables CheckForName
   bool fAllowEqualRemoteLenChange = false;
   bool fLateChange = true;  // that replacement stays allowed late in a call
   bool fCheckForMultipleTelNum = false;
-  std::string strLocalName;                           // name of the line's contact in the database
+  std::string strLocalName;     // name of the line's contact in the database
+  bool fLocalIdDetect = false;  // the local id is learnt from login digits
+  int iLocalNumSize = 4;        // digits of a local id
+
+  // -- in-call flags: DstChannel.cpp, which has their table; DstChannel_isdn.cpp sets fInCall_DChannel
+  bool fInCall_DChannel = false;  // call seen by audio-change or BRI messages
+  bool fInCall_Offhook = false;
+  bool fInCall_Audio = false;        // call seen by voice detection
+  bool fInCall_Extra = false;        // call by start condition, mute light or tone
+  bool fInCall_ToneAnalyze = false;  // voice was found by tone analysis
+
+  // -- audio and mute light: DstChannel.cpp alone
+  bool fAudio = false;  // voice is present now
+  // When voice last stopped, by GetSrTime, which SetSimTime moves; the same field of AnalogChannel is wall clock.
+  time_t rStartSilence = 0;
+  bool fOnHold = false;      // stretches the silence time-out; nothing sets it, no message tells of a hold
+  bool fAudioState = false;  // last audio-change value was not zero
+  bool fAudioMaybeDelayStart = false;
+  time_t rAudioStartTime = 0;  // when audio-change last went from zero to not zero
+  time_t rAudioNotice = 0;     // last log of voice outside a call
+  int iMuteLightState = -1;    // -1 unknown, 0 off, 1 on
+
+  // -- texts and logins: all three files
+  char acPhoneDisp[BRI_TEXT_BYTES + 1] = {};            // last display or D-channel text
+  char strChangeLocalNum[DISPLAY_TEXT_BYTES + 1] = {};  // text of a change-local message
+  time_t rAlmostLocalNum = 0;                           // when the local id was seen one digit short
+  time_t rLoginBusy = 0;                                // when the login text was seen
+
+  // -- DstChannel_display.cpp alone
   std::vector<JudgedNumber>* pvJudgedNums = nullptr;  // takes each number on a display; not owned, null in the daemon
+
+  // -- DstChannel_isdn.cpp alone
+  std::vector<BusyCall> vBusyCalls;  // in the order of connection
 
  private:
   // One row a D-channel message: its handler, none when the message tells nothing by itself, and the part of

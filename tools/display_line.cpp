@@ -42,6 +42,7 @@ class ShownLine : public DST_Channel {
     }
   }
 
+  using DST_Channel::pvJudgedNums;
   using DST_Channel::strConnectedNum;
   using DST_Channel::strLocalNum;
   using DST_Channel::strRemoteNum;

@@ -13,7 +13,7 @@
 #include "DstChannel.h"
 #include "FakeRecorder.h"
 #include "LogSink.h"
-#include "OpenChannel.h"
+#include "OpenTelephone.h"
 #include "ftime.h"
 
 // A text with every byte outside plain ASCII as an escape, to be pasted into a test.
@@ -216,5 +216,5 @@ class DisplayCompare {
   }
 
   FakeRecorder rRecorder;
-  OpenChannel<DST_Channel> rChannel;
+  OpenTelephone rChannel;
 };

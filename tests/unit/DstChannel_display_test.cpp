@@ -2,17 +2,12 @@
 // DstChannel_display_scan_test.cpp.
 #include "DstBench.h"
 #include "DstChannel.h"
+#include "OpenTelephone.h"
 
 namespace {
 
 const Texts NOTHING;
 constexpr const char* LATIN1_WORD = "M\374ller";
-
-// A field that no message writes.
-class OpenTelephone : public DST_Channel {
- public:
-  using DST_Channel::iLocalNumSize;
-};
 
 // In a call the numbers of displays are taken, and late in it they are not, so the calls here are recorded.
 class DisplayTest : public DstBench {

@@ -4,17 +4,11 @@
 
 #include "DstBench.h"
 #include "DstChannel.h"
+#include "OpenTelephone.h"
 
 namespace {
 
 const Texts NOTHING;
-
-// What no message reaches, or no one reads on any line but one.
-class OpenTelephone : public DST_Channel {
- public:
-  using DST_Channel::HandleIsdnCallInfo;
-  using DST_Channel::vBusyCalls;
-};
 
 class DstChannelIsdn : public DstBench {
  protected:

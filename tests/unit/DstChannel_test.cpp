@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "DstBench.h"
+#include "OpenTelephone.h"
 
 namespace {
 
@@ -11,15 +12,6 @@ const Texts NOTHING;
 const Texts STOPS = {"5 [5] Call stops"};
 const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
 const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
-
-// Fields that no event writes.
-class OpenTelephone : public DST_Channel {
- public:
-  using DST_Channel::CanStereo;
-  using DST_Channel::fInCall_ChState;
-  using DST_Channel::fOnHold;
-  using DST_Channel::iSilenceTimeOut;
-};
 
 class DstChannelTest : public DstBench {
  protected:
@@ -184,7 +176,7 @@ TEST_F(DstChannelTest, LocalNumberIsKeptOverARestartWhereItIsReadBack) {
     SCOPED_TRACE(rRow.acPbxType);
     rRecorder.strPbxType = rRow.acPbxType;
     rRecorder.rBoardParams["TdmStart"] = std::to_string(rRow.iTdmStart);
-    OpenChannel<DST_Channel> rFresh;
+    DST_Channel rFresh;
     rFresh.Init(5, 2, 9, &rRecorder, 0);
     EXPECT_EQ(rRow.fKept ? Texts{"5 [5] Cached local number: 47\xe9"} : NOTHING, Log());
     (void)Orders();
@@ -209,7 +201,7 @@ TEST_F(DstChannelTest, CachedNumberIdentifiesTheLineAndAnEmptyOneNobody) {
 TEST_F(DstChannelTest, InitAdjustsTheCardAndAsksForTheLinesName) {
   rRecorder.rDatabase.fNoteReads = true;
   rRecorder.rBoardParams = {{"AudioSens", "9"}, {"InboundGain", "-4"}, {"OutboundGain", "7"}, {"SilenceT", "40"}};
-  OpenChannel<DST_Channel> rFresh;
+  DST_Channel rFresh;
   rFresh.Init(5, 2, 9, &rRecorder, 1);
   EXPECT_EQ((Texts{"DTRSetMixerVolume(1,0,-4,7)", "SsmSetBargeInSens(1,9)"}), Cards());
   EXPECT_EQ((Texts{"GetOrCreateLineContact 5 ''", "GetContactName 1005"}), Queries());
@@ -232,7 +224,7 @@ TEST_F(DstChannelTest, CardThatCannotMixIsReportedAndInitGoesOn) {
   simcards::FailNext("DTRSetMixerVolume", 1, 5, "no mixer");
   rRecorder.strPbxType = "Alcatel";
   rRecorder.strCachedLocalNum = "47";
-  OpenChannel<DST_Channel> rFresh;
+  DST_Channel rFresh;
   rFresh.Init(5, 0, 0, &rRecorder, 0);
   EXPECT_EQ((Texts{"3 Error in DTRSetMixerVolume: no mixer", "5 [5] Cached local number: 47"}), Log());
   EXPECT_EQ("SsmSetBargeInSens(0,0)", Cards().at(1));
