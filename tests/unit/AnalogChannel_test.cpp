@@ -1,136 +1,168 @@
 #include "AnalogChannel.h"
 
-#include <algorithm>
-#include <ctime>
+#include <cstdlib>
+#include <memory>
 
+#include "AudioReference.h"
 #include "ChannelBench.h"
+#include "TestTime.h"
 
 namespace {
 
 const Texts NOTHING;
+const Texts STARTS = {"5 [5] Call starts", "5 [5] Outgoing call", "5 [5] Not recording because not in number filter"};
+const Texts STOPS = {"5 [5] Call stops"};
 
+const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
+const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
+
+Texts operator+(Texts astrOne, const Texts& astrOther) {
+  astrOne.insert(astrOne.end(), astrOther.begin(), astrOther.end());
+  return astrOne;
+}
+
+// Line 5 on driver channel 0. Both clocks stand until Seconds moves them.
 class AnalogChannelTest : public ChannelBench {
  protected:
   // Calls are barred from recording unless a test allows them: their start then shows as the refusal.
   AnalogChannelTest() {
+    (void)setenv("TZ", "UTC", 1);
+    tzset();
+    testtime::rFrozen = rNow;
     rRecorder.iNumberFilterType = 1;
     rRecorder.strDataDir = "/tmp/";
+    MakeLine({});
   }
+  ~AnalogChannelTest() override { testtime::rFrozen = 0; }
 
-  void Init(const StdStringMap& rSettings) {
+  // A line as it is after the start of the daemon with these settings.
+  void MakeLine(const StdStringMap& rSettings, int iDrvCh = 0) {
+    rRecorder.rChannelParams = {{"Trigger", "1"}, {"SilenceTimeOut", "15"}};
     for (const auto& [strKey, strValue] : rSettings) rRecorder.rChannelParams[strKey] = strValue;
-    InitLine(rLine, 5);
+    prLine = std::make_unique<AnalogChannel>();
+    rRecorder.vChannels = {prLine.get()};
+    InitLine(*prLine, 5, iDrvCh);
   }
-  void Event(WORD wEventCode, DWORD dwParam) { Send(rLine, wEventCode, dwParam); }
+  void AllowRecording() { rRecorder.iNumberFilterType = 0; }
+
+  void Event(WORD wEventCode, DWORD dwParam) { Send(*prLine, wEventCode, dwParam); }
+  void State(DWORD dwState) { Event(E_CHG_ChState, dwState); }
+  void OnHook() { State(S_CALL_STANDBY); }
+  void OffHook() { State(S_CALL_PICKUPED); }
+  void Ring() { State(S_CALL_RINGING); }
+  void Sound() { Event(E_SYS_BargeIn, 1); }
+  void Silence() { Event(E_SYS_BargeIn, 0); }
+  void Tone(DWORD dwTone) { Event(E_CHG_ToneAnalyze, dwTone); }
+  void Press(const std::string& strDigits) {
+    for (const char ch : strDigits) Event(E_CHG_RcvDTMF, static_cast<DWORD>(ch));
+  }
   void CallerId(const std::string& strCallerId) {
     simcards::SetCallerId(0, strCallerId);
     Event(E_CHG_CIDExBuf, 0);
   }
-  void SilentFor(int iSeconds) { rLine.rStartSilence = time(nullptr) - iSeconds; }
+  void Seconds(int iSeconds) {
+    for (int i = 0; i < iSeconds; i++) {
+      testtime::rFrozen = rNow + 1;
+      Tick(*prLine);
+    }
+  }
+  std::string StateFile() {
+    EXPECT_EQ(0, prLine->WriteChState());
+    return FileBytes("/tmp/chstate_5.dat");
+  }
 
-  static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
-  OpenChannel<AnalogChannel> rLine;
+  std::unique_ptr<AnalogChannel> prLine;
 };
 
 }  // namespace
 
-// -- construction and settings ---------------------------------------------------------------------------------------
+// -- settings --------------------------------------------------------------------------------------------------------
 
-TEST_F(AnalogChannelTest, FreshLine) {
-  EXPECT_EQ(1, rLine.iRecSource);
-  EXPECT_TRUE(rLine.fUsePressedDigitsForRemote);
-  EXPECT_EQ(8, rLine.iSilenceTimeOut);
-  EXPECT_EQ(2, rLine.iTriggerType);
-  EXPECT_EQ(-999, rLine.iVoltage);
-  EXPECT_EQ(0, rLine.m_iLastTone);
-  EXPECT_EQ(0, rLine.rStartSilence);
-  EXPECT_FALSE(rLine.fInCall_Audio || rLine.fAudio || rLine.fIsNumLocked || rLine.fR2NumSplit);
-  EXPECT_FALSE(rLine.fRingsUntilPickup || rLine.fKnowIncoming || rLine.CanStereo());
+// No event shows these: Init replaces them, and nothing happens on a line before it.
+TEST_F(AnalogChannelTest, LineBeforeInitWaitsForVoice) {
+  const AnalogChannel rFresh;
+  EXPECT_EQ(2, rFresh.iTriggerType);
+  EXPECT_EQ(8, rFresh.iSilenceTimeOut);
 }
 
-TEST_F(AnalogChannelTest, InitReadsSettingsAdjustsTheCardAndTells) {
+TEST_F(AnalogChannelTest, SettingsAdjustTheCardAndAreTold) {
   struct Row {
     StdStringMap rSettings;
-    int iTriggerType;
     const char* acLine;
-    Texts astrCalls;
+    int iVolume, iAGC;
   };
-  const Texts PLAIN = {"SsmSetRecVolume(0,0)", "SsmSetRecAGC(0,0)"};
   const Row rRows[] = {
-      {{}, 1, "5 [5] Analog settings: Off-hook", PLAIN},
-      {{{"Trigger", "2"}}, 2, "5 [5] Analog settings: Voice detect, time-out 15 s", PLAIN},
-      {{{"Trigger", "2"}, {"SilenceTimeOut", "40"}}, 2, "5 [5] Analog settings: Voice detect, time-out 40 s", PLAIN},
-      {{{"Trigger", "3"}}, 3, "5 [5] Analog settings: OFF", PLAIN},
-      {{{"Trigger", "4"}}, 4, "5 [5] Analog settings: Always", PLAIN},
-      {{{"Trigger", "5"}}, 5, "5 [5] Analog settings: ", PLAIN},
-      {{{"Trigger", "-1"}}, -1, "5 [5] Analog settings: ", PLAIN},
-      {{{"AGC", "1"}, {"Amplify", "3"}},
-       1,
-       "5 [5] Analog settings: Off-hook, AGC",
-       {"SsmSetRecVolume(0,3)", "SsmSetRecAGC(0,1)"}},
-      {{{"AGC", "2"}, {"Amplify", "-7"}, {"Trigger", "9"}},
-       9,
-       "5 [5] Analog settings: , AGC",
-       {"SsmSetRecVolume(0,-7)", "SsmSetRecAGC(0,1)"}},
+      {{}, "5 [5] Analog settings: Off-hook", 0, 0},
+      {{{"Trigger", "2"}}, "5 [5] Analog settings: Voice detect, time-out 15 s", 0, 0},
+      {{{"Trigger", "2"}, {"SilenceTimeOut", "40"}}, "5 [5] Analog settings: Voice detect, time-out 40 s", 0, 0},
+      {{{"Trigger", "3"}}, "5 [5] Analog settings: OFF", 0, 0},
+      {{{"Trigger", "4"}}, "5 [5] Analog settings: Always", 0, 0},
+      {{{"Trigger", "5"}}, "5 [5] Analog settings: ", 0, 0},
+      {{{"Trigger", "-1"}}, "5 [5] Analog settings: ", 0, 0},
+      {{{"AGC", "1"}, {"Amplify", "3"}}, "5 [5] Analog settings: Off-hook, AGC", 3, 1},
+      {{{"AGC", "2"}, {"Amplify", "-7"}, {"Trigger", "9"}}, "5 [5] Analog settings: , AGC", -7, 1},
   };
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLine);
-    ForgetTraces();
-    rRecorder.rChannelParams = {{"Trigger", "1"}, {"SilenceTimeOut", "15"}};
-    for (const auto& [strKey, strValue] : rRow.rSettings) rRecorder.rChannelParams[strKey] = strValue;
-    OpenChannel<AnalogChannel> rFresh;
+    MakeLine(rRow.rSettings);
+    AnalogChannel rFresh;
     rFresh.Init(5, 0, 0, &rRecorder, 0);
-    EXPECT_EQ(rRow.iTriggerType, rFresh.iTriggerType);
-    EXPECT_EQ((Texts{rRow.acLine}), logsink::TakeTexts());
-    EXPECT_EQ(rRow.astrCalls, simcards::TakeCalls());
+    EXPECT_EQ((Texts{rRow.acLine}), Log());
+    EXPECT_EQ((Texts{"SsmSetRecVolume(0," + std::to_string(rRow.iVolume) + ")",
+                     "SsmSetRecAGC(0," + std::to_string(rRow.iAGC) + ")"}),
+              Cards());
   }
 }
 
-TEST_F(AnalogChannelTest, SettingsReplaceTheConstructorsValues) {
-  Init({});
-  EXPECT_EQ(1, rLine.iTriggerType);
-  EXPECT_EQ(15, rLine.iSilenceTimeOut);
-  EXPECT_FALSE(rLine.fR2NumSplit);
-  rRecorder.rParams["R2NumSplit"] = "1";
-  Init({});
-  EXPECT_TRUE(rLine.fR2NumSplit);
+TEST_F(AnalogChannelTest, HealthAtStartIsToldBeforeTheSettings) {
+  simcards::SetChState(0, S_CALL_OFFLINE);
+  AnalogChannel rFresh;
+  rFresh.Init(5, 0, 0, &rRecorder, 0);
+  EXPECT_EQ((Texts{"5 [5] Line health: offline", "5 [5] Analog settings: Off-hook"}), Log());
 }
 
-TEST_F(AnalogChannelTest, BaseSettingsAreReadFirst) {
-  simcards::SetChState(0, S_CALL_OFFLINE);
-  rRecorder.rChannelParams["RecOnDmd"] = "1";
-  (void)logsink::Take();
-  rLine.Init(5, 0, 0, &rRecorder, 0);
-  EXPECT_TRUE(rLine.fRecOnDmd);
-  EXPECT_EQ((Texts{"5 [5] Line health: offline", "5 [5] Analog settings: Off-hook"}), logsink::TakeTexts());
+TEST_F(AnalogChannelTest, SettingsOfEveryLineHoldToo) {
+  MakeLine({{"RecOnDmd", "1"}});
+  AllowRecording();
+  OffHook();
+  EXPECT_EQ("5 [5] Recording on demand", Log().back());
 }
 
 TEST_F(AnalogChannelTest, CardThatCannotBeAdjustedIsNotReported) {
   simcards::FailNext("SsmSetRecVolume", 1, -1, "no volume");
   simcards::FailNext("SsmSetRecAGC", 1, -1, "no gain");
-  (void)logsink::Take();
-  rLine.Init(5, 0, 0, &rRecorder, 0);
-  EXPECT_EQ((Texts{"5 [5] Analog settings: Off-hook"}), logsink::TakeTexts());
+  AnalogChannel rFresh;
+  rFresh.Init(5, 0, 0, &rRecorder, 0);
+  EXPECT_EQ((Texts{"5 [5] Analog settings: Off-hook"}), Log());
 }
 
-TEST_F(AnalogChannelTest, TriggerTypeDecidesWhatMakesACall) {
+TEST_F(AnalogChannelTest, TriggerDecidesWhatMakesACall) {
   struct Row {
-    int iTriggerType;
-    bool fOnChState, fOnAudio, fAnyway;
+    const char* acTrigger;
+    Texts astrOffHook, astrOnHook, astrSound, astrSecond;
   };
-  const Row rRows[] = {{1, true, false, false},  {2, false, true, false},  {3, false, false, false},
-                       {4, true, true, true},    {0, false, false, false}, {5, false, false, false},
-                       {-1, false, false, false}};
+  const Texts STATE_1 = {"5 [5] Analog channel state: 1 off-hook"};
+  const Texts STATE_0 = {"5 [5] Analog channel state: 0 idle"};
+  const Row rRows[] = {
+      {"1", STATE_1 + STARTS, STATE_0 + STOPS, NOTHING, NOTHING},
+      {"2", STATE_1, STATE_0, STARTS, NOTHING},
+      {"3", STATE_1, STATE_0, NOTHING, NOTHING},
+      {"4", STATE_1 + STARTS, STATE_0, NOTHING, NOTHING},  // any event starts the one call
+      {"0", STATE_1, STATE_0, NOTHING, NOTHING},
+      {"5", STATE_1, STATE_0, NOTHING, NOTHING},
+      {"-1", STATE_1, STATE_0, NOTHING, NOTHING},
+  };
   for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.iTriggerType);
-    rLine.iTriggerType = rRow.iTriggerType;
-    rLine.fInCall_ChState = rLine.fInCall_Audio = false;
-    EXPECT_EQ(rRow.fAnyway, rLine.InCall());
-    rLine.fInCall_ChState = true;
-    EXPECT_EQ(rRow.fOnChState, rLine.InCall());
-    rLine.fInCall_ChState = false;
-    rLine.fInCall_Audio = true;
-    EXPECT_EQ(rRow.fOnAudio, rLine.InCall());
+    SCOPED_TRACE(rRow.acTrigger);
+    MakeLine({{"Trigger", rRow.acTrigger}});
+    OffHook();
+    EXPECT_EQ(rRow.astrOffHook, Log());
+    OnHook();
+    EXPECT_EQ(rRow.astrOnHook, Log());
+    Sound();
+    EXPECT_EQ(rRow.astrSound, Log());
+    Seconds(1);
+    EXPECT_EQ(rRow.astrSecond, Log());
   }
 }
 
@@ -139,217 +171,198 @@ TEST_F(AnalogChannelTest, TriggerTypeDecidesWhatMakesACall) {
 TEST_F(AnalogChannelTest, StateMakesOrEndsACall) {
   struct Row {
     DWORD dwState;
-    const char* acText;
-    bool fInCallAfterHook;  // a line that was off hook
-    bool fInCallAfterIdle;  // a line that was idle
+    Texts astrLines;
+    Texts astrFromHook, astrFromIdle;  // what follows on a line that was off hook, and on one that was idle
   };
   const Row rRows[] = {
-      {0, "0 idle", false, false},          {1, "1 off-hook", true, true},       {2, "2 ring", false, false},
-      {3, "3 talking", false, false},       {8, "8 offline", false, false},      {9, "9 wait-answer", false, false},
-      {11, "11 unusable", false, false},    {128, "128 recording", true, false}, {139, "139 sign-err", false, false},
-      {140, "140 frame-err", false, false}, {77, "77 ", false, false},           {0x50001, "1 off-hook", true, true},
+      {0, {"5 [5] Analog channel state: 0 idle"}, STOPS, NOTHING},
+      {1, {"5 [5] Analog channel state: 1 off-hook"}, NOTHING, STARTS},
+      {2, {"5 [5] Analog channel state: 2 ring"}, STOPS, NOTHING},
+      {3, {"5 [5] Analog channel state: 3 talking"}, STOPS, NOTHING},
+      {8, {"5 [5] Line health: offline", "5 [5] Analog channel state: 8 offline"}, STOPS, NOTHING},
+      {9, {"5 [5] Analog channel state: 9 wait-answer"}, STOPS, NOTHING},
+      {11, {"5 [5] Line health: offline", "5 [5] Analog channel state: 11 unusable"}, STOPS, NOTHING},
+      {128, {"5 [5] Analog channel state: 128 recording"}, NOTHING, NOTHING},
+      {139, {"5 [5] Analog channel state: 139 sign-err"}, STOPS, NOTHING},
+      {140, {"5 [5] Analog channel state: 140 frame-err"}, STOPS, NOTHING},
+      {77, {"5 [5] Analog channel state: 77 "}, STOPS, NOTHING},
+      {0x50001, {"5 [5] Analog channel state: 1 off-hook"}, NOTHING, STARTS},
   };
-  Init({});
   for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.acText);
-    for (const bool fHook : {true, false}) {
-      Event(E_CHG_ChState, fHook ? 1 : 0);
-      ASSERT_EQ(fHook, rLine.fCallBusy);
-      (void)logsink::Take();
-      Event(E_CHG_ChState, rRow.dwState);
-      const bool fExpected = fHook ? rRow.fInCallAfterHook : rRow.fInCallAfterIdle;
-      EXPECT_EQ(fExpected, rLine.fInCall_ChState);
-      EXPECT_EQ(fExpected, rLine.fCallBusy);
-      EXPECT_EQ(rRow.dwState == 2 && !fHook, rLine.fRinging);  // see RingEndsACallByHookStateAndGoesWithIt
-      const Texts astrLines = logsink::TakeTexts();
-      const std::string strStateLine = std::string("5 [5] Analog channel state: ") + rRow.acText;
-      EXPECT_EQ(1, std::count(astrLines.begin(), astrLines.end(), strStateLine));
-    }
+    SCOPED_TRACE(rRow.dwState);
+    MakeLine({});
+    OffHook();
+    ForgetTraces();
+    State(rRow.dwState);
+    EXPECT_EQ(rRow.astrLines + rRow.astrFromHook, Log());
+    MakeLine({});
+    State(rRow.dwState);
+    EXPECT_EQ(rRow.astrLines + rRow.astrFromIdle, Log());
   }
-}
-
-TEST_F(AnalogChannelTest, HealthIsKnownBeforeTheCallEnds) {
-  Init({});
-  Event(E_CHG_ChState, 1);
-  (void)logsink::Take();
-  Event(E_CHG_ChState, 8);
-  EXPECT_EQ((Texts{"5 [5] Line health: offline", "5 [5] Analog channel state: 8 offline", "5 [5] Call stops"}),
-            logsink::TakeTexts());
 }
 
 TEST_F(AnalogChannelTest, AnsweredCallIsIncoming) {
-  Init({});
-  Event(E_CHG_ChState, 2);
-  EXPECT_TRUE(rLine.fRinging);
-  PassSeconds(1);
-  Event(E_CHG_ChState, 0);
-  EXPECT_FALSE(rLine.fRinging);
-  PassSeconds(3);
-  Event(E_CHG_ChState, 2);
-  PassSeconds(1);
-  Event(E_CHG_ChState, 1);  // ends the ring first, so the guess is by the last ring
-  EXPECT_TRUE(rLine.fIncoming);
-  EXPECT_EQ(5, rLine.iWaitTime);
+  AllowRecording();
+  Ring();
+  Seconds(1);
+  OnHook();
+  Seconds(3);
+  Ring();
+  Seconds(1);
+  OffHook();  // ends the ring first, so the guess is by the last ring
   EXPECT_EQ((Texts{"5 [5] Analog channel state: 2 ring", "5 [5] Analog channel state: 0 idle",
                    "5 [5] Analog channel state: 2 ring", "5 [5] Analog channel state: 1 off-hook", "5 [5] Call starts",
-                   "5 [5] Incoming, last ring: 0 s. ago", REFUSED}),
-            logsink::TakeTexts());
+                   "5 [5] Incoming, last ring: 0 s. ago", "5 [5] Starting recording",
+                   "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134645_005_01.wav"}),
+            Log());
+  EXPECT_EQ("0", Active("direction"));
+  EXPECT_EQ("5", Active("waittime"));
 }
 
-TEST_F(AnalogChannelTest, RingEndsACallByHookStateAndGoesWithIt) {
-  Init({});
-  Event(E_CHG_ChState, 1);
-  (void)logsink::Take();
-  Event(E_CHG_ChState, 2);
-  EXPECT_FALSE(rLine.fCallBusy);
-  EXPECT_FALSE(rLine.fRinging);  // part of the information that ends with the call
-  EXPECT_EQ(0, rLine.rFirstRing);
-  EXPECT_EQ((Texts{"5 [5] Analog channel state: 2 ring", "5 [5] Call stops"}), logsink::TakeTexts());
+TEST_F(AnalogChannelTest, RingThatEndsACallIsForgottenWithIt) {
+  OffHook();
+  Ring();
+  ForgetTraces();
+  OffHook();
+  EXPECT_EQ(Texts{"5 [5] Analog channel state: 1 off-hook"} + STARTS, Log());  // an outgoing one
 }
 
 TEST_F(AnalogChannelTest, RecordingStateStopsARingAndLeavesTheCallAlone) {
-  Init({});
-  Event(E_CHG_ChState, 2);
-  PassSeconds(1);
-  Event(E_CHG_ChState, 128);
-  EXPECT_FALSE(rLine.fRinging);
-  EXPECT_EQ(rNow, rLine.rLastRing);
-  EXPECT_FALSE(rLine.fCallBusy);
-  Event(E_CHG_ChState, 1);
-  EXPECT_TRUE(rLine.fCallBusy);
-  Event(E_CHG_ChState, 128);
-  EXPECT_TRUE(rLine.fCallBusy);
-  EXPECT_TRUE(rLine.fInCall_ChState);
-}
-
-TEST_F(AnalogChannelTest, StateMeansNothingToOtherTriggers) {
-  for (const char* const acTrigger : {"2", "3", "5"}) {
-    SCOPED_TRACE(acTrigger);
-    Init({{"Trigger", acTrigger}});
-    Event(E_CHG_ChState, 1);
-    EXPECT_TRUE(rLine.fInCall_ChState);
-    EXPECT_FALSE(rLine.fCallBusy);
-    Event(E_CHG_ChState, 0);
-  }
+  Ring();
+  Seconds(1);
+  State(S_DTRC_ACTIVE);
+  Seconds(5);
+  OffHook();
+  EXPECT_EQ("5 [5] Incoming, last ring: 5 s. ago", Log()[4]);
+  State(S_DTRC_ACTIVE);
+  OnHook();
+  EXPECT_EQ((Texts{"5 [5] Analog channel state: 128 recording", "5 [5] Analog channel state: 0 idle"}) + STOPS, Log());
 }
 
 // -- digits, flash, no sound, audio ----------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, DigitIsTheLowByte) {
-  Init({});
   Event(E_CHG_RcvDTMF, 0xab00 | '5');
-  EXPECT_EQ("5", rLine.strDigits);
-  EXPECT_EQ((Texts{"5 [5] Analog DTMF detected: 5", "5 [5] Digits: 5"}), logsink::TakeTexts());
-  EXPECT_EQ((Texts{"SsmClearRxDtmfBuf(0)"}), simcards::TakeCalls());
+  EXPECT_EQ((Texts{"5 [5] Analog DTMF detected: 5", "5 [5] Digits: 5"}), Log());
+  EXPECT_EQ((Texts{"SsmClearRxDtmfBuf(0)"}), Cards());
 }
 
 TEST_F(AnalogChannelTest, DialledDigitsBecomeTheRemoteNumber) {
-  Init({});
-  Event(E_CHG_ChState, 1);
-  for (const char ch : std::string("0171")) Event(E_CHG_RcvDTMF, static_cast<DWORD>(ch));
-  for (int i = 0; i < 6; i++) Tick(rLine);
-  EXPECT_EQ("0171", rLine.strRemoteNum);
+  AllowRecording();
+  OffHook();
+  Press("0171");
+  ForgetTraces();
+  Seconds(6);
+  EXPECT_EQ((Texts{"5 [5] Previous digits expired", "5 [5] Remote: 0171"}), Log());
+  OnHook();
+  EXPECT_EQ("0171", Kept("remote"));
 }
 
 TEST_F(AnalogChannelTest, FlashAndNoSoundAreOnlyLogged) {
-  Init({});
   Event(E_CHG_FlashCount, 1);
   Event(E_SYS_NoSound, 1);
-  EXPECT_EQ((Texts{"5 [5] Hook flash detected", "5 [5] Analog No Sound Detected"}), logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
-  EXPECT_FALSE(rLine.fCallBusy);
+  EXPECT_EQ((Texts{"5 [5] Hook flash detected", "5 [5] Analog No Sound Detected"}), Log());
+  EXPECT_EQ(NOTHING, Cards());
 }
 
-TEST_F(AnalogChannelTest, AudioReachesTheFile) {
-  Init({});
-  rLine.strFullFilename = "/recordings/analog.wav";
-  rLine.BasicRecordingPreparation();
-  rLine.OpenAudioFile();
-  rLine.acRecordBuf[0] = 'x';
-  Event(E_PROC_RecordMem, 1);
-  rLine.CloseAudioFile();
-  EXPECT_EQ("x", FileBytes("/recordings/analog.wav").substr(56));
+TEST_F(AnalogChannelTest, CallLeavesItsAudioAndARow) {
+  AllowRecording();
+  OffHook();
+  Hear(0, "audio");
+  Seconds(2);
+  OnHook();
+  EXPECT_EQ(Wav(6, 1, "audio"), FileBytes("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
+  EXPECT_EQ("1", Kept("source"));
+  EXPECT_EQ("5", Kept("linenr"));
+  EXPECT_EQ("2", Kept("duration"));
+}
+
+TEST_F(AnalogChannelTest, NoLineCanRecordInStereo) {
+  rRecorder.fStereo = true;
+  AllowRecording();
+  OffHook();
+  Hear(0, "audio");
+  OnHook();
+  EXPECT_EQ(Wav(6, 1, "audio"), FileBytes("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
 }
 
 TEST_F(AnalogChannelTest, CodesOfOtherCardsAreIgnored) {
-  Init({});
   for (const WORD wCode : std::initializer_list<WORD>{0, 7, 49, 65, 124, 60000}) Event(wCode, 1);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
 }
 
 // -- caller id -------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, CallerIdBecomesTheRemoteNumber) {
   struct Row {
-    const char* acLabel;
-    const char* acCallerId;
+    const char *acLabel, *acR2Split, *acCallerId;
     Texts astrLines;
-    const char* acRemote;
+    const char *acRemote, *acLocal;
   };
   const Row rRows[] = {
-      {"none", "", {}, "before"},
-      {"one character", "7", {"5 [5] Analog caller ID: 7"}, "before"},
-      {"two characters", "17", {"5 [5] Analog caller ID: 17", "5 [5] Remote: 17"}, "17"},
-      {"text", "private %s", {"5 [5] Analog caller ID: private %s", "5 [5] Remote: private %s"}, "private %s"},
-      {"13 characters without R2",
-       "1234560987654",
-       {"5 [5] Analog caller ID: 1234560987654", "5 [5] Remote: 1234560987654"},
-       "1234560987654"},
+      {"none", "0", "", {}, "0301234", ""},
+      {"one character", "0", "7", {"5 [5] Analog caller ID: 7"}, "0301234", ""},
+      {"two characters", "0", "17", {"5 [5] Analog caller ID: 17", "5 [5] Remote: 17"}, "17", ""},
+      {"text", "0", "private %s", {"5 [5] Analog caller ID: private %s", "5 [5] Remote: private %s"}, "private %s", ""},
+      {"R2 form without R2",
+       "0",
+       "111222*333444",
+       {"5 [5] Analog caller ID: 111222*333444", "5 [5] Remote: 111222*333444"},
+       "111222*333444",
+       ""},
+      {"R2 form holds both parties",
+       "1",
+       "111222*333444",
+       {"5 [5] Analog caller ID: 111222*333444", "5 [5] Local Number Changed: 333444.", "5 [5] Remote: 111222"},
+       "111222",
+       "333444"},
+      {"one character more",
+       "1",
+       "111222*3334445",
+       {"5 [5] Analog caller ID: 111222*3334445", "5 [5] Remote: 111222*3334445"},
+       "111222*3334445",
+       ""},
   };
-  Init({});
+  AllowRecording();
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rLine.strRemoteNum = "before";
+    rRecorder.rParams["R2NumSplit"] = rRow.acR2Split;
+    MakeLine({});
+    CallerId("0301234");
+    ForgetTraces();
     CallerId(rRow.acCallerId);
-    EXPECT_EQ(rRow.astrLines, logsink::TakeTexts());
-    EXPECT_EQ(rRow.acRemote, rLine.strRemoteNum);
-    EXPECT_FALSE(rLine.fIsNumLocked);
-    EXPECT_EQ("", rLine.strLocalNum);
+    EXPECT_EQ(rRow.astrLines, Log());
+    OffHook();
+    EXPECT_EQ(rRow.acRemote, Active("remote"));
+    EXPECT_EQ(rRow.acLocal, Active("local"));
   }
 }
 
 TEST_F(AnalogChannelTest, NoCallerIdFromTheCardIsNothing) {
-  Init({});
-  rLine.iDrvCh = LINES;  // a channel that the library does not know
+  MakeLine({}, /*iDrvCh=*/LINES);  // a channel that the library does not know
   Event(E_CHG_CIDExBuf, 0);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ("", rLine.strRemoteNum);
-}
-
-TEST_F(AnalogChannelTest, R2CallerIdHoldsBothParties) {
-  rRecorder.rParams["R2NumSplit"] = "1";
-  Init({});
-  CallerId("12345600987654");  // 14 characters
-  EXPECT_EQ("12345600987654", rLine.strRemoteNum);
-  (void)logsink::Take();
-  CallerId("111222*333444");
-  EXPECT_EQ("111222", rLine.strRemoteNum);
-  EXPECT_EQ("333444", rLine.strLocalNum);
-  EXPECT_TRUE(rLine.fUseLocalNum);
-  EXPECT_EQ(
-      (Texts{"5 [5] Analog caller ID: 111222*333444", "5 [5] Local Number Changed: 333444.", "5 [5] Remote: 111222"}),
-      logsink::TakeTexts());
+  EXPECT_EQ(NOTHING, Log());
 }
 
 TEST_F(AnalogChannelTest, AfterAnR2SplitOnlyTheR2FormChangesTheNumber) {
   rRecorder.rParams["R2NumSplit"] = "1";
-  Init({});
+  MakeLine({});
   CallerId("111222*333444");
-  rLine.ClearInfo();  // the lock holds for the life of the line
-  EXPECT_TRUE(rLine.fIsNumLocked);
-  (void)logsink::Take();
+  OffHook();
+  OnHook();  // the lock outlives the call
+  ForgetTraces();
   CallerId("0170123456");
-  EXPECT_EQ("", rLine.strRemoteNum);
-  EXPECT_EQ((Texts{"5 [5] Analog caller ID: 0170123456"}), logsink::TakeTexts());
+  EXPECT_EQ((Texts{"5 [5] Analog caller ID: 0170123456"}), Log());
   CallerId("555666*777888");
-  EXPECT_EQ("555666", rLine.strRemoteNum);
-  EXPECT_EQ("777888", rLine.strLocalNum);
+  EXPECT_EQ(
+      (Texts{"5 [5] Analog caller ID: 555666*777888", "5 [5] Local Number Changed: 777888.", "5 [5] Remote: 555666"}),
+      Log());
 }
 
 // -- tones -----------------------------------------------------------------------------------------------------------
 
-TEST_F(AnalogChannelTest, ToneIsToldOnceAndSwitchesTheLoudAlarmOff) {
+TEST_F(AnalogChannelTest, ToneIsToldOnceAndACallProgressToneSwitchesTheLoudAlarmOff) {
   struct Row {
     DWORD dwParam;
     const char* acText;
@@ -363,28 +376,48 @@ TEST_F(AnalogChannelTest, ToneIsToldOnceAndSwitchesTheLoudAlarmOff) {
       {5, "5 no sound", false},
       {6, "6 voice", false},
       {9, "9 ", false},
-      {0x101, "1 dial tone", true},
-      {0, "0 ", false},
+      {0x103, "3 ringback tone", true},
   };
-  Init({});
+  AllowRecording();
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acText);
-    rLine.fHighSwitchedOff = !rRow.fSwitchedOff;
-    Event(E_CHG_ToneAnalyze, rRow.dwParam);
-    EXPECT_EQ(rRow.fSwitchedOff, rLine.fHighSwitchedOff);
-    EXPECT_EQ((Texts{std::string("5 [5] Analog ToneAnalyze: ") + rRow.acText}), logsink::TakeTexts());
-    rLine.fHighSwitchedOff = !rRow.fSwitchedOff;
-    Event(E_CHG_ToneAnalyze, rRow.dwParam);  // the same again
-    EXPECT_EQ(!rRow.fSwitchedOff, rLine.fHighSwitchedOff);
-    EXPECT_EQ(NOTHING, logsink::TakeTexts());
+    MakeLine({{"LoudVoiceDetect", "1"}, {"LoudnessThr", "60"}, {"LoudnessLen", "1"}});
+    OffHook();
+    Tone(rRow.fSwitchedOff ? 6 : 2);
+    ForgetTraces();
+    Tone(rRow.dwParam);
+    EXPECT_EQ((Texts{std::string("5 [5] Analog ToneAnalyze: ") + rRow.acText}), Log());
+    Tone(rRow.dwParam);
+    EXPECT_EQ(NOTHING, Log());
+    Hear(0, LOUD);
+    Hear(0, LOUD);
+    Seconds(1);
+    EXPECT_EQ(rRow.fSwitchedOff ? NOTHING : Texts{"5 [5] Loud audio detected"}, Log());
+    OnHook();
   }
-  EXPECT_FALSE(rLine.fCallBusy);
 }
 
-TEST_F(AnalogChannelTest, ToneZeroOnAFreshLineIsNotTold) {
-  Init({});
-  Event(E_CHG_ToneAnalyze, 0);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+TEST_F(AnalogChannelTest, ToneThatLastsIntoTheNextCallDoesNotSwitchItsAlarmOff) {
+  AllowRecording();
+  MakeLine({{"LoudVoiceDetect", "1"}, {"LoudnessThr", "60"}, {"LoudnessLen", "1"}});
+  OffHook();
+  Tone(TONE_BUSY);
+  OnHook();
+  OffHook();
+  Tone(TONE_BUSY);
+  ForgetTraces();
+  Hear(0, LOUD);
+  Hear(0, LOUD);
+  Seconds(1);
+  EXPECT_EQ((Texts{"5 [5] Loud audio detected"}), Log());
+}
+
+TEST_F(AnalogChannelTest, ToneZeroIsToldOnlyAfterAnother) {
+  Tone(0);
+  EXPECT_EQ(NOTHING, Log());
+  Tone(6);
+  Tone(0);
+  EXPECT_EQ((Texts{"5 [5] Analog ToneAnalyze: 6 voice", "5 [5] Analog ToneAnalyze: 0 "}), Log());
 }
 
 TEST_F(AnalogChannelTest, SilentLineStartsACallInTheTestMode) {
@@ -402,185 +435,140 @@ TEST_F(AnalogChannelTest, SilentLineStartsACallInTheTestMode) {
   };
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    OpenChannel<AnalogChannel> rFresh;
-    rRecorder.rChannelParams["Trigger"] = "2";
-    InitLine(rFresh, 5);
+    MakeLine({{"Trigger", "2"}});
     rRecorder.fDebugRepeatRecord = rRow.fDebugRepeatRecord;
-    rFresh.fInCall_Audio = rFresh.fCallBusy = rRow.fInCallBefore;
-    rFresh.fAudio = true;
-    const time_t rBefore = time(nullptr);
-    Send(rFresh, E_CHG_ToneAnalyze, rRow.dwTone);
-    EXPECT_EQ(rRow.fStarts || rRow.fInCallBefore, rFresh.fCallBusy);
-    EXPECT_EQ(!rRow.fStarts, rFresh.fAudio);
-    EXPECT_EQ(rRow.fStarts, rFresh.rStartSilence >= rBefore);
-    EXPECT_EQ(rRow.fStarts ? 4U : 1U, logsink::TakeTexts().size());  // tone; call starts, direction, refusal
+    if (rRow.fInCallBefore) Sound();
+    ForgetTraces();
+    Tone(rRow.dwTone);
+    const Texts TOLD = {"5 [5] Analog ToneAnalyze: " + std::to_string(rRow.dwTone) + " " +
+                        GetToneDescr(static_cast<int>(rRow.dwTone))};
+    EXPECT_EQ(rRow.fStarts ? TOLD + STARTS : TOLD, Log());
+    Seconds(14);
+    EXPECT_EQ(NOTHING, Log());
+    Seconds(1);  // the silence that times out began with the tone
+    EXPECT_EQ(rRow.fStarts ? Texts{"5 [5] Silence time out (15 s)"} + STOPS + STARTS : NOTHING, Log());
   }
 }
 
 // -- sound -----------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, SoundStartsACallAndSilenceEndsIt) {
-  Init({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
-  Event(E_SYS_BargeIn, 1);
-  EXPECT_TRUE(rLine.fInCall_Audio && rLine.fAudio && rLine.fCallBusy);
-  EXPECT_EQ((Texts{"5 [5] Call starts", "5 [5] Outgoing call", REFUSED}), logsink::TakeTexts());
-  Event(E_SYS_BargeIn, 1);  // again
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-
-  const time_t rBefore = time(nullptr);
-  Event(E_SYS_BargeIn, 0);
-  EXPECT_FALSE(rLine.fAudio);
-  EXPECT_LE(rBefore, rLine.rStartSilence);
-  EXPECT_TRUE(rLine.fInCall_Audio && rLine.fCallBusy);
-  SilentFor(7);
-  const time_t rSilence = rLine.rStartSilence;
+  MakeLine({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
+  Sound();
+  EXPECT_EQ(STARTS, Log());
+  Sound();
+  Seconds(30);
+  Silence();
+  Seconds(9);
+  Sound();  // a pause was all it was
+  Seconds(1000);
+  EXPECT_EQ(NOTHING, Log());
+  Silence();
+  Seconds(7);
   Event(E_SYS_BargeIn, 2);  // still no sound: the silence goes on
-  EXPECT_EQ(rSilence, rLine.rStartSilence);
-  Tick(rLine);
-  EXPECT_TRUE(rLine.fCallBusy);
-
-  Event(E_SYS_BargeIn, 1);  // a pause was all it was
-  SilentFor(1000);
-  Tick(rLine);
-  EXPECT_TRUE(rLine.fCallBusy);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-
-  Event(E_SYS_BargeIn, 0);
-  SilentFor(10);
-  Tick(rLine);
-  EXPECT_FALSE(rLine.fInCall_Audio || rLine.fCallBusy);
-  EXPECT_EQ((Texts{"5 [5] Silence time out (10 s)", "5 [5] Call stops"}), logsink::TakeTexts());
-  Tick(rLine);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-}
-
-TEST_F(AnalogChannelTest, SilenceShorterThanTheTimeOutEndsNothing) {
-  Init({{"Trigger", "2"}, {"SilenceTimeOut", "100"}});
-  Event(E_SYS_BargeIn, 1);
-  Event(E_SYS_BargeIn, 0);
-  SilentFor(90);
-  Tick(rLine);
-  EXPECT_TRUE(rLine.fCallBusy);
+  Seconds(2);
+  EXPECT_EQ(NOTHING, Log());
+  Seconds(1);
+  EXPECT_EQ(Texts{"5 [5] Silence time out (10 s)"} + STOPS, Log());
+  Seconds(30);
+  EXPECT_EQ(NOTHING, Log());
+  Sound();
+  EXPECT_EQ(STARTS, Log());
 }
 
 TEST_F(AnalogChannelTest, SoundMeansNothingToTheHookTrigger) {
-  Init({{"SilenceTimeOut", "10"}});
-  Event(E_SYS_BargeIn, 1);
-  EXPECT_TRUE(rLine.fInCall_Audio);
-  EXPECT_FALSE(rLine.fCallBusy);
-  Event(E_SYS_BargeIn, 0);
-  SilentFor(10);
-  Tick(rLine);
-  EXPECT_FALSE(rLine.fInCall_Audio);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  MakeLine({{"SilenceTimeOut", "10"}});
+  Sound();
+  Silence();
+  Seconds(11);
+  EXPECT_EQ(NOTHING, Log());
 }
 
 TEST_F(AnalogChannelTest, TestModeRecordsInAnEndlessChain) {
-  Init({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
+  AllowRecording();
+  MakeLine({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
   rRecorder.fDebugRepeatRecord = true;
-  Event(E_SYS_BargeIn, 1);
-  for (int i = 0; i < 3; i++) {
-    Event(E_SYS_BargeIn, 0);
-    SilentFor(10);
-    (void)logsink::Take();
-    const time_t rBefore = time(nullptr);
-    Tick(rLine);
-    EXPECT_TRUE(rLine.fCallBusy && rLine.fInCall_Audio);
-    EXPECT_FALSE(rLine.fAudio);
-    EXPECT_LE(rBefore, rLine.rStartSilence);
-    EXPECT_EQ((Texts{"5 [5] Silence time out (10 s)", "5 [5] Call stops", "5 [5] Call starts", "5 [5] Outgoing call",
-                     REFUSED}),
-              logsink::TakeTexts());
+  Tone(TONE_NO_SOUND);
+  for (const std::string strNext : {"134650_005_02", "134700_005_03", "134710_005_04"}) {
+    ForgetTraces();
+    Seconds(10);
+    EXPECT_EQ((Texts{"5 [5] Silence time out (10 s)", "5 [5] Call stops", "5 [5] Recording stopped (10 s)",
+                     "5 [5] Call starts", "5 [5] Outgoing call", "5 [5] Starting recording",
+                     "5 [5] Recording to file /recordings/1970/01/12/13/19700112_" + strNext + ".wav"}),
+              Log());
   }
-}
-
-TEST_F(AnalogChannelTest, TestModeRecordsOnePartAfterTheOther) {
-  rRecorder.iNumberFilterType = 0;
-  rRecorder.rDatabase.rParts["crec"]["RecNotOutg"] = "1";
-  Init({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
-  rRecorder.fDebugRepeatRecord = true;
-  Event(E_CHG_ToneAnalyze, 5);
-  EXPECT_TRUE(rLine.fRecording);
-  SilentFor(10);
-  Tick(rLine);
-  EXPECT_TRUE(rLine.fRecording);
-  EXPECT_EQ(2, rLine.iRecUniqCnt);
 }
 
 // -- each second -----------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, AlwaysStartsItsOneCallInTheFirstSecond) {
-  Init({{"Trigger", "4"}});
-  simcards::SetVoltage(0, 48);
-  EXPECT_FALSE(rLine.fCallBusy);
-  Tick(rLine);
-  EXPECT_TRUE(rLine.fCallBusy);
-  EXPECT_EQ((Texts{"5 [5] Call starts", "5 [5] Outgoing call", REFUSED}), logsink::TakeTexts());
-  Event(E_CHG_ChState, 1);
-  Event(E_CHG_ChState, 0);
-  Event(E_SYS_BargeIn, 1);
-  Event(E_SYS_BargeIn, 0);
-  SilentFor(1000);
-  for (int i = 0; i < 30; i++) Tick(rLine);
-  EXPECT_TRUE(rLine.fCallBusy);
-  EXPECT_EQ(-999, rLine.iVoltage);
-  rLine.EndOfCall();
-  EXPECT_FALSE(rLine.fCallBusy);
+  MakeLine({{"Trigger", "4"}});
+  EXPECT_EQ(NOTHING, Log());
+  Seconds(1);
+  EXPECT_EQ(STARTS, Log());
+  OffHook();
+  OnHook();
+  Sound();
+  Silence();
+  Seconds(1000);
+  EXPECT_EQ((Texts{"5 [5] Analog channel state: 1 off-hook", "5 [5] Analog channel state: 0 idle"}), Log());
+  EXPECT_EQ(NOTHING, Cards());
+  prLine->EndOfCall();  // as the recorder does when it shuts down
+  EXPECT_EQ((Texts{"SsmClearCallerId(0)"}), Cards());
 }
 
-TEST_F(AnalogChannelTest, VoltageIsReadEachSecond) {
-  Init({});
-  for (const int iVoltage : {48, -52, 0}) {
-    simcards::SetVoltage(0, iVoltage);
-    Tick(rLine);
-    EXPECT_EQ(iVoltage, rLine.iVoltage);
-  }
-}
-
-TEST_F(AnalogChannelTest, BaseHasItsSecondFirst) {
-  Init({{"Trigger", "4"}});
-  rLine.iHighNotify = HIGH_NOTIFY_TO_SEND;
-  Tick(rLine);
-  EXPECT_EQ((Texts{"5 [5] Loud audio detected", "5 [5] Call starts", "5 [5] Outgoing call", REFUSED}),
-            logsink::TakeTexts());
+TEST_F(AnalogChannelTest, DigitsExpireBeforeTheSilenceOfTheSameSecond) {
+  MakeLine({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
+  Sound();
+  Silence();
+  Seconds(4);
+  Press("12");
+  ForgetTraces();
+  Seconds(6);
+  EXPECT_EQ((Texts{"5 [5] Previous digits expired", "5 [5] Remote: 12",
+                   "5 [5] Not recording because not in number filter", "5 [5] Silence time out (10 s)"}) +
+                STOPS,
+            Log());
 }
 
 // -- state file ------------------------------------------------------------------------------------------------------
 
-TEST_F(AnalogChannelTest, StateFileHoldsWhatIsKnown) {
-  struct Row {
-    int iVoltage, iLevel;
-    const char* acText;
-  };
-  const Row rRows[] = {
-      {48, 63, "Voltage: 48\r\nAudioLevel: 63\r\n"},
-      {-52, -30, "Voltage: -52\r\nAudioLevel: -30\r\n"},
-      {0, -999, "Voltage: 0\r\n"},
-      {-999, 0, "AudioLevel: 0\r\n"},
-      {-999, -999, ""},
-  };
-  Init({});
-  for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.acText);
-    rLine.iVoltage = rRow.iVoltage;
-    rLine.iLast_dB = rRow.iLevel;
-    EXPECT_EQ(0, rLine.WriteChState());
-    EXPECT_EQ(rRow.acText, FileBytes("/tmp/chstate_5.dat"));
+TEST_F(AnalogChannelTest, StateFileHasTheVoltageOfTheLastSecond) {
+  EXPECT_EQ("", StateFile());
+  for (const int iVoltage : {48, -52, 0}) {
+    simcards::SetVoltage(0, iVoltage);
+    Seconds(1);
+    EXPECT_EQ("Voltage: " + std::to_string(iVoltage) + "\r\n", StateFile());
   }
 }
 
+TEST_F(AnalogChannelTest, StateFileHasTheLevelOfTheCall) {
+  AllowRecording();
+  MakeLine({{"LoudVoiceDetect", "1"}});
+  simcards::SetVoltage(0, 6);
+  OffHook();
+  Seconds(1);
+  EXPECT_EQ("Voltage: 6\r\n", StateFile());
+  Hear(0, LOUD);
+  EXPECT_EQ("Voltage: 6\r\nAudioLevel: 70\r\n", StateFile());
+  Hear(0, QUIET);
+  EXPECT_EQ("Voltage: 6\r\nAudioLevel: -1\r\n", StateFile());
+  OnHook();
+  EXPECT_EQ("Voltage: 6\r\n", StateFile());
+}
+
 TEST_F(AnalogChannelTest, StateFileOfAnAlwaysLineHasNoVoltage) {
-  Init({{"Trigger", "4"}});
+  AllowRecording();
+  MakeLine({{"Trigger", "4"}, {"LoudVoiceDetect", "1"}});
   simcards::SetVoltage(0, 48);
-  Tick(rLine);
-  rLine.iLast_dB = 40;
-  EXPECT_EQ(0, rLine.WriteChState());
-  EXPECT_EQ("AudioLevel: 40\r\n", FileBytes("/tmp/chstate_5.dat"));
+  Seconds(1);
+  EXPECT_EQ("", StateFile());
+  Hear(0, LOUD);
+  EXPECT_EQ("AudioLevel: 70\r\n", StateFile());
 }
 
 TEST_F(AnalogChannelTest, StateFileThatCannotBeOpenedIsToldByTheResultAlone) {
-  Init({});
   rRecorder.strDataDir = "/tmp/none/";
-  EXPECT_EQ(1, rLine.WriteChState());
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  EXPECT_EQ(1, prLine->WriteChState());
+  EXPECT_EQ(NOTHING, Log());
 }
