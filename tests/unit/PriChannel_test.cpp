@@ -1,6 +1,8 @@
 #include "PriChannel.h"
 
+#include <array>
 #include <cstdlib>
+#include <memory>
 
 #include "AudioReference.h"
 #include "ChannelBench.h"
@@ -11,85 +13,89 @@ namespace {
 
 const Texts NOTHING;
 constexpr int CIC = 3;
+constexpr int IN = 0;       // driver channel of line 5, on which the tests' calls come in
+constexpr int OUT = 1;      // driver channel of line 6
 constexpr int BAD_CH = 77;  // no such driver channel
 
-// One circuit of a trunk: driver channel 0 is line 5, driver channel 1 is line 6; calls come in on channel 0.
+// One circuit of a trunk. Both clocks stand until Seconds moves them.
 class PriChannelTest : public ChannelBench {
  protected:
   // Calls are barred from recording unless a test allows them: their start then shows as the refusal.
   PriChannelTest() {
-    setenv("TZ", "UTC", 1);
+    (void)setenv("TZ", "UTC", 1);
     tzset();
     rRecorder.iNumberFilterType = 1;
     testtime::rFrozen = rNow;
+    MakePair();
   }
   ~PriChannelTest() override { testtime::rFrozen = 0; }
 
-  void SetUp() override { InitPair(); }
-  void InitPair(const char* acSwapSides = "") {
+  // The pair as it is after the start of the daemon.
+  void MakePair(const char* acSwapSides = "") {
     rRecorder.rBoardParams["SwapSides"] = acSwapSides;
-    InitLine(rIn, 5, 0);
-    InitLine(rOut, 6, 1);
-    rIn.iCic = rOut.iCic = CIC;
-    rRecorder.vChannels = {&rIn, &rOut};
-    simcards::SetSpyInfo(CIC, {0, 1, "0301234", "22", "23"});
+    rRecorder.rDatabase.rNumbers.clear();
+    rRecorder.vChannels.clear();
+    for (const int iSide : {IN, OUT}) {
+      std::unique_ptr<PRI_Channel>& prLine = aprLines[static_cast<std::size_t>(iSide)];
+      prLine = std::make_unique<PRI_Channel>();
+      InitLine(*prLine, 5 + iSide, iSide);
+      prLine->iCic = CIC;  // as the recorder does
+      rRecorder.vChannels.push_back(prLine.get());
+    }
+    simcards::SetSpyInfo(CIC, {IN, OUT, "0301234", "22", "23"});
+  }
+  PRI_Channel& Line(int iSide) { return *aprLines[static_cast<std::size_t>(iSide)]; }
+  void AllowRecording() {
+    rRecorder.iNumberFilterType = 0;
+    rRecorder.rDatabase.rParts["o"]["RecLocal"] = "1";  // the tests' numbers are on either side in turn
   }
 
-  static void Spy(OpenChannel<PRI_Channel>& rChannel, int iCur, int iPrev) {
+  static void Spy(PRI_Channel& rChannel, int iCur, int iPrev) {
     SSM_EVENT rEvent = simcards::MakeEvent(E_CHG_SpyState, CIC, static_cast<DWORD>(iCur | iPrev << 16));
     rChannel.HandleEvent(&rEvent);
   }
-  void AllowRecording() { rRecorder.iNumberFilterType = 0; }
+  void Spy(int iSide, int iCur, int iPrev) { Spy(Line(iSide), iCur, iPrev); }
+  void Digit(int iSide, char ch) { Send(Line(iSide), E_CHG_RcvDTMF, 0xab00 | static_cast<DWORD>(ch)); }
+  // A call from idle to its start, and its end.
+  void Talk(int iSide) {
+    Spy(iSide, PRI_TALK, PRI_IDLE);
+    ForgetTraces();
+  }
+  void HangUp(int iSide) { Spy(iSide, PRI_IDLE, PRI_TALK); }
+  void Seconds(int iSeconds) {
+    for (int i = 0; i < iSeconds; i++) {
+      testtime::rFrozen = rNow + 1;
+      PassSeconds(1);
+      Line(IN).Periodic();
+      Line(OUT).Periodic();
+    }
+  }
+  std::string ActiveFile() { return FileBytes("/recordings/" + Active("directory") + "/" + Active("filename")); }
+  std::string KeptFile() { return FileBytes("/recordings/" + Kept("directory") + "/" + Kept("filename")); }
 
   static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
-  OpenChannel<PRI_Channel> rIn;
-  OpenChannel<PRI_Channel> rOut;
+
+ private:
+  std::array<std::unique_ptr<PRI_Channel>, 2> aprLines;
 };
 
 }  // namespace
 
 // -- construction and settings ---------------------------------------------------------------------------------------
 
-TEST_F(PriChannelTest, FreshChannel) {
-  OpenChannel<PRI_Channel> rFresh;
-  EXPECT_EQ(6, rFresh.iRecSource);
-  EXPECT_EQ(-1, rFresh.iCic);
-  EXPECT_TRUE(rFresh.fUseLocalNum && rFresh.fHasConnectedNum && rFresh.fRingsUntilPickup);
-  EXPECT_TRUE(rFresh.CanStereo());
-  EXPECT_FALSE(rFresh.fKnowIncoming || rFresh.fIncoming || rFresh.InCall());
-  EXPECT_FALSE(rFresh.fUsePressedDigitsForRemote);
-}
-
-TEST_F(PriChannelTest, InitReadsSwapSidesOfTheBoard) {
-  struct Row {
-    const char* acSetting;
-    bool fSwapSides;
-  };
-  for (const Row& rRow : {Row{"", false}, Row{"0", false}, Row{"1", true}, Row{"2", true}, Row{"-1", true}}) {
-    SCOPED_TRACE(rRow.acSetting);
-    rRecorder.rBoardParams["SwapSides"] = rRow.acSetting;
-    rRecorder.rChannelParams["SwapSides"] = "1";  // no setting of a channel
-    OpenChannel<PRI_Channel> rFresh;
-    rFresh.fChAvail = true;
-    rFresh.fChAvailUnknown = false;
-    rFresh.Init(5, 2, 9, &rRecorder, 0);
-    EXPECT_EQ(rRow.fSwapSides, rFresh.fSwapSides);
-    EXPECT_FALSE(rFresh.fChAvail);
-    EXPECT_TRUE(rFresh.fChAvailUnknown);
-    EXPECT_EQ(5, rFresh.iChannel);
-    EXPECT_EQ(2, rFresh.iBoardListIx);
-    EXPECT_EQ(9, rFresh.iBoardCh);
-    EXPECT_EQ(NOTHING, logsink::TakeTexts());
-    EXPECT_EQ(NOTHING, simcards::TakeCalls());
-    EXPECT_EQ(NOTHING, rRecorder.TakeCalls());  // nothing is reported before the first state
-  }
+TEST_F(PriChannelTest, NothingIsToldBeforeTheFirstState) {
+  PRI_Channel rFresh;
+  rFresh.Init(5, 2, 9, &rRecorder, IN);
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
+  EXPECT_EQ(NOTHING, Orders());
 }
 
 TEST_F(PriChannelTest, InitTakesTheLineStateOfTheCard) {
-  simcards::SetChState(0, S_CALL_OFFLINE);
-  OpenChannel<PRI_Channel> rFresh;
-  rFresh.Init(5, 0, 0, &rRecorder, 0);
-  EXPECT_EQ((Texts{"5 [5] Line health: offline"}), logsink::TakeTexts());
+  simcards::SetChState(IN, S_CALL_OFFLINE);
+  PRI_Channel rFresh;
+  rFresh.Init(5, 0, 0, &rRecorder, IN);
+  EXPECT_EQ((Texts{"5 [5] Line health: offline"}), Log());
 }
 
 TEST_F(PriChannelTest, TextsOfStates) {
@@ -104,316 +110,287 @@ TEST_F(PriChannelTest, TextsOfStates) {
 
 TEST_F(PriChannelTest, NoStateFileIsWritten) {
   rRecorder.strDataDir = "/tmp/";
-  EXPECT_EQ(-1, rIn.WriteChState());
+  EXPECT_EQ(-1, Line(IN).WriteChState());
   EXPECT_EQ("(no file)", ReadTestFile("/tmp/chstate_5.dat"));
-}
-
-TEST_F(PriChannelTest, WaitTimeCountsFromTheFirstRingInEitherDirection) {
-  testtime::rFrozen = 500;  // the machine's clock, whatever the clock of the calls says
-  for (const bool fIncoming : {false, true}) {
-    rIn.fIncoming = fIncoming;
-    rIn.rFirstRing = 0;
-    EXPECT_EQ(-1, rIn.GetWaitTime());
-    rIn.rFirstRing = 493;
-    EXPECT_EQ(7, rIn.GetWaitTime());
-  }
 }
 
 // -- states of the circuit -------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, EachStateFromIdleAndFromACall) {
+  const Texts RING_NUMBERS = {"5 [5] RING Callee: 22 Caller: 0301234"};
+  const Texts NUMBERS = {"5 [5] Channel IN: {0} OUT: {1}", "5 [5] Callee: 22 Caller: 0301234 Connect: 23"};
   struct Row {
     int iCur;
     const char* acText;
-    bool fInCall, fRings;
+    Texts astrNumbers;
+    bool fCall;
   };
-  const Row rRows[] = {{0, "0 idle", false, false},          {2, "2 ringing", false, true},
-                       {3, "3 talking", true, false},        {11, "11 unavail", false, false},
-                       {105, "105 numbering", false, false}, {1, "1 ", false, false},
-                       {65535, "65535 ", false, false}};
+  const Row rRows[] = {{0, "0 idle", {}, false},          {2, "2 ringing", RING_NUMBERS, false},
+                       {3, "3 talking", NUMBERS, true},   {11, "11 unavail", {}, false},
+                       {105, "105 numbering", {}, false}, {1, "1 ", {}, false},
+                       {65535, "65535 ", {}, false}};
   for (const Row& rRow : rRows) {
-    for (const int iPrev : {0, 3}) {
+    for (const int iPrev : {PRI_IDLE, PRI_TALK}) {
       SCOPED_TRACE(rRow.acText);
-      Spy(rIn, iPrev, 0);
-      ASSERT_EQ(iPrev == 3, rIn.fCallBusy);
+      MakePair();
+      Spy(IN, iPrev, PRI_IDLE);
       ForgetTraces();
-      Spy(rIn, rRow.iCur, iPrev);
-      EXPECT_EQ(rRow.fInCall, rIn.fInCall_ChState);
-      EXPECT_EQ(rRow.fInCall, rIn.fCallBusy);
-      // A ring that ends a call goes with the information of that call.
-      EXPECT_EQ(rRow.fRings && iPrev == 0, rIn.fRinging);
-      const Texts astrLines = logsink::TakeTexts();
-      ASSERT_FALSE(astrLines.empty());
-      EXPECT_EQ("5 [5] PRI was: " + std::to_string(iPrev) + " is: " + rRow.acText, astrLines[0]);
-      const Texts astrStop = {"SsmClearCallerId(0)"};
-      EXPECT_EQ(iPrev == 3 && !rRow.fInCall ? astrStop : NOTHING, simcards::TakeCalls());
-      Spy(rIn, 0, rRow.iCur);
+      Spy(IN, rRow.iCur, iPrev);
+      Texts astrLines = {"5 [5] PRI was: " + std::to_string(iPrev) + " is: " + rRow.acText};
+      astrLines.insert(astrLines.end(), rRow.astrNumbers.begin(), rRow.astrNumbers.end());
+      const bool fStarts = iPrev == PRI_IDLE && rRow.fCall;
+      const bool fStops = iPrev == PRI_TALK && !rRow.fCall;
+      for (const char* const acLine :
+           {"5 [5] Call starts", "5 [5] Incoming call, ringing time: -1", static_cast<const char*>(REFUSED)}) {
+        if (fStarts) astrLines.push_back(acLine);
+      }
+      if (fStops) astrLines.push_back("5 [5] Call stops");
+      EXPECT_EQ(astrLines, Log());
+      EXPECT_EQ(fStops ? Texts{"SsmClearCallerId(0)"} : NOTHING, Cards());
     }
   }
 }
 
 TEST_F(PriChannelTest, IncomingCallIsToldWhole) {
-  Spy(rIn, PRI_RING, PRI_IDLE);
-  EXPECT_EQ((Texts{"5 [5] PRI was: 0 is: 2 ringing", "5 [5] RING Callee: 22 Caller: 0301234"}), logsink::TakeTexts());
-  EXPECT_EQ("", rIn.strRemoteNum);  // the numbers of a ring are not kept
-  EXPECT_EQ("", rIn.strLocalNum);
-  PassSeconds(4);
-  testtime::rFrozen = rNow;
-  Spy(rIn, PRI_TALK, PRI_RING);
+  Spy(IN, PRI_RING, PRI_IDLE);
+  EXPECT_EQ((Texts{"5 [5] PRI was: 0 is: 2 ringing", "5 [5] RING Callee: 22 Caller: 0301234"}), Log());
+  Seconds(4);
+  Spy(IN, PRI_TALK, PRI_RING);
   EXPECT_EQ((Texts{"5 [5] PRI was: 2 is: 3 talking", "5 [5] Channel IN: {0} OUT: {1}",
                    "5 [5] Callee: 22 Caller: 0301234 Connect: 23", "5 [5] Call starts",
                    "5 [5] Incoming call, ringing time: 4", REFUSED}),
-            logsink::TakeTexts());
-  EXPECT_EQ(4, rIn.iWaitTime);
-  EXPECT_TRUE(rIn.fKnowIncoming && rIn.fIncoming);
-  EXPECT_FALSE(rIn.fRinging);
-  EXPECT_EQ(rNow, rIn.rLastRing);
-  EXPECT_EQ("0301234", rIn.strRemoteNum);
-  EXPECT_EQ("22", rIn.strLocalNum);
-  EXPECT_EQ("23", rIn.strConnectedNum);
-  EXPECT_EQ(1, rIn.iLinkedCh);
-  EXPECT_EQ(-1, rIn.iBaseCh);
-  EXPECT_EQ(0, rOut.iBaseCh);
-  EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", "LinkedChannel 0 1"}), rRecorder.TakeCalls());
-  EXPECT_EQ(NOTHING, rRecorder.rDatabase.TakeCalls());
-  PassSeconds(9);
-  Spy(rIn, PRI_IDLE, PRI_TALK);
-  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 0 idle", "5 [5] Call stops"}), logsink::TakeTexts());
-  EXPECT_EQ("", rIn.strRemoteNum);
-  EXPECT_EQ("22", rIn.strLocalNum);
-  EXPECT_EQ(NOTHING, rRecorder.TakeCalls());
-  EXPECT_EQ((Texts{"SsmClearCallerId(0)"}), simcards::TakeCalls());
+            Log());
+  EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", "LinkedChannel 0 1"}), Orders());
+  EXPECT_EQ(NOTHING, Queries());
+  Seconds(9);
+  Spy(IN, PRI_IDLE, PRI_TALK);
+  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 0 idle", "5 [5] Call stops"}), Log());
+  EXPECT_EQ(NOTHING, Orders());
+  EXPECT_EQ((Texts{"SsmClearCallerId(0)"}), Cards());
 }
 
 TEST_F(PriChannelTest, OutgoingCallIsToldWhole) {
-  simcards::SetSpyInfo(CIC, {0, 1, "22", "0305678", ""});
-  Spy(rOut, PRI_NUMB, PRI_IDLE);
-  Spy(rOut, PRI_TALK, PRI_NUMB);
+  simcards::SetSpyInfo(CIC, {IN, OUT, "22", "0305678", ""});
+  AllowRecording();
+  Spy(OUT, PRI_NUMB, PRI_IDLE);
+  Spy(OUT, PRI_TALK, PRI_NUMB);
   EXPECT_EQ((Texts{"5 [6] PRI was: 0 is: 105 numbering", "5 [6] PRI was: 105 is: 3 talking",
                    "5 [6] Channel IN: {0} OUT: {1}", "5 [6] Callee: 0305678 Caller: 22 Connect: ", "5 [6] Call starts",
-                   "5 [6] Outgoing call", "5 [6] Not recording because not in number filter"}),
-            logsink::TakeTexts());
-  EXPECT_TRUE(rOut.fKnowIncoming);
-  EXPECT_FALSE(rOut.fIncoming);
-  EXPECT_EQ(-1, rOut.iWaitTime);
-  EXPECT_EQ("0305678", rOut.strRemoteNum);
-  EXPECT_EQ("22", rOut.strLocalNum);
-  EXPECT_EQ("", rOut.strConnectedNum);
-  EXPECT_EQ(0, rOut.iLinkedCh);
-  EXPECT_EQ(1, rIn.iBaseCh);
-  EXPECT_EQ((Texts{"NotifyChAvail 0 1 1", "LinkedChannel 1 0"}), rRecorder.TakeCalls());
+                   "5 [6] Outgoing call", "5 [6] Starting recording", "5 {0} Mixing this channel to {1}",
+                   "5 [6] Recording to file /recordings/1970/01/12/13/19700112_134640_006_01.wav"}),
+            Log());
+  EXPECT_EQ((Texts{"NotifyChAvail 0 1 1", "LinkedChannel 1 0", "MixIn 1 0"}), Orders());
+  EXPECT_EQ("1", Active("direction"));
+  EXPECT_EQ("-1", Active("waittime"));
+  EXPECT_EQ("0305678", Active("remote"));
+  EXPECT_EQ("22", Active("local"));
+  EXPECT_EQ("", Active("connected"));
 }
 
-TEST_F(PriChannelTest, OutgoingCallThatRangHasAWaitTime) {
-  Spy(rOut, PRI_RING, PRI_IDLE);
-  PassSeconds(6);
-  testtime::rFrozen = rNow;
-  (void)logsink::Take();
-  Spy(rOut, PRI_TALK, PRI_RING);
-  EXPECT_FALSE(rOut.fIncoming);
-  EXPECT_EQ(6, rOut.iWaitTime);
-  EXPECT_EQ("5 [6] Outgoing call", logsink::TakeTexts()[4]);
+TEST_F(PriChannelTest, WaitTimeRunsFromTheFirstRingByTheMachinesClockInEitherDirection) {
+  AllowRecording();
+  for (const int iSide : {IN, OUT}) {
+    Spy(iSide, PRI_RING, PRI_IDLE);
+    Spy(iSide, PRI_RING, PRI_RING);
+    testtime::rFrozen = rNow + 6;  // the clock of the calls stands still
+    Spy(iSide, PRI_TALK, PRI_RING);
+    EXPECT_EQ(iSide == IN ? "0" : "1", Active("direction"));
+    EXPECT_EQ("6", Active("waittime"));
+    MakePair();
+  }
 }
 
 TEST_F(PriChannelTest, SwapSidesTurnsTheDirectionAndNotTheLink) {
   struct Row {
     const char* acLabel;
-    bool fOnIn;
-    const char *acSwap, *acRemote, *acLocal;
-    bool fIncoming;
-    int iLinkedCh;
+    int iSide;
+    const char *acSwap, *acRemote, *acLocal, *acDirection, *acLink;
   };
-  const Row rRows[] = {{"in", true, "0", "0301234", "22", true, 1},
-                       {"out", false, "0", "22", "0301234", false, 0},
-                       {"in, swapped", true, "1", "22", "0301234", false, 1},
-                       {"out, swapped", false, "1", "0301234", "22", true, 0}};
+  const Row rRows[] = {{"in, not set", IN, "", "0301234", "22", "0", "LinkedChannel 0 1"},
+                       {"in", IN, "0", "0301234", "22", "0", "LinkedChannel 0 1"},
+                       {"out", OUT, "0", "22", "0301234", "1", "LinkedChannel 1 0"},
+                       {"in, swapped", IN, "1", "22", "0301234", "1", "LinkedChannel 0 1"},
+                       {"out, swapped", OUT, "1", "0301234", "22", "0", "LinkedChannel 1 0"},
+                       {"2 swaps too", IN, "2", "22", "0301234", "1", "LinkedChannel 0 1"},
+                       {"-1 swaps too", IN, "-1", "22", "0301234", "1", "LinkedChannel 0 1"}};
+  AllowRecording();
+  rRecorder.rChannelParams["SwapSides"] = "1";  // no setting of a channel
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rIn.iBaseCh = rOut.iBaseCh = -1;
-    InitPair(rRow.acSwap);
-    OpenChannel<PRI_Channel>& rBase = rRow.fOnIn ? rIn : rOut;
-    Spy(rBase, PRI_TALK, PRI_IDLE);
-    EXPECT_EQ(rRow.acRemote, rBase.strRemoteNum);
-    EXPECT_EQ(rRow.acLocal, rBase.strLocalNum);
-    EXPECT_EQ("23", rBase.strConnectedNum);
-    EXPECT_EQ(rRow.fIncoming, rBase.fIncoming);
-    EXPECT_EQ(rRow.iLinkedCh, rBase.iLinkedCh);
-    EXPECT_EQ(rBase.iChIx, (rRow.fOnIn ? rOut : rIn).iBaseCh);
-    Spy(rBase, PRI_IDLE, PRI_TALK);
+    MakePair(rRow.acSwap);
+    Spy(rRow.iSide, PRI_TALK, PRI_IDLE);
+    EXPECT_EQ(rRow.acRemote, Active("remote"));
+    EXPECT_EQ(rRow.acLocal, Active("local"));
+    EXPECT_EQ("23", Active("connected"));
+    EXPECT_EQ(rRow.acDirection, Active("direction"));
+    EXPECT_EQ(rRow.acLink, Orders().at(1));
   }
 }
 
 TEST_F(PriChannelTest, RingWithoutAnswerIsALostCall) {
-  for (const int iCur : {0, 11, 105}) {
+  for (const int iCur : {PRI_IDLE, PRI_UNAVAILABLE, PRI_NUMB}) {
     SCOPED_TRACE(iCur);
-    Spy(rIn, PRI_RING, PRI_IDLE);
-    rIn.strRemoteNum = rIn.strPrevRemoteNum = "0301234";
-    rIn.rRemoteNumTime = rNow;
-    (void)logsink::Take();
-    PassSeconds(5);
-    Spy(rIn, iCur, PRI_RING);
-    const std::string strText = GetPriStateDescr(iCur);
-    EXPECT_EQ((Texts{"5 [5] PRI was: 2 is: " + std::to_string(iCur) + " " + strText,
+    MakePair();
+    Spy(IN, PRI_RING, PRI_IDLE);
+    ForgetTraces();
+    Seconds(5);
+    Spy(IN, iCur, PRI_RING);
+    EXPECT_EQ((Texts{"5 [5] PRI was: 2 is: " + std::to_string(iCur) + " " + GetPriStateDescr(iCur),
                      "5 [5] Ringing stopped, remote num. expired"}),
-              logsink::TakeTexts());
-    EXPECT_EQ(0, rIn.rFirstRing);
-    EXPECT_EQ(rNow, rIn.rLastRing);
-    EXPECT_EQ("", rIn.strRemoteNum);
-    EXPECT_EQ("", rIn.strPrevRemoteNum);
-    EXPECT_EQ(0, rIn.rRemoteNumTime);
+              Log());
+    Seconds(1);
+    Spy(IN, PRI_RING, PRI_IDLE);
+    Seconds(2);
+    Spy(IN, PRI_TALK, PRI_RING);
+    EXPECT_EQ("5 [5] Incoming call, ringing time: 2", Log().at(6));  // the lost call's ring does not count
   }
 }
 
 TEST_F(PriChannelTest, OnlyAStateThatCameFromARingStopsIt) {
-  Spy(rIn, PRI_RING, PRI_IDLE);
-  Spy(rIn, PRI_RING, PRI_RING);  // rings on
-  EXPECT_TRUE(rIn.fRinging);
-  Spy(rIn, PRI_NUMB, PRI_IDLE);  // the card does not speak of the ring
-  EXPECT_TRUE(rIn.fRinging);
-  Spy(rIn, PRI_IDLE, PRI_RING);
-  EXPECT_FALSE(rIn.fRinging);
-  (void)logsink::Take();
-  Spy(rIn, PRI_IDLE, PRI_RING);  // nothing rings
-  EXPECT_EQ((Texts{"5 [5] PRI was: 2 is: 0 idle"}), logsink::TakeTexts());
+  Spy(IN, PRI_RING, PRI_IDLE);
+  Spy(IN, PRI_RING, PRI_RING);  // rings on
+  ForgetTraces();
+  Spy(IN, PRI_NUMB, PRI_IDLE);  // the card does not speak of the ring
+  EXPECT_EQ((Texts{"5 [5] PRI was: 0 is: 105 numbering"}), Log());
+  Spy(IN, PRI_IDLE, PRI_RING);
+  EXPECT_EQ((Texts{"5 [5] PRI was: 2 is: 0 idle", "5 [5] Ringing stopped, remote num. expired"}), Log());
+  Spy(IN, PRI_IDLE, PRI_RING);  // nothing rings
+  EXPECT_EQ((Texts{"5 [5] PRI was: 2 is: 0 idle"}), Log());
 }
 
-TEST_F(PriChannelTest, RingInACallEndsIt) {
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  (void)logsink::Take();
-  Spy(rIn, PRI_RING, PRI_TALK);
+TEST_F(PriChannelTest, RingInACallEndsItAndIsForgottenWithIt) {
+  Talk(IN);
+  Spy(IN, PRI_RING, PRI_TALK);
   EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 2 ringing", "5 [5] RING Callee: 22 Caller: 0301234", "5 [5] Call stops"}),
-            logsink::TakeTexts());
-  EXPECT_FALSE(rIn.fRinging);
-  EXPECT_EQ(0, rIn.rFirstRing);
+            Log());
+  Spy(IN, PRI_TALK, PRI_RING);
+  EXPECT_EQ("5 [5] Incoming call, ringing time: -1", Log().at(4));
 }
 
 TEST_F(PriChannelTest, TalkingAgainReadsTheNumbersAnew) {
-  rRecorder.iRecOnDmdType = 2;
-  rRecorder.astrRecOnDmdList = {"24"};
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  EXPECT_FALSE(rIn.fRecOnDmd);
-  simcards::SetSpyInfo(CIC, {0, 1, "0309999", "24", ""});
-  ForgetTraces();
-  Spy(rIn, PRI_TALK, PRI_TALK);
+  AllowRecording();
+  Talk(IN);
+  simcards::SetSpyInfo(CIC, {IN, OUT, "0309999", "24", ""});
+  Spy(IN, PRI_TALK, PRI_TALK);
   EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 3 talking", "5 [5] Channel IN: {0} OUT: {1}",
                    "5 [5] Callee: 24 Caller: 0309999 Connect: "}),
-            logsink::TakeTexts());
-  EXPECT_EQ("0309999", rIn.strRemoteNum);
-  EXPECT_EQ("24", rIn.strLocalNum);
-  EXPECT_EQ("", rIn.strConnectedNum);
-  EXPECT_TRUE(rIn.fRecOnDmd);
-  EXPECT_EQ((Texts{"LinkedChannel 0 1"}), rRecorder.TakeCalls());
+            Log());
+  EXPECT_EQ((Texts{"LinkedChannel 0 1"}), Orders());
+  HangUp(IN);
+  EXPECT_EQ("0309999", Kept("remote"));
+  EXPECT_EQ("24", Kept("local"));
+  EXPECT_EQ("", Kept("connected"));
 }
 
 TEST_F(PriChannelTest, StateOfTheLineAloneMakesNoCall) {
-  Send(rIn, E_CHG_ChState, S_CALL_TALKING);
-  EXPECT_FALSE(rIn.fCallBusy);
-  EXPECT_EQ(S_CALL_TALKING, rIn.iLastChannelState);
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  (void)logsink::Take();
-  Send(rIn, E_CHG_ChState, S_CALL_OFFLINE);
-  EXPECT_TRUE(rIn.fCallBusy);
-  EXPECT_EQ((Texts{"5 [5] Line health: offline"}), logsink::TakeTexts());
+  Send(Line(IN), E_CHG_ChState, S_CALL_TALKING);
+  EXPECT_EQ(NOTHING, Log());
+  Talk(IN);
+  Send(Line(IN), E_CHG_ChState, S_CALL_OFFLINE);
+  EXPECT_EQ((Texts{"5 [5] Line health: offline"}), Log());
 }
 
 TEST_F(PriChannelTest, CodesOfOtherCardsAreIgnored) {
-  for (const WORD wCode : std::initializer_list<WORD>{0, 7, 31, 35, 37, 46, 47, 65, 124, 60000}) Send(rIn, wCode, 3);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
-  EXPECT_EQ(NOTHING, rRecorder.TakeCalls());
-  EXPECT_FALSE(rIn.fCallBusy);
+  for (const WORD wCode : std::initializer_list<WORD>{0, 7, 31, 35, 37, 46, 47, 65, 124, 60000}) {
+    Send(Line(IN), wCode, 3);
+  }
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Cards());
+  EXPECT_EQ(NOTHING, Orders());
 }
 
 // -- what the monitor gives ------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, NumbersThatTheMonitorDoesNotGiveAreEmpty) {
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  Spy(rIn, PRI_IDLE, PRI_TALK);
+  AllowRecording();
+  Talk(IN);
+  HangUp(IN);
   for (const char* const acOperation : {"SpyGetCallerId", "SpyGetCalleeId", "SpyGetConId"}) {
     simcards::FailNext(acOperation, 2, -1, "no number");
   }
-  (void)logsink::Take();
-  Spy(rIn, PRI_RING, PRI_IDLE);
-  Spy(rIn, PRI_TALK, PRI_RING);
-  EXPECT_EQ((Texts{"5 [5] PRI was: 0 is: 2 ringing", "5 [5] RING Callee:  Caller: ", "5 [5] PRI was: 2 is: 3 talking",
-                   "5 [5] Channel IN: {0} OUT: {1}", "5 [5] Callee:  Caller:  Connect: ", "5 [5] Call starts",
-                   "5 [5] Incoming call, ringing time: 0", REFUSED}),
-            logsink::TakeTexts());
-  EXPECT_EQ("", rIn.strRemoteNum);
-  EXPECT_EQ("", rIn.strLocalNum);
-  EXPECT_EQ("", rIn.strConnectedNum);
+  ForgetTraces();
+  Spy(IN, PRI_RING, PRI_IDLE);
+  Spy(IN, PRI_TALK, PRI_RING);
+  const Texts astrLines = Log();
+  EXPECT_EQ("5 [5] RING Callee:  Caller: ", astrLines.at(1));
+  EXPECT_EQ("5 [5] Callee:  Caller:  Connect: ", astrLines.at(4));
+  EXPECT_EQ("", Active("remote"));
+  EXPECT_EQ("", Active("local"));
+  EXPECT_EQ("", Active("connected"));
 }
 
 TEST_F(PriChannelTest, ChannelWithoutACircuitHasNoNumbersAndNoPartner) {
-  rIn.iCic = -1;
   AllowRecording();
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  Texts astrLines = logsink::TakeTexts();
-  astrLines.resize(3);
+  PRI_Channel rAlone;
+  InitLine(rAlone, 5, IN);
+  Spy(rAlone, PRI_TALK, PRI_IDLE);
   EXPECT_EQ((Texts{"5 [5] PRI was: 0 is: 3 talking", "5 [5] Channel IN: {-1} OUT: {-1}",
-                   "5 [5] Callee:  Caller:  Connect: "}),
-            astrLines);
-  EXPECT_FALSE(rIn.fIncoming);
-  EXPECT_EQ(-1, rIn.iLinkedCh);
-  EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", "LinkedChannel 0 -1"}), rRecorder.TakeCalls());
-  EXPECT_EQ((Texts{"SsmRecToMem(0,6,4096,0)"}), simcards::TakeCalls());
-  Spy(rIn, PRI_IDLE, PRI_TALK);
+                   "5 [5] Callee:  Caller:  Connect: ", "5 [5] Call starts", "5 [5] Outgoing call",
+                   "5 [5] Starting recording",
+                   "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134640_005_01.wav"}),
+            Log());
+  EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", "LinkedChannel 0 -1"}), Orders());
+  EXPECT_EQ((Texts{"SsmRecToMem(0,6,4096,0)"}), Cards());
 }
 
 TEST_F(PriChannelTest, LongNumbersAreTakenUpToTheMonitorsLimit) {
+  AllowRecording();
   const std::string strLong(200, '7');
-  simcards::SetSpyInfo(CIC, {0, 1, strLong, strLong, strLong});
-  Spy(rIn, PRI_TALK, PRI_IDLE);
+  simcards::SetSpyInfo(CIC, {IN, OUT, strLong, strLong, strLong});
+  Talk(IN);
   const std::string strCut(63, '7');
-  EXPECT_EQ(strCut, rIn.strRemoteNum);
-  EXPECT_EQ(strCut, rIn.strLocalNum);
-  EXPECT_EQ(strCut, rIn.strConnectedNum);
+  EXPECT_EQ(strCut, Active("remote"));
+  EXPECT_EQ(strCut, Active("local"));
+  EXPECT_EQ(strCut, Active("connected"));
 }
 
 TEST_F(PriChannelTest, WildPartnersDoNoHarm) {
   struct Row {
     const char* acLabel;
     int iChIn, iChOut;
-    bool fIncoming;
-    int iLinkedCh;
+    const char *acDirection, *acPartner;
   };
-  const Row rRows[] = {{"partner outside the table", 0, BAD_CH, true, BAD_CH},
-                       {"negative partner", 0, -5, true, -5},
-                       {"neither is this channel", BAD_CH, 99, false, BAD_CH},
-                       {"huge", 0, 2147483647, true, 2147483647},
-                       {"lowest", -2147483647 - 1, 0, false, -2147483647 - 1}};
+  const Row rRows[] = {{"partner outside the table", IN, BAD_CH, "0", "77"},
+                       {"negative partner", IN, -5, "0", "-5"},
+                       {"neither is this channel", BAD_CH, 99, "1", "77"},
+                       {"huge", IN, 2147483647, "0", "2147483647"},
+                       {"lowest", -2147483647 - 1, 0, "1", "-2147483648"}};
   AllowRecording();
-  rRecorder.rDatabase.rParts["o"]["RecLocal"] = "1";
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
+    MakePair();
     simcards::SetSpyInfo(CIC, {rRow.iChIn, rRow.iChOut, "0301234", "22", ""});
-    Spy(rIn, PRI_TALK, PRI_IDLE);
+    Spy(IN, PRI_TALK, PRI_IDLE);
     EXPECT_EQ("5 [5] Channel IN: {" + std::to_string(rRow.iChIn) + "} OUT: {" + std::to_string(rRow.iChOut) + "}",
-              logsink::TakeTexts()[1]);
-    EXPECT_EQ(rRow.fIncoming, rIn.fIncoming);
-    EXPECT_EQ(rRow.iLinkedCh, rIn.iLinkedCh);
-    EXPECT_EQ(-1, rIn.iBaseCh);
-    EXPECT_EQ(-1, rOut.iBaseCh);
-    Send(rIn, E_PROC_RecordMem, 2048);  // waits for the other side, which never comes
-    EXPECT_TRUE(rIn.fCallBusy);
-    Spy(rIn, PRI_IDLE, PRI_TALK);
-    EXPECT_FALSE(rIn.fCallBusy);
-    (void)logsink::Take();
-    EXPECT_EQ(static_cast<std::size_t>(WAV_HEADER), FileBytes(rIn.strFullFilename).size());
+              Log().at(1));
+    EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", std::string("LinkedChannel 0 ") + rRow.acPartner,
+                     std::string("MixIn 0 ") + rRow.acPartner}),
+              Orders());
+    EXPECT_EQ(rRow.acDirection, Active("direction"));
+    Hear(IN, Noise(2048, 1));  // waits for the other side, which never comes
+    Spy(OUT, PRI_NUMB, PRI_IDLE);
+    EXPECT_EQ((Texts{"5 [6] PRI was: 0 is: 105 numbering"}), Log());  // nobody's linked side
+    HangUp(IN);
+    EXPECT_EQ(Wav(6, 1, ""), KeptFile());
   }
 }
 
 TEST_F(PriChannelTest, CircuitOfOneChannelDoesNoHarm) {
   AllowRecording();
-  simcards::SetSpyInfo(CIC, {0, 0, "0301234", "22", ""});
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  EXPECT_EQ(0, rIn.iBaseCh);  // its own base: from here on it follows no state
-  for (int i = 0; i < 8; i++) Send(rIn, E_PROC_RecordMem, i % 2 == 0 ? 2048 : 0);
-  Send(rIn, E_CHG_RcvDTMF, '5');
-  EXPECT_EQ("5", rIn.strDigits);
-  rIn.EndOfCall();  // as the recorder does when it shuts down
-  EXPECT_FALSE(rIn.fCallBusy || rIn.fRecording);
-  EXPECT_EQ(-1, rIn.iBaseRecCh);
+  simcards::SetSpyInfo(CIC, {IN, IN, "0301234", "22", ""});
+  Talk(IN);
+  for (int i = 0; i < 4; i++) Hear(IN, Noise(2048, 1));  // waits for its other side, which is itself
+  EXPECT_EQ(NOTHING, Log());
+  Hear(IN, Noise(2048, 1));
+  EXPECT_EQ((Texts{"4 [5] Mixing buffer too small 0,8192"}), Log());
+  Digit(IN, '5');
+  EXPECT_EQ((Texts{"5 {0} PRI DTMF detected: 5 linked to {0}", "5 [5] Digits: 5"}), Log());
+  HangUp(IN);  // its own base: from here on it follows no state
+  EXPECT_EQ((Texts{"4 [5] (ignored, has base) PRI was: 3 is: 0 idle"}), Log());
+  ForgetTraces();
+  Line(IN).EndOfCall();  // as the recorder does when it shuts down
+  EXPECT_EQ((Texts{"SsmStopRecToMem(0)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), Cards());
+  EXPECT_EQ(1U, KeptRows());
 }
 
 // -- availability ----------------------------------------------------------------------------------------------------
@@ -427,104 +404,88 @@ TEST_F(PriChannelTest, AvailabilityIsReportedOnceAChange) {
       {11, {"NotifyChAvail 0 0 0"}}, {11, {}}, {0, {"NotifyChAvail 0 0 1"}}, {0, {}}, {2, {}}, {105, {}},
       {11, {"NotifyChAvail 0 0 0"}}, {11, {}}, {2, {"NotifyChAvail 0 0 1"}}};
   for (const Row& rRow : rRows) {
-    Spy(rIn, rRow.iCur, 0);
-    EXPECT_EQ(rRow.astrReport, rRecorder.TakeCalls()) << rRow.iCur;
-    EXPECT_EQ(rRow.iCur != 11, rIn.fChAvail);
-    EXPECT_FALSE(rIn.fChAvailUnknown);
+    Spy(IN, rRow.iCur, PRI_IDLE);
+    EXPECT_EQ(rRow.astrReport, Orders()) << rRow.iCur;
   }
 }
 
 TEST_F(PriChannelTest, FirstStateAlwaysReports) {
   for (const int iCur : {0, 2, 3, 11, 105}) {
-    OpenChannel<PRI_Channel> rFresh;
-    rFresh.Init(5, 4, 17, &rRecorder, 2);
-    (void)rRecorder.TakeCalls();
-    Spy(rFresh, iCur, 0);
-    EXPECT_EQ(std::string("NotifyChAvail 4 17 ") + (iCur != 11 ? "1" : "0"), rRecorder.TakeCalls().at(0));
+    PRI_Channel rFresh;
+    for (int i = 0; i < 2; i++) {  // Init forgets what was reported
+      rFresh.Init(5, 4, 17, &rRecorder, 2);
+      (void)Orders();
+      Spy(rFresh, iCur, PRI_IDLE);
+      EXPECT_EQ(std::string("NotifyChAvail 4 17 ") + (iCur != 11 ? "1" : "0"), Orders().at(0));
+    }
   }
-}
-
-TEST_F(PriChannelTest, CircuitThatGoesInACallEndsIt) {
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  ForgetTraces();
-  Spy(rIn, 11, PRI_TALK);
-  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 11 unavail", "5 [5] Call stops"}), logsink::TakeTexts());
-  EXPECT_EQ((Texts{"NotifyChAvail 0 0 0"}), rRecorder.TakeCalls());
-  EXPECT_FALSE(rIn.fCallBusy);
 }
 
 // -- base and linked side --------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, LinkedSideOnlyTellsItsStates) {
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  ForgetTraces();
+  Talk(IN);
   for (const int iCur : {2, 3, 11, 0, 105, 7}) {
-    Spy(rOut, iCur, PRI_RING);
+    Spy(OUT, iCur, PRI_RING);
     EXPECT_EQ(
         (Texts{"4 [6] (ignored, has base) PRI was: 2 is: " + std::to_string(iCur) + " " + GetPriStateDescr(iCur)}),
-        logsink::TakeTexts());
+        Log());
   }
-  EXPECT_FALSE(rOut.fCallBusy || rOut.fRinging || rOut.fInCall_ChState || rOut.fChAvail);
-  EXPECT_TRUE(rOut.fChAvailUnknown);
-  EXPECT_EQ("", rOut.strRemoteNum);
-  EXPECT_EQ(NOTHING, rRecorder.TakeCalls());
-  EXPECT_EQ(NOTHING, simcards::TakeCalls());
+  EXPECT_EQ(NOTHING, Orders());
+  EXPECT_EQ(NOTHING, Cards());
 }
 
 TEST_F(PriChannelTest, RolesOutliveTheCall) {
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  Spy(rIn, PRI_IDLE, PRI_TALK);
-  EXPECT_EQ(1, rIn.iLinkedCh);
-  EXPECT_EQ(0, rOut.iBaseCh);
-  Spy(rOut, PRI_TALK, PRI_IDLE);
-  EXPECT_FALSE(rOut.fCallBusy);
-  // The next call, which goes out, is found by the same base.
-  simcards::SetSpyInfo(CIC, {1, 0, "22", "0305678", ""});
-  Spy(rIn, PRI_TALK, PRI_IDLE);
-  EXPECT_TRUE(rIn.fCallBusy);
-  EXPECT_FALSE(rIn.fIncoming);
-  EXPECT_EQ("0305678", rIn.strRemoteNum);
-  EXPECT_EQ(1, rIn.iLinkedCh);
+  AllowRecording();
+  Talk(IN);
+  HangUp(IN);
+  ForgetTraces();
+  Spy(OUT, PRI_TALK, PRI_IDLE);
+  EXPECT_EQ((Texts{"4 [6] (ignored, has base) PRI was: 0 is: 3 talking"}), Log());
+  simcards::SetSpyInfo(CIC, {OUT, IN, "22", "0305678", ""});
+  Spy(IN, PRI_TALK, PRI_IDLE);  // the next call, which goes out, is found by the same base
+  EXPECT_EQ((Texts{"LinkedChannel 0 1", "MixIn 0 1"}), Orders());
+  EXPECT_EQ("1", Active("direction"));
+  EXPECT_EQ("0305678", Active("remote"));
 }
 
 TEST_F(PriChannelTest, DigitsCountFromOneSideOnly) {
   struct Row {
     const char* acLabel;
-    bool fPaired, fOnLinked;
+    bool fPaired;
+    int iSide;
     const char* acSwap;
-    const char* acBaseDigits;
-    Texts astrLines, astrCalls;
+    Texts astrLines, astrOrders;
   };
-  const Row rRows[] = {
-      {"alone", false, false, "0", "", {"5 {0} PRI DTMF detected: 5 linked to {-1}"}, {}},
-      {"alone, swapped", false, false, "1", "5", {"5 {0} PRI DTMF detected: 5 linked to {-1}", "5 [5] Digits: 5"}, {}},
-      {"base", true, false, "0", "", {"5 {0} PRI DTMF detected: 5 linked to {-1}"}, {}},
-      {"base, swapped", true, false, "1", "5", {"5 {0} PRI DTMF detected: 5 linked to {-1}", "5 [5] Digits: 5"}, {}},
-      {"linked",
-       true,
-       true,
-       "0",
-       "5",
-       {"5 {1} PRI DTMF detected: 5 linked to {0}", "5 [5] Digits: 5"},
-       {"ChannelDigit 0 5"}},
-      {"linked, swapped", true, true, "1", "", {"5 {1} PRI DTMF detected: 5 linked to {0}"}, {}},
-  };
+  const Texts UNLINKED = {"5 {0} PRI DTMF detected: 5 linked to {-1}"};
+  const Texts UNLINKED_TAKEN = {"5 {0} PRI DTMF detected: 5 linked to {-1}", "5 [5] Digits: 5"};
+  const Texts LINKED = {"5 {1} PRI DTMF detected: 5 linked to {0}"};
+  const Texts LINKED_TAKEN = {"5 {1} PRI DTMF detected: 5 linked to {0}", "5 [5] Digits: 5"};
+  const Row rRows[] = {{"alone", false, IN, "0", UNLINKED, {}},
+                       {"alone, swapped", false, IN, "1", UNLINKED_TAKEN, {}},
+                       {"base", true, IN, "0", UNLINKED, {}},
+                       {"base, swapped", true, IN, "1", UNLINKED_TAKEN, {}},
+                       {"linked", true, OUT, "0", LINKED_TAKEN, {"ChannelDigit 0 5"}},
+                       {"linked, swapped", true, OUT, "1", LINKED, {}}};
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rIn.strDigits = rOut.strDigits = "";
-    rOut.iBaseCh = -1;
-    InitPair(rRow.acSwap);
-    if (rRow.fPaired) Spy(rIn, PRI_TALK, PRI_IDLE);
+    MakePair(rRow.acSwap);
+    if (rRow.fPaired) Talk(IN);
     ForgetTraces();
-    OpenChannel<PRI_Channel>& rHeard = rRow.fOnLinked ? rOut : rIn;
-    Send(rHeard, E_CHG_RcvDTMF, 0xab00 | '5');
-    EXPECT_EQ(rRow.astrLines, logsink::TakeTexts());
-    EXPECT_EQ(rRow.astrCalls, rRecorder.TakeCalls());
-    EXPECT_EQ((Texts{"SsmClearRxDtmfBuf(" + std::to_string(rHeard.iDrvCh) + ")"}), simcards::TakeCalls());
-    EXPECT_EQ(rRow.acBaseDigits, rIn.strDigits);
-    EXPECT_EQ("", rOut.strDigits);
-    Spy(rIn, PRI_IDLE, PRI_TALK);
+    Digit(rRow.iSide, '5');
+    EXPECT_EQ(rRow.astrLines, Log());
+    EXPECT_EQ(rRow.astrOrders, Orders());
+    EXPECT_EQ((Texts{"SsmClearRxDtmfBuf(" + std::to_string(rRow.iSide) + ")"}), Cards());
   }
+}
+
+TEST_F(PriChannelTest, DigitsDoNotStandInForAMissingNumber) {
+  simcards::SetSpyInfo(CIC, {IN, OUT, "", "22", ""});
+  Talk(IN);
+  for (const char ch : std::string("0171")) Digit(OUT, ch);
+  ForgetTraces();
+  Seconds(6);
+  EXPECT_EQ((Texts{"5 [5] Previous digits expired"}), Log());
 }
 
 // -- recording -------------------------------------------------------------------------------------------------------
@@ -533,39 +494,7 @@ namespace {
 
 class PriChannelAudio : public PriChannelTest {
  protected:
-  PriChannelAudio() {
-    AllowRecording();
-    rRecorder.rDatabase.rParts["o"]["RecLocal"] = "1";  // the tests' numbers are on either side in turn
-  }
-
-  // Hands the events of the cards to the channels until none is left.
-  void Pump() {
-    BYTE acData[1024];
-    for (;;) {
-      SSM_EVENT rEvent;
-      rEvent.pvBuffer = acData;
-      rEvent.dwBufferLength = sizeof acData;
-      if (SsmWaitForEventA(0, &rEvent) != 0) return;
-      rRecorder.HandleEvent(&rEvent);
-    }
-  }
-  void Talk(OpenChannel<PRI_Channel>& rBase) {
-    Spy(rBase, PRI_TALK, PRI_IDLE);
-    ForgetTraces();
-  }
-  // Ends the call and gives the finished file.
-  std::string HangUp(OpenChannel<PRI_Channel>& rBase) {
-    Spy(rBase, PRI_IDLE, PRI_TALK);
-    return FileBytes(rBase.strFullFilename);
-  }
-  // What the card does with one side: writes behind the last position, around the ring, and reports the new one.
-  static void Deliver(OpenChannel<PRI_Channel>& rChannel, const std::string& strBytes) {
-    int iPos = rChannel.iRecordOffset;
-    for (const char ch : strBytes) rChannel.acRecordBuf[iPos++ % RING] = static_cast<BYTE>(ch);
-    Send(rChannel, E_PROC_RecordMem, static_cast<DWORD>(iPos % RING));
-  }
-
-  static constexpr int RING = 4096;
+  PriChannelAudio() { AllowRecording(); }
 };
 
 // Every pair of codes once.
@@ -583,16 +512,15 @@ std::string AllPairsOther() {
 }  // namespace
 
 TEST_F(PriChannelAudio, RecordedCallIsToldWhole) {
-  Spy(rIn, PRI_TALK, PRI_IDLE);
+  Spy(IN, PRI_TALK, PRI_IDLE);
   EXPECT_EQ(
       (Texts{"5 [5] PRI was: 0 is: 3 talking", "5 [5] Channel IN: {0} OUT: {1}",
              "5 [5] Callee: 22 Caller: 0301234 Connect: 23", "5 [5] Call starts",
              "5 [5] Incoming call, ringing time: -1", "5 [5] Starting recording", "5 {1} Mixing this channel to {0}",
              "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134640_005_01.wav"}),
-      logsink::TakeTexts());
-  EXPECT_EQ((Texts{"SsmRecToMem(0,6,4096,0)", "SsmRecToMem(1,6,4096,0)"}), simcards::TakeCalls());
-  EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", "LinkedChannel 0 1", "MixIn 0 1"}), rRecorder.TakeCalls());
-  EXPECT_EQ(0, rOut.iBaseRecCh);
+      Log());
+  EXPECT_EQ((Texts{"SsmRecToMem(0,6,4096,0)", "SsmRecToMem(1,6,4096,0)"}), Cards());
+  EXPECT_EQ((Texts{"NotifyChAvail 0 0 1", "LinkedChannel 0 1", "MixIn 0 1"}), Orders());
   EXPECT_EQ((StdStringMap{{"startdate", "1000000"},
                           {"duration", "0"},
                           {"filename", "19700112_134640_005_01.wav"},
@@ -620,30 +548,29 @@ TEST_F(PriChannelAudio, RecordedCallIsToldWhole) {
                           {"direction", "0"},
                           {"recorderid", "7"},
                           {"callextra", ""}}),
-            rRecorder.rDatabase.rTables["ActiveCalls"][rIn.iActiveCallID]);
-  PassSeconds(3);
-  Spy(rIn, PRI_IDLE, PRI_TALK);
-  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 0 idle", "5 [5] Call stops", "5 [5] Recording stopped (3 s)"}),
-            logsink::TakeTexts());
-  EXPECT_EQ((Texts{"SsmStopRecToMem(1)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), simcards::TakeCalls());
-  EXPECT_EQ("StopMixIn 1", rRecorder.TakeCalls().at(0));
-  EXPECT_EQ(-1, rOut.iBaseRecCh);
-  EXPECT_EQ(1u, rRecorder.rDatabase.rTables["Calls"].size());
+            ActiveRow());
+  Seconds(3);
+  HangUp(IN);
+  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 0 idle", "5 [5] Call stops", "5 [5] Recording stopped (3 s)"}), Log());
+  EXPECT_EQ((Texts{"SsmStopRecToMem(1)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), Cards());
+  EXPECT_EQ("StopMixIn 1", Orders().at(0));
+  EXPECT_EQ(1U, KeptRows());
 }
 
 TEST_F(PriChannelAudio, BothDirectionsAreMixedInBothLawsAndInStereo) {
   struct Row {
     const char* acLabel;
     ERecEncodings eRecEnc;
-    bool fStereo, fOnIn;
+    bool fStereo;
+    int iBase;
     const char* acSwap;
   };
-  const Row rRows[] = {{"A-law", RECENC_G711A, false, true, "0"},
-                       {"mu-law", RECENC_G711U, false, true, "0"},
-                       {"A-law in stereo", RECENC_G711A, true, true, "0"},
-                       {"mu-law in stereo", RECENC_G711U, true, true, "0"},
-                       {"outgoing in stereo", RECENC_G711A, true, false, "0"},
-                       {"swapped in stereo", RECENC_G711A, true, true, "1"}};
+  const Row rRows[] = {{"A-law", RECENC_G711A, false, IN, "0"},
+                       {"mu-law", RECENC_G711U, false, IN, "0"},
+                       {"A-law in stereo", RECENC_G711A, true, IN, "0"},
+                       {"mu-law in stereo", RECENC_G711U, true, IN, "0"},
+                       {"outgoing in stereo", RECENC_G711A, true, OUT, "0"},
+                       {"swapped in stereo", RECENC_G711A, true, IN, "1"}};
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     const bool fULaw = rRow.eRecEnc == RECENC_G711U;
@@ -652,21 +579,19 @@ TEST_F(PriChannelAudio, BothDirectionsAreMixedInBothLawsAndInStereo) {
     WriteTestFile("/tmp/other" + strEnd, AllPairsOther());
     rRecorder.eRecEnc = rRow.eRecEnc;
     rRecorder.fStereo = rRow.fStereo;
-    rIn.iBaseCh = rOut.iBaseCh = -1;
-    InitPair(rRow.acSwap);
-    OpenChannel<PRI_Channel>& rBase = rRow.fOnIn ? rIn : rOut;
-    OpenChannel<PRI_Channel>& rLinked = rRow.fOnIn ? rOut : rIn;
-    Talk(rBase);
-    ASSERT_TRUE(simcards::PlayFile(rBase.iDrvCh, "/tmp/own" + strEnd));
-    ASSERT_TRUE(simcards::PlayFile(rLinked.iDrvCh, "/tmp/other" + strEnd));
+    MakePair(rRow.acSwap);
+    Talk(rRow.iBase);
+    ASSERT_TRUE(simcards::PlayFile(rRow.iBase, "/tmp/own" + strEnd));
+    ASSERT_TRUE(simcards::PlayFile(1 - rRow.iBase, "/tmp/other" + strEnd));
     for (int i = 0; i < 32; i++) {
       simcards::Advance(2048);
-      Pump();
+      TakeCardEvents();
     }
     EXPECT_EQ(0, simcards::Overruns());
+    HangUp(rRow.iBase);
     const std::string strAudio =
         rRow.fStereo ? Interleaved(AllPairsOwn(), AllPairsOther()) : Mixed(AllPairsOwn(), AllPairsOther(), fULaw);
-    ExpectSame(Wav(fULaw ? 7 : 6, rRow.fStereo ? 2 : 1, strAudio), HangUp(rBase));
+    ExpectSame(Wav(fULaw ? 7 : 6, rRow.fStereo ? 2 : 1, strAudio), KeptFile());
   }
 }
 
@@ -676,73 +601,73 @@ TEST_F(PriChannelAudio, UnequalPiecesComeLevel) {
     rRecorder.fStereo = fStereo;
     const std::string strOwn = Noise(8000, 1);
     const std::string strOther = Noise(8000, 2);
-    Talk(rIn);
+    Talk(IN);
     std::size_t uiOwn = 0;
     std::size_t uiOther = 0;
     for (const std::size_t uiPiece : {1U, 4000U, 37U, 2048U, 914U, 1000U}) {
-      Deliver(rIn, strOwn.substr(uiOwn, uiPiece));
+      Hear(IN, strOwn.substr(uiOwn, uiPiece));
       uiOwn += uiPiece;
       while (uiOther < uiOwn) {
-        Deliver(rOut, strOther.substr(uiOther, 777));
+        Hear(OUT, strOther.substr(uiOther, 777));
         uiOther += std::min<std::size_t>(777, strOther.size() - uiOther);
       }
     }
-    ASSERT_EQ(8000U, uiOwn);
-    ASSERT_EQ(8000U, uiOther);
+    HangUp(IN);
     const std::string strAudio = fStereo ? Interleaved(strOwn, strOther) : Mixed(strOwn, strOther, false);
-    ExpectSame(Wav(6, fStereo ? 2 : 1, strAudio), HangUp(rIn));
+    ExpectSame(Wav(6, fStereo ? 2 : 1, strAudio), KeptFile());
   }
 }
 
 TEST_F(PriChannelAudio, SideThatStallsHoldsTheOtherBack) {
   const std::string strOwn = Noise(8192, 1);
   const std::string strOther = Noise(8192, 2);
-  Talk(rIn);
-  for (std::size_t i = 0; i < 8192; i += 2048) Deliver(rIn, strOwn.substr(i, 2048));
-  EXPECT_EQ(0, rIn.iRecordByteCnt);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  Deliver(rIn, Noise(2048, 3));  // no room
-  EXPECT_EQ((Texts{"4 [5] Mixing buffer too small 8192,0"}), logsink::TakeTexts());
-  for (std::size_t i = 0; i < 8192; i += 2048) Deliver(rOut, strOther.substr(i, 2048));
-  ExpectSame(Wav(6, 1, Mixed(strOwn, strOther, false)), HangUp(rIn));
+  Talk(IN);
+  for (std::size_t i = 0; i < 8192; i += 2048) Hear(IN, strOwn.substr(i, 2048));
+  EXPECT_EQ(Wav(6, 1, ""), ActiveFile());
+  EXPECT_EQ(NOTHING, Log());
+  Hear(IN, Noise(2048, 3));  // no room
+  EXPECT_EQ((Texts{"4 [5] Mixing buffer too small 8192,0"}), Log());
+  for (std::size_t i = 0; i < 8192; i += 2048) Hear(OUT, strOther.substr(i, 2048));
+  HangUp(IN);
+  ExpectSame(Wav(6, 1, Mixed(strOwn, strOther, false)), KeptFile());
 }
 
 TEST_F(PriChannelAudio, AudioWithoutItsOtherSideIsNotWritten) {
-  Talk(rIn);
-  Deliver(rOut, Noise(2048, 1));
-  Deliver(rIn, Noise(2047, 2));
-  EXPECT_EQ(Wav(6, 1, ""), HangUp(rIn));
-  // Nor does it get into the next recording.
-  Talk(rIn);
-  Deliver(rOut, "abc");
-  Deliver(rIn, "ABC");
-  EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), HangUp(rIn));
+  Talk(IN);
+  Hear(OUT, Noise(2048, 1));
+  Hear(IN, Noise(2047, 2));
+  HangUp(IN);
+  EXPECT_EQ(Wav(6, 1, ""), KeptFile());
+  Talk(IN);  // nor does it get into the next recording
+  Hear(OUT, "abc");
+  Hear(IN, "ABC");
+  HangUp(IN);
+  EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), KeptFile());
 }
 
 TEST_F(PriChannelAudio, SilencingCoversBothDirections) {
   rRecorder.fSilenceOnDemand = true;
   for (const bool fULaw : {false, true}) {
     rRecorder.eRecEnc = fULaw ? RECENC_G711U : RECENC_G711A;
-    Talk(rIn);
-    EXPECT_TRUE(rIn.TrySetSilencing(true));
-    Deliver(rIn, Noise(500, 1));
-    Deliver(rOut, Noise(500, 2));
+    Talk(IN);
+    EXPECT_TRUE(Line(IN).TrySetSilencing(true));
+    Hear(IN, Noise(500, 1));
+    Hear(OUT, Noise(500, 2));
+    HangUp(IN);
     const std::string strSilence(500, fULaw ? '\xff' : '\xd5');
-    ExpectSame(Wav(fULaw ? 7 : 6, 1, Mixed(strSilence, strSilence, fULaw)), HangUp(rIn));
+    ExpectSame(Wav(fULaw ? 7 : 6, 1, Mixed(strSilence, strSilence, fULaw)), KeptFile());
   }
 }
 
 TEST_F(PriChannelAudio, CircuitThatGoesInACallClosesTheRecording) {
-  Talk(rIn);
-  Deliver(rIn, "ABC");
-  Deliver(rOut, "abc");
-  Spy(rIn, 11, PRI_TALK);
-  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 11 unavail", "5 [5] Call stops", "5 [5] Recording stopped (0 s)"}),
-            logsink::TakeTexts());
-  EXPECT_EQ("NotifyChAvail 0 0 0", rRecorder.TakeCalls().at(0));
-  EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), FileBytes(rIn.strFullFilename));
-  EXPECT_FALSE(rIn.fRecording);
-  EXPECT_EQ(-1, rOut.iBaseRecCh);
+  Talk(IN);
+  Hear(IN, "ABC");
+  Hear(OUT, "abc");
+  Spy(IN, PRI_UNAVAILABLE, PRI_TALK);
+  EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 11 unavail", "5 [5] Call stops", "5 [5] Recording stopped (0 s)"}), Log());
+  EXPECT_EQ("NotifyChAvail 0 0 0", Orders().at(0));
+  EXPECT_EQ((Texts{"SsmStopRecToMem(1)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), Cards());
+  EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), KeptFile());
 }
 
 // -- recording on demand ---------------------------------------------------------------------------------------------
@@ -760,31 +685,37 @@ TEST_F(PriChannelAudio, NumbersDecideWhetherACallWaitsForADemand) {
   rRecorder.rChannelParams["RecOnDmd"] = "1";  // of no effect on trunks
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    InitPair();
+    MakePair();
     rRecorder.iRecOnDmdType = rRow.iType;
     rRecorder.astrRecOnDmdList = {rRow.acListed};
-    Talk(rIn);
-    EXPECT_EQ(rRow.fWaits, rIn.fRecOnDmd);
-    EXPECT_EQ(rRow.fWaits, rIn.GetNewRecOnDmd());
-    EXPECT_EQ(!rRow.fWaits, rIn.fRecording);
-    EXPECT_NE(-1, rIn.iActiveCallID);
-    Spy(rIn, PRI_IDLE, PRI_TALK);
+    Spy(IN, PRI_TALK, PRI_IDLE);
+    EXPECT_EQ(rRow.fWaits ? "5 [5] Recording on demand" : "5 [5] Starting recording", Log().at(5));
+    EXPECT_EQ(rRow.fWaits ? "0" : "1", Active("isarchived"));
+    HangUp(IN);
+    EXPECT_EQ(0U, ActiveRows());
   }
+}
+
+TEST_F(PriChannelAudio, NumbersOfTalkingAgainDecideAnewWhetherDemandsCount) {
+  rRecorder.iRecOnDmdType = 2;
+  rRecorder.astrRecOnDmdList = {"24"};
+  Talk(IN);
+  EXPECT_FALSE(Line(IN).RecOnDmdAct(/*fStart=*/true));
+  simcards::SetSpyInfo(CIC, {IN, OUT, "0309999", "24", ""});
+  Spy(IN, PRI_TALK, PRI_TALK);
+  EXPECT_TRUE(Line(IN).RecOnDmdAct(/*fStart=*/true));
 }
 
 TEST_F(PriChannelAudio, NumberChangeCanTurnARecordingIntoADemand) {
   rRecorder.iRecOnDmdType = 2;
   rRecorder.astrRecOnDmdList = {"33"};
-  Talk(rIn);
-  ASSERT_TRUE(rIn.fRecording);
-  const std::string strFile = rIn.strFullFilename;
-  EXPECT_TRUE(rIn.LocalNumberChanged("33", "", /*stopstart=*/false));
+  Talk(IN);
+  EXPECT_TRUE(Line(IN).LocalNumberChanged("33", "", /*stopstart=*/false));
   EXPECT_EQ((Texts{"5 [5] LocalNumberChanged. Change: 22 to: 33.", "5 [5] Local Number Changed: 33.",
                    "5 [5] Phone number change enabled recording on demand", "5 [5] Recording stopped (0 s)",
                    "5 [5] Recording on demand"}),
-            logsink::TakeTexts());
-  EXPECT_TRUE(rIn.fRecOnDmd);
-  EXPECT_FALSE(rIn.fRecording);
-  EXPECT_EQ("(no file)", ReadTestFile(strFile));
-  EXPECT_NE(-1, rIn.iActiveCallID);
+            Log());
+  EXPECT_EQ("(no file)", ReadTestFile("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
+  EXPECT_EQ("0", Active("isarchived"));
+  EXPECT_EQ(0U, KeptRows());
 }
