@@ -17,8 +17,10 @@ class AnalogChannel : public BaseChannel {
   void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh) override;
   void HandleEvent(SSM_EVENT* prEvent) override;
   void Periodic() override;
-  bool InCall() override;
   int WriteChState() override;
+
+ protected:
+  bool InCall() override;
 
   int m_iLastTone = 0;         // last value of tone analysis; 0: none
   bool fInCall_Audio = false;  // in a call by voice detection

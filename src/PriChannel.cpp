@@ -54,7 +54,7 @@ void PRI_Channel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, I
 int PRI_Channel::GetWaitTime() {
   // Signalling rings on outgoing calls too, so the direction does not matter here. The wall clock less a ring time of
   // GetSrTime: kept as it is, since the daemon has one clock for both. See
-  // WaitTimeCountsFromTheFirstRingInEitherDirection.
+  // WaitTimeRunsFromTheFirstRingByTheMachinesClockInEitherDirection.
   return rFirstRing == 0 ? -1 : static_cast<int>(time(nullptr) - rFirstRing);
 }
 

@@ -21,14 +21,13 @@ class PRI_Channel : public BaseChannel {
 
   void Init(int iChannel, int iBoardListIx, int iBoardCh, ICRecorder* prRecorder, int iDrvCh) override;
   void HandleEvent(SSM_EVENT* prEvent) override;
+
+  int iCic = -1;  // circuit number, which the recorder sets
+
+ protected:
   bool CanStereo() override { return true; }
   int GetWaitTime() override;
   bool GetNewRecOnDmd() override;
-
-  int iCic = -1;                // circuit number
-  bool fChAvail = false;        // last availability reported
-  bool fChAvailUnknown = true;  // nothing reported yet
-  bool fSwapSides = false;      // the tap is wired in reverse
 
  private:
   void OnDigit(char ch);
@@ -37,4 +36,8 @@ class PRI_Channel : public BaseChannel {
   // Direction, numbers and partner of the call that starts.
   void OnTalking();
   void ReportAvailability(bool fNewChAvail);
+
+  bool fChAvail = false;        // last availability reported
+  bool fChAvailUnknown = true;  // nothing reported yet
+  bool fSwapSides = false;      // the tap is wired in reverse
 };

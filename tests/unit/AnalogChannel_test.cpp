@@ -21,6 +21,13 @@ Texts operator+(Texts astrOne, const Texts& astrOther) {
   return astrOne;
 }
 
+// Settings that nothing shows before Init has read them.
+class OpenAnalog : public AnalogChannel {
+ public:
+  using AnalogChannel::iSilenceTimeOut;
+  using AnalogChannel::iTriggerType;
+};
+
 // Line 5 on driver channel 0. Both clocks stand until Seconds moves them.
 class AnalogChannelTest : public ChannelBench {
  protected:
@@ -80,7 +87,7 @@ class AnalogChannelTest : public ChannelBench {
 
 // No event shows these: Init replaces them, and nothing happens on a line before it.
 TEST_F(AnalogChannelTest, LineBeforeInitWaitsForVoice) {
-  const AnalogChannel rFresh;
+  const OpenAnalog rFresh;
   EXPECT_EQ(2, rFresh.iTriggerType);
   EXPECT_EQ(8, rFresh.iSilenceTimeOut);
 }
