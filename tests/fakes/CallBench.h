@@ -40,6 +40,10 @@ class EventLine : public TestChannel {
     RemoteNumberChanged();
   }
   void CallProgressTone(bool fTone) { fHighSwitchedOff = fTone; }
+  void OwnNumber(const std::string& strNum) { strLocalNum = strNum; }
+  // Fields as callers hand them in.
+  const std::string& RemoteField() const { return strRemoteNum; }
+  const std::string& OwnField() const { return strNonMonitoredNum; }
   void IgnoreDigits() { fDigitFreeze = true; }
   void LinkWith(int iDrvChannel) { iLinkedCh = iDrvChannel; }
 
@@ -126,6 +130,7 @@ class CallBench : public ChannelBench {
   void Press(const std::string& strDigits) {
     for (const char ch : strDigits) Send(rLine, E_CHG_RcvDTMF, static_cast<DWORD>(ch));
   }
+  using ChannelBench::Hear;
   // The cards hear this many bytes on every line that records, and report them.
   void Hear(int iBytes) {
     simcards::Advance(iBytes);

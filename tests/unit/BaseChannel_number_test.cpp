@@ -1,19 +1,40 @@
-#include "LineBench.h"
+#include "BaseChannel.h"
+
+#include "CallBench.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
 
-class BaseChannelNumber : public LineBench {
+class BaseChannelNumber : public CallBench {
  protected:
-  // An active row without a recording, as a call that waits for a demand has it.
-  void GiveRow() { rChannel.iActiveCallID = 31; }
-  // A call that is being recorded, with the start's own lines dropped.
+  // A call that is recorded, or that waits for a demand and so has a row without a recording; its start is dropped.
   void Record() {
-    SetInCall(true);
+    OffHook();
     ForgetTraces();
   }
+  void Wait() {
+    InitLines({{"RecOnDmd", "1"}});
+    Record();
+  }
+  void Bar(const char* acNumber) {
+    rRecorder.iNumberFilterType = 2;
+    rRecorder.astrNumberFilters = {acNumber};
+  }
+  void Change(const std::string& strLocalNum) { EXPECT_TRUE(rLine.ChangeLocalNum(strLocalNum)); }
+  void Transfer(const std::string& strLocalNum) {
+    EXPECT_TRUE(rLine.LocalNumberChanged(strLocalNum, "ignored", /*stopstart=*/true));
+  }
+  void SetCustomLocal(const char* acText) {
+    CallerIdContact& rCustom = rDatabase.rCustomLocals[1000 + LINE];
+    rCustom.fFound = true;
+    rCustom.strText = acText;
+    rCustom.iUpdateTime = rNow;
+  }
+
+  const Texts END_OF_A_RECORDING = {"StoreOnDemand 1007 6000"};  // a question rather than an order
+  const std::string FILE_1 = "/recordings/2024/01/31/14/20240131_142345_007_01.wav";
 };
 
 // -- the numbers as others see them ---------------------------------------------------------------------------------
@@ -33,344 +54,351 @@ TEST_F(BaseChannelNumber, RemoteNumberIsMaskedFromItsEnd) {
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.iMaskLastRemoteDigits = rRow.iMask;
-    rChannel.strRemoteNum = rRow.acRemote;
-    EXPECT_EQ(rChannel.GetDbRemoteNum(), rRow.acStored);
-    EXPECT_EQ(rChannel.strRemoteNum, rRow.acRemote);
+    CallerId(rRow.acRemote);
+    EXPECT_THAT(Log(), ElementsAre(std::string("5 [7] Remote: ") + rRow.acRemote));
+    OffHook();
+    EXPECT_EQ(Active("remote"), rRow.acStored);
+    OnHook();
+    EXPECT_EQ(Kept("remote"), rRow.acStored);
+    ForgetTraces();
   }
 }
 
-TEST_F(BaseChannelNumber, LocalNumberIsConvertedButCustomIdentityIsNot) {
-  rChannel.strLocalNum = "Caf\xe9";
-  rChannel.rCustomLocal.strText = "Caf\xc3\xa9 2";
-  EXPECT_EQ(rChannel.GetLocalNum(), "Caf\xc3\xa9");
-  rChannel.rCustomLocal.fFound = true;
-  EXPECT_EQ(rChannel.GetLocalNum(), "Caf\xc3\xa9 2");
-}
-
-TEST_F(BaseChannelNumber, LocalNumberIsUsedForItsOwnSakeOrForTheCustomIdentity) {
-  EXPECT_FALSE(rChannel.QUseLocalNum());
-  rChannel.fUseLocalNum = true;
-  EXPECT_TRUE(rChannel.QUseLocalNum());
-  rChannel.rCustomLocal.fFound = true;
-  EXPECT_TRUE(rChannel.QUseLocalNum());
-  rChannel.fUseLocalNum = false;
-  EXPECT_TRUE(rChannel.QUseLocalNum());
+TEST_F(BaseChannelNumber, LocalSideIsTheCustomIdentityElseTheNumberThatWasSetElseTheLine) {
+  const struct {
+    const char* acLabel;
+    const char *acChanged, *acCustom, *acLocal;
+  } rRows[] = {
+      {"a number that no change has set", nullptr, nullptr, ""},
+      {"a changed number, converted", "Caf\xe9", nullptr, "Caf\xc3\xa9"},
+      {"both", "Caf\xe9", "Caf\xc3\xa9 2", "Caf\xc3\xa9 2"},
+      {"a custom identity, as it stands", nullptr, "Caf\xc3\xa9 2", "Caf\xc3\xa9 2"},
+  };
+  for (const auto& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    EventLine rFresh;
+    InitLine(rFresh, LINE, DRIVER_CH);
+    rFresh.OwnNumber("11");
+    rDatabase.rCustomLocals.clear();
+    if (rRow.acCustom != nullptr) SetCustomLocal(rRow.acCustom);
+    if (rRow.acChanged != nullptr) (void)rFresh.ChangeLocalNum(rRow.acChanged);
+    Send(rFresh, E_RCV_DSTDChannel, DMSG_OFF_HOOK);
+    EXPECT_EQ(Active("local"), rRow.acLocal);
+    Send(rFresh, E_RCV_DSTDChannel, DMSG_ON_HOOK);
+    EXPECT_EQ(Kept("local"), rRow.acLocal);
+  }
 }
 
 // -- change of the remote or connected number -----------------------------------------------------------------------
 
-TEST_F(BaseChannelNumber, RemoteNumberOutsideACallIsOnlyKept) {
-  PassSeconds(5);
-  rChannel.strRemoteNum = "0301234";
-  rChannel.strConnectedNum = "17";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Remote: 0301234"));
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  EXPECT_EQ(rChannel.rRemoteNumTime, rNow);
-  EXPECT_EQ(rChannel.strPrevRemoteNum, "0301234");
-  EXPECT_EQ(rChannel.strPrevConnectedNum, "17");
+TEST_F(BaseChannelNumber, RemoteNumberOutsideACallIsKeptForTenSeconds) {
+  for (const bool fExpired : {false, true}) {
+    CallerId("0301234");
+    EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234"));
+    EXPECT_THAT(Queries(), IsEmpty());
+    Seconds(fExpired ? 11 : 10);
+    OffHook();
+    EXPECT_EQ(Active("remote"), fExpired ? "" : "0301234");
+    OnHook();
+    ForgetTraces();
+  }
 }
 
 TEST_F(BaseChannelNumber, NewRemoteNumberGoesToTheActiveRowWithItsContact) {
-  GiveRow();
+  Wait();
   rDatabase.rNumbers["0301234"] = MakeContact(51, 61, true);
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 31 51 61 0301234"));
+  CallerId("0301234");
+  EXPECT_THAT(Queries(), ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 1 51 61 0301234"));
+  CallerId("0301234");
+  EXPECT_THAT(Queries(), IsEmpty());
 }
 
 TEST_F(BaseChannelNumber, UnknownRemoteNumberClearsTheContactOfTheRow) {
-  GiveRow();
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 31 NULL NULL 0301234"));
+  Wait();
+  CallerId("0301234");
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 1 NULL NULL 0301234"));
 }
 
 TEST_F(BaseChannelNumber, ActiveLookUpTakesTheNumberUnconverted) {
-  GiveRow();
-  rChannel.strRemoteNum = "Andr\xe9";
-  rChannel.strConnectedNum = "Ren\xe9";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetCallerIDContact Andr\xe9", "UpdateActiveCallRemoteContact 31 NULL NULL Andr\xc3\xa9",
+  Wait();
+  rLine.NumberFromSignalling("Andr\xe9");
+  rLine.ConnectedTo("Ren\xe9");
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetCallerIDContact Andr\xe9", "UpdateActiveCallRemoteContact 1 NULL NULL Andr\xc3\xa9",
                           "GetOrCreateCallerIDContact Ren\xc3\xa9 remote ''",
-                          "UpdateActiveCallConnectedNum 31 5000 6000 Ren\xc3\xa9"));
+                          "UpdateActiveCallConnectedNum 1 5000 6000 Ren\xc3\xa9"));
 }
 
 TEST_F(BaseChannelNumber, MaskedFormIsStoredAndCompared) {
-  GiveRow();
+  Wait();
   rRecorder.iMaskLastRemoteDigits = 2;
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_EQ(rChannel.strPrevRemoteNum, "03012XX");
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetCallerIDContact 03012XX", "UpdateActiveCallRemoteContact 31 NULL NULL 03012XX"));
-  rChannel.strRemoteNum = "0301299";  // differs only where the mask hides it
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Remote: 0301299"));
+  CallerId("0301234");
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetCallerIDContact 03012XX", "UpdateActiveCallRemoteContact 1 NULL NULL 03012XX"));
+  CallerId("0301299");  // differs only where the mask hides it
+  EXPECT_THAT(Queries(), IsEmpty());
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Call already active", "5 [7] Remote: 0301299",
+                                 "5 [7] Call already active"));
 }
 
 TEST_F(BaseChannelNumber, ConnectedNumberOfAnIncomingCallIsLocal) {
-  GiveRow();
-  rChannel.fIncoming = true;
-  rChannel.strConnectedNum = "17";
+  Ring();
+  Wait();
   rDatabase.rNumbers["17"] = MakeContact(52, 62, false);
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetOrCreateCallerIDContact 17 local ''", "UpdateActiveCallConnectedNum 31 52 62 17"));
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
+  rLine.ConnectedTo("17");
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetOrCreateCallerIDContact 17 local ''", "UpdateActiveCallConnectedNum 1 52 62 17"));
+  rLine.ConnectedTo("17");
+  EXPECT_THAT(Queries(), IsEmpty());
 }
 
 TEST_F(BaseChannelNumber, UnchangedNumberWritesNoRowButAsksTheRulesAgain) {
-  rChannel.strRemoteNum = "0301234";
-  SetInCall(true);
-  rChannel.RemoteNumberChanged();
-  ForgetTraces();
-  rRecorder.iNumberFilterType = 2;
-  rRecorder.astrNumberFilters = {"0301234"};
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Not recording because in number filter",
-                                                "5 [7] Recording stopped (0 s)"));
-  EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("DeleteActiveCall 1"));
+  CallerId("0301234");
+  Record();
+  Bar("0301234");
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Not recording because in number filter",
+                                 "5 [7] Recording stopped (0 s)"));
+  EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
 }
 
 // -- change of the local number -------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, LocalChangeGoesToTheActiveRow) {
-  GiveRow();
+  Wait();
   rDatabase.rNumbers["22"] = MakeContact(53, 63, true);
-  EXPECT_TRUE(rChannel.ChangeLocalNum("22"));
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Local Number Changed: 22."));
-  EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("GetCallerIDContact 22", "UpdateActiveCallLocalContact 31 53 63 22"));
-  EXPECT_TRUE(rChannel.fUseLocalNum);
-  EXPECT_EQ(rChannel.strLocalNum, "22");
-  EXPECT_EQ(rChannel.strNonMonitoredNum, "");
+  Change("22");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Local Number Changed: 22.", "5 [7] Call already active"));
+  EXPECT_THAT(Queries(), ElementsAre("GetCallerIDContact 22", "UpdateActiveCallLocalContact 1 53 63 22"));
+  Change("22");
+  EXPECT_THAT(Queries(), IsEmpty());
 }
 
 TEST_F(BaseChannelNumber, LocalLookUpTakesTheNumberUnconverted) {
-  GiveRow();
-  EXPECT_TRUE(rChannel.ChangeLocalNum("Zo\xeb"));
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetCallerIDContact Zo\xeb", "UpdateActiveCallLocalContact 31 NULL NULL Zo\xc3\xab"));
+  Wait();
+  Change("Zo\xeb");
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetCallerIDContact Zo\xeb", "UpdateActiveCallLocalContact 1 NULL NULL Zo\xc3\xab"));
 }
 
-TEST_F(BaseChannelNumber, LocalChangeWithoutRowOrToTheSameNumberWritesNothing) {
-  EXPECT_TRUE(rChannel.ChangeLocalNum("22"));
-  EXPECT_EQ(rChannel.strLocalNum, "22");
-  GiveRow();
-  EXPECT_TRUE(rChannel.ChangeLocalNum("22"));
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
+TEST_F(BaseChannelNumber, LocalChangeOutsideACallHoldsForTheNext) {
+  Change("22");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Local Number Changed: 22."));
+  EXPECT_THAT(Queries(), IsEmpty());
+  OffHook();
+  EXPECT_EQ(Active("local"), "22");
 }
 
 TEST_F(BaseChannelNumber, FirstLocalNumberIsKeptAsTheLinesOwn) {
-  rChannel.strLocalNum = "11";
-  EXPECT_TRUE(rChannel.ChangeLocalNum("22"));
-  EXPECT_EQ(rChannel.strNonMonitoredNum, "11");
-  EXPECT_TRUE(rChannel.ChangeLocalNum("33"));
-  EXPECT_EQ(rChannel.strNonMonitoredNum, "11");
-  EXPECT_EQ(rChannel.strLocalNum, "33");
+  rLine.OwnNumber("11");
+  Record();
+  Change("22");
+  Change("33");
+  ForgetTraces();
+  Transfer("");
+  EXPECT_EQ(Active("local"), "11");
 }
 
 TEST_F(BaseChannelNumber, CallerMayHandInAFieldOfTheChannel) {
-  rChannel.strLocalNum = "11";
-  EXPECT_TRUE(rChannel.ChangeLocalNum(rChannel.strNonMonitoredNum));
-  EXPECT_EQ(rChannel.strLocalNum, "");
-  EXPECT_EQ(rChannel.strNonMonitoredNum, "11");
+  rLine.OwnNumber("11");
+  EXPECT_TRUE(rLine.ChangeLocalNum(rLine.OwnField()));  // empty up to here
+  ForgetTraces();
+  EXPECT_TRUE(rLine.LocalNumberChanged("22", "", /*stopstart=*/false));
+  EXPECT_THAT(Log(), ElementsAre("5 [7] LocalNumberChanged. Change:  to: 22.", "5 [7] Local Number Changed: 22."));
 }
 
 TEST_F(BaseChannelNumber, LocalChangeDuringARecordingGoesOnWithIt) {
   Record();
-  EXPECT_TRUE(rChannel.LocalNumberChanged("22", "ignored", /*stopstart=*/false));
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] LocalNumberChanged. Change:  to: 22.", "5 [7] Local Number Changed: 22."));
-  EXPECT_THAT(rDatabase.TakeCalls(),
-              ElementsAre("GetCallerIDContact 22", "UpdateActiveCallLocalContact 1 NULL NULL 22"));
-  EXPECT_TRUE(rChannel.fRecording);
+  EXPECT_TRUE(rLine.LocalNumberChanged("22", "ignored", /*stopstart=*/false));
+  EXPECT_THAT(Log(), ElementsAre("5 [7] LocalNumberChanged. Change:  to: 22.", "5 [7] Local Number Changed: 22."));
+  EXPECT_THAT(Queries(), ElementsAre("GetCallerIDContact 22", "UpdateActiveCallLocalContact 1 NULL NULL 22"));
+  OnHook();
+  EXPECT_EQ(Kept("local"), "22");
+  EXPECT_EQ(KeptRows(), 1u);
 }
 
 TEST_F(BaseChannelNumber, LocalNumberAlreadyHeldChangesNothing) {
-  rChannel.strLocalNum = "22";
+  rLine.OwnNumber("22");
   Record();
   for (const bool stopstart : {false, true}) {
-    EXPECT_TRUE(rChannel.LocalNumberChanged("22", "", stopstart));
-    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] LocalNumberChanged. Change: 22 to: 22."));
-    EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-    EXPECT_FALSE(rChannel.fUseLocalNum);
-    EXPECT_EQ(rChannel.strNonMonitoredNum, "");
+    EXPECT_TRUE(rLine.LocalNumberChanged("22", "", stopstart));
+    EXPECT_THAT(Log(), ElementsAre("5 [7] LocalNumberChanged. Change: 22 to: 22."));
+    EXPECT_THAT(Queries(), IsEmpty());
   }
+  OnHook();
+  EXPECT_EQ(Kept("local"), "");  // it still does not stand for the line
 }
 
 TEST_F(BaseChannelNumber, TransferToAMonitoredPhoneEndsThisRecordingAndStartsAnother) {
-  rChannel.strLocalNum = "11";
+  rLine.OwnNumber("11");
+  rLine.NumberFromSignalling("0301234");
   Record();
-  PassSeconds(4);
-  EXPECT_TRUE(rChannel.LocalNumberChanged("22", "", /*stopstart=*/true));
-  EXPECT_THAT(logsink::TakeTexts(),
+  Seconds(4);
+  Transfer("22");
+  EXPECT_THAT(Log(),
               ElementsAre("5 [7] LocalNumberChanged. Change: 11 to: 22.", "5 [7] LocalNumberChanged: STOP",
                           "5 [7] Recording stopped (4 s)", "5 [7] LocalNumberChanged: Transfer to monitored phone",
                           "5 [7] LocalNumberChanged: START", "5 [7] Starting recording",
                           "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142349_007_02.wav"));
-  EXPECT_EQ(rChannel.strLocalNum, "22");
-  EXPECT_EQ(rChannel.strNonMonitoredNum, "11");
-  EXPECT_TRUE(rChannel.fUseLocalNum);
   EXPECT_EQ(KeptRows(), 1u);
-  EXPECT_EQ(ActiveRow().at("local"), "22");
+  EXPECT_EQ(Kept("local"), "");
+  EXPECT_EQ(Active("local"), "22");
+  EXPECT_EQ(Active("remote"), "0301234");
+  Transfer("");
+  EXPECT_EQ(Active("local"), "11");
 }
 
 TEST_F(BaseChannelNumber, TransferToANonMonitoredPhoneTakesTheLinesOwnNumber) {
-  rChannel.strLocalNum = "22";
-  rChannel.strNonMonitoredNum = "11";
+  rLine.OwnNumber("11");
+  Change("22");
   Record();
-  EXPECT_TRUE(rChannel.LocalNumberChanged("", "", /*stopstart=*/true));
-  EXPECT_THAT(logsink::TakeTexts(),
+  Transfer("");
+  EXPECT_THAT(Log(),
               ElementsAre("5 [7] LocalNumberChanged. Change: 22 to: .", "5 [7] LocalNumberChanged: STOP",
                           "5 [7] Recording stopped (0 s)", "5 [7] LocalNumberChanged: Transfer to non-monitored phone",
                           "5 [7] LocalNumberChanged: START", "5 [7] Starting recording",
                           "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_02.wav"));
-  EXPECT_EQ(rChannel.strLocalNum, "11");
-  EXPECT_EQ(rChannel.strNonMonitoredNum, "11");
-  EXPECT_FALSE(rChannel.fUseLocalNum);
+  EXPECT_EQ(Kept("local"), "22");
+  EXPECT_EQ(Active("local"), "11");
+}
+
+TEST_F(BaseChannelNumber, TransferToANonMonitoredPhoneLeavesTheLineToSpeakForItself) {
+  rLine.OwnNumber("11");
+  Record();
+  Transfer("");  // no monitored number came before
+  EXPECT_EQ(Active("local"), "");
+  EXPECT_EQ(Active("localcontact"), "1007");
 }
 
 TEST_F(BaseChannelNumber, TransferNumberSurvivesTheClearingOfTheField) {
-  rChannel.fResetLocalNum = true;
-  rChannel.strRemoteNum = "0301234";
+  CallerId("0301234");
   Record();
   simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");  // makes the stop clear the call's information
-  EXPECT_TRUE(rChannel.LocalNumberChanged(rChannel.strRemoteNum, "", /*stopstart=*/true));
-  EXPECT_EQ(rChannel.strRemoteNum, "");
-  EXPECT_EQ(rChannel.strLocalNum, "0301234");
+  EXPECT_TRUE(rLine.LocalNumberChanged(rLine.RemoteField(), "", /*stopstart=*/true));
+  EXPECT_EQ(Active("remote"), "");
+  EXPECT_EQ(Active("local"), "0301234");
 }
 
 // -- what a change does to the recording ----------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, NumberOutsideACallAsksNoRule) {
-  rRecorder.iNumberFilterType = 2;
-  rRecorder.astrNumberFilters = {""};
-  rChannel.PhoneNumberChanged(/*stopIsFinal=*/true);
-  EXPECT_THAT(logsink::Take(), IsEmpty());
+  Bar("0301234");
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234"));
+  rLine.PhoneNumberChanged(/*stopIsFinal=*/true);
+  EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(BaseChannelNumber, BarredRemoteNumberBarsTheWholeCall) {
-  rRecorder.iNumberFilterType = 2;
-  rRecorder.astrNumberFilters = {"0301234"};
+  Bar("0301234");
   Record();
-  const std::string strFile = rChannel.strFullFilename;
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Not recording because in number filter",
-                                                "5 [7] Recording stopped (0 s)"));
-  EXPECT_FALSE(file_exists(strFile));
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Not recording because in number filter",
+                                 "5 [7] Recording stopped (0 s)"));
+  EXPECT_FALSE(testtools::Exists(FILE_1));
   EXPECT_EQ(ActiveRows() + KeptRows(), 0u);
-  EXPECT_TRUE(rChannel.fDontRecord);
-
-  rChannel.strRemoteNum = "0305678";  // the next number is not listed, and changes nothing any more
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Remote: 0305678"));
-  EXPECT_FALSE(rChannel.fRecording);
+  CallerId("0305678");  // the next number is not listed, and changes nothing any more
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0305678"));
+  EXPECT_EQ(ActiveRows(), 0u);
 }
 
 TEST_F(BaseChannelNumber, BarredLocalNumberBarsOnlyItsPart) {
-  rRecorder.iNumberFilterType = 2;
-  rRecorder.astrNumberFilters = {"22"};
+  Bar("22");
   Record();
-  const std::string strFile = rChannel.strFullFilename;
-  EXPECT_TRUE(rChannel.ChangeLocalNum("22"));
+  Change("22");
   // The part is stopped first and a new one tried then, so the filter speaks twice.
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Local Number Changed: 22.", "5 [7] Not recording because in number filter",
-                          "5 [7] Recording stopped (0 s)", "5 [7] Not recording because in number filter"));
-  EXPECT_FALSE(file_exists(strFile));
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Local Number Changed: 22.", "5 [7] Not recording because in number filter",
+                                 "5 [7] Recording stopped (0 s)", "5 [7] Not recording because in number filter"));
+  EXPECT_FALSE(testtools::Exists(FILE_1));
   EXPECT_EQ(ActiveRows() + KeptRows(), 0u);
-  EXPECT_FALSE(rChannel.fDontRecord);
-  EXPECT_FALSE(rChannel.fDontKeepThisPart);
-
-  EXPECT_TRUE(rChannel.ChangeLocalNum("33"));
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_EQ(rChannel.iRecUniqCnt, 2);
+  Change("33");
+  EXPECT_EQ(Active("filename"), "20240131_142345_007_02.wav");
+  OnHook();
+  EXPECT_EQ(KeptRows(), 1u);
 }
 
 TEST_F(BaseChannelNumber, NumberThatEntersTheFilterStartsTheRecording) {
   rRecorder.iNumberFilterType = 1;
   rRecorder.astrNumberFilters = {"0301234"};
-  SetInCall(true);
-  EXPECT_FALSE(rChannel.fRecording);
+  OffHook();
+  EXPECT_EQ(ActiveRows(), 0u);
   ForgetTraces();
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Remote: 0301234", "5 [7] Starting recording",
-                          "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_01.wav"));
-  EXPECT_EQ(ActiveRow().at("remote"), "0301234");
+  CallerId("0301234");
+  EXPECT_THAT(Log(),
+              ElementsAre("5 [7] Remote: 0301234", "5 [7] Starting recording", "5 [7] Recording to file " + FILE_1));
+  EXPECT_EQ(Active("remote"), "0301234");
 }
 
 TEST_F(BaseChannelNumber, NumberOfAWaitingCallLeavesItWaiting) {
-  rChannel.fRecOnDmd = true;
-  Record();
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Call already active"));
-  EXPECT_EQ(rChannel.iActiveCallID, 1);
+  Wait();
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Call already active"));
+  EXPECT_EQ(ActiveRows(), 1u);
 }
 
 TEST_F(BaseChannelNumber, NumberThatTurnsOnRecordingOnDemandDropsWhatWasRecorded) {
+  rLine.BeOnDemandByNumber();
+  rRecorder.iRecOnDmdType = 2;
+  rRecorder.astrRecOnDmdList = {"0301234"};
   Record();
-  const std::string strFile = rChannel.strFullFilename;
-  rChannel.fForceRecOnDmd = true;
-  rChannel.strRemoteNum = "0301234";
-  rChannel.RemoteNumberChanged();
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Remote: 0301234", "5 [7] Phone number change enabled recording on demand",
-                          "5 [7] Recording stopped (0 s)", "5 [7] Recording on demand"));
-  EXPECT_FALSE(file_exists(strFile));
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234", "5 [7] Phone number change enabled recording on demand",
+                                 "5 [7] Recording stopped (0 s)", "5 [7] Recording on demand"));
+  EXPECT_FALSE(testtools::Exists(FILE_1));
   EXPECT_EQ(KeptRows(), 0u);
   EXPECT_EQ(ActiveRows(), 1u);
-  EXPECT_EQ(ActiveRow().at("isarchived"), "0");
-  EXPECT_FALSE(rChannel.fDontKeepThisPart);
-  EXPECT_TRUE(rChannel.fRecOnDmd);
+  EXPECT_EQ(Active("isarchived"), "0");
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));  // a demand counts now, and its part is kept
+  OnHook();
+  EXPECT_EQ(KeptRows(), 1u);
 }
 
 // -- digits ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, DigitsCollectUntilNoneCameForSixSeconds) {
-  rChannel.DetectedDigit('1');
-  PassSeconds(5);
-  rChannel.DetectedDigit('2');
-  EXPECT_EQ(rChannel.strDigits, "12");
-  PassSeconds(5);
-  rChannel.CheckDigitsExpired(/*fForceExpired=*/false);
-  EXPECT_EQ(rChannel.strDigits, "12");
-  PassSeconds(1);
-  rChannel.CheckDigitsExpired(/*fForceExpired=*/false);
-  EXPECT_EQ(rChannel.strDigits, "");
-  EXPECT_THAT(rChannel.astrExpiring, ElementsAre("12"));
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Digits: 1", "5 [7] Digits: 12", "5 [7] Previous digits expired"));
+  Press("1");
+  Seconds(5);
+  Press("2");
+  Seconds(5);
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: 1", "5 [7] Digits: 12"));
+  Seconds(1);
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Previous digits expired"));
+  Seconds(100);
+  EXPECT_THAT(Log(), IsEmpty());
+  Press("3");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: 3"));
 }
 
-TEST_F(BaseChannelNumber, ForcedExpiryJudgesFreshDigits) {
-  rChannel.DetectedDigit('1');
-  rChannel.CheckDigitsExpired(/*fForceExpired=*/true);
-  EXPECT_EQ(rChannel.strDigits, "");
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Digits: 1", "5 [7] Previous digits expired"));
+TEST_F(BaseChannelNumber, ExpiringDigitsAreShownToTheKindOfLine) {
+  class WatchingLine : public EventLine {
+   public:
+    void WhenDigitExpiring() override { astrExpiring.push_back(strDigits); }
+    Texts astrExpiring;
+  };
+  WatchingLine rWatching;
+  InitLine(rWatching, LINE, DRIVER_CH);
+  Send(rWatching, E_CHG_RcvDTMF, '1');
+  PassSeconds(6);
+  Send(rWatching, E_CHG_RcvDTMF, '2');
+  rWatching.CheckDigitsExpired(/*fForceExpired=*/true);
+  rWatching.CheckDigitsExpired(/*fForceExpired=*/true);  // none are left
+  EXPECT_THAT(rWatching.astrExpiring, ElementsAre("1", "2"));
 }
 
-TEST_F(BaseChannelNumber, NoDigitsNeverExpire) {
-  PassSeconds(100);
-  rChannel.CheckDigitsExpired(/*fForceExpired=*/true);
-  EXPECT_THAT(rChannel.astrExpiring, IsEmpty());
-  EXPECT_THAT(logsink::Take(), IsEmpty());
+TEST_F(BaseChannelNumber, EndOfACallJudgesFreshDigits) {
+  Record();
+  Press("1");
+  OnHook();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: 1", "5 [7] Call stops", "5 [7] Previous digits expired",
+                                 "5 [7] Recording stopped (0 s)"));
 }
 
 TEST_F(BaseChannelNumber, NextDigitExpiresTheOldOnesFirst) {
-  rChannel.DetectedDigit('1');
-  PassSeconds(6);
-  rChannel.LinkedChannelDigit('2');
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Digits: 1", "5 [7] Previous digits expired", "5 [7] Digits: 2"));
+  Press("1");
+  SetClock(rNow + 6);  // a second that is late
+  rRecorder.ChannelDigit(DRIVER_CH, '2');
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: 1", "5 [7] Previous digits expired", "5 [7] Digits: 2"));
 }
 
 TEST_F(BaseChannelNumber, DialledDigitsReplaceWhatIsNoRealNumber) {
@@ -393,169 +421,172 @@ TEST_F(BaseChannelNumber, DialledDigitsReplaceWhatIsNoRealNumber) {
   };
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rChannel.fUsePressedDigitsForRemote = rRow.fUseDigits;
-    rChannel.strDigits = rRow.acDigits;
-    rChannel.strRemoteNum = rRow.acRemote;
-    rChannel.rRemoteNumTime = 0;
-    rChannel.CheckDigitsExpired(/*fForceExpired=*/true);
-    EXPECT_EQ(rChannel.strRemoteNum, rRow.acRemoteAfter);
-    EXPECT_EQ(rChannel.strDigits, "");
+    EventLine rFresh;
+    InitLine(rFresh, LINE, DRIVER_CH);
+    if (rRow.fUseDigits) rFresh.BeOneThatIsDialledOn();
+    rFresh.NumberFromSignalling(rRow.acRemote);
+    for (const char* pcDigit = rRow.acDigits; *pcDigit != '\0'; pcDigit++) {
+      Send(rFresh, E_CHG_RcvDTMF, static_cast<DWORD>(*pcDigit));
+    }
+    ForgetTraces();
+    SetClock(rNow + 6);
+    rFresh.Periodic();
     Texts astrExpected = {"5 [7] Previous digits expired"};
     const bool fReplaced = std::string(rRow.acRemote) != rRow.acRemoteAfter;
     if (fReplaced) astrExpected.push_back(std::string("5 [7] Remote: ") + rRow.acDigits);
-    EXPECT_EQ(logsink::TakeTexts(), astrExpected);
-    EXPECT_EQ(rChannel.rRemoteNumTime, fReplaced ? rNow : 0);
+    EXPECT_EQ(Log(), astrExpected);
+    Send(rFresh, E_RCV_DSTDChannel, DMSG_OFF_HOOK);
+    EXPECT_EQ(Active("remote"), rRow.acRemoteAfter);
+    Send(rFresh, E_RCV_DSTDChannel, DMSG_ON_HOOK);
   }
 }
 
 TEST_F(BaseChannelNumber, ExpiredRemoteNumberGivesWayToDigits) {
-  rChannel.fUsePressedDigitsForRemote = true;
-  rChannel.strRemoteNum = "0305678";
-  rChannel.rRemoteNumTime = rNow;
-  rChannel.DetectedDigit('1');
-  rChannel.DetectedDigit('2');
-  PassSeconds(11);
-  rChannel.CheckDigitsExpired(/*fForceExpired=*/false);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Digits: 1", "5 [7] Digits: 12", "5 [7] Previous digits expired",
-                                                "5 [7] Remote expired, 11 seconds old", "5 [7] Remote: 12"));
+  rLine.BeOneThatIsDialledOn();
+  CallerId("0305678");
+  Seconds(5);
+  Press("12");
+  ForgetTraces();
+  Seconds(6);
+  EXPECT_THAT(Log(),
+              ElementsAre("5 [7] Previous digits expired", "5 [7] Remote expired, 11 seconds old", "5 [7] Remote: 12"));
 }
 
 TEST_F(BaseChannelNumber, DigitsAreJudgedAtCallStopWhileTheCallCountsAsBusy) {
-  rChannel.fUsePressedDigitsForRemote = true;
+  rLine.BeOneThatIsDialledOn();
   Record();
-  rChannel.DetectedDigit('1');
-  rChannel.DetectedDigit('2');
-  PassSeconds(2);
-  SetInCall(false);
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Digits: 1", "5 [7] Digits: 12", "5 [7] Call stops", "5 [7] Previous digits expired",
-                          "5 [7] Remote: 12", "5 [7] Recording stopped (2 s)"));
-  const Texts astrCalls = rDatabase.TakeCalls();
-  ASSERT_GE(astrCalls.size(), 2u);
-  EXPECT_EQ(astrCalls[0], "GetCallerIDContact 12");
-  EXPECT_EQ(astrCalls[1], "UpdateActiveCallRemoteContact 1 NULL NULL 12");
-  ASSERT_EQ(KeptRows(), 1u);
-  EXPECT_EQ(rDatabase.rTables["Calls"].begin()->second["remote"], "12");
-  EXPECT_EQ(rChannel.strPrevCallRemoteNum, "12");
+  Press("12");
+  Seconds(2);
+  OnHook();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: 1", "5 [7] Digits: 12", "5 [7] Call stops",
+                                 "5 [7] Previous digits expired", "5 [7] Remote: 12", "5 [7] Recording stopped (2 s)"));
+  const Texts astrQueries = Queries();
+  EXPECT_EQ(astrQueries.at(0), "GetCallerIDContact 12");
+  EXPECT_EQ(astrQueries.at(1), "UpdateActiveCallRemoteContact 1 NULL NULL 12");
+  EXPECT_EQ(Kept("remote"), "12");
 }
 
 TEST_F(BaseChannelNumber, DigitAfterAHundredIsIgnoredButTimed) {
-  rChannel.strDigits = std::string(99, '5');
-  rChannel.rDigitTime = rNow;
-  PassSeconds(3);
-  rChannel.DetectedDigit('6');
-  EXPECT_EQ(rChannel.strDigits, std::string(99, '5') + "6");
-  (void)logsink::Take();
-  PassSeconds(3);
-  rChannel.DetectedDigit('7');
-  EXPECT_EQ(rChannel.strDigits, std::string(99, '5') + "6");
-  EXPECT_EQ(rChannel.rDigitTime, rNow);
-  EXPECT_THAT(logsink::Take(), IsEmpty());
+  Press(std::string(100, '5'));
+  EXPECT_EQ(Log().back(), "5 [7] Digits: " + std::string(100, '5'));
+  Seconds(3);
+  Press("7");
+  Seconds(5);
+  EXPECT_THAT(Log(), IsEmpty());
+  Seconds(1);
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Previous digits expired"));
 }
 
-TEST_F(BaseChannelNumber, FrozenDigitIsIgnoredButTimed) {
-  rChannel.fDigitFreeze = true;
-  PassSeconds(3);
-  rChannel.DetectedDigit('1');
-  EXPECT_EQ(rChannel.strDigits, "");
-  EXPECT_EQ(rChannel.rDigitTime, rNow);
-  EXPECT_THAT(logsink::Take(), IsEmpty());
+TEST_F(BaseChannelNumber, DigitThatIsIgnoredTellsThatSomeoneDials) {
+  Ring();
+  RingStops();
+  rLine.IgnoreDigits();
+  Press("1");
+  EXPECT_THAT(Log(), IsEmpty());
+  Seconds(5);
+  OffHook();
+  EXPECT_EQ(Log().at(1), "5 [7] Outgoing call");  // not the answer to that ring
 }
 
 // -- digit actions --------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, CodeFiresAndItsDigitsStayForALongerCode) {
-  GiveRow();
+  Wait();
   rRecorder.strDTMF[1] = "*1";
-  rRecorder.strDTMFact[1] = "email";
+  rRecorder.strDTMFact[1] = "email2";
   rRecorder.strDTMF[10] = "*12";
   rRecorder.strDTMFact[10] = "keep";
-  rChannel.DetectedDigit('*');
-  EXPECT_FALSE(rChannel.fToEmail);
-  rChannel.DetectedDigit('1');
-  EXPECT_TRUE(rChannel.fToEmail);
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
-  rChannel.DetectedDigit('2');
-  EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("SetActiveCallExtra 31 to-keep=1"));
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Digits: *", "5 [7] Digits: *1", "5 [7] Action to perform: email",
-                                                "5 [7] Digits: *12", "5 [7] Action to perform: keep"));
+  Press("*");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: *"));
+  Press("1");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: *1", "5 [7] Action to perform: email2"));
+  EXPECT_THAT(Queries(), IsEmpty());
+  Press("2");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Digits: *12", "5 [7] Action to perform: keep"));
+  EXPECT_THAT(Queries(), ElementsAre("SetActiveCallExtra 1 to-keep=1"));
+  EXPECT_THAT(Orders(), ElementsAre("EmailBackRecording 1007 1"));
 }
 
 TEST_F(BaseChannelNumber, ActionWithoutAnActiveCallIsDropped) {
-  rChannel.DtmfAction("email");
-  EXPECT_FALSE(rChannel.fToEmail);
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Action to perform: email", "5 [7] No active call for this channel"));
+  rLine.DtmfAction("email");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Action to perform: email", "5 [7] No active call for this channel"));
+  OffHook();
+  OnHook();
+  EXPECT_EQ(Orders(), END_OF_A_RECORDING);  // the next one is not mailed
 }
 
 TEST_F(BaseChannelNumber, UnknownActionDoesNothing) {
-  GiveRow();
-  rChannel.DtmfAction("Email");
-  EXPECT_FALSE(rChannel.fToEmail);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Action to perform: Email"));
-  EXPECT_THAT(rRecorder.TakeCalls(), IsEmpty());
-  EXPECT_THAT(rDatabase.TakeCalls(), IsEmpty());
+  Record();
+  rLine.DtmfAction("Email");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Action to perform: Email"));
+  EXPECT_THAT(Queries(), IsEmpty());
+  OnHook();
+  EXPECT_EQ(Orders(), END_OF_A_RECORDING);
 }
 
-TEST_F(BaseChannelNumber, EmailMarksThisRecording) {
-  GiveRow();
-  rChannel.DtmfAction("email");
-  EXPECT_TRUE(rChannel.fToEmail);
-  EXPECT_THAT(rRecorder.TakeCalls(), IsEmpty());
+TEST_F(BaseChannelNumber, EmailMailsThisRecordingWhenItIsFinished) {
+  Record();
+  rLine.DtmfAction("email");
+  EXPECT_THAT(Orders(), IsEmpty());
+  OnHook();
+  EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 1007 6000", "EmailRecording 2 1007"));
+  Record();
+  OnHook();
+  EXPECT_EQ(Orders(), END_OF_A_RECORDING);
 }
 
 TEST_F(BaseChannelNumber, Email2MailsTheCallBeforeOfTheLocalContact) {
-  GiveRow();
-  rChannel.iActiveContactLocal = 1007;
-  rChannel.DtmfAction("email2");
-  EXPECT_FALSE(rChannel.fToEmail);
-  EXPECT_THAT(rRecorder.TakeCalls(), ElementsAre("EmailBackRecording 1007 1"));
+  Record();
+  rLine.DtmfAction("email2");
+  EXPECT_THAT(Orders(), ElementsAre("EmailBackRecording 1007 1"));
+  OnHook();
+  EXPECT_EQ(Orders(), END_OF_A_RECORDING);
 }
 
 TEST_F(BaseChannelNumber, KeepMarksTheActiveRow) {
-  GiveRow();
-  rChannel.DtmfAction("keep");
-  EXPECT_THAT(rDatabase.TakeCalls(), ElementsAre("SetActiveCallExtra 31 to-keep=1"));
+  Record();
+  rLine.DtmfAction("keep");
+  EXPECT_THAT(Queries(), ElementsAre("SetActiveCallExtra 1 to-keep=1"));
 }
 
 TEST_F(BaseChannelNumber, SilenceAndSoundSetAndEndTheSilence) {
-  GiveRow();
   rRecorder.fSilenceOnDemand = true;
-  rChannel.DtmfAction("silence");
-  EXPECT_TRUE(rChannel.fSilencing);
-  rChannel.DtmfAction("sound");
-  EXPECT_FALSE(rChannel.fSilencing);
-  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [7] Action to perform: silence", "5 [7] Silencing set to 1",
-                                                "5 [7] Action to perform: sound", "5 [7] Silencing set to 0"));
+  Record();
+  rLine.DtmfAction("silence");
+  Hear(DRIVER_CH, "abc");
+  rLine.DtmfAction("sound");
+  Hear(DRIVER_CH, "def");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Action to perform: silence", "5 [7] Silencing set to 1",
+                                 "5 [7] Action to perform: sound", "5 [7] Silencing set to 0"));
+  EXPECT_EQ(AudioOf(FILE_1),
+            "\xd5\xd5\xd5"
+            "def");
 }
 
 TEST_F(BaseChannelNumber, StartAndStopDriveRecordingOnDemand) {
-  rChannel.fRecOnDmd = true;
-  Record();
-  rChannel.DtmfAction("start");
-  EXPECT_TRUE(rChannel.fRecording);
-  rChannel.DtmfAction("stop");
-  EXPECT_FALSE(rChannel.fRecording);
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Action to perform: start", "5 [7] RecOnDmd: START", "5 [7] Starting recording",
-                          "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_02.wav",
-                          "5 [7] Action to perform: stop", "5 [7] RecOnDmd: STOP", "5 [7] Recording stopped (0 s)",
-                          "5 [7] Recording on demand"));
+  Wait();
+  rLine.DtmfAction("start");
+  EXPECT_EQ(Active("isarchived"), "1");
+  rLine.DtmfAction("stop");
+  EXPECT_EQ(Active("isarchived"), "0");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Action to perform: start", "5 [7] RecOnDmd: START", "5 [7] Starting recording",
+                                 "5 [7] Recording to file /recordings/2024/01/31/14/20240131_142345_007_02.wav",
+                                 "5 [7] Action to perform: stop", "5 [7] RecOnDmd: STOP",
+                                 "5 [7] Recording stopped (0 s)", "5 [7] Recording on demand"));
 }
 
 TEST_F(BaseChannelNumber, DeleteEndsTheRecordingWhenAllowed) {
   Record();
-  rChannel.DtmfAction("delete");
-  EXPECT_TRUE(rChannel.fRecording);
-  EXPECT_FALSE(rChannel.fDontRecord);
+  rLine.DtmfAction("delete");
+  EXPECT_EQ(ActiveRows(), 1u);
   rRecorder.iDelOnDmdType = 1;
-  rChannel.DtmfAction("delete");
-  EXPECT_FALSE(rChannel.fRecording);
-  EXPECT_TRUE(rChannel.fDontRecord);
-  EXPECT_FALSE(file_exists(rChannel.strFullFilename));
-  EXPECT_THAT(logsink::TakeTexts(),
-              ElementsAre("5 [7] Action to perform: delete", "5 [7] delete on demand is switched off in options",
-                          "5 [7] Action to perform: delete", "5 [7] Recording stopped (0 s)"));
+  rLine.DtmfAction("delete");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Action to perform: delete", "5 [7] delete on demand is switched off in options",
+                                 "5 [7] Action to perform: delete", "5 [7] Recording stopped (0 s)"));
+  EXPECT_FALSE(testtools::Exists(FILE_1));
+  EXPECT_EQ(ActiveRows() + KeptRows(), 0u);
+  CallerId("0301234");
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Remote: 0301234"));  // the rest of the call is barred
 }
 
 }  // namespace
