@@ -10,15 +10,33 @@ class BaseChannelHealth : public ChannelBench {
   BaseChannelHealth() { InitLine(rChannel, LINE); }
 
   void State(int iState) { Send(rChannel, E_CHG_ChState, static_cast<DWORD>(iState)); }
+  // So often into this state and back, within one second.
+  void Flicker(int iTimes, int iState) {
+    for (int i = 0; i < iTimes; i++) {
+      State(iState);
+      State(S_CALL_STANDBY);
+    }
+  }
   void Seconds(int iSeconds) {
     for (int i = 0; i < iSeconds; i++) Tick(rChannel);
   }
+  // Nothing is told for so many seconds but the last, and then this.
+  void ExpectAfter(int iSeconds, const char* acLine) {
+    (void)logsink::Take();
+    Seconds(iSeconds - 1);
+    EXPECT_EQ(Texts{}, Log());
+    Seconds(1);
+    EXPECT_EQ(Texts{acLine}, Log());
+  }
+
+  static constexpr const char* OK = "5 [7] Line health: ok";
+  static constexpr const char* OFFLINE = "5 [7] Line health: offline";
+  static constexpr const char* ERROR = "5 [7] Line health: error";
 
   TestChannel rChannel;
 };
 
 const Texts NOTHING;
-const Texts TOLD_RECORDER = {"NewLineHealth 0"};
 
 }  // namespace
 
@@ -71,173 +89,146 @@ TEST(BaseChannelHealthTexts, EveryHealthHasItsText) {
   EXPECT_STREQ("", GetLineHealthDescr(static_cast<ELineHealth>(3)));
 }
 
-// -- scores ----------------------------------------------------------------------------------------------------------
+// -- errors ----------------------------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelHealth, SingleErrorStateScoresWithoutChangeOfHealth) {
+TEST_F(BaseChannelHealth, ThirdShortErrorInARowMakesAnErrorForThirtySeconds) {
   State(139);
-  EXPECT_EQ(60, rChannel.iLineErrCalc);
-  EXPECT_EQ(0, rChannel.iLineOfflineCalc);
-  EXPECT_EQ(LINEHEALTH_OK, rChannel.eLineHealth);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, rRecorder.TakeCalls());
-}
-
-TEST_F(BaseChannelHealth, UnknownStateNeitherScoresNorStopsTheDecay) {
-  State(139);
-  State(7);
-  EXPECT_EQ(60, rChannel.iLineErrCalc);
-  EXPECT_EQ(0, rChannel.iLineOfflineCalc);
-  Seconds(10);
-  EXPECT_EQ(50, rChannel.iLineErrCalc);
-}
-
-TEST_F(BaseChannelHealth, LastingErrorStateSecondBySecond) {
-  struct Row {
-    int iScore;
-    ELineHealth eHealth;
-  };
-  // The arrival counts as well, so two seconds after it the score has passed 150.
-  const Row rRows[] = {{120, LINEHEALTH_OK}, {180, LINEHEALTH_ERROR}, {200, LINEHEALTH_ERROR}, {200, LINEHEALTH_ERROR}};
-  State(140);
-  EXPECT_EQ(60, rChannel.iLineErrCalc);
-  for (const Row& rRow : rRows) {
-    Seconds(1);
-    EXPECT_EQ(rRow.iScore, rChannel.iLineErrCalc);
-    EXPECT_EQ(rRow.eHealth, rChannel.eLineHealth);
-  }
-  EXPECT_EQ((Texts{"5 [7] Line health: error"}), logsink::TakeTexts());
-  EXPECT_EQ(TOLD_RECORDER, rRecorder.TakeCalls());
-}
-
-TEST_F(BaseChannelHealth, FullErrorScoreTakesFiftySecondsToHeal) {
-  State(139);
-  Seconds(5);
   State(0);
-  ForgetTraces();
-  Seconds(49);
-  EXPECT_EQ(151, rChannel.iLineErrCalc);
-  EXPECT_EQ(LINEHEALTH_ERROR, rChannel.eLineHealth);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  Seconds(1);
-  EXPECT_EQ(150, rChannel.iLineErrCalc);
-  EXPECT_EQ(LINEHEALTH_OK, rChannel.eLineHealth);
-  EXPECT_EQ((Texts{"5 [7] Line health: ok"}), logsink::TakeTexts());
-  EXPECT_EQ(TOLD_RECORDER, rRecorder.TakeCalls());
+  State(140);
+  State(0);
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Orders());
+  State(139);
+  EXPECT_EQ((Texts{ERROR}), Log());
+  EXPECT_EQ((Texts{"NewLineHealth 0"}), Orders());
+  State(0);
+  ExpectAfter(30, OK);
+  EXPECT_EQ((Texts{"NewLineHealth 0"}), Orders());
 }
 
-TEST_F(BaseChannelHealth, ThreeShortErrorsMakeAnErrorForThirtySeconds) {
-  for (int i = 0; i < 3; i++) {
-    State(i == 1 ? 140 : 139);
+TEST_F(BaseChannelHealth, ThirdErrorAfterThirtySecondsCountsAsTheFirstOfThree) {
+  for (const int iWait : {29, 30}) {  // 120 points, one less a second, and 60 more: 151 are an error, 150 are none
+    Flicker(2, 139);
+    Seconds(iWait);
+    Flicker(1, 140);
+    EXPECT_EQ(iWait == 29 ? Texts{ERROR} : NOTHING, Log());
+    Seconds(1000);
+    (void)logsink::Take();
+  }
+}
+
+TEST_F(BaseChannelHealth, LastingErrorIsAnErrorInItsSecondSecond) {
+  for (const int iState : {139, 140}) {
+    State(iState);
+    ExpectAfter(2, ERROR);
+    EXPECT_EQ((Texts{"NewLineHealth 0"}), Orders());
+    Seconds(100);
+    EXPECT_EQ(NOTHING, Log());
     State(0);
-  }
-  EXPECT_EQ(180, rChannel.iLineErrCalc);
-  EXPECT_EQ(LINEHEALTH_ERROR, rChannel.eLineHealth);
-  Seconds(29);
-  EXPECT_EQ(LINEHEALTH_ERROR, rChannel.eLineHealth);
-  Seconds(1);
-  EXPECT_EQ(150, rChannel.iLineErrCalc);
-  EXPECT_EQ(LINEHEALTH_OK, rChannel.eLineHealth);
-  EXPECT_EQ((Texts{"5 [7] Line health: error", "5 [7] Line health: ok"}), logsink::TakeTexts());
-}
-
-TEST_F(BaseChannelHealth, ScoreOf150IsHealthyAnd151IsNot) {
-  struct Row {
-    const char* acLabel;
-    int iErr, iOffline;
-    ELineHealth eHealth;
-  };
-  const Row rRows[] = {
-      {"error 150", 150, 0, LINEHEALTH_OK},
-      {"error 151", 151, 0, LINEHEALTH_ERROR},
-      {"offline 150", 0, 150, LINEHEALTH_OK},
-      {"offline 151", 0, 151, LINEHEALTH_OFFLINE},
-      {"offline outranks error", 200, 151, LINEHEALTH_OFFLINE},
-      {"error stays behind offline 150", 151, 150, LINEHEALTH_ERROR},
-  };
-  for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.acLabel);
-    rChannel.iLineErrCalc = rRow.iErr;
-    rChannel.iLineOfflineCalc = rRow.iOffline;
-    rChannel.FinalCalcChannelState();
-    EXPECT_EQ(rRow.eHealth, rChannel.eLineHealth);
+    ExpectAfter(50, OK);  // however long it lasted
+    EXPECT_EQ((Texts{"NewLineHealth 0"}), Orders());
+    Seconds(200);
   }
 }
 
-TEST_F(BaseChannelHealth, ScoresStayInTheirRange) {
-  struct Row {
-    int iBefore, iAfter;
-    bool fUnhealthy;
-  };
-  const Row rRows[] = {{-1, 0, false},   {-200, 0, false}, {0, 0, false},   {199, 199, true},
-                       {200, 200, true}, {201, 200, true}, {260, 200, true}};
-  for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.iBefore);
-    rChannel.iLineErrCalc = rRow.iBefore;
-    rChannel.iLineOfflineCalc = 0;
-    rChannel.FinalCalcChannelState();
-    EXPECT_EQ(rRow.iAfter, rChannel.iLineErrCalc);
-    EXPECT_EQ(rRow.fUnhealthy ? LINEHEALTH_ERROR : LINEHEALTH_OK, rChannel.eLineHealth);
-    rChannel.iLineErrCalc = 0;
-    rChannel.iLineOfflineCalc = rRow.iBefore;
-    rChannel.FinalCalcChannelState();
-    EXPECT_EQ(rRow.iAfter, rChannel.iLineOfflineCalc);
-    EXPECT_EQ(rRow.fUnhealthy ? LINEHEALTH_OFFLINE : LINEHEALTH_OK, rChannel.eLineHealth);
-  }
+TEST_F(BaseChannelHealth, ManyShortErrorsTakeNoLongerToHealThanALastingOne) {
+  Flicker(10, 139);
+  ExpectAfter(50, OK);
+}
+
+TEST_F(BaseChannelHealth, SameErrorStateAgainIsNoNewError) {
+  for (int i = 0; i < 10; i++) State(139);
+  EXPECT_EQ(NOTHING, Log());
+}
+
+TEST_F(BaseChannelHealth, UnknownStateNeitherScoresNorStopsTheHealing) {
+  Flicker(10, 7);
+  EXPECT_EQ(NOTHING, Log());
+  Flicker(2, 139);
+  State(140);
+  State(7);
+  ExpectAfter(30, OK);
+}
+
+TEST_F(BaseChannelHealth, QuietTimeEarnsNoCredit) {
+  Seconds(1000);
+  Flicker(3, 139);
+  EXPECT_EQ((Texts{ERROR}), Log());
+  Seconds(1000);
+  (void)logsink::Take();
+  Flicker(3, 8);
+  EXPECT_EQ((Texts{OFFLINE, OK, OFFLINE, OK, OFFLINE}), Log());
 }
 
 // -- offline ---------------------------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelHealth, OfflineStateHoldsTheHealthWhileItsScoreFalls) {
-  State(8);
-  EXPECT_EQ(60, rChannel.iLineOfflineCalc);
-  EXPECT_EQ(LINEHEALTH_OFFLINE, rChannel.eLineHealth);
-  Seconds(100);
-  EXPECT_EQ(0, rChannel.iLineOfflineCalc);
-  EXPECT_EQ(LINEHEALTH_OFFLINE, rChannel.eLineHealth);
-  State(0);
-  EXPECT_EQ(LINEHEALTH_OK, rChannel.eLineHealth);
-  EXPECT_EQ((Texts{"5 [7] Line health: offline", "5 [7] Line health: ok"}), logsink::TakeTexts());
-  EXPECT_EQ((Texts{"NewLineHealth 0", "NewLineHealth 0"}), rRecorder.TakeCalls());
+TEST_F(BaseChannelHealth, OfflineStateHoldsTheHealthHoweverLongItLasts) {
+  for (const int iState : {8, 11}) {
+    State(iState);
+    EXPECT_EQ((Texts{OFFLINE}), Log());
+    Seconds(100);
+    EXPECT_EQ(NOTHING, Log());
+    State(0);
+    EXPECT_EQ((Texts{OK}), Log());
+    EXPECT_EQ((Texts{"NewLineHealth 0", "NewLineHealth 0"}), Orders());
+  }
 }
 
 TEST_F(BaseChannelHealth, ThreeDropOutsKeepTheLineOfflineUntilTheScoreHasFallen) {
-  for (int i = 0; i < 3; i++) {
-    State(i == 1 ? 11 : 8);
-    State(0);
-  }
-  EXPECT_EQ(180, rChannel.iLineOfflineCalc);
-  EXPECT_EQ(LINEHEALTH_OFFLINE, rChannel.eLineHealth);
-  ForgetTraces();
-  Seconds(29);
-  EXPECT_EQ(LINEHEALTH_OFFLINE, rChannel.eLineHealth);
-  Seconds(1);
-  EXPECT_EQ(LINEHEALTH_OK, rChannel.eLineHealth);
-  EXPECT_EQ((Texts{"5 [7] Line health: ok"}), logsink::TakeTexts());
+  Flicker(1, 8);
+  Flicker(1, 11);
+  EXPECT_EQ((Texts{OFFLINE, OK, OFFLINE, OK}), Log());
+  Flicker(1, 8);
+  EXPECT_EQ((Texts{OFFLINE}), Log());
+  ExpectAfter(30, OK);
 }
 
-TEST_F(BaseChannelHealth, OfflineStateLowersTheErrorScoreEachSecond) {
-  State(139);
-  State(8);
-  Seconds(10);
-  EXPECT_EQ(50, rChannel.iLineErrCalc);
-  EXPECT_EQ(50, rChannel.iLineOfflineCalc);
+TEST_F(BaseChannelHealth, ManyDropOutsHealInFiftySeconds) {
+  Flicker(10, 8);
+  ExpectAfter(50, OK);
 }
+
+TEST_F(BaseChannelHealth, OfflineStateLowersBothScoresEachSecond) {
+  Flicker(3, 139);
+  Flicker(1, 8);  // of no account: one drop-out
+  State(8);
+  Seconds(29);
+  (void)logsink::Take();
+  State(0);
+  EXPECT_EQ((Texts{ERROR}), Log());
+  State(8);
+  Seconds(1);
+  (void)logsink::Take();
+  State(0);
+  EXPECT_EQ((Texts{OK}), Log());
+}
+
+// -- both ------------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelHealth, ChangeFromErrorToOfflineIsOneReport) {
   State(139);
   Seconds(3);
-  EXPECT_EQ((Texts{"5 [7] Line health: error"}), logsink::TakeTexts());
-  (void)rRecorder.TakeCalls();
+  EXPECT_EQ((Texts{ERROR}), Log());
+  (void)Orders();
   State(8);
-  EXPECT_EQ((Texts{"5 [7] Line health: offline"}), logsink::TakeTexts());
-  EXPECT_EQ(TOLD_RECORDER, rRecorder.TakeCalls());
+  EXPECT_EQ((Texts{OFFLINE}), Log());
+  EXPECT_EQ((Texts{"NewLineHealth 0"}), Orders());
+}
+
+TEST_F(BaseChannelHealth, OfflineOutranksErrorWhichStandsBehindIt) {
+  State(139);
+  Seconds(100);
+  Flicker(3, 8);  // 200 points of error, 180 of being offline
+  EXPECT_EQ((Texts{ERROR, OFFLINE, ERROR, OFFLINE, ERROR, OFFLINE}), Log());
+  ExpectAfter(30, ERROR);
+  ExpectAfter(20, OK);
 }
 
 TEST_F(BaseChannelHealth, DriverChannelWithoutLineReportsNothing) {
   TestChannel rNoLine;
   InitLine(rNoLine, -1, 1);
   Send(rNoLine, E_CHG_ChState, 8);
-  EXPECT_EQ(LINEHEALTH_OFFLINE, rNoLine.eLineHealth);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(NOTHING, rRecorder.TakeCalls());
+  EXPECT_EQ(LINEHEALTH_OFFLINE, rNoLine.eLineHealth);  // read by the recorder
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(NOTHING, Orders());
 }
