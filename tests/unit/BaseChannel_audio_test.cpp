@@ -1,7 +1,7 @@
 #include "BaseChannel.h"
 
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,17 +10,22 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 
+#include "AnalogChannel.h"
 #include "AudioReference.h"
-#include "ChannelBench.h"
+#include "CallBench.h"
 
-// -- count of allocations of this program, for RecordMemEventMakesNoAllocation ---------------------------------------
+// -- count of allocations of this program, for RecordMemEventMakesNoAllocation and BuffersAreMadeOnce
+// ---------------------------------------
 
 namespace {
 std::atomic<long> iAllocations{0};
+std::atomic<long> iBufferBytes{0};  // of the allocations that can be a ring or a mixing buffer
 void* Allocate(std::size_t uiBytes) {
   iAllocations++;
+  if (uiBytes >= 4096) iBufferBytes += static_cast<long>(uiBytes);
   if (void* pMemory = malloc(uiBytes > 0 ? uiBytes : 1)) return pMemory;
   throw std::bad_alloc();
 }
@@ -50,51 +55,41 @@ namespace {
 const Texts NOTHING;
 constexpr int RING = 4096;
 
-class BaseChannelAudio : public ChannelBench {
+const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
+const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
+
+// Calls on driver channel 0; the pieces that the card hears stay below a ring.
+class BaseChannelAudio : public CallBench {
  protected:
   BaseChannelAudio() {
-    InitLine(rBase, 1, 0);
-    InitLine(rLinked, 2, 1);
-    rRecorder.vChannels = {&rBase, &rLinked};
-    rBase.strFullFilename = FILE_NAME;
-    rBase.strFullFilenameFinal = FILE_NAME;
+    rRecorder.fSilenceOnDemand = true;
+    std::filesystem::create_directories("/recordings/2024/01/31/14");  // for files that stand there before a call
   }
 
-  void Open() {
-    rBase.BasicRecordingPreparation();
-    rBase.OpenAudioFile();
+  // The start of a call that is recorded, alone or with the linked channel mixed in; its traces are dropped.
+  void Record() {
+    OffHook();
+    ForgetTraces();
   }
-  void OpenPair() {
-    rBase.iLinkedCh = 1;
-    Open();
-    rRecorder.MixIn(0, 1);
+  void RecordPair() {
+    rLine.LinkWith(LINKED_CH);
+    Record();
   }
-  std::string CloseAndRead() {
-    rBase.CloseAudioFile();
-    return FileBytes(FILE_NAME);
+  // Ends it, and gives its file.
+  std::string HangUp() {
+    OnHook();
+    return FileBytes("/recordings/" + Kept("directory") + "/" + Kept("filename"));
   }
-
-  // What the card does: writes behind the last position, around the ring, and reports the new one.
-  static void Deliver(TestChannel& rChannel, const std::string& strBytes) {
-    int iPos = rChannel.iRecordOffset;
-    for (const char ch : strBytes) {
-      rChannel.acRecordBuf[iPos % RING] = static_cast<BYTE>(ch);
-      iPos++;
-    }
-    SSM_EVENT rEvent = simcards::MakeEvent(E_PROC_RecordMem, rChannel.iDrvCh, static_cast<DWORD>(iPos % RING));
-    rChannel.DefaultEventHandle(&rEvent);
+  void Silence(bool fSilent) {
+    EXPECT_TRUE(rLine.TrySetSilencing(fSilent));
+    (void)Log();
   }
-
-  static void MixAdd(TestChannel& rChannel, const std::string& strBytes, int iType) {
-    rChannel.MixAdd(reinterpret_cast<const BYTE*>(strBytes.data()), static_cast<int>(strBytes.size()), iType);
-  }
-  static void WriteBuf(TestChannel& rChannel, const std::string& strBytes) {
-    rChannel.WriteBuf(reinterpret_cast<const BYTE*>(strBytes.data()), static_cast<int>(strBytes.size()));
-  }
+  void HearOwn(const std::string& strBytes) { Hear(DRIVER_CH, strBytes); }
+  void HearLinked(const std::string& strBytes) { Hear(LINKED_CH, strBytes); }
 
   // Both sides of a pair in unequal pieces, in turns that change; every 8000 bytes they have come level, so that the
   // mixing buffer is never short of room.
-  void DeliverPair(const std::string& strOwn, const std::string& strOther) {
+  void HearPair(const std::string& strOwn, const std::string& strOther) {
     unsigned uiSeed = 5;
     for (std::size_t uiRound = 0; uiRound < strOwn.size(); uiRound += 8000) {
       std::string strRest[] = {strOwn.substr(uiRound, 8000), strOther.substr(uiRound, 8000)};
@@ -102,15 +97,14 @@ class BaseChannelAudio : public ChannelBench {
         uiSeed = uiSeed * 1664525U + 1013904223U;
         const std::size_t uiSide = strRest[1].empty() || (!strRest[0].empty() && (uiSeed & 0x10000) != 0) ? 0 : 1;
         const std::size_t uiPiece = 1 + (uiSeed >> 20) % 3000;
-        Deliver(uiSide == 0 ? rBase : rLinked, strRest[uiSide].substr(0, uiPiece));
+        Hear(static_cast<int>(uiSide), strRest[uiSide].substr(0, uiPiece));
         strRest[uiSide].erase(0, uiPiece);
       }
     }
   }
 
-  static constexpr const char* FILE_NAME = "/recordings/a.wav";
-  TestChannel rBase;
-  TestChannel rLinked;
+  const std::string FILE_1 = "/recordings/2024/01/31/14/20240131_142345_007_01.wav";
+  const std::string FILE_2 = "/recordings/2024/01/31/14/20240131_142345_007_02.wav";
 };
 
 }  // namespace
@@ -118,128 +112,131 @@ class BaseChannelAudio : public ChannelBench {
 // -- file ------------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, EmptyALawFileIsItsHeader) {
-  Open();
+  Record();
   const std::string strHeader(
       "RIFF\x30\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x06\x00\x01\x00\x40\x1f\x00\x00\x40\x1f\x00\x00\x01\x00\x08\x00"
       "fact\x04\x00\x00\x00\x00\x00\x00\x00"
       "data\x00\x00\x00\x00",
       WAV_HEADER);
-  EXPECT_EQ(strHeader, CloseAndRead());
-  EXPECT_EQ(nullptr, rBase.hAudioFile);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  EXPECT_EQ(strHeader, HangUp());
 }
 
 TEST_F(BaseChannelAudio, LawFollowsTheEncoding) {
   struct Row {
     ERecEncodings eRecEnc;
+    const char* acEnding;
     unsigned uiTag;
-    int iFormat;
     BYTE ucSilence;
     const char* acInfo;
   };
   const Row rRows[] = {
-      {RECENC_G711A, 6, 6, 0xd5, "Format: alaw\r\nChannels: 1\r\n"},
-      {RECENC_G711U, 7, 7, 0xff, "Format: ulaw\r\nChannels: 1\r\n"},
-      {RECENC_GSM, 6, 6, 0xd5, "Format: alaw\r\nChannels: 1\r\n"},
-      {RECENC_MP3, 6, 6, 0xd5, "Format: alaw\r\nChannels: 1\r\n"},
+      {RECENC_G711A, ".wav", 6, 0xd5, "Format: alaw\r\nChannels: 1\r\n"},
+      {RECENC_G711U, ".wav", 7, 0xff, "Format: ulaw\r\nChannels: 1\r\n"},
+      {RECENC_GSM, ".wav.g711", 6, 0xd5, "Format: alaw\r\nChannels: 1\r\n"},
+      {RECENC_MP3, ".mp3.g711", 6, 0xd5, "Format: alaw\r\nChannels: 1\r\n"},
   };
   rRecorder.fMonitoring = true;
+  SetConfig("RecMinDur", "1");  // no part is kept, so none is converted
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.eRecEnc);
     rRecorder.eRecEnc = rRow.eRecEnc;
-    Open();
-    rBase.fSilencing = true;
-    Deliver(rBase, "abc");
+    OffHook();
+    EXPECT_EQ((Texts{"SsmRecToMem(0," + std::to_string(rRow.uiTag) + ",4096,0)"}), Cards());
+    rRecorder.MixIn(DRIVER_CH, LINKED_CH);
+    EXPECT_EQ((Texts{"SsmRecToMem(1," + std::to_string(rRow.uiTag) + ",4096,0)"}), Cards());
+    Silence(true);
+    HearOwn("abc");
     const std::string strSilence(3, static_cast<char>(rRow.ucSilence));
-    EXPECT_EQ(Wav(rRow.uiTag, 1, strSilence), CloseAndRead());
-    EXPECT_EQ(strSilence, FileBytes("/recordings/a.wav.raw"));
-    EXPECT_EQ(rRow.acInfo, FileBytes("/recordings/a.wav.info"));
-
-    (void)simcards::TakeCalls();
-    rLinked.StartMixRecord(0);
-    EXPECT_EQ((Texts{"SsmRecToMem(1," + std::to_string(rRow.iFormat) + ",4096,0)"}), simcards::TakeCalls());
-    rLinked.StopMixRecord();
+    const std::string strId = "/recordings/" + Active("directory") + "/" + Active("remoteid");
+    EXPECT_EQ(Wav(rRow.uiTag, 1, 0, strSilence), FileBytes(strId + rRow.acEnding));
+    const std::string strFinal = "/recordings/" + Active("directory") + "/" + Active("filename");
+    EXPECT_EQ(strSilence, FileBytes(strFinal + ".raw"));
+    EXPECT_EQ(rRow.acInfo, FileBytes(strFinal + ".info"));
+    rRecorder.StopMixIn(LINKED_CH);
+    OnHook();
+    ForgetTraces();
   }
 }
 
 TEST_F(BaseChannelAudio, FileOfThatNameIsReplaced) {
-  Open();
-  Deliver(rBase, Noise(2048, 1));
-  (void)CloseAndRead();
-  Open();
-  Deliver(rBase, "new");
-  EXPECT_EQ(Wav(6, 1, "new"), CloseAndRead());
+  WriteTestFile(FILE_1, Noise(3000, 1));
+  Record();
+  HearOwn("new");
+  EXPECT_EQ(Wav(6, 1, "new"), HangUp());
 }
 
 TEST_F(BaseChannelAudio, FileThatCannotBeOpenedIsReportedOnceAndTheAudioDropped) {
-  rBase.strFullFilename = "/recordings/none/a.wav";
-  Open();
-  EXPECT_EQ(nullptr, rBase.hAudioFile);
-  EXPECT_EQ((Texts{"3 C-api error at OpenAudioFile: No such file or directory"}), logsink::TakeTexts());
-  Deliver(rBase, Noise(2048, 1));
-  Deliver(rBase, Noise(2048, 1));
-  rBase.UpdateAudioFileHeader();
-  rBase.CloseAudioFile();
-  EXPECT_EQ(0, rBase.iRecordByteCnt);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  std::filesystem::create_directory(FILE_1);
+  OffHook();
+  EXPECT_EQ((Texts{"5 [7] Call starts", "5 [7] Outgoing call", "5 [7] Starting recording",
+                   "3 C-api error at OpenAudioFile: Is a directory", "5 [7] Recording to file " + FILE_1}),
+            Log());
+  HearOwn(Noise(2048, 1));
+  HearOwn(Noise(2048, 1));
+  Seconds(5);
+  OnHook();
+  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (5 s)"}), Log());
 }
 
 TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen) {
   rRecorder.fMonitoring = true;
   const int iBefore = OpenDescriptors();
-  Open();
-  Open();  // the driver has refused to stop, so nothing was closed
+  Record();
+  HearOwn("one");
+  simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
+  OnHook();
   EXPECT_EQ(iBefore + 2, OpenDescriptors());
-  rBase.strFullFilename = "/recordings/none/a.wav";
-  rBase.OpenAudioFile();
-  EXPECT_EQ(nullptr, rBase.hAudioFile);
+  std::filesystem::create_directory(FILE_2);
+  Record();
+  HearOwn("two");
+  EXPECT_EQ(iBefore + 1, OpenDescriptors());  // the copy of a live listener
+  EXPECT_EQ(Wav(6, 1, 0, "one"), FileBytes(FILE_1));
+  OnHook();
+  EXPECT_EQ(iBefore, OpenDescriptors());
 }
 
-TEST_F(BaseChannelAudio, FailedWritesAreReportedAndCounted) {
+TEST_F(BaseChannelAudio, FullDiskIsReportedForEachRangeThatItHits) {
   rRecorder.fMonitoring = true;
-  Open();
-  (void)fclose(rBase.hAudioFile);
-  (void)fclose(rBase.hRawFile);
-  rBase.hAudioFile = fopen("/dev/full", "wb");
-  rBase.hRawFile = fopen("/dev/full", "wb");
-  ASSERT_NE(nullptr, rBase.hAudioFile);
-  ASSERT_NE(nullptr, rBase.hRawFile);
-  (void)setvbuf(rBase.hAudioFile, nullptr, _IONBF, 0);
-  (void)setvbuf(rBase.hRawFile, nullptr, _IONBF, 0);
-  (void)logsink::Take();
-  Deliver(rBase, Noise(2048, 1));
-  EXPECT_EQ((Texts{"3 C-api error at Write to recording file: No space left on device",
-                   "3 C-api error at Write to monitoring recording file: No space left on device"}),
-            logsink::TakeTexts());
-  EXPECT_EQ(2048, rBase.iRecordByteCnt);
+  std::filesystem::create_symlink("/dev/full", FILE_1);
+  std::filesystem::create_symlink("/dev/full", FILE_1 + ".raw");
+  OffHook();
+  EXPECT_EQ("5 [7] Recording to file " + FILE_1, Log().back());  // the header reports nothing
+  for (const char* const acRange : {"a", "b"}) {
+    HearOwn(acRange);
+    EXPECT_EQ((Texts{"3 C-api error at Write to recording file: No space left on device",
+                     "3 C-api error at Write to monitoring recording file: No space left on device"}),
+              Log());
+  }
+  OnHook();
+  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (0 s)"}), Log());
 }
 
-TEST_F(BaseChannelAudio, FullDiskIsReportedForTheRangeThatItHit) {
-  // A link, so that the file is opened as the channel opens it.
-  ASSERT_EQ(0, symlink("/dev/full", "/recordings/full.wav"));
-  rBase.strFullFilename = "/recordings/full.wav";
-  Open();
-  ASSERT_NE(nullptr, rBase.hAudioFile);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());  // the header reports nothing
-  const Texts astrReport = {"3 C-api error at Write to recording file: No space left on device"};
-  Deliver(rBase, "a");
-  EXPECT_EQ(astrReport, logsink::TakeTexts());
-  Deliver(rBase, "b");
-  EXPECT_EQ(astrReport, logsink::TakeTexts());
-  rBase.CloseAudioFile();
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  ASSERT_EQ(0, unlink("/recordings/full.wav"));
+TEST_F(BaseChannelAudio, AudioThatCouldNotBeWrittenIsCounted) {
+  rlimit rBefore{};
+  ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &rBefore));
+  (void)signal(SIGXFSZ, SIG_IGN);  // so that the write fails, as on a full disk
+  Record();
+  const rlimit rLimit{WAV_HEADER + 2048, rBefore.rlim_max};
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &rLimit));
+  HearOwn(Noise(2048, 1));
+  HearOwn(Noise(1000, 2));
+  OnHook();
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &rBefore));
+  (void)signal(SIGXFSZ, SIG_DFL);
+  EXPECT_EQ("3 C-api error at Write to recording file: File too large", Log().at(0));
+  ExpectSame(Wav(6, 1, 3048, Noise(2048, 1)), FileBytes(FILE_1));
 }
 
-TEST_F(BaseChannelAudio, HeaderUpdateCountsAndGoesOnWhereItWas) {
-  Open();
-  Deliver(rBase, "one");
-  EXPECT_EQ(Wav(6, 1, 0, "one"), FileBytes(FILE_NAME));
-  rBase.UpdateAudioFileHeader();
-  EXPECT_EQ(Wav(6, 1, 3, "one"), FileBytes(FILE_NAME));
-  Deliver(rBase, "two");
-  EXPECT_EQ(Wav(6, 1, 3, "onetwo"), FileBytes(FILE_NAME));
-  EXPECT_EQ(Wav(6, 1, 6, "onetwo"), CloseAndRead());
+TEST_F(BaseChannelAudio, HeaderIsUpdatedEveryFiveSecondsAndAudioGoesOnWhereItWas) {
+  Record();
+  HearOwn("one");
+  Seconds(4);
+  EXPECT_EQ(Wav(6, 1, 0, "one"), FileBytes(FILE_1));
+  Seconds(1);
+  EXPECT_EQ(Wav(6, 1, 3, "one"), FileBytes(FILE_1));
+  HearOwn("two");
+  EXPECT_EQ(Wav(6, 1, 3, "onetwo"), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 6, "onetwo"), HangUp());
 }
 
 TEST_F(BaseChannelAudio, KilledProcessLeavesAFileThatPlaysUpToTheLastHeader) {
@@ -247,62 +244,57 @@ TEST_F(BaseChannelAudio, KilledProcessLeavesAFileThatPlaysUpToTheLastHeader) {
   const pid_t iChild = fork();
   ASSERT_NE(-1, iChild);
   if (iChild == 0) {
-    Open();
-    Deliver(rBase, strAudio.substr(0, 2048));
-    Deliver(rBase, strAudio.substr(2048, 2048));
-    rBase.UpdateAudioFileHeader();
-    Deliver(rBase, strAudio.substr(4096));
+    Record();
+    HearOwn(strAudio.substr(0, 2048));
+    HearOwn(strAudio.substr(2048, 2048));
+    Seconds(5);
+    HearOwn(strAudio.substr(4096));
     (void)raise(SIGKILL);
   }
   int iStatus = 0;
   ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
   ASSERT_TRUE(WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGKILL);
-  ExpectSame(Wav(6, 1, 4096, strAudio), FileBytes(FILE_NAME));
+  ExpectSame(Wav(6, 1, 4096, strAudio), FileBytes(FILE_1));
 }
 
 TEST_F(BaseChannelAudio, CountPastTwoGigabytesGoesOnUnsigned) {
-  Open();
-  rBase.iRecordByteCnt = 0x7fffffff;
-  Deliver(rBase, "ab");
-  EXPECT_EQ(Wav(6, 1, 0x80000001U, "ab"), CloseAndRead());
+  Record();
+  rLine.iRecordByteCnt = 0x7fffffff;  // three days of audio
+  HearOwn("ab");
+  EXPECT_EQ(Wav(6, 1, 0x80000001U, "ab"), HangUp());
 }
 
 // -- ring buffer -----------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, RingOfManyRoundsReachesTheFileInOrder) {
   const std::string strAudio = Noise(40000, 2);
-  Open();
-  for (std::size_t uiPos = 0; uiPos < strAudio.size(); uiPos += 1500) Deliver(rBase, strAudio.substr(uiPos, 1500));
-  ExpectSame(Wav(6, 1, strAudio), CloseAndRead());
+  Record();
+  for (std::size_t uiPos = 0; uiPos < strAudio.size(); uiPos += 1500) HearOwn(strAudio.substr(uiPos, 1500));
+  ExpectSame(Wav(6, 1, strAudio), HangUp());
 }
 
-TEST_F(BaseChannelAudio, PreparationMakesBuffersOnceAndEndsSilencing) {
-  rBase.fSilencing = true;
-  rBase.BasicRecordingPreparation();
-  EXPECT_FALSE(rBase.fSilencing);
-  EXPECT_EQ(RING, rBase.iRecordBufSize);
-  ASSERT_NE(nullptr, rBase.acRecordBuf);
-  EXPECT_EQ(nullptr, rBase.acMixBuffer);
-
-  BYTE* const acFirst = rBase.acRecordBuf;
-  rBase.iLinkedCh = 1;
-  rBase.iMixBufIx[0] = 5;
-  rBase.iMixBufIx[1] = 6;
-  rBase.BasicRecordingPreparation();
-  EXPECT_EQ(acFirst, rBase.acRecordBuf);
-  ASSERT_NE(nullptr, rBase.acMixBuffer);
-  EXPECT_EQ(0, rBase.iMixBufIx[0]);
-  EXPECT_EQ(0, rBase.iMixBufIx[1]);
-
-  BYTE* const acFirstMix = rBase.acMixBuffer;
-  rBase.BasicRecordingPreparation();
-  EXPECT_EQ(acFirstMix, rBase.acMixBuffer);
+TEST_F(BaseChannelAudio, BuffersAreMadeOnce) {
+  const auto BytesOfNextCall = [this] {
+    const long iBefore = iBufferBytes;
+    OffHook();
+    const long iBytes = iBufferBytes - iBefore;
+    OnHook();
+    return iBytes;
+  };
+  EXPECT_EQ(RING, BytesOfNextCall());
+  EXPECT_EQ(0, BytesOfNextCall());
+  rLine.LinkWith(LINKED_CH);
+  EXPECT_EQ(4 * RING + RING, BytesOfNextCall());  // for mixing, and the ring of the linked channel
+  EXPECT_EQ(0, BytesOfNextCall());
 }
 
-TEST_F(BaseChannelAudio, PreparationWithoutLinkLeavesTheMixLevels) {
-  rBase.iMixBufIx[0] = 5;
-  rBase.BasicRecordingPreparation();
-  EXPECT_EQ(5, rBase.iMixBufIx[0]);
+TEST_F(BaseChannelAudio, NextRecordingIsNotSilenced) {
+  Record();
+  Silence(true);
+  OnHook();
+  Record();
+  HearOwn("heard");
+  EXPECT_EQ(Wav(6, 1, "heard"), HangUp());
 }
 
 TEST_F(BaseChannelAudio, RangeThatIsEmptyOrLeavesTheBufferWritesNothing) {
@@ -317,57 +309,69 @@ TEST_F(BaseChannelAudio, RangeThatIsEmptyOrLeavesTheBufferWritesNothing) {
       {"behind", 0, RING + 1},
       {"wholly behind", RING, RING + 5},
   };
-  Open();
+  rLine.WriteMemRange(0, 1);  // no buffer and no file yet
+  Record();
   for (const Row& rRow : rRows) {
-    SCOPED_TRACE(rRow.acLabel);
-    rBase.WriteMemRange(rRow.iStart, rRow.iStop);
-    EXPECT_EQ(0, rBase.iRecordByteCnt);
+    rLine.WriteMemRange(rRow.iStart, rRow.iStop);
+    EXPECT_EQ(Wav(6, 1, ""), FileBytes(FILE_1)) << rRow.acLabel;
   }
-  rBase.WriteMemRange(0, RING);
-  EXPECT_EQ(RING, rBase.iRecordByteCnt);
+  rLine.WriteMemRange(0, RING);
+  ExpectSame(Wav(6, 1, std::string(RING, '\0')), HangUp());
 }
 
 TEST_F(BaseChannelAudio, SilencedRangeIsOverwrittenInTheBufferToo) {
   rRecorder.eRecEnc = RECENC_G711U;
-  Open();
-  Deliver(rBase, "heard");
-  rBase.fSilencing = true;
-  Deliver(rBase, "hidden");
-  rBase.fSilencing = false;
-  Deliver(rBase, "heard");
-  EXPECT_EQ(0, memcmp(rBase.acRecordBuf, "heard\xff\xff\xff\xff\xff\xffheard", 16));
-  EXPECT_EQ(Wav(7, 1, "heard\xff\xff\xff\xff\xff\xffheard"), CloseAndRead());
+  Record();
+  HearOwn("heard");
+  Silence(true);
+  HearOwn("hidden");
+  Silence(false);
+  HearOwn("heard");
+  rLine.WriteMemRange(0, 16);  // once more, as the buffer has it
+  const std::string strAudio = "heard\xff\xff\xff\xff\xff\xffheard";
+  EXPECT_EQ(Wav(7, 1, strAudio + strAudio), HangUp());
 }
 
 TEST_F(BaseChannelAudio, RangeWithoutFileAndBaseIsNotSilenced) {
-  rBase.BasicRecordingPreparation();
-  rBase.fSilencing = true;
-  Deliver(rBase, "abc");
-  EXPECT_EQ(0, memcmp(rBase.acRecordBuf, "abc", 3));
+  std::filesystem::create_directory(FILE_1);
+  Record();
+  Silence(true);
+  HearOwn("abc");
+  OnHook();
+  Record();
+  rLine.WriteMemRange(0, 3);  // what the call before has left in the buffer
+  EXPECT_EQ(Wav(6, 1, "abc"), HangUp());
 }
 
 TEST_F(BaseChannelAudio, RecordMemEventMakesNoAllocation) {
+  const auto AllocationsOf = [this](int iDrvCh, const std::string& strBytes) {
+    simcards::Hear(iDrvCh, strBytes);
+    SSM_EVENT rEvent;
+    EXPECT_EQ(SSM_OK, SsmWaitForEventA(0, &rEvent));
+    const long iBefore = iAllocations;
+    rRecorder.HandleEvent(&rEvent);
+    return iAllocations - iBefore;
+  };
   struct Row {
     const char* acLabel;
     bool fPair, fStereo;
   };
   const Row rRows[] = {{"plain line", false, false}, {"mixed pair", true, false}, {"stereo pair", true, true}};
   rRecorder.fMonitoring = true;
-  rBase.fCalcLoudness = true;
+  rLine.fStereoLine = true;
+  InitLines({{"LoudVoiceDetect", "1"}});
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.fStereo = rRow.fStereo;
-    rBase.fStereoLine = true;
-    rRow.fPair ? OpenPair() : Open();
+    rRow.fPair ? RecordPair() : Record();
     const std::string strPiece = Noise(2048, 4);
-    const long iBefore = iAllocations;
     for (int i = 0; i < 10; i++) {
-      Deliver(rBase, strPiece);
-      if (rRow.fPair) Deliver(rLinked, strPiece);
+      EXPECT_EQ(0, AllocationsOf(DRIVER_CH, strPiece));
+      if (rRow.fPair) {
+        EXPECT_EQ(0, AllocationsOf(LINKED_CH, strPiece));
+      }
     }
-    EXPECT_EQ(iBefore, iAllocations);
-    EXPECT_EQ(20480 * (rRow.fStereo ? 2 : 1), rBase.iRecordByteCnt);
-    (void)CloseAndRead();
+    EXPECT_EQ(static_cast<std::size_t>(WAV_HEADER + 20480 * (rRow.fStereo ? 2 : 1)), HangUp().size());
   }
 }
 
@@ -382,24 +386,21 @@ TEST_F(BaseChannelAudio, UnequalPiecesAreMixedSampleBySample) {
       strOwn += static_cast<char>(i / 256);
       strOther += static_cast<char>(i % 256);
     }
-    OpenPair();
-    (void)logsink::Take();
-    DeliverPair(strOwn, strOther);
-    ExpectSame(Wav(fULaw ? 7 : 6, 1, Mixed(strOwn, strOther, fULaw)), CloseAndRead());
-    EXPECT_EQ(NOTHING, logsink::TakeTexts());
-    rRecorder.StopMixIn(1);
+    RecordPair();
+    HearPair(strOwn, strOther);
+    EXPECT_EQ(NOTHING, Log());
+    ExpectSame(Wav(fULaw ? 7 : 6, 1, Mixed(strOwn, strOther, fULaw)), HangUp());
   }
 }
 
 TEST_F(BaseChannelAudio, StereoAlternatesOwnSideFirst) {
   rRecorder.fStereo = true;
-  rBase.fStereoLine = true;
+  rLine.fStereoLine = true;
   const std::string strOwn = Noise(8000, 21);
   const std::string strOther = Noise(8000, 22);
-  OpenPair();
-  EXPECT_TRUE(rBase.fDoStereo);
-  DeliverPair(strOwn, strOther);
-  const std::string strFile = CloseAndRead();
+  RecordPair();
+  HearPair(strOwn, strOther);
+  const std::string strFile = HangUp();
   ExpectSame(Wav(6, 2, Interleaved(strOwn, strOther)), strFile);
   // 8000 pairs are 16000 bytes, also at "fact".
   EXPECT_EQ(Number(16000, 4), strFile.substr(44, 4));
@@ -413,36 +414,23 @@ TEST_F(BaseChannelAudio, StereoNeedsBothSettingAndLine) {
   const Row rRows[] = {{false, false, false}, {true, false, false}, {false, true, false}, {true, true, true}};
   for (const Row& rRow : rRows) {
     rRecorder.fStereo = rRow.fSetting;
-    rBase.fStereoLine = rRow.fLine;
-    Open();
-    EXPECT_EQ(rRow.fStereo, rBase.fDoStereo);
-    EXPECT_EQ(rRow.fStereo ? 8000 : 4000, rBase.iCalcLoudnessSamples);
-    EXPECT_EQ(Wav(6, rRow.fStereo ? 2 : 1, ""), CloseAndRead());
+    rLine.fStereoLine = rRow.fLine;
+    Record();
+    EXPECT_EQ(Wav(6, rRow.fStereo ? 2 : 1, ""), HangUp());
   }
 }
 
-TEST_F(BaseChannelAudio, EqualPiecesAreWrittenOnceWhenTheSecondSideHasCome) {
-  OpenPair();
-  MixAdd(rBase, "abcd", 0);
-  EXPECT_EQ(0, rBase.iRecordByteCnt);
-  EXPECT_EQ(0, memcmp(rBase.acMixBuffer, "abcd", 4));
-  MixAdd(rBase, "efgh", 1);
-  EXPECT_EQ(4, rBase.iRecordByteCnt);
-  EXPECT_EQ(0, rBase.iMixBufIx[0]);
-  EXPECT_EQ(0, rBase.iMixBufIx[1]);
-  EXPECT_EQ(Wav(6, 1, Mixed("abcd", "efgh", false)), CloseAndRead());
-}
-
-TEST_F(BaseChannelAudio, PieceThatOvertakesTheOtherSideIsHalfMixedHalfCopied) {
-  OpenPair();
-  MixAdd(rBase, "ab", 1);
-  MixAdd(rBase, "cdef", 0);
-  EXPECT_EQ(4, rBase.iMixBufIx[0]);
-  EXPECT_EQ(2, rBase.iMixBufIx[1]);
-  EXPECT_EQ(Mixed("ab", "cd", false) + "ef", std::string(reinterpret_cast<char*>(rBase.acMixBuffer), 4));
-  EXPECT_EQ(0, rBase.iRecordByteCnt);
-  MixAdd(rBase, "gh", 1);
-  EXPECT_EQ(Wav(6, 1, Mixed("abgh", "cdef", false)), CloseAndRead());
+TEST_F(BaseChannelAudio, PiecesAreWrittenOnceBothSidesHaveCome) {
+  RecordPair();
+  HearOwn("abcd");
+  EXPECT_EQ(Wav(6, 1, ""), FileBytes(FILE_1));
+  HearLinked("efgh");
+  EXPECT_EQ(Wav(6, 1, 0, Mixed("abcd", "efgh", false)), FileBytes(FILE_1));
+  HearLinked("ij");
+  HearOwn("klmn");  // overtakes the other side
+  EXPECT_EQ(Wav(6, 1, 0, Mixed("abcd", "efgh", false)), FileBytes(FILE_1));
+  HearLinked("op");
+  EXPECT_EQ(Wav(6, 1, Mixed("abcdklmn", "efghijop", false)), HangUp());
 }
 
 TEST_F(BaseChannelAudio, SumsSaturate) {
@@ -463,10 +451,10 @@ TEST_F(BaseChannelAudio, SumsSaturate) {
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.eRecEnc = rRow.eRecEnc;
-    OpenPair();
-    MixAdd(rBase, std::string(1, static_cast<char>(rRow.ucOne)), 0);
-    MixAdd(rBase, std::string(1, static_cast<char>(rRow.ucOther)), 1);
-    EXPECT_EQ(std::string(1, static_cast<char>(rRow.ucSum)), CloseAndRead().substr(WAV_HEADER));
+    RecordPair();
+    HearOwn(std::string(1, static_cast<char>(rRow.ucOne)));
+    HearLinked(std::string(1, static_cast<char>(rRow.ucOther)));
+    EXPECT_EQ(std::string(1, static_cast<char>(rRow.ucSum)), HangUp().substr(WAV_HEADER));
   }
 }
 
@@ -474,339 +462,403 @@ TEST_F(BaseChannelAudio, PieceThatFindsNoRoomIsDroppedWithAWarning) {
   for (const bool fStereo : {false, true}) {
     SCOPED_TRACE(fStereo ? "stereo" : "mono");
     rRecorder.fStereo = fStereo;
-    rBase.fStereoLine = true;
-    OpenPair();
-    (void)logsink::Take();
+    rLine.fStereoLine = true;
+    RecordPair();
+    HearOwn("0123456789");  // from here on no piece ends with the ring
+    HearLinked("0123456789");
     const std::string strOwn = Noise(8192, 31);
-    MixAdd(rBase, strOwn.substr(0, 4096), 0);
-    MixAdd(rBase, strOwn.substr(4096), 0);
-    EXPECT_EQ(NOTHING, logsink::TakeTexts());
-    MixAdd(rBase, "x", 0);
-    EXPECT_EQ((Texts{"4 [1] Mixing buffer too small 8192,0"}), logsink::TakeTexts());
+    for (std::size_t i = 0; i < 8192; i += 2048) HearOwn(strOwn.substr(i, 2048));
+    EXPECT_EQ(NOTHING, Log());
+    HearOwn("x");
+    EXPECT_EQ((Texts{"4 [7] Mixing buffer too small 8192,0"}), Log());
     const std::string strOther = Noise(8192, 32);
-    MixAdd(rBase, strOther.substr(0, 8191), 1);
-    MixAdd(rBase, "xy", 1);
-    EXPECT_EQ((Texts{"4 [1] Mixing buffer too small 8192,8191"}), logsink::TakeTexts());
-    MixAdd(rBase, strOther.substr(8191), 1);
-    ExpectSame(fStereo ? Wav(6, 2, Interleaved(strOwn, strOther)) : Wav(6, 1, Mixed(strOwn, strOther, false)),
-               CloseAndRead());
+    for (std::size_t i = 0; i < 6144; i += 2048) HearLinked(strOther.substr(i, 2048));
+    HearLinked(strOther.substr(6144, 2047));
+    HearLinked("xy");
+    EXPECT_EQ((Texts{"4 [7] Mixing buffer too small 8192,8191"}), Log());
+    HearLinked(strOther.substr(8191));
+    const std::string strAll[] = {"0123456789" + strOwn, "0123456789" + strOther};
+    ExpectSame(fStereo ? Wav(6, 2, Interleaved(strAll[0], strAll[1])) : Wav(6, 1, Mixed(strAll[0], strAll[1], false)),
+               HangUp());
   }
 }
 
 TEST_F(BaseChannelAudio, WhatIsNotLevelAtTheEndIsDiscarded) {
-  OpenPair();
-  Deliver(rBase, "both");
-  Deliver(rLinked, "sides");
-  Deliver(rBase, "one side only");
-  EXPECT_EQ(std::string(), CloseAndRead().substr(WAV_HEADER));
-  Open();
-  Deliver(rBase, "a");
-  rLinked.iRecordOffset = 0;
-  Deliver(rLinked, "b");
-  EXPECT_EQ(Wav(6, 1, Mixed("a", "b", false)), CloseAndRead());
+  RecordPair();
+  HearOwn("both");
+  HearLinked("sides");
+  HearOwn("one side only");
+  EXPECT_EQ(Wav(6, 1, ""), HangUp());
+  Record();
+  HearOwn("a");
+  HearLinked("b");
+  EXPECT_EQ(Wav(6, 1, Mixed("a", "b", false)), HangUp());
 }
 
 TEST_F(BaseChannelAudio, AudioForABaseWithoutBuffersIsDropped) {
-  BYTE acAudio[] = {1, 2, 3};
-  rBase.MixAudio(acAudio, 3);  // never recorded: no room at all
-  EXPECT_EQ((Texts{"4 [1] Mixing buffer too small 0,0"}), logsink::TakeTexts());
-  Open();  // records without knowing of a linked side
-  rBase.MixAudio(acAudio, 3);
-  rBase.MixAudio(acAudio, 0);
-  rBase.MixAudio(acAudio, -1);
-  EXPECT_EQ(0, rBase.iMixBufIx[1]);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
-  EXPECT_EQ(Wav(6, 1, ""), CloseAndRead());
+  BYTE acAudio[RING] = {1, 2, 3};
+  rRecorder.MixAudio(DRIVER_CH, acAudio, 3);  // never recorded: no room at all
+  EXPECT_EQ((Texts{"4 [7] Mixing buffer too small 0,0"}), Log());
+  Record();                                                                  // without knowing of a linked side
+  for (int i = 0; i < 3; i++) rRecorder.MixAudio(DRIVER_CH, acAudio, RING);  // takes no room either
+  rRecorder.MixAudio(DRIVER_CH, acAudio, 0);
+  rRecorder.MixAudio(DRIVER_CH, acAudio, -1);
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(Wav(6, 1, ""), HangUp());
 }
 
 TEST_F(BaseChannelAudio, SilencedBaseSilencesBothSides) {
-  OpenPair();
-  rBase.fSilencing = true;
-  Deliver(rLinked, "far");
-  Deliver(rBase, "own");
+  RecordPair();
+  Silence(true);
+  HearLinked("far");
+  HearOwn("own");
+  Silence(false);
+  rLinked.WriteMemRange(0, 3);  // once more, as its buffer has it
+  HearOwn("now");
   const std::string strQuiet(3, '\xd5');
-  EXPECT_EQ(Wav(6, 1, Mixed(strQuiet, strQuiet, false)), CloseAndRead());
-  EXPECT_EQ(0, memcmp(rLinked.acRecordBuf, strQuiet.data(), 3));
+  EXPECT_EQ(Wav(6, 1, Mixed(strQuiet, strQuiet, false) + Mixed("now", strQuiet, false)), HangUp());
 }
 
 TEST_F(BaseChannelAudio, LinkedChannelFeedsTheBaseAndNotAFileOfItsOwn) {
-  rLinked.iLinkedCh = 0;  // of no account while it feeds another recording
-  OpenPair();
-  Deliver(rBase, "a");
-  Deliver(rLinked, "b");
-  EXPECT_EQ(0, rLinked.iRecordByteCnt);
-  EXPECT_EQ(Wav(6, 1, Mixed("a", "b", false)), CloseAndRead());
+  rLinked.LinkWith(DRIVER_CH);  // of no account while it feeds another recording
+  RecordPair();
+  HearOwn("a");
+  HearLinked("b");
+  EXPECT_EQ(Wav(6, 1, Mixed("a", "b", false)), HangUp());
+  EXPECT_FALSE(testtools::Exists("/recordings/2024/01/31/14/20240131_142345_008_01.wav"));
 }
 
 // -- linked side -----------------------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelAudio, MixRecordStartsTheDriverFromPositionZero) {
-  rLinked.iRecordOffset = 77;
-  rLinked.fSilencing = true;
-  rLinked.StartMixRecord(3);
-  EXPECT_EQ(3, rLinked.iBaseRecCh);
-  EXPECT_EQ(0, rLinked.iRecordOffset);
-  EXPECT_FALSE(rLinked.fSilencing);
-  EXPECT_NE(nullptr, rLinked.acRecordBuf);
-  EXPECT_EQ((Texts{"5 {1} Mixing this channel to {3}"}), logsink::TakeTexts());
-  EXPECT_EQ((Texts{"SsmRecToMem(1,6,4096,0)"}), simcards::TakeCalls());
-  rLinked.StopMixRecord();
-  EXPECT_EQ(-1, rLinked.iBaseRecCh);
-  EXPECT_EQ((Texts{"SsmStopRecToMem(1)"}), simcards::TakeCalls());
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+TEST_F(BaseChannelAudio, MixRecordIsToldAndDrivesTheCard) {
+  rRecorder.MixIn(3, LINKED_CH);
+  EXPECT_EQ((Texts{"5 {1} Mixing this channel to {3}"}), Log());
+  EXPECT_EQ((Texts{"SsmRecToMem(1,6,4096,0)"}), Cards());
+  rRecorder.StopMixIn(LINKED_CH);
+  EXPECT_EQ((Texts{"SsmStopRecToMem(1)"}), Cards());
+  EXPECT_EQ(NOTHING, Log());
 }
 
-TEST_F(BaseChannelAudio, MixRecordThatDoesNotStartStaysLinked) {
+TEST_F(BaseChannelAudio, MixRecordStartsFromPositionZeroAndUnsilenced) {
+  RecordPair();
+  HearOwn(Noise(77, 1));
+  HearLinked(Noise(77, 2));
+  EXPECT_TRUE(rLinked.TrySetSilencing(true));
+  OnHook();
+  Record();
+  HearOwn("own");
+  HearLinked("far");
+  EXPECT_EQ(Wav(6, 1, Mixed("own", "far", false)), HangUp());
+}
+
+TEST_F(BaseChannelAudio, LinkHoldsUntilTheDriverHasStopped) {
+  const Texts FED = {"4 [7] Mixing buffer too small 0,0"};  // the base, which does not record, has no room
   simcards::FailNext("SsmRecToMem", 1, -1, "channel busy");
-  rLinked.StartMixRecord(0);
-  EXPECT_EQ((Texts{"5 {1} Mixing this channel to {0}", "3 Error in SsmRecToMem: channel busy"}), logsink::TakeTexts());
-  EXPECT_EQ(0, rLinked.iBaseRecCh);
-}
-
-TEST_F(BaseChannelAudio, MixRecordThatDoesNotStopStaysLinked) {
-  rLinked.StartMixRecord(0);
-  (void)logsink::Take();
+  rRecorder.MixIn(DRIVER_CH, LINKED_CH);
+  EXPECT_EQ((Texts{"5 {1} Mixing this channel to {0}", "3 Error in SsmRecToMem: channel busy"}), Log());
+  Send(rLinked, E_PROC_RecordMem, 3);
+  EXPECT_EQ(FED, Log());
   simcards::FailNext("SsmStopRecToMem", 1, -1, "not recording");
-  rLinked.StopMixRecord();
-  EXPECT_EQ((Texts{"3 Error in SsmStopRecMem: not recording"}), logsink::TakeTexts());
-  EXPECT_EQ(0, rLinked.iBaseRecCh);
+  rRecorder.StopMixIn(LINKED_CH);
+  EXPECT_EQ((Texts{"3 Error in SsmStopRecMem: not recording"}), Log());
+  Send(rLinked, E_PROC_RecordMem, 6);
+  EXPECT_EQ(FED, Log());
+  rRecorder.MixIn(DRIVER_CH, LINKED_CH);
+  rRecorder.StopMixIn(LINKED_CH);
+  (void)Log();
+  Send(rLinked, E_PROC_RecordMem, 9);
+  EXPECT_EQ(NOTHING, Log());
 }
 
 // -- the copy of a live listener -------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelAudio, LiveCopyFollowsEachWrite) {
+TEST_F(BaseChannelAudio, LiveCopyFollowsEachWriteBesideTheFinalName) {
   rRecorder.fMonitoring = true;
-  rBase.strFullFilename = "/recordings/a.wav.g711";
-  Open();
-  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", FileBytes("/recordings/a.wav.info"));
-  Deliver(rBase, "one");
-  EXPECT_EQ("one", FileBytes("/recordings/a.wav.raw"));
-  Deliver(rBase, "two");
-  EXPECT_EQ("onetwo", FileBytes("/recordings/a.wav.raw"));
-  rBase.CloseAudioFile();
-  EXPECT_EQ(nullptr, rBase.hRawFile);
-  EXPECT_EQ(Wav(6, 1, "onetwo"), FileBytes("/recordings/a.wav.g711"));
+  rRecorder.eRecEnc = RECENC_GSM;
+  SetConfig("RecMinDur", "1");  // not kept, so not converted
+  const int iBefore = OpenDescriptors();
+  Record();
+  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", FileBytes(FILE_1 + ".info"));
+  HearOwn("one");
+  EXPECT_EQ("one", FileBytes(FILE_1 + ".raw"));
+  HearOwn("two");
+  EXPECT_EQ("onetwo", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ(Wav(6, 1, 0, "onetwo"), FileBytes(FILE_1 + ".g711"));
+  OnHook();
+  EXPECT_EQ(iBefore, OpenDescriptors());
 }
 
 TEST_F(BaseChannelAudio, LiveCopyOfAStereoRecordingSaysOneChannel) {
   rRecorder.fMonitoring = true;
   rRecorder.fStereo = true;
-  rBase.fStereoLine = true;
-  OpenPair();
-  Deliver(rBase, "abc");
-  Deliver(rLinked, "def");
-  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", FileBytes("/recordings/a.wav.info"));
-  EXPECT_EQ("adbecf", FileBytes("/recordings/a.wav.raw"));
+  rLine.fStereoLine = true;
+  RecordPair();
+  HearOwn("abc");
+  HearLinked("def");
+  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", FileBytes(FILE_1 + ".info"));
+  EXPECT_EQ("adbecf", FileBytes(FILE_1 + ".raw"));
 }
 
 TEST_F(BaseChannelAudio, NoLiveCopyWithoutMonitoring) {
-  (void)unlink("/recordings/a.wav.raw");
-  (void)unlink("/recordings/a.wav.info");
-  Open();
-  Deliver(rBase, "abc");
-  EXPECT_EQ(nullptr, rBase.hRawFile);
-  EXPECT_NE(0, access("/recordings/a.wav.raw", F_OK));
-  EXPECT_NE(0, access("/recordings/a.wav.info", F_OK));
+  Record();
+  HearOwn("abc");
+  EXPECT_FALSE(testtools::Exists(FILE_1 + ".raw"));
+  EXPECT_FALSE(testtools::Exists(FILE_1 + ".info"));
 }
 
 TEST_F(BaseChannelAudio, LiveCopyThatCannotBeOpenedIsLeftOutSilently) {
   rRecorder.fMonitoring = true;
-  rBase.strFullFilenameFinal = "/recordings/none/a.wav";
-  Open();
-  EXPECT_EQ(nullptr, rBase.hRawFile);
-  Deliver(rBase, "abc");
-  EXPECT_EQ(Wav(6, 1, "abc"), CloseAndRead());
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  std::filesystem::create_directory(FILE_1 + ".raw");
+  std::filesystem::create_directory(FILE_1 + ".info");
+  OffHook();
+  HearOwn("abc");
+  EXPECT_EQ((Texts{"5 [7] Call starts", "5 [7] Outgoing call", "5 [7] Starting recording",
+                   "5 [7] Recording to file " + FILE_1}),
+            Log());
+  EXPECT_EQ(Wav(6, 1, "abc"), HangUp());
 }
 
 TEST_F(BaseChannelAudio, MonitoringSwitchedOffInARecordingStopsTheLiveCopy) {
+  const int iBefore = OpenDescriptors();
   rRecorder.fMonitoring = true;
-  Open();
-  Deliver(rBase, "abc");
+  Record();
+  HearOwn("abc");
   rRecorder.fMonitoring = false;
-  Deliver(rBase, "def");
-  EXPECT_EQ("abc", FileBytes("/recordings/a.wav.raw"));
-  EXPECT_EQ(Wav(6, 1, "abcdef"), CloseAndRead());
-  EXPECT_NE(nullptr, rBase.hRawFile);  // given back by the destructor or the next recording
+  HearOwn("def");
+  EXPECT_EQ("abc", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ(Wav(6, 1, "abcdef"), HangUp());
+  EXPECT_EQ(iBefore + 1, OpenDescriptors());  // given back by the destructor, or by the next monitored recording
+  rRecorder.fMonitoring = true;
+  Record();
+  OnHook();
+  EXPECT_EQ(iBefore, OpenDescriptors());
 }
 
 TEST_F(BaseChannelAudio, CallbackEntryWritesToTheLiveCopyOnly) {
   unsigned char acAudio[] = {'x', 'y'};
-  RecordingCallBack(0, acAudio, 2, &rBase);  // no file: nothing
+  RecordingCallBack(0, acAudio, 2, &rLine);  // no file: nothing
   rRecorder.fMonitoring = true;
-  Open();
-  RecordingCallBack(0, acAudio, 2, &rBase);
-  EXPECT_EQ("xy", FileBytes("/recordings/a.wav.raw"));
-  rBase.OnRecordingData("z", 1);
-  EXPECT_EQ("xyz", FileBytes("/recordings/a.wav.raw"));
+  Record();
+  RecordingCallBack(0, acAudio, 2, &rLine);
+  EXPECT_EQ("xy", FileBytes(FILE_1 + ".raw"));
+  rLine.OnRecordingData("z", 1);
+  EXPECT_EQ("xyz", FileBytes(FILE_1 + ".raw"));
   RecordingCallBack(0, acAudio, 2, nullptr);
-  EXPECT_EQ(Wav(6, 1, ""), CloseAndRead());
+  EXPECT_EQ(Wav(6, 1, ""), HangUp());
 }
 
 // -- loudness --------------------------------------------------------------------------------------------------------
 
-TEST_F(BaseChannelAudio, LevelOfAWindow) {
+namespace {
+
+// An analogue line, whose state file tells the level.
+class BaseChannelLoudness : public BaseChannelAudio {
+ protected:
+  BaseChannelLoudness() {
+    rRecorder.strDataDir = "/tmp/";
+    rRecorder.vChannels = {&rTap, &rLinked};
+  }
+
+  // A recorded call; detection is on, the alarm comes with iLen seconds (two windows each) above iThreshold dB.
+  void Record(int iThreshold, int iLen) {
+    rRecorder.rChannelParams = {{"Trigger", "1"},
+                                {"LoudVoiceDetect", "1"},
+                                {"LoudnessThr", std::to_string(iThreshold)},
+                                {"LoudnessLen", std::to_string(iLen)}};
+    InitLine(rTap, LINE, DRIVER_CH);
+    Send(rTap, E_CHG_ChState, S_CALL_PICKUPED);
+    ForgetTraces();
+  }
+  void HangUp() { Send(rTap, E_CHG_ChState, S_CALL_STANDBY); }
+  std::string Level() {
+    EXPECT_EQ(0, rTap.WriteChState());
+    return FileBytes("/tmp/chstate_7.dat");
+  }
+  // Whether the second that follows tells the alarm, to log, row and administrator.
+  bool Alarms() {
+    ForgetTraces();
+    SetClock(rNow + 1);
+    rTap.Periodic();
+    const Texts astrLines = Log();
+    if (astrLines.empty()) return false;
+    EXPECT_EQ((Texts{"5 [7] Loud audio detected"}), astrLines);
+    EXPECT_EQ((Texts{"NotifyAdmin 1 " + Active("remoteid")}), Orders());
+    return true;
+  }
+
+  AnalogChannel rTap;
+};
+
+}  // namespace
+
+TEST_F(BaseChannelLoudness, LevelOfAWindow) {
   struct Row {
     const char* acLabel;
     ERecEncodings eRecEnc;
     unsigned char ucCode;
-    int iLevel;
+    const char* acLevel;
   };
   const Row rRows[] = {
-      {"mu-law silence, 0", RECENC_G711U, 0xff, -30},
-      {"A-law silence, 8, cut towards zero", RECENC_G711A, 0xd5, -1},
-      {"A-law full scale, 32256", RECENC_G711A, 0xaa, 70},
-      {"A-law full scale, -32256", RECENC_G711A, 0x2a, 70},
-      {"mu-law full scale, 32124", RECENC_G711U, 0x80, 70},
-      {"A-law 4224", RECENC_G711A, 0x85, 52},
-      {"mu-law 8, the smallest that is not 0", RECENC_G711U, 0xfe, -1},
+      {"mu-law silence, 0", RECENC_G711U, 0xff, "AudioLevel: -30\r\n"},
+      {"A-law silence, 8, cut towards zero", RECENC_G711A, 0xd5, "AudioLevel: -1\r\n"},
+      {"A-law full scale, 32256", RECENC_G711A, 0xaa, "AudioLevel: 70\r\n"},
+      {"A-law full scale, -32256", RECENC_G711A, 0x2a, "AudioLevel: 70\r\n"},
+      {"mu-law full scale, 32124", RECENC_G711U, 0x80, "AudioLevel: 70\r\n"},
+      {"A-law 4224", RECENC_G711A, 0x85, "AudioLevel: 52\r\n"},
+      {"mu-law 8, the smallest that is not 0", RECENC_G711U, 0xfe, "AudioLevel: -1\r\n"},
   };
-  rBase.fCalcLoudness = true;
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
     rRecorder.eRecEnc = rRow.eRecEnc;
-    Open();
-    rBase.iLast_dB = NO_LEVEL_DB;
-    WriteBuf(rBase, std::string(3999, static_cast<char>(rRow.ucCode)));
-    EXPECT_EQ(NO_LEVEL_DB, rBase.iLast_dB);
-    EXPECT_EQ(3999, rBase.iCalcLoudnessIndex);
-    WriteBuf(rBase, std::string(2, static_cast<char>(rRow.ucCode)));
-    EXPECT_EQ(rRow.iLevel, rBase.iLast_dB);
-    EXPECT_EQ(1, rBase.iCalcLoudnessIndex);
-    rBase.iCalcLoudnessIndex = 0;
-    rBase.dLoudness = 0;
+    Record(100, 1);
+    HearOwn(std::string(3999, static_cast<char>(rRow.ucCode)));
+    EXPECT_EQ("", Level());
+    HearOwn(std::string(1, static_cast<char>(rRow.ucCode)));
+    EXPECT_EQ(rRow.acLevel, Level());
+    HangUp();
   }
 }
 
-TEST_F(BaseChannelAudio, LevelIsTheRootOfTheMeanSquare) {
-  rBase.fCalcLoudness = true;
-  Open();
+TEST_F(BaseChannelLoudness, EachWindowIsMeasuredAnew) {
+  Record(100, 1);
+  HearOwn(LOUD);
+  HearOwn(QUIET.substr(1));
+  EXPECT_EQ("AudioLevel: 70\r\n", Level());
+  HearOwn("\xd5");
+  EXPECT_EQ("AudioLevel: -1\r\n", Level());
+}
+
+TEST_F(BaseChannelLoudness, WindowThatACallBeginsEndsWithIt) {
+  Record(100, 1);
+  HearOwn(LOUD.substr(1));
+  HangUp();
+  Send(rTap, E_CHG_ChState, S_CALL_PICKUPED);
+  HearOwn(QUIET.substr(1));
+  EXPECT_EQ("", Level());
+  HearOwn("\xd5");
+  EXPECT_EQ("AudioLevel: -1\r\n", Level());
+}
+
+TEST_F(BaseChannelLoudness, LevelIsTheRootOfTheMeanSquare) {
+  Record(100, 1);
   const std::string strAudio = Noise(4000, 41);
   long double dSum = 0;
   for (const char ch : strAudio) {
     const long double dSample = DecodeA(static_cast<unsigned char>(ch)) / 32768.0L;
     dSum += dSample * dSample;
   }
-  WriteBuf(rBase, strAudio);
+  HearOwn(strAudio);
   const double dRms = std::sqrt(static_cast<double>(dSum / 4000));
-  EXPECT_EQ(static_cast<int>(20 * std::log10(dRms) + 70 + 0.5), rBase.iLast_dB);
-  EXPECT_EQ(0, rBase.iCalcLoudnessIndex);
-  EXPECT_EQ(0, rBase.dLoudness);
+  const int iLevel = static_cast<int>(20 * std::log10(dRms) + 70 + 0.5);
+  EXPECT_EQ("AudioLevel: " + std::to_string(iLevel) + "\r\n", Level());
 }
 
-TEST_F(BaseChannelAudio, StereoWindowHoldsBothSides) {
+TEST_F(BaseChannelLoudness, StereoWindowHoldsBothSides) {
   rRecorder.fStereo = true;
-  rBase.fStereoLine = true;
-  rBase.fCalcLoudness = true;
-  OpenPair();
-  for (int i = 0; i < 4; i++) {
-    EXPECT_EQ(NO_LEVEL_DB, rBase.iLast_dB);
-    Deliver(rBase, std::string(1000, '\xaa'));
-    Deliver(rLinked, std::string(1000, '\xd5'));
+  rRecorder.vChannels = {&rLine, &rLinked};
+  rLine.fStereoLine = true;
+  for (const int iThreshold : {66, 67}) {  // full scale on one of two sides is 3 dB less, 67
+    InitLines({{"LoudVoiceDetect", "1"}, {"LoudnessThr", std::to_string(iThreshold)}, {"LoudnessLen", "1"}});
+    RecordPair();
+    for (int i = 0; i < 2; i++) {
+      HearOwn(LOUD);
+      HearLinked(QUIET.substr(1));
+    }
+    HearLinked("\xd5");
+    Seconds(1);
+    EXPECT_EQ(NOTHING, Log());  // two samples are missing in the second window
+    HearLinked("\xd5");
+    Seconds(1);
+    EXPECT_EQ(iThreshold == 66 ? Texts{"5 [7] Loud audio detected"} : NOTHING, Log());
+    OnHook();
   }
-  EXPECT_EQ(67, rBase.iLast_dB);  // full scale on one of two sides: 3 dB less
 }
 
-TEST_F(BaseChannelAudio, SilencedAudioCountsAsQuiet) {
-  rBase.fCalcLoudness = true;
-  Open();
-  rBase.fSilencing = true;
-  Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(-1, rBase.iLast_dB);
+TEST_F(BaseChannelLoudness, SilencedAudioCountsAsQuiet) {
+  Record(100, 1);
+  EXPECT_TRUE(rTap.TrySetSilencing(true));
+  HearOwn(LOUD);
+  EXPECT_EQ("AudioLevel: -1\r\n", Level());
 }
 
-TEST_F(BaseChannelAudio, NoLevelUnlessItIsAskedForAndAFileIsOpen) {
-  Open();
-  Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(NO_LEVEL_DB, rBase.iLast_dB);
-  EXPECT_EQ(0, rBase.iCalcLoudnessIndex);
-  rBase.fCalcLoudness = true;
-  rBase.CloseAudioFile();
-  WriteBuf(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(NO_LEVEL_DB, rBase.iLast_dB);
+TEST_F(BaseChannelLoudness, NoLevelWithoutAFile) {
+  std::filesystem::create_directory(FILE_1);
+  Record(100, 1);
+  HearOwn(LOUD);
+  EXPECT_EQ("", Level());
 }
 
-TEST_F(BaseChannelAudio, LoudWindowsRaiseTheAlarm) {
+TEST_F(BaseChannelLoudness, NoLevelUnlessDetectionIsOn) {
+  rRecorder.rChannelParams = {{"Trigger", "1"}, {"LoudnessLen", "1"}};
+  InitLine(rTap, LINE, DRIVER_CH);
+  Send(rTap, E_CHG_ChState, S_CALL_PICKUPED);
+  for (int i = 0; i < 4; i++) HearOwn(LOUD);
+  EXPECT_EQ("", Level());
+  EXPECT_FALSE(Alarms());
+}
+
+TEST_F(BaseChannelLoudness, LoudWindowsRaiseTheAlarm) {
   struct Row {
     const char* acLabel;
     const char* acWindows;  // L: 70 dB, q: -1 dB, T: 70 dB under a call-progress tone
-    int iCnt, iAge, iNotify;
+    bool fAlarm;
   };
   // Threshold 60 dB, alarm at 4 windows.
   const Row rRows[] = {
-      {"quiet windows alone do not age", "qqqq", 0, 0, HIGH_NOTIFY_NONE},
-      {"one short of the alarm", "LLL", 3, 0, HIGH_NOTIFY_NONE},
-      {"alarm", "LLLL", 4, 0, HIGH_NOTIFY_TO_SEND},
-      {"two quiet ones in a row do not hurt", "LqqLqqLqqL", 4, 0, HIGH_NOTIFY_TO_SEND},
-      {"three quiet ones in a row start anew", "LLLqqqL", 1, 0, HIGH_NOTIFY_NONE},
-      {"three quiet ones forget the count", "LLLqqq", 0, 3, HIGH_NOTIFY_NONE},
-      {"windows under a tone count as quiet", "LLLTTT", 0, 3, HIGH_NOTIFY_NONE},
-      {"windows under a tone raise nothing", "TTTTTT", 0, 0, HIGH_NOTIFY_NONE},
-      {"the count goes on after the alarm", "LLLLLL", 6, 0, HIGH_NOTIFY_TO_SEND},
+      {"quiet windows raise nothing", "qqqqqq", false},
+      {"one short of the alarm", "LLL", false},
+      {"alarm", "LLLL", true},
+      {"quiet windows before do not hurt", "qqqqLLLL", true},
+      {"two quiet ones in a row do not hurt", "LqqLqqLqqL", true},
+      {"three quiet ones in a row start anew", "LLLqqqLLL", false},
+      {"and four more raise it then", "LLLqqqLLLL", true},
+      {"two windows under a tone do not hurt", "LLLTTL", true},
+      {"three under a tone start anew", "LLLTTTL", false},
+      {"windows under a tone raise nothing", "TTTTTT", false},
+      {"more than enough", "LLLLLL", true},
   };
-  rBase.fCalcLoudness = true;
-  rBase.fHighDetect = true;
-  rBase.iHighDbThr = 60;
-  rBase.iHighMaxCnt = 4;
   for (const Row& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);
-    rBase.ClearInfo();
-    Open();
+    Record(60, 2);
     for (const char* pcWindow = rRow.acWindows; *pcWindow != '\0'; pcWindow++) {
-      rBase.fHighSwitchedOff = *pcWindow == 'T';
-      Deliver(rBase, std::string(4000, *pcWindow == 'q' ? '\xd5' : '\xaa'));
+      Send(rTap, E_CHG_ToneAnalyze, *pcWindow == 'T' ? TONE_BUSY : TONE_VOICE);
+      HearOwn(*pcWindow == 'q' ? QUIET : LOUD);
     }
-    EXPECT_EQ(rRow.iCnt, rBase.iHighCnt);
-    EXPECT_EQ(rRow.iAge, rBase.iHighAge);
-    EXPECT_EQ(rRow.iNotify, rBase.iHighNotify);
+    EXPECT_EQ(rRow.fAlarm, Alarms());
+    EXPECT_FALSE(Alarms());
+    HangUp();
   }
 }
 
-TEST_F(BaseChannelAudio, AlarmAtNoWindowsIsNeverRaised) {
-  rBase.fCalcLoudness = true;
-  rBase.fHighDetect = true;
-  rBase.iHighDbThr = 60;
-  rBase.iHighMaxCnt = 0;  // "LoudnessLen" is missing
-  Open();
-  for (int i = 0; i < 3; i++) Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(3, rBase.iHighCnt);
-  EXPECT_EQ(HIGH_NOTIFY_NONE, rBase.iHighNotify);
+TEST_F(BaseChannelLoudness, AlarmIsRaisedOnceACall) {
+  Record(60, 1);
+  for (const bool fFirst : {true, false}) {
+    HearOwn(LOUD);
+    HearOwn(LOUD);
+    EXPECT_EQ(fFirst, Alarms());
+    for (int i = 0; i < 3; i++) HearOwn(QUIET);
+  }
+  HangUp();
+  Send(rTap, E_CHG_ChState, S_CALL_PICKUPED);
+  HearOwn(LOUD);
+  HearOwn(LOUD);
+  EXPECT_TRUE(Alarms());
 }
 
-TEST_F(BaseChannelAudio, LevelAtTheThresholdIsNotLoud) {
-  rBase.fCalcLoudness = true;
-  rBase.fHighDetect = true;
-  rBase.iHighMaxCnt = 1;
-  Open();
-  rBase.iHighDbThr = 70;
-  Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(0, rBase.iHighCnt);
-  rBase.iHighDbThr = 69;
-  Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(1, rBase.iHighCnt);
-  EXPECT_EQ(HIGH_NOTIFY_TO_SEND, rBase.iHighNotify);
+TEST_F(BaseChannelLoudness, AlarmAtNoWindowsIsNeverRaised) {
+  Record(60, 0);  // "LoudnessLen" is missing
+  for (int i = 0; i < 3; i++) HearOwn(LOUD);
+  EXPECT_FALSE(Alarms());
 }
 
-TEST_F(BaseChannelAudio, SentAlarmIsNotRaisedAgain) {
-  rBase.fCalcLoudness = true;
-  rBase.fHighDetect = true;
-  rBase.iHighDbThr = 60;
-  rBase.iHighMaxCnt = 1;
-  rBase.iHighNotify = HIGH_NOTIFY_SENT;
-  Open();
-  Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(1, rBase.iHighCnt);
-  EXPECT_EQ(HIGH_NOTIFY_SENT, rBase.iHighNotify);
-}
-
-TEST_F(BaseChannelAudio, WithoutDetectionNothingIsCounted) {
-  rBase.fCalcLoudness = true;
-  rBase.iHighMaxCnt = 1;
-  Open();
-  Deliver(rBase, std::string(4000, '\xaa'));
-  EXPECT_EQ(70, rBase.iLast_dB);
-  EXPECT_EQ(0, rBase.iHighCnt);
-  EXPECT_EQ(HIGH_NOTIFY_NONE, rBase.iHighNotify);
+TEST_F(BaseChannelLoudness, LevelAtTheThresholdIsNotLoud) {
+  for (const int iThreshold : {69, 70}) {
+    Record(iThreshold, 1);
+    HearOwn(LOUD);
+    HearOwn(LOUD);
+    EXPECT_EQ(iThreshold == 69, Alarms());
+    HangUp();
+  }
 }
 
 // -- diagnostic ------------------------------------------------------------------------------------------------------
@@ -817,7 +869,7 @@ TEST_F(BaseChannelAudio, MoreThanFiftyZeroBytesAreWarnedOf) {
   CheckForNull(acAudio, 10, 200, 9);  // 50 zeros
   CheckForNull(acAudio, 9, 9, 9);
   CheckForNull(acAudio, 60, 0, 9);
-  EXPECT_EQ(NOTHING, logsink::TakeTexts());
+  EXPECT_EQ(NOTHING, Log());
   CheckForNull(acAudio, 9, 200, 9);
-  EXPECT_EQ((Texts{"4 9 Too much zero! CNT: 51"}), logsink::TakeTexts());
+  EXPECT_EQ((Texts{"4 9 Too much zero! CNT: 51"}), Log());
 }
