@@ -163,6 +163,14 @@ TEST_F(DstChannelIsdn, AlertIsAPulseOfRinging) {
   EXPECT_EQ((Texts{"5 [5] Ring on (101f)", NEW_RING}), Log()) << "the pause begins with the alert";
 }
 
+TEST_F(DstChannelIsdn, AlertLeavesNoRingOpen) {
+  Text(ALERTING, "0301234\n22", 1);
+  OnHook();
+  PassSeconds(60);
+  ForgetTraces();
+  EXPECT_EQ((Texts{"5 [5] Remote: "}), Shown("5678")) << "a ringing line would take the number";
+}
+
 TEST_F(DstChannelIsdn, TextsKeepNoListOfCalls) {
   InitTenovis();
   Text(CONNECTED, "0301\n22", 1);
@@ -319,6 +327,16 @@ TEST_F(DstChannelIsdn, CallByRecordsIsToldWhole) {
   // The numbers of a release are not taken.
   EXPECT_EQ((Texts{"5 [5] ISDN released F:0309999 T:44 C: Inc (L:44 R:0309999)", "5 [5] Remote: 0301234", REFUSED,
                    "5 [5] Call stops"}),
+            Log());
+}
+
+TEST_F(DstChannelIsdn, FurtherRecordOnALineOfOneCallReplacesItsNumbers) {
+  In(CONNECTED, "0301");
+  ForgetTraces();
+  Out(CONNECTED, "0302");
+  In(ALERTING, "0303");
+  EXPECT_EQ((Texts{"5 [5] ISDN connected F:22 T:0302 C: OUT (L:22 R:0302)", "5 [5] Remote: 0302", REFUSED,
+                   "5 [5] ISDN alerting F:0303 T:22 C: Inc (L:22 R:0303)", "5 [5] Remote: 0303", REFUSED}),
             Log());
 }
 
