@@ -16,7 +16,7 @@ class BaseChannelStop : public CallBench {
   std::string Talk(int iSeconds) {
     (void)Log();
     OffHook();
-    const std::string strFile = FileToldIn(Log());
+    std::string strFile = FileToldIn(Log());
     Seconds(iSeconds);
     ForgetTraces();
     return strFile;

@@ -77,7 +77,7 @@ TEST_F(BaseChannelDecide, EmptyNumberMatchesAnEmptyFilterItem) {
 }
 
 TEST_F(BaseChannelDecide, ScheduleAsksTheRealClock) {
-  SetSimTime(CALL_START + 3 * 24 * 3600);  // a Saturday, on the frozen clock alone
+  SetSimTime(CALL_START + 3L * 24 * 3600);  // a Saturday, on the frozen clock alone
   SetConfig("srWeekdays", "7");
   OffHook();
   EXPECT_EQ(Log(), Started({"5 [7] Recording not scheduled"}));
