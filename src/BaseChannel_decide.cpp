@@ -116,7 +116,7 @@ void BaseChannel::StopRecording(bool& fClearInfo) {
   fRecording = false;
   if (iLinkedCh != -1) prRecorder->StopMixIn(iLinkedCh);
   if (!StopDriver()) {
-    ClearInfo();  // no decision: the card may still be writing, so file and row stay as they are
+    ClearInfo();  // no decision: the card may still be writing, so the file stays; the row goes in FinalizeRecording
     return;
   }
   CloseAudioFile();

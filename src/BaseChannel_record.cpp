@@ -223,5 +223,5 @@ void BaseChannel::FinalizeRecording(bool fClearInfo) {
   StopRecording(fClearInfo);
   if (fClearInfo) ClearInfo();
   AlwaysClearInfo();
-  RemoveActive();  // a kept recording has handed its row over, so this is for calls without one
+  RemoveActive();  // a kept recording has handed its row over; all others lose it here
 }

@@ -1,7 +1,7 @@
 // morvex_crec: the life of the process from its first argument to its return: going to the background, signals, the
 // order in which the parts come up and go down, and the wait for cards. The main loop stands in morvex_crec_loop.cpp.
 // Threads:   main. mainQueue (mainqueue.h) reaches the loop from any thread.
-// Ownership: RunDaemon owns the start-up Database; RecorderMain owns one TRecorderBoot a try.
+// Ownership: RunWithDatabase owns the start-up Database; RecorderMain owns one TRecorderBoot a try.
 #pragma once
 
 // What main does; returns the exit code of the process.
@@ -12,7 +12,7 @@ bool CheckCardDriver();
 int spawn_me();
 void setSignalHandlers();
 void signal_handler(int iSignal);
-// Does nothing and is no step of the start: the process runs with the limits that it inherits.
+// Part of the interface, without a caller in the daemon. Does nothing: the process runs with the limits it inherits.
 void setLimits();
 // The retry loop around cards and driver; returns the exit code (0 normal or disabled, 1 driver failed, 2 no cards).
 int RecorderMain();
