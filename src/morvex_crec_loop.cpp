@@ -107,8 +107,6 @@ struct MainLoop {
 int TRecorderBoot::RecorderUseBoardsLoop() {
   CRecorder rRecorder;
   rRecorder.prBoot = this;
-  rRecorder.strArchiveRoot = "/recordings";
-  rRecorder.strRecordingRoot = rRecorder.strArchiveRoot;
   rRecorder.prDatabase = prDatabase.get();
   const bool fStarted = rRecorder.InitRecorder() == 0;
   if (fStarted) {
