@@ -74,7 +74,7 @@ class TraceAct : public ReactorAct {
 
  private:
   bool fStart;
-  int iChNr;
+  int iChNr;  // driver channel
 };
 
 class ChStateAct : public AwaitedAct {
@@ -83,7 +83,7 @@ class ChStateAct : public AwaitedAct {
   void performMain() override { (void)prRecorder->ChState(iChNr); }  // the client looks at the file
 
  private:
-  int iChNr;
+  int iChNr;  // line number
 };
 
 class ChLocalAct : public AwaitedAct {

@@ -1,6 +1,7 @@
 // recorder_conditions: conditions on the card events of digital station lines. What a PBX signals differs from site to
 // site, so each board has four lists in its settings ("StartCndList" and so on) that teach the recorder when a call
-// starts and stops, and when it rings and no longer rings.
+// starts and stops, and when it rings and no longer rings. DST_Channel::CheckConditions asks of each message, through
+// ICRecorder.
 // Threads:   main. The lists are read at the start and never change afterwards.
 #pragma once
 

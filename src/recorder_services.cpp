@@ -167,6 +167,8 @@ int CRecorder::DelOnDmdAct(const std::string& strCallId) {
   return prChannel ? ResultOf(prChannel->DeleteAct()) : ACT_UNKNOWN_CALL;
 }
 
+// The two lines of the log here show the driver channel plus 1 where others show the line number. That is kept, as the
+// texts are given. The remote number is compared as it is stored, with its last digits masked when so configured.
 int CRecorder::ChLocal(const std::string& strLocalPhoneNumber, const std::string& strRemotePhoneNumber,
                        bool stopstart) {
   assert(OnMainThread());
