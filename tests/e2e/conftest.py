@@ -2,8 +2,11 @@
 
 import pytest
 
-import station_sites
-from harness import Daemon
+# Before their import: else a failing assertion in them shows no values.
+pytest.register_assert_rewrite("encoding", "harness", "station_sites", "trunk")
+
+import station_sites  # noqa: E402
+from harness import Daemon  # noqa: E402
 
 LAST_LOG_LINES = 200
 

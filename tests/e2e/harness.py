@@ -144,6 +144,11 @@ class Daemon:
         self.wait_line("** STARTED **")
         return self
 
+    def wait_orders(self):
+        """Waits until the control socket takes orders. The log tells it a moment before; it has the try as a message."""
+        self.wait_line("reactor started")
+        wait_until("connection to the control socket", can_connect)
+
     def _read(self):
         for raw in self.process.stdout:
             with self.changed:
@@ -225,13 +230,21 @@ class Daemon:
         return self.wait_exit()
 
 
+CONTROL_SOCKET = "/tmp/morvex_crec"
+
+
+def can_connect():
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+        return client.connect_ex(CONTROL_SOCKET) == 0
+
+
 @contextmanager
 def control_client(limit=LIMIT_S):
     """A connection to the control socket. With a time-out of Python's own, connecting would fail on a full backlog."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
         for option in (socket.SO_RCVTIMEO, socket.SO_SNDTIMEO):
             client.setsockopt(socket.SOL_SOCKET, option, struct.pack("@qq", limit, 0))
-        client.connect("/tmp/morvex_crec")
+        client.connect(CONTROL_SOCKET)
         yield client
 
 

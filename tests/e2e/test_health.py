@@ -199,6 +199,7 @@ def test_change_of_the_setting_holds_at_once(daemon, service):
         health(daemon, 1, "offline", "offline")
         health(daemon, 2, "offline", "offline")
         service.wait(b"sysinfo")
+        daemon.wait_line("signal =>", mark)
         assert [line for line in daemon.log_after(mark) if line.startswith("signal")] == ["signal => sysinfo"]
     finally:
         daemon.store_settings({"crec": {"Syn1001_CheckLineStatus": "1"}})

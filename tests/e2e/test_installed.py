@@ -65,4 +65,6 @@ def test_daemon_goes_to_the_background_and_logs_to_syslog(installed):
 
     os.kill(pid, signal.SIGTERM)
     wait_until("the end of the process", lambda: not Path(f"/proc/{pid}/exe").exists())
-    assert syslog.entries[-1] == (5, "MORVEX-CREC exit")
+    farewell = (5, "MORVEX-CREC exit")
+    wait_until("the end in the log", lambda: farewell in syslog.entries)  # the reader may be behind the process
+    assert syslog.entries[-1] == farewell

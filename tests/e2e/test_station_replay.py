@@ -85,6 +85,7 @@ def take_trace(daemon, channel, command, directory):
 @pytest.fixture(scope="module")
 def traces(daemon, tmp_path_factory):
     """The trace of the call, and that of its replay."""
+    daemon.wait_orders()
     LOGS.mkdir()  # the appliance's installation has it; the daemon does not make it
     first, second = tmp_path_factory.mktemp("first"), tmp_path_factory.mktemp("second")
     scenario = first / "call.sim"
