@@ -43,6 +43,8 @@ void RecordingCallBack(int iCh, unsigned char* buf, unsigned int len, void* pUse
 // A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop).
 void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh);
 
+// Virtual is what a kind of line may answer in its own way, also where none does so yet: StopRecording,
+// MayStartRecording, RecordingScheduled, AlwaysClearInfo, ReloadSettingsLive.
 class BaseChannel {
  public:
   // What the recorder calls and reads. A kind of line that overrides one of these calls that of the base first.
@@ -95,8 +97,9 @@ class BaseChannel {
   void OnRecordingData(const void* pData, unsigned int uiLen);
 
   // -- what the recorder reads ----------------------------------------------------------------------------------------
-  int iChannel = -1;          // line number that users see; -1: none
-  std::string strDbRemoteId;  // id of the recording part; orders address the call by it
+  int iChannel = -1;  // line number that users see; -1: none
+  // Id of the recording part, column "remoteid"; orders address the call by it. Nothing of the remote party is in it.
+  std::string strDbRemoteId;
   ELineHealth eLineHealth = LINEHEALTH_OK;
   bool fCheckLineStatus = false;  // a change of health triggers a recheck of the system
 
@@ -123,7 +126,8 @@ class BaseChannel {
   virtual void ClearInfo();
   // Forgets what belongs to one recording part; runs at the end of each, also when the call goes on.
   virtual void AlwaysClearInfo();
-  // On entry fClearInfo asks for ClearInfo after the stop; on return it is false when that was done or cancelled.
+  // On entry fClearInfo asks for ClearInfo after the stop; on return it is false when that was done or cancelled. When
+  // the driver refuses to stop, ClearInfo has run and fClearInfo stays as it was, so that it may run a second time.
   virtual void StopRecording(bool& fClearInfo);
 
   // -- reports of a kind of line --------------------------------------------------------------------------------------
@@ -169,32 +173,35 @@ class BaseChannel {
   int iBoardListIx = 0;              // index of the board in the board list
   int iBoardCh = -1;                 // channel on that board
   int iRecSource = SOURCE_OTHER;     // ECallSource, column "source"
-  int iLinkedCh = -1;                // driver channel mixed into this recording; -1: none
-  int iBaseCh = -1;                  // driver channel that this one is the linked side of; -1: none
+  // Neither link is taken back at the end of a call.
+  int iLinkedCh = -1;  // driver channel mixed into this recording; -1: none
+  int iBaseCh = -1;    // driver channel that this one is the linked side of; -1: none
 
   // -- the call -------------------------------------------------------------------------------------------------------
   bool fInCall_ChState = false;    // the driver channel state says so
-  bool fRingsUntilPickup = false;  // a stopped ring without a call is a lost call on this kind of line
+  bool fRingsUntilPickup = false;  // a ring that stops without a call was given up, and its number is forgotten
   bool fKnowIncoming = false;      // fIncoming comes from signalling, no guessing
   bool fIncoming = false;
   bool fRecOnDmd = false;    // this call records only on demand
   bool fDontRecord = false;  // the call is not to be recorded or kept
-  // A kind of line reads these five: BaseChannel_call.cpp writes them. Times are GetSrTime() seconds.
+  // A kind of line only reads these. BaseChannel_call.cpp writes them, ClearInfo those of the ring. Times are
+  // GetSrTime() seconds.
   bool fCallBusy = false;  // a call is in progress
   bool fRinging = false;   // the line rings now
   time_t rFirstRing = 0;   // 0: no ring in this call
   time_t rLastRing = 0;    // last ring edge; 0: none
   time_t rCallStopTime = 0;
-  time_t rStartTime = 0;  // of this recording or attempt, by BaseChannel_decide.cpp
+  time_t rStartTime = 0;  // of this recording or attempt; BaseChannel_decide.cpp alone writes it
 
   // -- numbers and digits ---------------------------------------------------------------------------------------------
   std::string strRemoteNum;          // far party; written by SetRemoteNum, unless a comment says why not
   time_t rRemoteNumTime = 0;         // when it was last set; 0: none
-  std::string strPrevCallRemoteNum;  // far party of the call before
-  std::string strLocalNum;           // monitored party
-  bool fUseLocalNum = false;         // strLocalNum identifies the local side, not the line
-  std::string strConnectedNum;       // number that the call was connected to
-  bool fHasConnectedNum = false;     // this kind of line delivers a connected number
+  std::string strPrevCallRemoteNum;  // far party of the call before, unlike strPrevRemoteNum
+  // Monitored party. BaseChannel_number.cpp writes a change that is told, a kind of line one that is not.
+  std::string strLocalNum;
+  bool fUseLocalNum = false;      // strLocalNum identifies the local side, not the line
+  std::string strConnectedNum;    // number that the call was connected to, or a name (DST_Channel::CheckForName)
+  bool fHasConnectedNum = false;  // this kind of line delivers a connected number
   bool fUsePressedDigitsForRemote = false;
   std::string strDigits;      // since the last expiry
   bool fDigitFreeze = false;  // digits are ignored
@@ -327,7 +334,7 @@ class BaseChannel {
   // what was dialled becomes the remote number.
   void CheckDigitsExpired(bool fForceExpired);
   void DtmfAction(const std::string& strAction);
-  // As last seen by RemoteNumberChanged; RemoteExpired empties the first.
+  // The numbers of this call that RemoteNumberChanged has told last; RemoteExpired empties the first.
   std::string strPrevRemoteNum;  // stored form
   std::string strPrevConnectedNum;
   std::string strNonMonitoredNum;  // local number kept aside while the call is on a non-monitored phone
@@ -368,6 +375,7 @@ class BaseChannel {
   // Tells log and recorder; nothing for a driver channel without a line.
   void NewLineHealth();
   int iLastChannelState = -1;  // last driver channel state; -1: none; Init and HandleEvent write it
-  int iLineErrCalc = 0;        // error score, 0 to 200
-  int iLineOfflineCalc = 0;    // offline score, 0 to 200
+  // Scores, which FinalCalcChannelState keeps in their range.
+  int iLineErrCalc = 0;
+  int iLineOfflineCalc = 0;
 };

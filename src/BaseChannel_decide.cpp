@@ -1,4 +1,4 @@
-// BaseChannel_decide: which calls are recorded and which recordings are kept.
+// Which calls are recorded and which recordings are kept.
 // Before a recording the number filter, the weekly schedule and recording on demand decide; they are asked at call
 // start and again with each change of a number (TryStartRecording). After it, when the file is closed, the rules of
 // keeping run once a part (JudgeRecording): duration, an earlier delete order, store on demand, empty number,
@@ -21,6 +21,7 @@ constexpr mode_t RECORDING_MODE = 0777;     // the web side, another user, moves
 
 // Values of the three list options; a value that has no name here is told where it is read.
 enum ENumberFilterType { FILTER_OFF = 0, FILTER_EXCLUDES = 2 };
+// LIST_NUMBERS_TOO is a second value for the same thing.
 enum EListType { LIST_OFF = 0, LIST_ALL_CALLS = 1, LIST_NUMBERS = 2, LIST_NUMBERS_TOO = 3 };
 
 }  // namespace

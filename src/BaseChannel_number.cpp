@@ -1,4 +1,4 @@
-// BaseChannel_number: the numbers of a call, the digits pressed on the line, and the actions that digit codes trigger.
+// The numbers of a call, the digits pressed on the line, and the actions that digit codes trigger.
 // Numbers arrive late and piecemeal: caller id after the first ring, digits while dialling, a transfer in mid-call.
 // Each change updates the active row and asks the recording rules again (PhoneNumberChanged), which may start, cut or
 // cancel the recording. Digits are collected until none has come for a while; then they may stand in for a missing

@@ -1,4 +1,4 @@
-// BaseChannel_record: the identity of a recording part, its place on disk, and its columns in the database.
+// The identity of a recording part, its place on disk, and its columns in the database.
 // Each part has one id (strDbRemoteId), from which the file name follows. One set of columns (FillCallInfo) goes first
 // into the active row while the call runs, later into the lasting row. Which contacts stand in these columns depends on
 // the numbers known, on whether the far party is local too, and on the direction (FindParties, FillPartyColumns).
