@@ -22,11 +22,6 @@
 #include "shpa3api.h"
 
 enum ELineHealth { LINEHEALTH_OK = 0, LINEHEALTH_OFFLINE = 1, LINEHEALTH_ERROR = 2 };
-// Values of iHighNotify: the loud alarm of a call is found while audio arrives and sent by the next Periodic, once.
-enum EHighNotify { HIGH_NOTIFY_NONE = 0, HIGH_NOTIFY_TO_SEND = 1, HIGH_NOTIFY_SENT = 2 };
-
-// The two sides of a mix, as indices: this channel's own audio and that of the linked channel.
-enum EMixSide { MIX_OWN = 0, MIX_LINKED = 1 };
 
 constexpr int NO_LEVEL_DB = -999;          // iLast_dB before the first loudness window of a call
 constexpr int RECORD_REPORT_BYTES = 2048;  // the card tells of each quarter second of audio; the recorder asks it to
@@ -272,8 +267,9 @@ class BaseChannel {
   // Does nothing for an empty range, or with neither base nor open file, or for one that leaves the buffer. While
   // silenced, overwrites the range first.
   void WriteMemRange(int iStart, int iStop);
-  // Collects both sides, which come in unequal pieces, and writes once they are level. iType is an EMixSide. A piece
-  // that finds no room is dropped with a warning; what is left at the end of a recording is dropped too.
+  // Collects both sides, which come in unequal pieces, and writes once they are level. iType: the side, 0 this
+  // channel's own audio, 1 that of the linked channel. A piece that finds no room is dropped with a warning; what is
+  // left at the end of a recording is dropped too.
   void MixAdd(const BYTE* buf, int iLen, int iType);
   void MixMono(const BYTE* buf, int iLen, int iType);
   const AudioLaw* prLaw = &LAW_A;  // of this recording
@@ -283,8 +279,8 @@ class BaseChannel {
   int iRecordOffset = 0;  // read position in acRecordBuf; a new recording sets it back
   int iRecordBufSize = 0;
   BYTE* acRecordBuf = nullptr;  // owned, iRecordBufSize bytes; the card writes, we read behind its position
-  int iMixBufIx[2] = {0, 0};    // bytes in acMixBuffer of each EMixSide
-  BYTE* acMixBuffer = nullptr;  // owned, 4 * iRecordBufSize bytes
+  int iMixBufIx[2] = {0, 0};    // bytes in acMixBuffer of each side
+  BYTE* acMixBuffer = nullptr;  // owned; BasicRecordingPreparation makes it
 
   // -- BaseChannel_audio.cpp: files -----------------------------------------------------------------------------------
   // Writes to the file and the live listener's copy, and measures loudness on the way.
@@ -318,7 +314,7 @@ class BaseChannel {
   int iHighMaxCnt = 0;           // loud windows that raise the alarm
   int iHighCnt = 0;              // loud windows so far
   int iHighAge = 0;              // quiet windows since the last loud one
-  int iHighNotify = 0;           // EHighNotify
+  int iHighNotify = 0;           // the loud alarm of a call: 0 none, 1 to be sent by Periodic, 2 sent
 
   // -- BaseChannel_number.cpp -----------------------------------------------------------------------------------------
   // The local number in UTF-8.

@@ -20,8 +20,15 @@
 
 namespace {
 
+// Values of iType of a mix, and indices of iMixBufIx.
+enum EMixSide { MIX_OWN = 0, MIX_LINKED = 1 };
+// Values of iHighNotify: the alarm is found while audio arrives and sent by the next Periodic, once.
+enum EHighNotify { HIGH_NOTIFY_NONE = 0, HIGH_NOTIFY_TO_SEND = 1, HIGH_NOTIFY_SENT = 2 };
+
 constexpr int RECORD_BUF_BYTES = 2 * RECORD_REPORT_BYTES;  // one report may come late
-constexpr int MIX_BUF_PER_RECORD_BUF = 4;                  // two of audio a side, and room for two sides in stereo
+// Of the size of a ring buffer.
+constexpr int MIX_SIDE_PER_RECORD_BUF = 2;                           // how far one side may be ahead
+constexpr int MIX_BUF_PER_RECORD_BUF = 2 * MIX_SIDE_PER_RECORD_BUF;  // both sides, since stereo keeps them apart
 constexpr int LOUDNESS_WINDOWS_PER_S = 2;
 constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / LOUDNESS_WINDOWS_PER_S;
 constexpr int LOUDNESS_SAMPLES_STEREO = 2 * LOUDNESS_SAMPLES_MONO;  // of both sides together
@@ -152,7 +159,7 @@ void BaseChannel::MixAudio(BYTE* buf, int len) {
 
 void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
   if (iLen <= 0) return;
-  if (iLen > 2 * iRecordBufSize - iMixBufIx[iType]) {
+  if (iLen > MIX_SIDE_PER_RECORD_BUF * iRecordBufSize - iMixBufIx[iType]) {
     lg(LOG_WARNING, "[%d] Mixing buffer too small %d,%d", iChannel, iMixBufIx[0], iMixBufIx[1]);
     return;
   }
