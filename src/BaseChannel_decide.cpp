@@ -17,7 +17,6 @@
 namespace {
 
 constexpr int CUSTOM_LOCAL_MAX_AGE_S = 60;  // a local identity set by the web side is meant for the call at hand
-constexpr mode_t RECORDING_MODE = 0777;     // the web side, another user, moves and deletes recordings
 
 // Values of the three list options; a value that has no name here is told where it is read.
 enum ENumberFilterType { FILTER_OFF = 0, FILTER_EXCLUDES = 2 };

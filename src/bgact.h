@@ -9,6 +9,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <list>
@@ -17,6 +18,8 @@
 #include "irecorder.h"
 #include "lock.h"
 #include "mainqueue.h"
+
+constexpr mode_t RECORDING_MODE = 0777;  // the web side, another user, reads, moves and deletes recordings
 
 // Removes the file of a recording that is not kept.
 class DeleteFileAct : public ThreadAct {

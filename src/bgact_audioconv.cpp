@@ -20,7 +20,6 @@ namespace {
 
 constexpr const char* MP3_KBIT_MONO = "16";
 constexpr const char* MP3_KBIT_STEREO = "32";
-constexpr mode_t FILE_MODE = 0777;  // the web side reads recordings as another user
 
 struct CheckSumTool {
   const char* acType;  // setting CalcChecksum
@@ -97,7 +96,7 @@ void AudioConvAct::Convert() {
 
 // The final file takes the place of the one that the channel wrote.
 void AudioConvAct::ReplaceSource() const {
-  (void)chmod(strFullFilenameFinal.c_str(), FILE_MODE);
+  (void)chmod(strFullFilenameFinal.c_str(), RECORDING_MODE);
   (void)DeleteFn(strFullFilename.c_str());
 }
 
