@@ -9,8 +9,6 @@
 
 #include <syslog.h>
 
-#include <cstdio>
-
 #include "logging.h"
 
 namespace {
@@ -184,11 +182,5 @@ void AnalogChannel::StartSilentCall() {
 // -- state file -------------------------------------------------------------------------------------------------------
 
 int AnalogChannel::WriteChState() {
-  const std::string strName = prRecorder->GetDataDir() + "chstate_" + std::to_string(iChannel) + ".dat";
-  FILE* hFile = fopen(strName.c_str(), "w");
-  if (hFile == nullptr) return 1;
-  if (iVoltage != NO_VOLTAGE) (void)fprintf(hFile, "Voltage: %d\r\n", iVoltage);
-  if (iLast_dB != NO_LEVEL_DB) (void)fprintf(hFile, "AudioLevel: %d\r\n", iLast_dB);
-  (void)fclose(hFile);
-  return 0;
+  return WriteStateFile(iVoltage == NO_VOLTAGE ? "" : "Voltage: " + std::to_string(iVoltage) + "\r\n");
 }

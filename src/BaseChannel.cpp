@@ -4,6 +4,7 @@
 
 #include <syslog.h>
 
+#include "filedir.h"
 #include "logging.h"
 
 namespace {
@@ -53,6 +54,15 @@ int BaseChannel::ChannelSetting(const char* acKey) {
 
 void BaseChannel::ReloadSettingsLive() {
   fCheckLineStatus = prRecorder->GetChannelParamIntLive(iBoardCh, iBoardListIx, "CheckLineStatus") != 0;
+}
+
+int BaseChannel::WriteStateFile(const std::string& strLines) {
+  const std::string strName = prRecorder->GetDataDir() + "chstate_" + ToStdString(iChannel) + ".dat";
+  const StdFile hFile(fopen(strName.c_str(), "w"));
+  if (hFile == nullptr) return 1;
+  (void)fputs(strLines.c_str(), hFile.get());
+  if (iLast_dB != NO_LEVEL_DB) (void)fprintf(hFile.get(), "AudioLevel: %d\r\n", iLast_dB);
+  return 0;
 }
 
 void BaseChannel::SetBaseChannel(int iBaseDrvCh) {

@@ -150,6 +150,8 @@ class BaseChannel {
   // -- services for a kind of line ------------------------------------------------------------------------------------
   // A setting of this line as a number; 0 when it is missing.
   int ChannelSetting(const char* acKey);
+  // Writes the state file of the line: strLines, then the last level when there is one. As WriteChState.
+  int WriteStateFile(const std::string& strLines);
   // The contact of the line itself.
   Contact LineContact(IDatabase* prDB) const;
   // Is a call of these numbers one for recording on demand?

@@ -230,12 +230,7 @@ void DST_Channel::WhenDigitExpiring() {
 }
 
 int DST_Channel::WriteChState() {
-  const std::string strPath = prRecorder->GetDataDir() + "chstate_" + ToStdString(iChannel) + ".dat";
-  FILE* hFile = fopen(strPath.c_str(), "w");
-  if (hFile == nullptr) return 1;
-  if (iLast_dB != NO_LEVEL_DB) (void)fprintf(hFile, "AudioLevel: %d\r\n", iLast_dB);
-  (void)fclose(hFile);
-  return 0;
+  return WriteStateFile("");
 }
 
 void DST_Channel::Periodic() {
