@@ -22,6 +22,7 @@ class AnalogChannel : public BaseChannel {
  protected:
   bool InCall() override;
 
+  // The settings' fields have their start values up to Init alone.
   int m_iLastTone = 0;         // last value of tone analysis; 0: none
   bool fInCall_Audio = false;  // in a call by voice detection
   bool fAudio = false;         // sound is present now
