@@ -1,13 +1,15 @@
 // What the telephone shows and does, message by message. Each source of evidence (hook, audio path, mute light, tone,
-// conditions from settings, ISDN phases) owns one in-call flag; InCall is true while any is set, and every handler that
+// conditions from settings, ISDN phases) has its in-call flag; InCall is true while any is set, and every handler that
 // changes a flag calls InCallMaybeChanged, which alone starts and stops calls.
 //
 // Which event sets and which clears which flag:
 //   fInCall_Offhook   set: off hook                          cleared: CallIsFinished
-//   fInCall_DChannel  set: audio on, ISDN connected          cleared: audio off (default mode), CallIsFinished
+//   fInCall_DChannel  set: audio on (mute modes: once it lasts, Periodic), ISDN connected, soak test (Periodic)
+//                                                            cleared: audio off (default mode), CallIsFinished
 //   fInCall_Audio     set: voice, with voice detection       cleared: silence time-out, CallIsFinished
 //   fInCall_Extra     set: start condition, mute light off, voice by tone    cleared: stop condition, CallIsFinished
 //   fInCall_ChState   set: never on this kind of line        cleared: CallIsFinished
+// fInCall_ToneAnalyze is no part of InCall: voice by tone sets it and counts once until CallIsFinished clears it.
 #include "DstChannel.h"
 
 #include <syslog.h>
@@ -23,12 +25,13 @@
 
 namespace {
 
-constexpr int HOLD_SILENCE_TIME_OUT_S = 600;    // silence that ends a call on hold
-constexpr int NEW_RING_KEEPS_NUMBER_S = 3;      // a number younger than this belongs to the ring that starts
-constexpr int LOGIN_DIGITS_WITHIN_S = 46;       // login digits that expire later are none
-constexpr std::size_t MIN_LOCAL_ID_DIGITS = 3;  // of a local id that is dialled at the login text
+constexpr int HOLD_SILENCE_TIME_OUT_S = 600;  // silence that ends a call on hold
+constexpr int NEW_RING_KEEPS_NUMBER_S = 3;    // a number younger than this belongs to the ring that starts
+constexpr int LOGIN_DIGITS_WITHIN_S = 46;     // login digits that expire later are none
+// Of a local number that is dialled at the login text; at the login prompt it has iLocalNumSize.
+constexpr std::size_t MIN_LOCAL_ID_DIGITS = 3;
 constexpr std::size_t MAX_LOCAL_ID_DIGITS = 5;
-constexpr int LAST_ID_DIGIT_WITHIN_S = 5;     // the last digit of a local id follows its display within this time
+constexpr int LAST_ID_DIGIT_WITHIN_S = 5;     // the last digit of a local number follows its display within this time
 constexpr int AUDIO_NOTICE_PAUSE_S = 4;       // between two notices of voice outside a call
 constexpr int AUDIO_NOTICE_AFTER_CALL_S = 1;  // the tail of a call is no voice outside of it
 constexpr int SHORT_AUDIO_BURST_S = 2;        // mute modes: audio up to this long ends no call while the light is off
@@ -218,7 +221,7 @@ void DST_Channel::WhenNewRing() {
   RemoteExpired();
 }
 
-// Digits dialled at the login prompt are the telephone's own number.
+// Digits dialled at the login text are the local number.
 void DST_Channel::WhenDigitExpiring() {
   const bool isLogin = rLoginBusy != 0 && GetSrTime() - rLoginBusy < LOGIN_DIGITS_WITHIN_S;
   if (isLogin && strDigits.size() >= MIN_LOCAL_ID_DIGITS && strDigits.size() <= MAX_LOCAL_ID_DIGITS) {
@@ -389,7 +392,7 @@ void DST_Channel::OnReleaseButton(const SSM_EVENT& /*rEvent*/) {
 
 void DST_Channel::OnKeyDigit(const SSM_EVENT& rEvent) {
   DetectedDigit(static_cast<char>(LowByte(rEvent.dwSubReason)));
-  // The display showed the local id one digit short just before: this was its last digit.
+  // The display showed the local number one digit short just before: this was its last digit.
   const bool isLastIdDigit = fLocalIdDetect && strDigits.size() == static_cast<std::size_t>(iLocalNumSize) &&
                              GetSrTime() - rAlmostLocalNum < LAST_ID_DIGIT_WITHIN_S;
   if (!isLastIdDigit) return;

@@ -53,7 +53,7 @@ struct DisplayScanRules {
   bool fMuteMode = false;  // TDM_START_MUTELT or TDM_START_MUTELT_AND_TONE
   bool fCallBusy = false;
   int iBusyFor = -1;                          // seconds of the recording or attempt; -1 outside a call
-  bool fDontOverwriteExistingNumber = false;  // too late in the call for another number
+  bool fDontOverwriteExistingNumber = false;  // late in the call, or a call-forward text is shown
   bool fAllowEqualRemoteLenChange = false;
   bool fLateChange = true;
   bool fCheckForMultipleTelNum = false;
@@ -66,7 +66,7 @@ enum EVerdict {
   VERDICT_TAKEN,              // it is the remote number
   VERDICT_TAKEN_MAY_IMPROVE,  // it is, and a better one may follow
   VERDICT_DTMF_TEXT,          // the display shows dialled tones
-  VERDICT_NUMBER_STANDS,      // too late in the call to replace the number that is known
+  VERDICT_NUMBER_STANDS,      // the number that is known stays: late in the call, or a call-forward text is shown
   VERDICT_TOO_SHORT,          // fewer than 3 digits
   VERDICT_NOT_LONGER,         // no longer than the number that is known
   VERDICT_AFTER_HAT,          // directly behind a "^"
@@ -119,6 +119,7 @@ class DST_Channel : public BaseChannel {
   void AnalyseCID();
   void AnalyseCID_ForReset();
   bool AnalyseCIDsub(std::string& strRemoteNum);
+  // A new name on the display, into strParamId2: the connected number, since a name in its place has a column.
   bool CheckForName(std::string& strParamId2);
   // What the scan asks of this line at this moment.
   DisplayScanRules ScanRules() const;
@@ -144,15 +145,15 @@ class DST_Channel : public BaseChannel {
   bool fLateChange = true;  // that replacement stays allowed late in a call
   bool fCheckForMultipleTelNum = false;
   std::string strLocalName;     // name of the line's contact in the database
-  bool fLocalIdDetect = false;  // the local id is learnt from login digits
-  int iLocalNumSize = 4;        // digits of a local id
+  bool fLocalIdDetect = false;  // the local number is learnt from login digits; the log calls it local id
+  int iLocalNumSize = 4;        // its digits at the login prompt, as MAX_LOGIN_DIGITS; see MIN_LOCAL_ID_DIGITS
 
   // -- in-call flags: DstChannel.cpp, which has their table; DstChannel_isdn.cpp sets fInCall_DChannel
   bool fInCall_DChannel = false;  // call seen by audio-change or BRI messages
   bool fInCall_Offhook = false;
   bool fInCall_Audio = false;        // call seen by voice detection
   bool fInCall_Extra = false;        // call by start condition, mute light or tone
-  bool fInCall_ToneAnalyze = false;  // voice was found by tone analysis
+  bool fInCall_ToneAnalyze = false;  // voice was found by tone analysis; no part of InCall
 
   // -- audio and mute light: DstChannel.cpp alone
   bool fAudio = false;  // voice is present now
@@ -165,10 +166,11 @@ class DST_Channel : public BaseChannel {
   time_t rAudioNotice = 0;     // last log of voice outside a call
   int iMuteLightState = -1;    // -1 unknown, 0 off, 1 on
 
-  // -- texts and logins: all three files
+  // -- texts and logins: acPhoneDisp all three files, strChangeLocalNum DstChannel.cpp, the times not
+  // DstChannel_isdn.cpp
   char acPhoneDisp[BRI_TEXT_BYTES + 1] = {};            // last display or D-channel text
   char strChangeLocalNum[DISPLAY_TEXT_BYTES + 1] = {};  // text of a change-local message
-  time_t rAlmostLocalNum = 0;                           // when the local id was seen one digit short
+  time_t rAlmostLocalNum = 0;                           // when the local number was seen one digit short
   time_t rLoginBusy = 0;                                // when the login text was seen
 
   // -- DstChannel_display.cpp alone

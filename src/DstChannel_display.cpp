@@ -1,7 +1,7 @@
 // The other party's number exists only as text on the telephone's display, mixed with dates, menu words and the
-// telephone's own extension, and laid out differently by each PBX. The text is walked once, character by character;
+// telephone's local number, and laid out differently by each PBX. The text is walked once, character by character;
 // each run of digits is a candidate, judged when the character behind it arrives. A candidate is refused when it is too
-// short, no longer than what is known, the year of a date, the line's own number, or stands in the middle of a line
+// short, no longer than what is known, the year of a date, the local number, or stands in the middle of a line
 // with nothing that introduces it. The order of these questions decides what happens next, so it is fixed. Texts are
 // Latin-1, and only ASCII letters count as letters.
 #include "DstChannel.h"
@@ -33,7 +33,7 @@ constexpr std::size_t MIN_PILOT_NAME = 3;
 
 constexpr const char* LOGIN_PROMPT = "Identifikation:";
 constexpr const char* LOGIN_BUSY = "Ihre Rufnummer :";
-constexpr int MAX_LOGIN_DIGITS = 4;
+constexpr int MAX_LOGIN_DIGITS = 4;  // read behind the prompt: iLocalNumSize
 // Call-forward texts: while one is shown in a call, the number on the display is not the other party's.
 constexpr const char* FORWARD_TEXTS[] = {"Ruf bei", "Oproep voor", "Call for"};
 
@@ -82,7 +82,7 @@ constexpr VerdictRow VERDICT_ROWS[] = {
     {VERDICT_TAKEN, "taken", STEP_FOUND},
     {VERDICT_TAKEN_MAY_IMPROVE, "taken, a better one may follow", STEP_END_OF_CHARACTER},
     {VERDICT_DTMF_TEXT, "the text shows dialled tones", STEP_NEXT},
-    {VERDICT_NUMBER_STANDS, "too late in the call to replace the known number", STEP_NEXT},
+    {VERDICT_NUMBER_STANDS, "the known number stands, late in the call or while it is forwarded", STEP_NEXT},
     {VERDICT_TOO_SHORT, "too short", STEP_END_OF_CHARACTER},
     {VERDICT_NOT_LONGER, "no longer than the known number", STEP_END_OF_CHARACTER},
     {VERDICT_AFTER_HAT, "directly behind a ^", STEP_END_OF_CHARACTER},
@@ -471,8 +471,8 @@ void DST_Channel::AnalyseCID() {
   }
 }
 
-// The prompt shows the local id as it is keyed in. When one digit is missing the last one arrives as a key message,
-// which takes the whole id if the digits collected so far agree with the display.
+// The prompt shows the local number as it is keyed in. When one digit is missing the last one arrives as a key message,
+// which takes the whole number if the digits collected so far agree with the display.
 bool DST_Channel::AnalyseLoginPrompt() {
   const char* acPrompt = strstr(acPhoneDisp, LOGIN_PROMPT);
   if (acPrompt == nullptr) return false;

@@ -539,7 +539,7 @@ TEST(DisplayVerdict, EachNumberIsJudgedOnce) {
       {"DTMF123", {}, "", {"123: the text shows dialled tones"}},
       {"1234\n5678", rOwn, "", {"1234: the line's own number", "5678: number of the previous call"}},
       {"1234", rNamed, "", {"1234: part of the line's own name"}},
-      {"1234", rFixed, "1", {"1234: too late in the call to replace the known number"}},
+      {"1234", rFixed, "1", {"1234: the known number stands, late in the call or while it is forwarded"}},
       {"1234.\n", InMuteMode(), "", {"1234: ends in a full stop"}},
       {"1234.\n", {}, "", {"1234: taken, a better one may follow"}},
       {"1234\n56789", rSeveral, "", {"1234: taken, a better one may follow", "56789: taken, a better one may follow"}},
@@ -570,7 +570,7 @@ TEST(DisplayVerdict, OnlyDialledTonesAndANumberThatStandsTakeTheLineEndWithThem)
   rSeveral.fCheckForMultipleTelNum = true;
   const Row rRows[] = {
       {"taken, a better one may follow", "xDTMF 1234\n5678", rSeveral, "", true},
-      {"too late in the call to replace the known number", "xDTMF 1234\n5678", rFixed, "1", false},
+      {"the known number stands, late in the call or while it is forwarded", "xDTMF 1234\n5678", rFixed, "1", false},
       {"too short", "xDTMF 12\n5678", {}, "", true},
       {"no longer than the known number", "xDTMF 1234\n5678", {}, "123456", true},
       {"directly behind a ^", "xDTMF ^1234\n5678", {}, "", true},
