@@ -13,10 +13,6 @@ std::string IdText(long long iID) {
   return ToStdString(static_cast<int>(iID));
 }
 
-std::string IdOrNull(long long iID) {
-  return iID == -1 ? "NULL" : IdText(iID);
-}
-
 // What each look-up takes from the row that it finds.
 void TakeNumber(const DatabaseResult& rRow, Contact& rContact) {
   rContact.iCallerID = rRow.GetLongLong("id");
@@ -34,14 +30,6 @@ void TakeLine(const DatabaseResult& rRow, Contact& rContact) {
 }
 
 }  // namespace
-
-std::string Contact::StdStrCallerID() const {
-  return IdOrNull(iCallerID);
-}
-
-std::string Contact::StdStrContactID() const {
-  return IdOrNull(iContactID);
-}
 
 // The rows are given back before the caller inserts any.
 Database::EFind Database::Find(const std::string& strSelect, void (*Take)(const DatabaseResult&, Contact&),

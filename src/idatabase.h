@@ -19,8 +19,12 @@ struct Contact {
   bool fLocal = false;        // the number belongs to this site
 
   // The ids as SQL text, "NULL" for -1.
-  std::string StdStrCallerID() const;
-  std::string StdStrContactID() const;
+  std::string StdStrCallerID() const { return IdOrNull(iCallerID); }
+  std::string StdStrContactID() const { return IdOrNull(iContactID); }
+
+ private:
+  // 32-bit text, as almost everywhere: the sequences stay far below that.
+  static std::string IdOrNull(long long iID) { return iID == -1 ? "NULL" : ToStdString(static_cast<int>(iID)); }
 };
 
 // A replacement of a line's own contact by another. Ids default to 0 here, unlike in Contact.
@@ -81,11 +85,13 @@ class IDatabase {
   virtual Contact GetOrCreateLineContact(int iChannel, long long iRecorderID, const std::string& strName) = 0;
   // Creates nothing, and leaves fLocal false whatever the row says.
   virtual Contact GetCallerIDContact(const std::string& strCallerID) = 0;
-  // Finds or makes the row of a number, with a contact of that name. An existing row never changes; strCallerID2 is not
-  // stored. fLocal of the result tells what the row said before, so it is false for a number made here.
+  // Finds or makes the row of a number, with a contact of that name. An existing row never changes; strCallerID2 is
+  // part of the interface, always "" in the daemon, and not stored. fLocal of the result tells what the row said
+  // before, so it is false for a number made here.
   virtual Contact GetOrCreateCallerIDContact(const std::string& strCallerID, const std::string& strCallerID2,
                                              bool fLocal, const std::string& strName) = 0;
   // Removes the number when no call on either side has it, then the contact when no number is left to it.
+  // Part of the interface; nothing in the daemon calls it.
   virtual void DeleteIfUnused(Contact rContact) = 0;
   virtual std::string GetContactName(int iContactId) = 0;
 
@@ -99,7 +105,8 @@ class IDatabase {
   virtual void SetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) = 0;
   // Appends to the vector.
   virtual void GetUsersOfPhone(int iContactID, std::vector<int>& aiAccIDs) = 0;
-  // strField goes bare into the statement: only the program's own column names.
+  // strField goes bare into the statement: only the program's own column names. The first is part of the interface;
+  // nothing in the daemon calls it.
   virtual std::string GetUserStringOnAccID(int iAccID, const std::string& strField) = 0;
   virtual int GetUserIntOnAccID(int iAccID, const std::string& strField) = 0;
   // Both tell by fFound whether there is an entry. How long a replacement holds is for the caller to decide.
