@@ -2,7 +2,7 @@
 // The recorder owns one object a driver channel and routes the card events of that channel to it. A subclass for each
 // kind of line turns them into RingingStarted, RingingStopped, InCallMaybeChanged, SetRemoteNum and DetectedDigit, and
 // the answer of the virtual InCall decides everything else.
-// Topics:    BaseChannel.cpp life and timers, _call ringing and calls, _decide what is recorded and kept, _audio from
+// Files:     BaseChannel.cpp life and timers, _call ringing and calls, _decide what is recorded and kept, _audio from
 //            the card to the file, _number numbers and digits, _record ids, files and rows, _health state of the line.
 // Threads:   main only. Orders from other threads arrive as actions.
 // Ownership: the recorder deletes channels; acRecordBuf, acMixBuffer, hAudioFile and hRawFile belong to the channel.
@@ -33,9 +33,10 @@ const char* GetLineHealthDescr(ELineHealth eHealth);
 bool IsChStateError(int iState);
 bool IsChStateDisconnected(int iState);
 
-// A callback entry that no driver registration reaches; pUser is a BaseChannel.
+// Part of the interface; nothing in the daemon calls it, and no driver registration reaches it. pUser is a BaseChannel.
 void RecordingCallBack(int iCh, unsigned char* buf, unsigned int len, void* pUser);
-// A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop).
+// A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop). Part of the interface;
+// nothing in the daemon calls it.
 void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh);
 
 // Virtual is what a kind of line may answer in its own way, also where none does so yet: StopRecording,

@@ -1,7 +1,7 @@
 // DstChannel: a digital station line between a PBX and a system telephone. There is no ring voltage and no signalling
 // standard here: calls are inferred from hook, lamps, keys, display text and audio, numbers are read from the display.
 // The means differ by PBX (strPbxType, iPbxType) and by the setting "TdmStart" (iTdmStart).
-// Topics:    DstChannel.cpp events and calls, DstChannel_display.cpp numbers from the display, DstChannel_isdn.cpp
+// Files:     DstChannel.cpp events and calls, DstChannel_display.cpp numbers from the display, DstChannel_isdn.cpp
 //            call phases of telephones that speak ISDN-like signalling.
 // Threads:   main only.
 #pragma once

@@ -59,7 +59,7 @@ class LineCom {
   time_t lastStarted = 0;
   bool supportsExitMsg = false;
   std::atomic<bool> shuttingDown{false};
-  bool lastIsmFailed = false;  // kept for the layout of the state; nothing reads it
+  bool lastIsmFailed = false;  // part of the interface; nothing sets or reads it
   int restartInterval = 0;
   std::atomic<int> readTimeout{10};
   std::atomic<int> errorTimeout{60};

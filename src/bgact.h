@@ -1,6 +1,7 @@
 // bgact: worker threads for slow work, the queue that feeds them, and the actions that travel through it.
 // Conversions and shell commands may take minutes and must not hold up card events, so they travel as actions: a slow
 // part for a worker (performThread) and a part for the main thread (performMain, then completed).
+// Files:     bgact.cpp threads, queue and the short actions, bgact_audioconv.cpp AudioConvAct and calcSum.
 // Threads:   queueAction, isBgQueueReady: any. performThread: a worker. performMain, completed: main.
 //            Before init_bgact an action runs at once on the caller's thread, and completed is not called.
 // Ownership: queueAction takes the action over; the caller keeps no pointer.

@@ -1,5 +1,5 @@
 // database: the one door to PostgreSQL, through libdbi.
-// Topics:    connection and waiting (database.cpp), contacts and lines (database_contacts.cpp), calls
+// Files:     connection and waiting (database.cpp), contacts and lines (database_contacts.cpp), calls
 //            (database_calls.cpp), settings, recorders and users (database_configs.cpp). Tables: sql/schema.sql.
 // Threads:   main only: one connection without a lock.
 // Ownership: DatabaseConnection owns its libdbi handle, DatabaseResult the rows of one query.

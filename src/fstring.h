@@ -25,8 +25,10 @@ class StringMap {
 // Strips blanks, tabs, CR and LF from both ends. A text of nothing else stays as it is: callers rely on that.
 void trim(std::string& str);
 // Keeps only the first white-space delimited word; a text of white space becomes empty.
+// Part of the interface; nothing in the daemon calls it.
 void trimWord(std::string& str);
 bool beginsWith(const std::string& haystack, const std::string& needle);
+// The same of texts in C; 1: true. Part of the interface; nothing in the daemon calls it.
 int acBeginsWith(const char* haystack, const char* needle);
 // The text, or an empty one for null.
 std::string StdStringNullSafe(const char* acText);
@@ -47,7 +49,8 @@ int TextToInt(const std::string& strText);
 // The value of a key, empty when the map lacks it; the map stays as it is, unlike with its index operation.
 std::string ValueOf(const StdStringMap& rMap, const std::string& strKey);
 // Both append the fields of `strText` (up to its first NUL) to `vstrList`; the rest after the last separator is always
-// a field. lt_split_quotes takes double quotes as grouping.
+// a field. lt_split_quotes takes double quotes as grouping; it is part of the interface, and nothing in the
+// daemon calls it.
 void lt_split(std::vector<std::string>& vstrList, const std::string& strText, char cSep);
 void lt_split_quotes(std::vector<std::string>& vstrList, const std::string& strText, char cSep);
 // Items of a comma list, each trimmed. An empty text is one empty item.

@@ -10,6 +10,7 @@ unsigned char linear2alaw(short pcm_val);
 short alaw2linear(unsigned char a_val);
 unsigned char linear2ulaw(short pcm_val);
 short ulaw2linear(unsigned char u_val);
+// Both are part of the interface; nothing in the daemon calls them.
 unsigned char alaw2ulaw(unsigned char aval);
 unsigned char ulaw2alaw(unsigned char uval);
 

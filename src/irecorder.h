@@ -1,8 +1,10 @@
 // irecorder: the recorder as channels and actions see it: settings as plain fields, and a row of small services.
-// Threads:   main only. Workers may read fALE, fRecCheck and eRecEnc, which do not change once the recorder runs.
+// Threads:   main only. Workers may read fALE and fRecCheck, which do not change once the recorder runs; an action
+//            carries its own copy of eRecEnc.
 // Ownership: implemented by CRecorder, which outlives every channel and every action.
 // Channels:  iBoardListIx is an index into the board list, iBoardCh the channel on that board, iChNr the line number
-//            that users see; all other channel numbers are driver channels, the index of the channel table.
+//            that users see; all other channel numbers are driver channels, the index of the channel table. Of a linked
+//            pair the base (iBaseCh) records, and the linked channel (iLinkedCh) feeds it.
 // Results:   services that act on a call: see EActResult.
 #pragma once
 
@@ -58,11 +60,15 @@ class ICRecorder {
   virtual bool IsInNumberFilter(const std::string& strNumber) = 0;
   virtual bool IsInDelOnDmdList(const std::string& strNumber) = 0;
   virtual bool IsInRecOnDmdList(const std::string& strNumber) = 0;
-  // The five pass-throughs to another channel ignore an index outside the table.
+  // The five pass-throughs to another channel ignore an index outside the table. The linked channel iSrcCh begins to
+  // feed the recording of the base iDstCh, and ends it.
   virtual void MixIn(int iDstCh, int iSrcCh) = 0;
   virtual void StopMixIn(int iSrcCh) = 0;
+  // A piece of the linked channel's audio, to the base.
   virtual void MixAudio(int iBaseCh, BYTE* data, int size) = 0;
+  // Tells the linked channel who its base is.
   virtual void LinkedChannel(int iBaseCh, int iLinkedCh) = 0;
+  // A digit that the linked channel heard, to the base.
   virtual void ChannelDigit(int iBaseCh, char ch) = 0;
   // Whether a call of these parties is kept only on demand.
   virtual bool StoreOnDemand(Contact rContactLocal, Contact rContactRemote) = 0;
@@ -88,12 +94,14 @@ class ICRecorder {
   bool fSilenceOnDemand = false;  // silencing allowed
   bool fRecCheck = false;         // check finished files
   bool fALE = false;              // recordings are written into a working area first, then encrypted
+  // So many last digits of a remote number are "X" in contacts and rows; log, number filter and demand lists have it
+  // whole. From "MaskLastRemoteDigits".
   int iMaskLastRemoteDigits = 0;
   int iNumberFilterType = 0;
   int iDelOnDmdType = 0;
   int iRecOnDmdType = 0;
   std::vector<std::string> astrNumberFilters;
-  std::vector<std::string> astrCstaNumberFilters;  // loaded for the CSTA side; no channel uses it
+  std::vector<std::string> astrCstaNumberFilters;  // part of the interface: loaded, and read by nothing
   std::vector<std::string> astrDelOnDmdList;
   std::vector<std::string> astrRecOnDmdList;
   int iCstaType = 0;      // only logged
@@ -103,7 +111,7 @@ class ICRecorder {
   bool fDebugRepeatRecord = false;   // test switch: lines record in an endless chain
   bool fCrecTestSwapLocRem = false;  // test switch: local and remote exchanged
   std::string strArchiveRoot = "/recordings";
-  std::string strRecordingRoot = "/recordings";
-  int fStoreOnDemandDelay = 0;  // 1: an undecided store on demand stays active
-  bool fNeedCallPost = false;   // finished calls go through post-call work
+  std::string strRecordingRoot = strArchiveRoot;  // the working area with fALE
+  int fStoreOnDemandDelay = 0;                    // 1: an undecided store on demand stays active
+  bool fNeedCallPost = false;                     // finished calls go through post-call work
 };

@@ -1,6 +1,7 @@
 // reactor: the control socket towards the web side: one short order a connection, one line of reply.
 // Its thread never touches channels: each order becomes an action for the main thread, and for orders that need an
 // answer the thread polls until the main thread reports back or a short time passes.
+// Files:     reactor.cpp socket and thread, reactor_orders.cpp ReplyTo, DoWaitOnMain and what the orders do.
 // Threads:   init_, close_reactor: main. run: the reactor thread. performMain, completed of its actions: main.
 // Ownership: g_prReactor is made and deleted by init_ and close_reactor; an action belongs to the queue once queued.
 // Errors:    socket failures are logged; after a failed wait the thread ends and the socket stays silent.

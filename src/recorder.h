@@ -102,7 +102,7 @@ class CRecorder : public ICRecorder {
   std::string strSerial;                // the unit's identifier
   TRecorderBoot* prBoot = nullptr;      // not owned
   std::atomic<bool> fBitStreamTracing{false};
-  int iBitStreamChNr = 0;
+  int iBitStreamChNr = 0;     // driver channel, the one to trace
   bool fInitializing = true;  // silences NewLineHealth until all channels exist
   time_t lastEventReportTime = 0;
 

@@ -99,7 +99,7 @@ class TRecorderBoot : public MainQueue {
   std::vector<TBoard> vrDetectedBoards;               // what the tool found, in its order
   std::vector<TBoard> vrBoardList;                    // present and remembered boards; iBoardListIx counts here
   std::map<int, int> rDrvToWebChMap, rWebToDrvChMap;  // driver channel <-> web channel
-  std::map<int, int> rCicToAppChMap, rAppToCicChMap;  // circuit <-> driver channel
+  std::map<int, int> rCicToAppChMap, rAppToCicChMap;  // circuit <-> driver channel, here "App"
   int iTotalDrvMaxCh = 0;
   int iTotalWebMaxCh = 0;
   std::string strCardList;  // board ids in list order, comma-separated

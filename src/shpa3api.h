@@ -125,7 +125,7 @@ enum ESsmEvent : WORD {
   E_PROC_Recognize = 0,
   E_CHG_PcmLinkStatus = 7,  // dropped before any channel sees it
   E_CHG_RcvDTMF = 12,       // low 8 bits: the digit as a character
-  E_PROC_RecordMem = 21,    // write position reached in the recording buffer
+  E_PROC_RecordMem = 21,    // dwParam: write position reached in the recording buffer
   E_CHG_ChState = 24,       // low 16 bits: new channel state
   E_CHG_CIDExBuf = 31,      // caller id has arrived, see SsmGetCallerIdA
   E_CHG_FlashCount = 35,

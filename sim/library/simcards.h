@@ -1,5 +1,5 @@
 // simcards: control of the simulated card library from the same process.
-// libshpa3.so in this directory stands in for the card maker's library: same binary interface, cards made of software.
+// libshpa3.so, built of this directory, stands in for the card maker's library: same interface, cards made of software.
 // Tests link it and steer it through these functions; a running daemon is steered through its Unix socket (cardsim).
 // Threads:   any; one lock inside. The library's own pacing thread writes audio and reports it by events.
 // Channels:  driver channels and circuit numbers as the library interface has them.

@@ -1,5 +1,6 @@
 // simcards_call: the frame of every library operation: lock, record of calls, faults on order, text of the last
-// failure. Threads: the caller's; the lock is held until the Call goes out of scope.
+// failure.
+// Threads:   the caller's; the lock is held until the Call goes out of scope.
 #pragma once
 
 #include <mutex>
