@@ -138,7 +138,7 @@ DST_Channel::DST_Channel() {
   iRecSource = SOURCE_DST;
 }
 
-// -- set-up and overrides -------------------------------------------------------------------------------------------
+// -- set-up and overrides ---------------------------------------------------------------------------------------------
 
 void DST_Channel::Init(int iChannelNr, int iBoardListIndex, int iBoardChannel, ICRecorder* prOwner, int iDriverCh) {
   BaseChannel::Init(iChannelNr, iBoardListIndex, iBoardChannel, prOwner, iDriverCh);
@@ -265,7 +265,7 @@ void DST_Channel::Periodic() {
   }
 }
 
-// -- events ---------------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 
 void DST_Channel::HandleEvent(SSM_EVENT* prEvent) {
   BaseChannel::HandleEvent(prEvent);
@@ -366,7 +366,7 @@ void DST_Channel::CheckConditions(DWORD dwCode, DWORD dwValue) {
   }
 }
 
-// -- D-channel messages ---------------------------------------------------------------------------------------------
+// -- D-channel messages -----------------------------------------------------------------------------------------------
 
 void DST_Channel::OnOther(const SSM_EVENT& rEvent) {
   lg(LOG_NOTICE, "[%d] Other D-channel event %x.%x", iChannel, rEvent.dwParam, rEvent.dwSubReason);

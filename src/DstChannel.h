@@ -107,7 +107,7 @@ class DST_Channel : public BaseChannel {
   int WriteChState() override;
 
  protected:
-  // -- events and calls (DstChannel.cpp) ------------------------------------------------------------------------
+  // -- events and calls (DstChannel.cpp) ------------------------------------------------------------------------------
   bool InCall() override;
   void ClearInfo() override;
   void WhenDigitExpiring() override;
@@ -115,7 +115,7 @@ class DST_Channel : public BaseChannel {
   // Clears every in-call flag and the digits; the caller runs InCallMaybeChanged.
   void CallIsFinished();
 
-  // -- numbers from the display (DstChannel_display.cpp) --------------------------------------------------------
+  // -- numbers from the display (DstChannel_display.cpp) --------------------------------------------------------------
   void AnalyseCID();
   void AnalyseCID_ForReset();
   bool AnalyseCIDsub(std::string& strRemoteNum);
@@ -124,7 +124,7 @@ class DST_Channel : public BaseChannel {
   // What the scan asks of this line at this moment.
   DisplayScanRules ScanRules() const;
 
-  // -- ISDN call phases (DstChannel_isdn.cpp) -------------------------------------------------------------------
+  // -- ISDN call phases (DstChannel_isdn.cpp) -------------------------------------------------------------------------
   void AnalyseBriCID();
   void HandleIsdnCallInfo(DWORD eventCode, const ISDN_CALL_INFO* prCallInfo);
   bool DetermineBriLR(std::string& strLocalNum, std::string& strRemoteNum);

@@ -47,7 +47,7 @@ std::string GetPhaseDescr(DWORD dwCode) {
 
 }  // namespace
 
-// -- messages -------------------------------------------------------------------------------------------------------
+// -- messages ---------------------------------------------------------------------------------------------------------
 
 void DST_Channel::OnBriProgress(const SSM_EVENT& rEvent) {
   OnBriPhase(rEvent);
@@ -111,7 +111,7 @@ void DST_Channel::OnBriCancelled(const SSM_EVENT& rEvent) {
   InCallMaybeChanged();
 }
 
-// -- numbers as lines of text ---------------------------------------------------------------------------------------
+// -- numbers as lines of text -----------------------------------------------------------------------------------------
 
 bool DST_Channel::DetermineBriLR(std::string& strLocalNum_, std::string& strRemoteNum_) {
   std::vector<std::string> astrLines;
@@ -152,7 +152,7 @@ void DST_Channel::AnalyseBriCID() {
   SetRemoteNum(newRemote);
 }
 
-// -- numbers as a record --------------------------------------------------------------------------------------------
+// -- numbers as a record ----------------------------------------------------------------------------------------------
 
 // Each record tells the remote number at its end, also when that is the one of another call or has not changed.
 void DST_Channel::HandleIsdnCallInfo(DWORD eventCode, const ISDN_CALL_INFO* prCallInfo) {

@@ -135,7 +135,7 @@ EReply ReadStep(ReplyBuffer& rReply, int iOutput, int iErrors, const std::string
 
 }  // namespace
 
-// -- set-up -------------------------------------------------------------------------------------------------------
+// -- set-up -----------------------------------------------------------------------------------------------------------
 
 LineCom::~LineCom() {
   CloseStreams();
@@ -167,7 +167,7 @@ void LineCom::SupportsExitMsg() {
   supportsExitMsg = true;
 }
 
-// -- the child ----------------------------------------------------------------------------------------------------
+// -- the child --------------------------------------------------------------------------------------------------------
 
 bool LineCom::StartProgram() {
   std::vector<char*> aacArgs;
@@ -252,7 +252,7 @@ bool LineCom::InvalidState() const {
   return writeToChild == nullptr;
 }
 
-// -- messages -----------------------------------------------------------------------------------------------------
+// -- messages ---------------------------------------------------------------------------------------------------------
 
 bool LineCom::InternalSendMsg(const std::string& msg, std::string& reply) {
   if (!EnsureProgramStarted()) {
@@ -319,7 +319,7 @@ bool LineCom::TryUntilErrorTimeout(const std::string& msg, std::string& reply) {
   }
 }
 
-// -- the end ------------------------------------------------------------------------------------------------------
+// -- the end ----------------------------------------------------------------------------------------------------------
 
 void LineCom::SignalStop() {
   shuttingDown = true;

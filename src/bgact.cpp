@@ -22,7 +22,7 @@ constexpr useconds_t IDLE_STEP_US = 100'000;  // also the longest that an idle w
 
 }  // namespace
 
-// -- the pool -----------------------------------------------------------------------------------------------------
+// -- the pool ---------------------------------------------------------------------------------------------------------
 
 void BgActHandler::init() {
   for (std::intptr_t ix = 0; ix < ATHREAD; ix++) {
@@ -89,7 +89,7 @@ bool BgActHandler::ready() {
   return rList.empty();
 }
 
-// -- the pool of the process --------------------------------------------------------------------------------------
+// -- the pool of the process ------------------------------------------------------------------------------------------
 
 void init_bgact() {
   prBgActHandler = new BgActHandler;  // before its workers, which find it here
@@ -118,7 +118,7 @@ bool isBgQueueReady() {
   return prBgActHandler == nullptr || prBgActHandler->ready();
 }
 
-// -- small actions ------------------------------------------------------------------------------------------------
+// -- small actions ----------------------------------------------------------------------------------------------------
 
 void DeleteFileAct::performThread() {
   (void)DeleteFn(strFilename.c_str());  // what cannot be deleted stays: there is no row that points to it

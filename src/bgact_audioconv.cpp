@@ -59,7 +59,7 @@ std::string calcSum(const std::string& strProgram, const std::string& strFileNam
   return iBlank == std::string::npos ? "" : strOutput.substr(0, iBlank);
 }
 
-// -- on a worker --------------------------------------------------------------------------------------------------
+// -- on a worker ------------------------------------------------------------------------------------------------------
 
 void AudioConvAct::performThread() {
   Convert();
@@ -133,7 +133,7 @@ void AudioConvAct::AddCheckSum() {
   rCallInfo.AddUtf8("callextra", ArrayToString(rExtra));
 }
 
-// -- on the main thread -------------------------------------------------------------------------------------------
+// -- on the main thread -----------------------------------------------------------------------------------------------
 
 void AudioConvAct::performMain() {
   MergeCarryOver(prDB->GetActiveCallCarryOver(iActiveCallID));

@@ -51,7 +51,7 @@ int getDbConnection(void** conn, const char* acDbUser, bool fNotifyError) {
   return 1;
 }
 
-// -- DatabaseConnection -------------------------------------------------------------------------------------------
+// -- DatabaseConnection -----------------------------------------------------------------------------------------------
 
 DatabaseConnection::~DatabaseConnection() {
   if (conn != nullptr) dbi_conn_close(conn);
@@ -129,7 +129,7 @@ void DatabaseConnection::LogError() {
   for (int i = 1; i < iFrames; i++) lg(LOG_INFO, "stack: %s", acSymbols[i]);  // frame 0 is this function
 }
 
-// -- DatabaseResult -----------------------------------------------------------------------------------------------
+// -- DatabaseResult ---------------------------------------------------------------------------------------------------
 
 DatabaseResult::~DatabaseResult() {
   if (hResult != nullptr) (void)dbi_result_free(hResult);
@@ -151,7 +151,7 @@ long long DatabaseResult::GetLongLong(const char* acColumn) const {
   return dbi_result_get_longlong(hResult, acColumn);
 }
 
-// -- Database: process-wide set-up and the wait at start ----------------------------------------------------------
+// -- Database: process-wide set-up and the wait at start --------------------------------------------------------------
 
 void Database::Init() {
   (void)dbi_initialize(nullptr);  // without drivers each attempt to connect fails, and says so

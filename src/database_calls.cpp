@@ -9,7 +9,7 @@
 #include "datafile.h"
 #include "logging.h"
 
-// -- adding and removing rows -------------------------------------------------------------------------------------
+// -- adding and removing rows -----------------------------------------------------------------------------------------
 
 int Database::AddCall(const StringMap& rCallInfo) {
   return AddCallGeneric("Calls", rCallInfo);
@@ -34,7 +34,7 @@ void Database::DeleteActiveCall(int iID) {
   (void)rSharedConn.ExecNonQuery("DELETE FROM ActiveCalls WHERE id=" + ToStdString(iID));  // logged there
 }
 
-// -- looking back -------------------------------------------------------------------------------------------------
+// -- looking back -----------------------------------------------------------------------------------------------------
 
 int Database::GetCallBack(int iContactID, int iBack) {
   if (!rSharedConn.Reconnect()) return -1;
@@ -52,7 +52,7 @@ int Database::GetCallBack(int iContactID, int iBack) {
   return -1;  // the contact has fewer calls, or iBack is 0
 }
 
-// -- changing the active row --------------------------------------------------------------------------------------
+// -- changing the active row ------------------------------------------------------------------------------------------
 
 bool Database::ChangeActiveCall(int iID, const std::string& strAssignments) {
   return rSharedConn.ExecNonQuery("UPDATE ActiveCalls SET " + strAssignments + " WHERE id=" + ToStdString(iID));
@@ -96,7 +96,7 @@ bool Database::UpdateActiveCall(int iID, const StringMap& rCallInfo) {
   return ChangeActiveCall(iID, strAssignments);
 }
 
-// -- callextra and the carry-over ---------------------------------------------------------------------------------
+// -- callextra and the carry-over -------------------------------------------------------------------------------------
 
 bool Database::ReadActiveCallExtra(int iID, std::string& strExtra) {
   DatabaseResult rResult(rSharedConn.Query("SELECT callextra FROM ActiveCalls WHERE id=" + ToStdString(iID)));

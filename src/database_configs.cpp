@@ -4,7 +4,7 @@
 
 #include "callcodes.h"
 
-// -- settings -----------------------------------------------------------------------------------------------------
+// -- settings ---------------------------------------------------------------------------------------------------------
 
 // No filter by part: SetConfigsPart keeps a name unique over all parts.
 std::string Database::GetConfig(const std::string& strParam) {
@@ -40,7 +40,7 @@ void Database::ReplaceConfig(const std::string& strParam, const std::string& str
                                  rSharedConn.Quote(strValue) + "," + rSharedConn.Quote(strPart) + ")");
 }
 
-// -- the recorder -------------------------------------------------------------------------------------------------
+// -- the recorder -----------------------------------------------------------------------------------------------------
 
 void Database::InitRecorder(const std::string& strRecId, const std::string& strName) {
   if (!rSharedConn.Reconnect()) return;
@@ -62,7 +62,7 @@ void Database::InitRecorder(const std::string& strRecId, const std::string& strN
   }
 }
 
-// -- accounts -----------------------------------------------------------------------------------------------------
+// -- accounts ---------------------------------------------------------------------------------------------------------
 
 void Database::GetUsersOfPhone(int iContactID, std::vector<int>& aiAccIDs) {
   if (!rSharedConn.Reconnect()) return;

@@ -44,7 +44,7 @@ Database::EFind Database::Find(const std::string& strSelect, void (*Take)(const 
   return FIND_ROW;
 }
 
-// -- numbers ------------------------------------------------------------------------------------------------------
+// -- numbers ----------------------------------------------------------------------------------------------------------
 
 std::string Database::SelectCallerID(const std::string& strCallerID) {
   return "SELECT id,contactid,islocal from callerids where callerid=" + rSharedConn.Quote(strCallerID) +
@@ -91,7 +91,7 @@ void Database::DeleteIfUnused(Contact rContact) {
                                  " AND NOT EXISTS (SELECT 1 FROM CallerIDs WHERE contactid=Contacts.id)");
 }
 
-// -- lines --------------------------------------------------------------------------------------------------------
+// -- lines ------------------------------------------------------------------------------------------------------------
 
 Contact Database::GetOrCreateLineContact(int iChannel, long long iRecorder, const std::string& strName) {
   Contact rContact;
@@ -108,7 +108,7 @@ Contact Database::GetOrCreateLineContact(int iChannel, long long iRecorder, cons
   return rContact;
 }
 
-// -- look-ups -----------------------------------------------------------------------------------------------------
+// -- look-ups ---------------------------------------------------------------------------------------------------------
 
 std::string Database::GetContactName(int iContactId) {
   if (!rSharedConn.Reconnect()) return "";

@@ -47,7 +47,7 @@ class IDatabase {
  public:
   virtual ~IDatabase() = default;
 
-  // -- connection and recorder --------------------------------------------------------------------------------
+  // -- connection and recorder ----------------------------------------------------------------------------------------
   // Waits for the server, one attempt a second, 60 at most. 0: connected; 1: gave up.
   virtual int WaitForConnection() = 0;
   // Changes the user name of WaitForConnection alone; all SQL runs as "root".
@@ -56,7 +56,7 @@ class IDatabase {
   virtual void InitRecorder(const std::string& strRecId, const std::string& strName) = 0;
   virtual long long GetRecorderID() = 0;  // 0 until InitRecorder succeeded
 
-  // -- calls --------------------------------------------------------------------------------------------------
+  // -- calls ----------------------------------------------------------------------------------------------------------
   // All three return the new row id, -1 on failure.
   virtual int AddCall(const StringMap& rCallInfo) = 0;
   virtual int AddActiveCall(const StringMap& rCallInfo) = 0;
@@ -79,7 +79,7 @@ class IDatabase {
   // The columns that the web side may have changed during the call.
   virtual StdStringMap GetActiveCallCarryOver(int iID) = 0;
 
-  // -- contacts -----------------------------------------------------------------------------------------------
+  // -- contacts -------------------------------------------------------------------------------------------------------
   // Finds or makes the row of a line, with a contact of its own; the name given first stays. iChannel is the line
   // number that users see. Sets iLineID and iContactID alone.
   virtual Contact GetOrCreateLineContact(int iChannel, long long iRecorderID, const std::string& strName) = 0;
@@ -95,7 +95,7 @@ class IDatabase {
   virtual void DeleteIfUnused(Contact rContact) = 0;
   virtual std::string GetContactName(int iContactId) = 0;
 
-  // -- configuration and users --------------------------------------------------------------------------------
+  // -- configuration and users ----------------------------------------------------------------------------------------
   // Merges the rows of a part over what the map holds.
   virtual void GetConfigsPart(StdStringMap& rConfigs, const std::string& strPart) = 0;
   // The value in whatever part; the second reads the decimal number in front of it, 0 without one.

@@ -26,14 +26,14 @@ class ICRecorder {
  public:
   virtual ~ICRecorder() = default;
 
-  // -- life and events ------------------------------------------------------------------------------------------
+  // -- life and events ------------------------------------------------------------------------------------------------
   virtual int InitRecorder() = 0;
   virtual void HandleEvent(SSM_EVENT* prEvent) = 0;
   virtual void NewLineHealth(int iChIx) = 0;
   virtual void NotifyChAvail(int iBoardListIx, int iBoardCh, bool fChAvail) = 0;
   virtual void Shutdown() = 0;
 
-  // -- settings -------------------------------------------------------------------------------------------------
+  // -- settings -------------------------------------------------------------------------------------------------------
   virtual IDatabase* GetDatabaseHandle() = 0;
   virtual std::string GetDataDir() = 0;
   virtual int GetParamInt(const std::string& strParam) = 0;
@@ -51,7 +51,7 @@ class ICRecorder {
   virtual bool IsBoardRingOnCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) = 0;
   virtual bool IsBoardRingOffCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) = 0;
 
-  // -- services -------------------------------------------------------------------------------------------------
+  // -- services -------------------------------------------------------------------------------------------------------
   // A channel's own number as the process before this one stored it, for 10 minutes; UTF-8.
   virtual std::string GetCachedLocalNum(int iBoardCh, int iBoardListIx) = 0;
   virtual void SetCachedLocalNum(int iBoardCh, int iBoardListIx, const std::string& num) = 0;
@@ -79,13 +79,13 @@ class ICRecorder {
   virtual void EmailBackRecording(int iContactID, int iBack) = 0;
   virtual void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) = 0;
 
-  // -- orders ---------------------------------------------------------------------------------------------------
+  // -- orders ---------------------------------------------------------------------------------------------------------
   virtual int SilencingAct(const std::string& strCallId, bool fSound) = 0;
   virtual int RecOnDmdAct(const std::string& strCallId, bool fStart) = 0;
   virtual int ChState(int iChNr) = 0;
   virtual void Reconfigure() = 0;
 
-  // -- settings, read directly ----------------------------------------------------------------------------------
+  // -- settings, read directly ----------------------------------------------------------------------------------------
   std::string strDTMF[DTMF_CODES + 1];     // codes; index 0 is not used
   std::string strDTMFact[DTMF_CODES + 1];  // the action of the code with the same index
   ERecEncodings eRecEnc = RECENC_G711A;

@@ -54,7 +54,7 @@ enum EExit { EXIT_NORMAL = 0, EXIT_FAILED = 1, EXIT_NO_CARDS = 2 };
 
 enum EStartMode { START_BACKGROUND, START_DEBUG, START_NOFORK };
 
-// -- command line and cluster -------------------------------------------------------------------------------------
+// -- command line and cluster -----------------------------------------------------------------------------------------
 
 // Only the first argument counts; an unknown one is as good as none.
 EStartMode ReadStartMode(int argc, char** argv) {
@@ -76,7 +76,7 @@ void WaitAsPassiveNode() {
   lg(LOG_NOTICE, "MORVEX-CREC exit");
 }
 
-// -- signals ------------------------------------------------------------------------------------------------------
+// -- signals ----------------------------------------------------------------------------------------------------------
 
 // The first call of backtrace loads a library and allocates; done here, the one in the handler of a crash does not.
 void PreloadBacktrace() {
@@ -102,7 +102,7 @@ void DieOfSignal(int iSignal, const char* acText) {
   (void)raise(iSignal);  // blocked while its handler runs; strikes when the handler returns
 }
 
-// -- start tries --------------------------------------------------------------------------------------------------
+// -- start tries ------------------------------------------------------------------------------------------------------
 
 // Cards of the last run, apart from those that are marked as not having been present. An empty list is one empty entry.
 int CountOldCards(TRecorderBoot& rBoot) {
@@ -133,7 +133,7 @@ ETryResult TryFindCards(TRecorderBoot& rBoot, time_t rStartTime, int iWantedCard
   return fAppTerminate ? eWithoutMore : TRY_AGAIN;
 }
 
-// -- with cards ---------------------------------------------------------------------------------------------------
+// -- with cards -------------------------------------------------------------------------------------------------------
 
 void StartApiLog(TRecorderBoot& rBoot) {
   if (TextToLong(rBoot.GetOSetting("TdmLogApi")) == 0) return;

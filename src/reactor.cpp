@@ -31,7 +31,7 @@ constexpr int CLIENT_PATIENCE_MS = 5000;
 constexpr int CLIENT_STEP_MS = 100;
 constexpr long CLOSE_STEP_NS = 50'000'000;
 
-// -- socket -------------------------------------------------------------------------------------------------------
+// -- socket -----------------------------------------------------------------------------------------------------------
 
 void LogSocketError(const char* acWhere) {
   lg(LOG_ERR, "Socket communication error: %s: %s", acWhere, strerror(errno));
@@ -131,7 +131,7 @@ void ServerPipe::sendReply(const char* acMsg) {
 
 }  // namespace
 
-// -- the thread ---------------------------------------------------------------------------------------------------
+// -- the thread -------------------------------------------------------------------------------------------------------
 
 void CrecReactor::run() {
   lg(LOG_NOTICE, "reactor started");

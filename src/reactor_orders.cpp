@@ -23,7 +23,7 @@ namespace {
 constexpr int MAX_WAIT_ON_MAIN_MS = 300;
 constexpr int WAIT_STEP_MS = 50;
 
-// -- actions ------------------------------------------------------------------------------------------------------
+// -- actions ----------------------------------------------------------------------------------------------------------
 
 // Straight to the main thread: no action here has work for a worker.
 class ReactorAct : public ThreadAct {
@@ -127,7 +127,7 @@ class DelOnDmdAct : public ResultAct {
   std::string strCallId;
 };
 
-// -- orders -------------------------------------------------------------------------------------------------------
+// -- orders -----------------------------------------------------------------------------------------------------------
 
 template <bool fSound>
 ThreadAct* MakeSilencing(CRecorder* prRecorder, const std::string& strParam) {
@@ -230,7 +230,7 @@ const char* RunOrder(CrecReactor& rReactor, const OrderRow& rRow, const std::str
 
 }  // namespace
 
-// -- the road of an order -----------------------------------------------------------------------------------------
+// -- the road of an order ---------------------------------------------------------------------------------------------
 
 const char* CrecReactor::ReplyTo(const std::string& strMsg) {
   const std::size_t iBlank = strMsg.find(' ');

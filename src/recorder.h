@@ -31,7 +31,7 @@ class CRecorder : public ICRecorder {
   CRecorder(const CRecorder&) = delete;
   CRecorder& operator=(const CRecorder&) = delete;
 
-  // -- initialisation and settings ------------------------------------------------------------------------------
+  // -- initialisation and settings ------------------------------------------------------------------------------------
   // Settings to fields, the unit and its lines to the database, one channel object a driver channel, then events on.
   // 0: running; 1: events could not be set up.
   int InitRecorder() override;
@@ -54,13 +54,13 @@ class CRecorder : public ICRecorder {
   bool IsSpecial(const std::string& strSpecialName) override;
   std::string GetDataDir() override { return "/var/morvex/data/"; }
 
-  // -- events ---------------------------------------------------------------------------------------------------
+  // -- events ---------------------------------------------------------------------------------------------------------
   void HandleEvent(SSM_EVENT* prEvent) override;
   // Gives each channel its turn, also one that the turn of another adds. The main loop calls it once a second.
   void Periodic();
   void Shutdown() override;
 
-  // -- services for channels ------------------------------------------------------------------------------------
+  // -- services for channels ------------------------------------------------------------------------------------------
   std::string GetDtmfAct(const std::string& strDigits) override;
   std::string GetCachedLocalNum(int iBoardCh, int iBoardListIx) override;
   void SetCachedLocalNum(int iBoardCh, int iBoardListIx, const std::string& num) override;
@@ -78,7 +78,7 @@ class CRecorder : public ICRecorder {
   void LinkedChannel(int iBaseCh, int iLinkedCh) override;
   void ChannelDigit(int iBaseCh, char ch) override;
 
-  // -- orders from outside --------------------------------------------------------------------------------------
+  // -- orders from outside --------------------------------------------------------------------------------------------
   // All but ChState answer with an EActResult. An empty call id finds the first channel without a call.
   int SilencingAct(const std::string& strCallId, bool fSound) override;
   int RecOnDmdAct(const std::string& strCallId, bool fStart) override;
@@ -88,7 +88,7 @@ class CRecorder : public ICRecorder {
   // Makes a line write its state file. 0: written, 1: no such line, 2: no such channel, 3: the channel has none.
   int ChState(int iChNr) override;
 
-  // -- line status ----------------------------------------------------------------------------------------------
+  // -- line status ----------------------------------------------------------------------------------------------------
   // Replaces linestatus.dat, one line "Line_<line number>: <health>\n" a channel that has a line number. Written under
   // another name and renamed, so that a reader never sees half a file; on a failure the last good file stays.
   void WriteLineStatus();

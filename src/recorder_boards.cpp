@@ -88,7 +88,7 @@ int WrappingSum(int iA, int iB) {
   return static_cast<int>(static_cast<unsigned int>(iA) + static_cast<unsigned int>(iB));
 }
 
-// -- one board ----------------------------------------------------------------------------------------------------
+// -- one board --------------------------------------------------------------------------------------------------------
 
 std::string TBoard::getId() const {
   return fPresent ? "Syn" + strSerial : strId;
@@ -134,7 +134,7 @@ std::string CRecorder::GetBoardPbxType(int iBoardListIx) {
   return prBoard ? prBoard->strPBXType : std::string();
 }
 
-// -- detection ----------------------------------------------------------------------------------------------------
+// -- detection --------------------------------------------------------------------------------------------------------
 
 ToolConfig ReadToolConfig(const std::string& strPath) {
   ToolConfig rConfig;
@@ -184,7 +184,7 @@ void TRecorderBoot::TakeDetected(const ToolConfig& rFound) {
   }
 }
 
-// -- board list ---------------------------------------------------------------------------------------------------
+// -- board list -------------------------------------------------------------------------------------------------------
 
 void TRecorderBoot::CreateBoardList() {
   MergeRememberedBoards();
@@ -300,7 +300,7 @@ void TRecorderBoot::LogBoardList() {
   lg(LOG_NOTICE, "New CardList: %s", strCardList.c_str());
 }
 
-// -- the running driver -------------------------------------------------------------------------------------------
+// -- the running driver -----------------------------------------------------------------------------------------------
 
 int TRecorderBoot::InitBoards() {
   const time_t rStartTime = time(nullptr);

@@ -33,7 +33,7 @@ class TRecorderBoot : public MainQueue {
   TRecorderBoot(const TRecorderBoot&) = delete;
   TRecorderBoot& operator=(const TRecorderBoot&) = delete;
 
-  // -- one start try --------------------------------------------------------------------------------------------
+  // -- one start try --------------------------------------------------------------------------------------------------
   // Opens the database and loads the settings. False: recording is switched off, by file or in the database; a database
   // that cannot be read counts as switched off.
   bool Init();
@@ -59,7 +59,7 @@ class TRecorderBoot : public MainQueue {
   void LinkOptionalFunctions();
   void UnlinkOptionalFunctions();
 
-  // -- settings -------------------------------------------------------------------------------------------------
+  // -- settings -------------------------------------------------------------------------------------------------------
   std::string GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod);
   // Writes one row at once; rConfigs is not changed, so a cached read sees it only after a restart.
   void SetCrecSetting(const std::string& strParam, const std::string& strValue);
@@ -81,7 +81,7 @@ class TRecorderBoot : public MainQueue {
   void WriteNewConfigsToDB();
   void LoadBoardSettings();  // the conditions of all boards, absent ones too
 
-  // -- boards ---------------------------------------------------------------------------------------------------
+  // -- boards ---------------------------------------------------------------------------------------------------------
   TBoard* GetBoard(int iBoardListIx);  // null for an index out of range
   // The first board with this number, else -1. Absent boards carry -1, so -1 may find one of them.
   int GetBoardListIxForBoardId(int iBoardId) const;

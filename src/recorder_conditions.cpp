@@ -23,7 +23,7 @@ unsigned int LeadingHex(const std::string& strText) {
 
 }  // namespace
 
-// -- lists --------------------------------------------------------------------------------------------------------
+// -- lists ------------------------------------------------------------------------------------------------------------
 
 void AddCndList(const std::string& strList, std::vector<StartStopCnd>& arr) {
   for (const std::string& strItem : TrimmedItems(strList)) {
@@ -64,7 +64,7 @@ void TRecorderBoot::LoadBoardSettings() {
   }
 }
 
-// -- look-ups of a board ------------------------------------------------------------------------------------------
+// -- look-ups of a board ----------------------------------------------------------------------------------------------
 
 bool TRecorderBoot::IsBoardStartCondition(int iBoardListIx, unsigned int dwEvent, unsigned int dwSubReason) {
   const TBoard* prBoard = GetBoard(iBoardListIx);

@@ -57,7 +57,7 @@ ERecEncodings EncodingOf(const std::string& strText) {
 
 }  // namespace
 
-// -- initialisation -----------------------------------------------------------------------------------------------
+// -- initialisation ---------------------------------------------------------------------------------------------------
 
 int CRecorder::InitRecorder() {
   assert(OnMainThread());
@@ -131,7 +131,7 @@ void CRecorder::RegisterUnit() {
   prDatabase->InitRecorder(strSerial, "Morvex" + strSerial);
 }
 
-// -- channels -----------------------------------------------------------------------------------------------------
+// -- channels ---------------------------------------------------------------------------------------------------------
 
 void CRecorder::CreateChannels() {
   lg(LOG_NOTICE, "Total Drv. Max. Ch.: %d", prBoot->iTotalDrvMaxCh);
@@ -197,7 +197,7 @@ int CRecorder::SetUpEvents() {
   return 0;
 }
 
-// -- reloadable settings ------------------------------------------------------------------------------------------
+// -- reloadable settings ----------------------------------------------------------------------------------------------
 
 void CRecorder::LoadReloadableSettings() {
   iNumberFilterType = TextToInt(prBoot->GetOSetting("NumberFilterType"));

@@ -41,7 +41,7 @@ void AskForMail(int iRecId, int iAccId) {
 
 }  // namespace
 
-// -- services for one channel -------------------------------------------------------------------------------------
+// -- services for one channel -----------------------------------------------------------------------------------------
 
 std::string CRecorder::GetDtmfAct(const std::string& strDigits) {
   for (int i = 1; i <= DTMF_CODES; i++) {
@@ -74,7 +74,7 @@ bool CRecorder::IsInRecOnDmdList(const std::string& strNumber) {
   return Holds(astrRecOnDmdList, strNumber);
 }
 
-// -- services about the users of a telephone ----------------------------------------------------------------------
+// -- services about the users of a telephone --------------------------------------------------------------------------
 
 // The last account with an opinion wins; the remote party's accounts come after the local party's.
 bool CRecorder::StoreOnDemand(Contact rContactLocal, Contact rContactRemote) {
@@ -120,7 +120,7 @@ void CRecorder::NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) 
   if (what == LOUD_TALKING) signal_service("email -loud " + strDbRemoteId);
 }
 
-// -- from channel to channel --------------------------------------------------------------------------------------
+// -- from channel to channel ------------------------------------------------------------------------------------------
 
 void CRecorder::MixIn(int iDstCh, int iSrcCh) {
   if (BaseChannel* prChannel = ChannelAt(iSrcCh)) prChannel->StartMixRecord(iDstCh);
@@ -142,7 +142,7 @@ void CRecorder::ChannelDigit(int iBaseCh, char ch) {
   if (BaseChannel* prChannel = ChannelAt(iBaseCh)) prChannel->LinkedChannelDigit(ch);
 }
 
-// -- orders from outside ------------------------------------------------------------------------------------------
+// -- orders from outside ----------------------------------------------------------------------------------------------
 
 BaseChannel* CRecorder::FindCall(const std::string& strCallId) {
   assert(OnMainThread());

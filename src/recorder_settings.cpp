@@ -60,7 +60,7 @@ std::string ChannelKey(const TBoard& rBoard, int iBoardCh, const std::string& st
 
 }  // namespace
 
-// -- settings -----------------------------------------------------------------------------------------------------
+// -- settings ---------------------------------------------------------------------------------------------------------
 
 std::string TRecorderBoot::GetCrecSetting(const std::string& strParam, ECfgLoadMethod cfgLoadMethod) {
   return cfgLoadMethod == CFG_CACHED_LOAD ? ValueOf(rConfigs, strParam) : prDatabase->GetConfig(strParam);
@@ -137,7 +137,7 @@ void TRecorderBoot::WriteNewConfigsToDB() {
   prDatabase->SetConfigsPart(rNewConfigs, "crec");
 }
 
-// -- settings as channels ask for them ----------------------------------------------------------------------------
+// -- settings as channels ask for them --------------------------------------------------------------------------------
 
 std::string CRecorder::GetChannelParamStr(int iBoardCh, int iBoardListIx, const std::string& strParam) {
   return prBoot->GetChannelParamStr(iBoardCh, iBoardListIx, strParam, CFG_CACHED_LOAD);

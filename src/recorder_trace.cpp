@@ -38,7 +38,7 @@ FILE* hCasMsgTraceFile GUARDED_BY(rTraceMutex) = nullptr;
 int g_iTraceChNr GUARDED_BY(rTraceMutex) = -1;  // driver channel
 time_t g_tTraceStartTime GUARDED_BY(rTraceMutex) = 0;
 
-// -- files --------------------------------------------------------------------------------------------------------
+// -- files ------------------------------------------------------------------------------------------------------------
 
 FILE* OpenTraceFile(const char* acName, const char* acHeader) {
   FILE* hFile = fopen(acName, "w");
@@ -68,7 +68,7 @@ void CloseFiles() {
   }
 }
 
-// -- lines --------------------------------------------------------------------------------------------------------
+// -- lines ------------------------------------------------------------------------------------------------------------
 
 char CmdTypeChar(BYTE ucCmd) {
   const int iType = ucCmd - CMD_STATUS;
@@ -95,7 +95,7 @@ void WriteEventLine(int nCh, const DST_EVENT& rEvent) REQUIRES(rTraceMutex) {
 
 }  // namespace
 
-// -- called by the driver -----------------------------------------------------------------------------------------
+// -- called by the driver ---------------------------------------------------------------------------------------------
 
 BOOL RecRawDataCallBack(int /*nCh*/, DWORD dwLen, LPBYTE pucData, WORD /*tmpDataDiscardedTimes*/,
                         WORD /*tmpWriteToFileFailedTimes*/) {
@@ -115,7 +115,7 @@ int DSTCallback(DWORD /*dwNum*/, char* szTime, int nCh, BYTE ucProcessType, BYTE
   return 1;
 }
 
-// -- the trace mode of the main loop ------------------------------------------------------------------------------
+// -- the trace mode of the main loop ----------------------------------------------------------------------------------
 
 void RunBitStreamTrace(TRecorderBoot& rBoot, CRecorder& rRecorder) {
   const int iDrvCh = rRecorder.iBitStreamChNr;  // a second start during a trace does not move it

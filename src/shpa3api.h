@@ -268,7 +268,7 @@ using DTR_CALLBACK = int (*)(DWORD dwNum, char* szTime, int nCh, BYTE ucProcessT
 // The one function that a library need not have; linked at run time.
 using SsmClearR2callToneBuf_FT = int (*)(int nCh);
 
-// -- start and end ------------------------------------------------------------------------------------------
+// -- start and end ----------------------------------------------------------------------------------------------------
 int SsmStartCti(LPCSTR lpSsmCfgFileName, LPCSTR lpIndexCfgFileName);
 int SsmCloseCti();
 int SsmGetDllVersion(PSSM_VERSION pDLLVersion);
@@ -277,18 +277,18 @@ void SsmGetLastErrMsg(LPSTR szErrMsg);
 int SsmGetMaxUsableBoard();
 int SsmGetMaxCh();
 
-// -- channel facts ------------------------------------------------------------------------------------------
+// -- channel facts ----------------------------------------------------------------------------------------------------
 int SsmGetChHdInfo(int nCh, int* pnBId, int* pnBCh);
 int SsmGetChType(int nCh);
 int SsmGetChState(int nCh);
 int SsmGetLineVoltage(int nCh);
 
-// -- events -------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 int SsmSetEvent(WORD wEvent, int nReference, BOOL bEnable, PEVENT_SET_INFO pEventSet);
 // 0: an event was delivered. SSM_EVENT_TIMEOUT: none came in dwTimeOut milliseconds. Anything else: error.
 int SsmWaitForEventA(DWORD dwTimeOut, PSSM_EVENT pEvent);
 
-// -- recording ----------------------------------------------------------------------------------------------
+// -- recording --------------------------------------------------------------------------------------------------------
 int SsmRecToMem(int nCh, int nFormat, LPBYTE pBuf, DWORD dwBufSize, DWORD dwReserved);
 int SsmStopRecToMem(int nCh);
 int SsmRecToFile(int nCh, LPCSTR pszFileName, int nFormat, DWORD dwStartPos, DWORD dwBytes, DWORD dwTime, int nMask);
@@ -297,13 +297,13 @@ int SsmStartRecBitFlow(int nCh, LPFNDSTRECRAWDATA pfnRecRawData);
 int SsmStopRecBitFlow(int nCh);
 int DTRSendRawData2A3(DWORD dwNum, PCHAR pcData, int nCh, BYTE ucProcessType, WORD wLen, LPBYTE pfnCallback);
 
-// -- set-up of a channel ------------------------------------------------------------------------------------
+// -- set-up of a channel ----------------------------------------------------------------------------------------------
 int SsmSetRecVolume(int nCh, int nVolume);
 int SsmSetRecAGC(int nCh, int bEnable);
 int DTRSetMixerVolume(int nCh, int nGroup, int nVolumeIn, int nVolumeOut);
 int SsmSetBargeInSens(int nCh, int nSensitivity);
 
-// -- numbers and digits -------------------------------------------------------------------------------------
+// -- numbers and digits -----------------------------------------------------------------------------------------------
 int SsmClearCallerId(int nCh);
 int SsmClearRxDtmfBuf(int nCh);
 char* SsmGetCallerIdA(int nCh);             // null, or a string owned by the library: read it at once

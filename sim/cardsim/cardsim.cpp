@@ -131,7 +131,7 @@ int Refused(const std::string& strWhere, const std::string& strError) {
   return EXIT_REFUSED;
 }
 
-// -- single actions -----------------------------------------------------------------------------------------
+// -- single actions ---------------------------------------------------------------------------------------------------
 
 // A word of the command line as the cards read it: quoted where it must be.
 std::string AsWord(const std::string& strArg) {
@@ -182,7 +182,7 @@ int RunAction(const Options& rOptions, const std::vector<std::string>& astrArgs)
   return rAnswer.strError.empty() ? EXIT_DONE : Refused("cardsim", rAnswer.strError);
 }
 
-// -- status -------------------------------------------------------------------------------------------------
+// -- status -----------------------------------------------------------------------------------------------------------
 
 // "name=value name=value" as an object; numbers become numbers.
 nlohmann::json AsObject(const std::string& strLine) {
@@ -219,7 +219,7 @@ int RunStatus(const Options& rOptions) {
   return EXIT_DONE;
 }
 
-// -- scenarios ----------------------------------------------------------------------------------------------
+// -- scenarios --------------------------------------------------------------------------------------------------------
 
 bool ReadFile(const std::string& strFile, std::string& strText) {
   std::ifstream rFile(strFile, std::ios::binary);

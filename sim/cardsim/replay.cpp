@@ -75,7 +75,7 @@ class TraceReader {
   int iLine = 0;
 };
 
-// -- lines ----------------------------------------------------------------------------------------------------------
+// -- lines ------------------------------------------------------------------------------------------------------------
 
 bool ParseEvent(const std::string& strLine, TraceEvent& rEvent) {
   // The form is checked by the comparison below, so what sscanf takes too lightly does no harm.
@@ -121,7 +121,7 @@ bool IsData(const std::string& strLine) {
   return true;
 }
 
-// -- files ----------------------------------------------------------------------------------------------------------
+// -- files ------------------------------------------------------------------------------------------------------------
 
 // A trace is of one channel, and its clock goes forward.
 void CheckOrder(TraceReader& rReader, const TraceEvent& rFirst, int iLastSecond, const TraceEvent& rEvent) {
@@ -204,7 +204,7 @@ void MatchTexts(std::vector<TraceEvent>& vEvents, const std::vector<TraceText>& 
   if (iText < vTexts.size()) rTextReader.FailAt(vTexts[iText].iLine, "this text has no display in the other file");
 }
 
-// -- the scenario ---------------------------------------------------------------------------------------------------
+// -- the scenario -----------------------------------------------------------------------------------------------------
 
 std::string Format(const char* acForm, unsigned iValue) {
   char acText[24];

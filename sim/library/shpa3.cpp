@@ -53,7 +53,7 @@ std::string WrongSetting(WORD wEvent, BOOL bEnable, const EVENT_SET_INFO* prSett
 
 }  // namespace
 
-// -- start and end ------------------------------------------------------------------------------------------
+// -- start and end ----------------------------------------------------------------------------------------------------
 
 int SsmStartCti(LPCSTR lpSsmCfgFileName, LPCSTR lpIndexCfgFileName) {
   {
@@ -113,7 +113,7 @@ int SsmGetMaxCh() {
   return rCall.Refused() ? rCall.iResult : static_cast<int>(rCall.rState.vChannels.size());
 }
 
-// -- channel facts ------------------------------------------------------------------------------------------
+// -- channel facts ----------------------------------------------------------------------------------------------------
 
 int SsmGetChHdInfo(int nCh, int* pnBId, int* pnBCh) {
   Call rCall(Call::UNLISTED, "SsmGetChHdInfo");
@@ -146,7 +146,7 @@ int SsmGetLineVoltage(int nCh) {
   return prChannel == nullptr ? simcards::SSM_FAILED : prChannel->iVoltage;
 }
 
-// -- events -------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 
 int SsmSetEvent(WORD wEvent, int nReference, BOOL bEnable, PEVENT_SET_INFO pEventSet) {
   Call rCall(Call::LISTED, "SsmSetEvent", wEvent, nReference, bEnable);

@@ -37,7 +37,7 @@ bool IsFormat(int nFormat) {
 
 }  // namespace
 
-// -- recording ----------------------------------------------------------------------------------------------
+// -- recording --------------------------------------------------------------------------------------------------------
 
 int SsmRecToMem(int nCh, int nFormat, LPBYTE pBuf, DWORD dwBufSize, DWORD dwReserved) {
   Call rCall(Call::LISTED, "SsmRecToMem", nCh, nFormat, dwBufSize, dwReserved);
@@ -86,7 +86,7 @@ int SsmStopRecToFile(int nCh) {
   return SSM_OK;
 }
 
-// -- set-up of a channel ------------------------------------------------------------------------------------
+// -- set-up of a channel ----------------------------------------------------------------------------------------------
 
 int SsmSetRecVolume(int nCh, int nVolume) {
   Call rCall(Call::LISTED, "SsmSetRecVolume", nCh, nVolume);
@@ -108,7 +108,7 @@ int SsmSetBargeInSens(int nCh, int nSensitivity) {
   return OnlyChecked(rCall, nCh);
 }
 
-// -- numbers and digits -------------------------------------------------------------------------------------
+// -- numbers and digits -----------------------------------------------------------------------------------------------
 
 int SsmClearCallerId(int nCh) {
   Call rCall(Call::LISTED, "SsmClearCallerId", nCh);

@@ -12,7 +12,7 @@
 
 namespace simcards {
 
-// -- without SsmStartCti: a bench of channels for unit tests --------------------------------------------------------
+// -- without SsmStartCti: a bench of channels for unit tests ----------------------------------------------------------
 // Forgets boards, channels, events, faults, recorded calls and audio; stops the pacing thread.
 void Reset();
 // Makes channels 0 to iCount - 1 of one type on board iBoardId, appended after those that exist. No pacing thread runs
@@ -22,7 +22,7 @@ void AddBoard(int iBoardId, int iCount, int iChType);
 // Where SsmStartCti looks for the cards in the machine, until Reset; without it "/usr/local/lib/shcti/simcards.conf".
 void SetConfFile(const std::string& strPath);
 
-// -- facts and state ------------------------------------------------------------------------------------------------
+// -- facts and state --------------------------------------------------------------------------------------------------
 void SetChState(int nCh, int iState);  // what SsmGetChState returns; no event
 void SetVoltage(int nCh, int iVoltage);
 void SetCallerId(int nCh, const std::string& strCallerId);  // what SsmGetCallerIdA returns until SsmClearCallerId
@@ -33,7 +33,7 @@ struct SpyInfo {
 };
 void SetSpyInfo(int nCic, const SpyInfo& rInfo);
 
-// -- events ---------------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 // Queues an event for SsmWaitForEventA; `strData` is what pvBuffer will hold. On a bench all events are on and
 // E_PROC_RecordMem comes each half ring, until SsmSetEvent says otherwise; after SsmStartCti events are off until then.
 void PushEvent(WORD wEventCode, int nReference, DWORD dwParam, DWORD dwSubReason = 0, DWORD dwXtraInfo = 0,
@@ -42,7 +42,7 @@ void PushEvent(WORD wEventCode, int nReference, DWORD dwParam, DWORD dwSubReason
 SSM_EVENT MakeEvent(WORD wEventCode, int nReference, DWORD dwParam, DWORD dwSubReason = 0,
                     std::string* prData = nullptr);
 
-// -- faults and record of calls -------------------------------------------------------------------------------------
+// -- faults and record of calls ---------------------------------------------------------------------------------------
 // The next iTimes calls of an operation (by its name, "SsmRecToMem") fail with this result and SsmGetLastErrMsg text.
 void FailNext(const std::string& strOperation, int iTimes, int iResult, const std::string& strText);
 // Every call of a library operation since the last TakeCalls, one text a call with its arguments in decimal:
@@ -51,7 +51,7 @@ void FailNext(const std::string& strOperation, int iTimes, int iResult, const st
 // listed.
 std::vector<std::string> TakeCalls();
 
-// -- audio ----------------------------------------------------------------------------------------------------------
+// -- audio ------------------------------------------------------------------------------------------------------------
 // What a channel "hears", one at a time; the next call replaces it. Bytes are in the law of the recording's format.
 void PlaySilence(int nCh);
 void PlayTone(int nCh, double dHz, double dLevelDb);

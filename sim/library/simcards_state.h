@@ -101,7 +101,7 @@ struct State {
   void AddBoardChannels(int iBoardId, int iCount, int iChType);
   void Note(const std::string& strCall);
 
-  // -- events (simcards_events.cpp) ---------------------------------------------------------------------------
+  // -- events (simcards_events.cpp) -----------------------------------------------------------------------------------
   // The setting that holds for an event of a channel; null: the event is off.
   const EVENT_SET_INFO* SettingOf(WORD wEvent, int nReference) const;
   bool EventsOn() const { return eMode == MODE_BENCH || !rEventSettings.empty(); }
@@ -109,7 +109,7 @@ struct State {
   void Queue(QueuedEvent rQueued);  // drops the event when it is switched off
   void DropReports(int nCh);        // a ring that is no longer written has nothing to report
 
-  // -- audio (simcards_record.cpp) ----------------------------------------------------------------------------
+  // -- audio (simcards_record.cpp) ------------------------------------------------------------------------------------
   void AdvanceAll(int iBytes);
   void Hear(int nCh, const std::string& strBytes);
 };

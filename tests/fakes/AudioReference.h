@@ -10,7 +10,7 @@
 
 constexpr int WAV_HEADER = 56;  // bytes
 
-// -- G.711 once more, by its decision levels, so that mixing is checked against another computation ------------------
+// -- G.711 once more, by its decision levels, so that mixing is checked against another computation -------------------
 
 inline int DecodeA(unsigned char ucCode) {
   const int iCode = ucCode ^ 0x55;
@@ -76,7 +76,7 @@ inline std::string Interleaved(const std::string& strOwn, const std::string& str
   return strBoth;
 }
 
-// -- what a file should hold -----------------------------------------------------------------------------------------
+// -- what a file should hold ------------------------------------------------------------------------------------------
 
 inline std::string Number(unsigned uiValue, int iBytes) {
   std::string strBytes;

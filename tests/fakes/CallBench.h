@@ -21,7 +21,7 @@ class EventLine : public TestChannel {
  public:
   EventLine() { iRecSource = 1; }
 
-  // -- kinds of lines, as the constructors of subclasses make them --------------------------------------------------
+  // -- kinds of lines, as the constructors of subclasses make them ----------------------------------------------------
   void BeOneThatRingsUntilPickup() { fRingsUntilPickup = true; }
   void BeOneThatIsDialledOn() { fUsePressedDigitsForRemote = true; }
   void BeOneWithConnectedNumbers() { fHasConnectedNum = true; }
@@ -29,7 +29,7 @@ class EventLine : public TestChannel {
   void BeOneThatMeasuresLoudness() { fCalcLoudness = true; }
   void BeOnDemandByNumber() { isOnDemandByNumber = true; }
 
-  // -- what signalling tells besides the events ---------------------------------------------------------------------
+  // -- what signalling tells besides the events -----------------------------------------------------------------------
   void NumberFromSignalling(const std::string& strNum) { strRemoteNum = strNum; }  // without age, told with the call
   void DirectionFromSignalling(bool fIncomingCall) {
     fKnowIncoming = true;
@@ -118,7 +118,7 @@ class CallBench : public ChannelBench {
     testtime::rFrozen = rTime;
   }
 
-  // -- what happens on the line --------------------------------------------------------------------------------------
+  // -- what happens on the line ---------------------------------------------------------------------------------------
   void Ring() { Send(rLine, E_RCV_DSTDChannel, DMSG_RING_ON); }
   void RingStops() { Send(rLine, E_RCV_DSTDChannel, DMSG_RING_OFF); }
   void OffHook() { Send(rLine, E_RCV_DSTDChannel, DMSG_OFF_HOOK); }
@@ -145,7 +145,7 @@ class CallBench : public ChannelBench {
     }
   }
 
-  // -- files ---------------------------------------------------------------------------------------------------------
+  // -- files ----------------------------------------------------------------------------------------------------------
   // The file that the last line of a log tells of.
   static std::string FileToldIn(const Texts& astrLog) {
     const std::string strTold = "5 [7] Recording to file ";

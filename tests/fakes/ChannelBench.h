@@ -78,7 +78,7 @@ class ChannelBench : public ::testing::Test {
     (void)rRecorder.rDatabase.TakeCalls();
   }
 
-  // -- what happens on the lines; the lines stand in rRecorder.vChannels --------------------------------------------
+  // -- what happens on the lines; the lines stand in rRecorder.vChannels ----------------------------------------------
   // The card hears these bytes on one driver channel, and reports them; nothing while that channel does not record.
   void Hear(int iDrvCh, const std::string& strBytes) {
     simcards::Hear(iDrvCh, strBytes);
@@ -93,7 +93,7 @@ class ChannelBench : public ::testing::Test {
     while (SsmWaitForEventA(0, &rEvent) == SSM_OK) rRecorder.HandleEvent(&rEvent);
   }
 
-  // -- what others see of it; each of these four forgets what it tells ----------------------------------------------
+  // -- what others see of it; each of these four forgets what it tells ------------------------------------------------
   static Texts Log() { return logsink::TakeTexts(); }
   static Texts Cards() { return simcards::TakeCalls(); }
   Texts Orders() { return rRecorder.TakeCalls(); }  // to the recorder

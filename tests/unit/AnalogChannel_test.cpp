@@ -83,7 +83,7 @@ class AnalogChannelTest : public ChannelBench {
 
 }  // namespace
 
-// -- settings --------------------------------------------------------------------------------------------------------
+// -- settings ---------------------------------------------------------------------------------------------------------
 
 // No event shows these: Init replaces them, and nothing happens on a line before it.
 TEST_F(AnalogChannelTest, LineBeforeInitWaitsForVoice) {
@@ -173,7 +173,7 @@ TEST_F(AnalogChannelTest, TriggerDecidesWhatMakesACall) {
   }
 }
 
-// -- channel states --------------------------------------------------------------------------------------------------
+// -- channel states ---------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, StateMakesOrEndsACall) {
   struct Row {
@@ -246,7 +246,7 @@ TEST_F(AnalogChannelTest, RecordingStateStopsARingAndLeavesTheCallAlone) {
   EXPECT_EQ((Texts{"5 [5] Analog channel state: 128 recording", "5 [5] Analog channel state: 0 idle"}) + STOPS, Log());
 }
 
-// -- digits, flash, no sound, audio ----------------------------------------------------------------------------------
+// -- digits, flash, no sound, audio -----------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, DigitIsTheLowByte) {
   Event(E_CHG_RcvDTMF, 0xab00 | '5');
@@ -299,7 +299,7 @@ TEST_F(AnalogChannelTest, CodesOfOtherCardsAreIgnored) {
   EXPECT_EQ(NOTHING, Cards());
 }
 
-// -- caller id -------------------------------------------------------------------------------------------------------
+// -- caller id --------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, CallerIdBecomesTheRemoteNumber) {
   struct Row {
@@ -367,7 +367,7 @@ TEST_F(AnalogChannelTest, AfterAnR2SplitOnlyTheR2FormChangesTheNumber) {
       Log());
 }
 
-// -- tones -----------------------------------------------------------------------------------------------------------
+// -- tones ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, ToneIsToldOnceAndACallProgressToneSwitchesTheLoudAlarmOff) {
   struct Row {
@@ -457,7 +457,7 @@ TEST_F(AnalogChannelTest, SilentLineStartsACallInTheTestMode) {
   }
 }
 
-// -- sound -----------------------------------------------------------------------------------------------------------
+// -- sound ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, SoundStartsACallAndSilenceEndsIt) {
   MakeLine({{"Trigger", "2"}, {"SilenceTimeOut", "10"}});
@@ -506,7 +506,7 @@ TEST_F(AnalogChannelTest, TestModeRecordsInAnEndlessChain) {
   }
 }
 
-// -- each second -----------------------------------------------------------------------------------------------------
+// -- each second ------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, AlwaysStartsItsOneCallInTheFirstSecond) {
   MakeLine({{"Trigger", "4"}});
@@ -538,7 +538,7 @@ TEST_F(AnalogChannelTest, DigitsExpireBeforeTheSilenceOfTheSameSecond) {
             Log());
 }
 
-// -- state file ------------------------------------------------------------------------------------------------------
+// -- state file -------------------------------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, StateFileHasTheVoltageOfTheLastSecond) {
   EXPECT_EQ("", StateFile());

@@ -109,7 +109,7 @@ class BaseChannelAudio : public CallBench {
 
 }  // namespace
 
-// -- file ------------------------------------------------------------------------------------------------------------
+// -- file -------------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, EmptyALawFileIsItsHeader) {
   Record();
@@ -264,7 +264,7 @@ TEST_F(BaseChannelAudio, CountPastTwoGigabytesGoesOnUnsigned) {
   EXPECT_EQ(Wav(6, 1, 0x80000001U, "ab"), HangUp());
 }
 
-// -- ring buffer -----------------------------------------------------------------------------------------------------
+// -- ring buffer ------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, RingOfManyRoundsReachesTheFileInOrder) {
   const std::string strAudio = Noise(40000, 2);
@@ -375,7 +375,7 @@ TEST_F(BaseChannelAudio, RecordMemEventMakesNoAllocation) {
   }
 }
 
-// -- mixing ----------------------------------------------------------------------------------------------------------
+// -- mixing -----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, UnequalPiecesAreMixedSampleBySample) {
   for (const bool fULaw : {false, true}) {
@@ -528,7 +528,7 @@ TEST_F(BaseChannelAudio, LinkedChannelFeedsTheBaseAndNotAFileOfItsOwn) {
   EXPECT_FALSE(testtools::Exists("/recordings/2024/01/31/14/20240131_142345_008_01.wav"));
 }
 
-// -- linked side -----------------------------------------------------------------------------------------------------
+// -- linked side ------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, MixRecordIsToldAndDrivesTheCard) {
   rRecorder.MixIn(3, LINKED_CH);
@@ -570,7 +570,7 @@ TEST_F(BaseChannelAudio, LinkHoldsUntilTheDriverHasStopped) {
   EXPECT_EQ(NOTHING, Log());
 }
 
-// -- the copy of a live listener -------------------------------------------------------------------------------------
+// -- the copy of a live listener --------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, LiveCopyFollowsEachWriteBesideTheFinalName) {
   rRecorder.fMonitoring = true;
@@ -647,7 +647,7 @@ TEST_F(BaseChannelAudio, CallbackEntryWritesToTheLiveCopyOnly) {
   EXPECT_EQ(Wav(6, 1, ""), HangUp());
 }
 
-// -- loudness --------------------------------------------------------------------------------------------------------
+// -- loudness ---------------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -861,7 +861,7 @@ TEST_F(BaseChannelLoudness, LevelAtTheThresholdIsNotLoud) {
   }
 }
 
-// -- diagnostic ------------------------------------------------------------------------------------------------------
+// -- diagnostic -------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, MoreThanFiftyZeroBytesAreWarnedOf) {
   unsigned char acAudio[200] = {};

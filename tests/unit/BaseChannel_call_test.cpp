@@ -33,7 +33,7 @@ class BaseChannelCall : public CallBench {
 
 }  // namespace
 
-// -- ringing ---------------------------------------------------------------------------------------------------------
+// -- ringing ----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelCall, RingAloneTellsNothing) {
   Ring();
@@ -198,7 +198,7 @@ TEST_F(BaseChannelCall, RingDuringACallMovesTheRingTimesOnly) {
   EXPECT_EQ("5", Active("waittime"));
 }
 
-// -- age of the remote number ----------------------------------------------------------------------------------------
+// -- age of the remote number -----------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelCall, RemoteNumberOfElevenSecondsIsNotTakenForTheCallThatStarts) {
   CallerId("0170");
@@ -282,7 +282,7 @@ TEST_F(BaseChannelCall, NumberWithoutTimeDoesNotExpire) {
   EXPECT_EQ("0170", Active("remote"));
 }
 
-// -- direction -------------------------------------------------------------------------------------------------------
+// -- direction --------------------------------------------------------------------------------------------------------
 
 // A ring that began 20 seconds before the call, and what else is known when it starts.
 TEST_F(BaseChannelCall, DirectionIsGuessedFromRingsAndDigits) {
@@ -364,7 +364,7 @@ TEST_F(BaseChannelCall, StartOfACallTakesDigitsAgain) {
   EXPECT_EQ((Texts{"5 [7] Digits: 2"}), Log());
 }
 
-// -- start and stop --------------------------------------------------------------------------------------------------
+// -- start and stop ---------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelCall, UnchangedAnswerDoesNothing) {
   OnHook();
@@ -457,7 +457,7 @@ TEST_F(BaseChannelCall, ShutdownEndsTheCallWithoutJudgingDigits) {
   EXPECT_EQ("", Active("remote"));
 }
 
-// -- the whole road --------------------------------------------------------------------------------------------------
+// -- the whole road ---------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelCall, KeptCallGoesFromTheFirstRingToTheFinishedRow) {
   const std::string strName = "/recordings/2024/01/31/14/20240131_142350_007_01.wav";

@@ -34,7 +34,7 @@ class BaseChannelStop : public CallBench {
   }
 };
 
-// -- stop: the driver and the file ----------------------------------------------------------------------------------
+// -- stop: the driver and the file ------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelStop, CallThatOnlyWaitedHasNothingToStop) {
   InitLines({{"RecOnDmd", "1"}});
@@ -89,7 +89,7 @@ TEST_F(BaseChannelStop, BothFilesAreClosed) {
   EXPECT_EQ(OpenDescriptors(), iBefore);
 }
 
-// -- stop: the rules of keeping -------------------------------------------------------------------------------------
+// -- stop: the rules of keeping ---------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelStop, KeptRecordingMovesItsRowToTheCalls) {
   rDatabase.fNoteReads = true;
@@ -405,7 +405,7 @@ TEST_F(BaseChannelKeep, BarredPartIsDroppedWithoutAskingForContacts) {
   EXPECT_EQ(Kept("local"), "23");
 }
 
-// -- what the finishing is told -------------------------------------------------------------------------------------
+// -- what the finishing is told ---------------------------------------------------------------------------------------
 
 // Stand-ins for the appliance's tools, which write their arguments down.
 class BaseChannelFinish : public BaseChannelKeep {

@@ -106,7 +106,7 @@ TEST_F(BaseChannelDecide, UnreachableDatabaseCountsAsNoSchedule) {
   EXPECT_EQ(Log(), Recorded());
 }
 
-// -- the way into a recording ---------------------------------------------------------------------------------------
+// -- the way into a recording -----------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelDecide, PlainCallIsRecordedAndGetsItsRow) {
   rDatabase.fNoteReads = true;
@@ -307,7 +307,7 @@ TEST_F(BaseChannelDecide, IdentityThatIsGoneIsForgottenWithTheNextRecording) {
   EXPECT_EQ(Active("local"), "");
 }
 
-// -- on demand ------------------------------------------------------------------------------------------------------
+// -- on demand --------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelDecide, RecordingOnDemandByNumber) {
   const char* const acOnDemand = "5 [7] Recording on demand";
@@ -479,7 +479,7 @@ TEST_F(BaseChannelDecide, RepeatedDemandChangesNothing) {
   }
 }
 
-// -- silencing ------------------------------------------------------------------------------------------------------
+// -- silencing --------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelDecide, SilencingWithoutTheOptionIsRefused) {
   simcards::PlayCounting(DRIVER_CH);

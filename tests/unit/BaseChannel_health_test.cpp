@@ -40,7 +40,7 @@ const Texts NOTHING;
 
 }  // namespace
 
-// -- texts -----------------------------------------------------------------------------------------------------------
+// -- texts ------------------------------------------------------------------------------------------------------------
 
 TEST(BaseChannelHealthTexts, EveryChannelStateHasItsTextAndClass) {
   struct Row {
@@ -89,7 +89,7 @@ TEST(BaseChannelHealthTexts, EveryHealthHasItsText) {
   EXPECT_STREQ("", GetLineHealthDescr(static_cast<ELineHealth>(3)));
 }
 
-// -- errors ----------------------------------------------------------------------------------------------------------
+// -- errors -----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelHealth, ThirdShortErrorInARowMakesAnErrorForThirtySeconds) {
   State(139);
@@ -160,7 +160,7 @@ TEST_F(BaseChannelHealth, QuietTimeEarnsNoCredit) {
   EXPECT_EQ((Texts{OFFLINE, OK, OFFLINE, OK, OFFLINE}), Log());
 }
 
-// -- offline ---------------------------------------------------------------------------------------------------------
+// -- offline ----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelHealth, OfflineStateHoldsTheHealthHoweverLongItLasts) {
   for (const int iState : {8, 11}) {
@@ -203,7 +203,7 @@ TEST_F(BaseChannelHealth, OfflineStateLowersBothScoresEachSecond) {
   EXPECT_EQ((Texts{OK}), Log());
 }
 
-// -- both ------------------------------------------------------------------------------------------------------------
+// -- both -------------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelHealth, ChangeFromErrorToOfflineIsOneReport) {
   State(139);

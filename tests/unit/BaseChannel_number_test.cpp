@@ -37,7 +37,7 @@ class BaseChannelNumber : public CallBench {
   const std::string FILE_1 = "/recordings/2024/01/31/14/20240131_142345_007_01.wav";
 };
 
-// -- the numbers as others see them ---------------------------------------------------------------------------------
+// -- the numbers as others see them -----------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, RemoteNumberIsMaskedFromItsEnd) {
   const struct {
@@ -89,7 +89,7 @@ TEST_F(BaseChannelNumber, LocalSideIsTheCustomIdentityElseTheNumberThatWasSetEls
   }
 }
 
-// -- change of the remote or connected number -----------------------------------------------------------------------
+// -- change of the remote or connected number -------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, RemoteNumberOutsideACallIsKeptForTenSeconds) {
   for (const bool fExpired : {false, true}) {
@@ -163,7 +163,7 @@ TEST_F(BaseChannelNumber, UnchangedNumberWritesNoRowButAsksTheRulesAgain) {
   EXPECT_THAT(Queries(), ElementsAre("DeleteActiveCall 1"));
 }
 
-// -- change of the local number -------------------------------------------------------------------------------------
+// -- change of the local number ---------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, LocalChangeGoesToTheActiveRow) {
   Wait();
@@ -280,7 +280,7 @@ TEST_F(BaseChannelNumber, TransferNumberSurvivesTheClearingOfTheField) {
   EXPECT_EQ(Active("local"), "0301234");
 }
 
-// -- what a change does to the recording ----------------------------------------------------------------------------
+// -- what a change does to the recording ------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, NumberOutsideACallAsksNoRule) {
   Bar("0301234");
@@ -354,7 +354,7 @@ TEST_F(BaseChannelNumber, NumberThatTurnsOnRecordingOnDemandDropsWhatWasRecorded
   EXPECT_EQ(KeptRows(), 1u);
 }
 
-// -- digits ---------------------------------------------------------------------------------------------------------
+// -- digits -----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, DigitsCollectUntilNoneCameForSixSeconds) {
   Press("1");
@@ -488,7 +488,7 @@ TEST_F(BaseChannelNumber, DigitThatIsIgnoredTellsThatSomeoneDials) {
   EXPECT_EQ(Log().at(1), "5 [7] Outgoing call");  // not the answer to that ring
 }
 
-// -- digit actions --------------------------------------------------------------------------------------------------
+// -- digit actions ----------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelNumber, CodeFiresAndItsDigitsStayForALongerCode) {
   Wait();

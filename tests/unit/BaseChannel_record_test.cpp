@@ -67,7 +67,7 @@ class BaseChannelRecord : public CallBench {
   }
 };
 
-// -- id and file names ----------------------------------------------------------------------------------------------
+// -- id and file names ------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelRecord, IdHasTimeLineAndCounter) {
   const struct {
@@ -188,7 +188,7 @@ TEST_F(BaseChannelRecord, EachPartOfOneSecondHasItsOwnFile) {
   EXPECT_EQ(FileToldIn(Log()), "/recordings/2024/01/31/14/20240131_142345_007_02.wav");
 }
 
-// -- the row of a call ----------------------------------------------------------------------------------------------
+// -- the row of a call ------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelRecord, RowsOfAPlainLine) {
   OffHook();
@@ -477,7 +477,7 @@ TEST_F(BaseChannelRecord, UnreachableDatabaseLeavesTheIdsUnknown) {
             Row({{"remote", "0301234"}, {"remotefull", "0301234"}, {"lineid", "-1"}, {"localcontact", "-1"}}));
 }
 
-// -- rows and the end of a part -------------------------------------------------------------------------------------
+// -- rows and the end of a part ---------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelRecord, RowOfACallThatOnlyWaitedIsRemovedOnce) {
   InitLines({{"RecOnDmd", "1"}});

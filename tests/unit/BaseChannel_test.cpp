@@ -64,7 +64,7 @@ class BaseChannelTest : public CallBench {
 
 }  // namespace
 
-// -- construction and destruction ------------------------------------------------------------------------------------
+// -- construction and destruction -------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, FreshLineKnowsNothing) {
   { const BaseChannel rFresh; }
@@ -144,7 +144,7 @@ TEST_F(BaseChannelTest, DestructorStopsTheCardOfAMixedInSide) {
   rRecorder.vChannels = {&rLine};
 }
 
-// -- settings --------------------------------------------------------------------------------------------------------
+// -- settings ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, InitTakesThePlaceOfTheLine) {
   PRI_Channel rTrunk;
@@ -276,7 +276,7 @@ TEST_F(BaseChannelTest, LiveReloadReadsOneKeyPastTheCache) {
   EXPECT_TRUE(rLine.fCheckLineStatus);
 }
 
-// -- events ----------------------------------------------------------------------------------------------------------
+// -- events -----------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, StateAlreadyHeldChangesNoCounter) {
   for (const DWORD dwState : {139U, 139U, 139U, 140U}) Send(rLine, E_CHG_ChState, dwState);
@@ -386,7 +386,7 @@ TEST_F(BaseChannelTest, PositionOutsideTheRingIsDropped) {
   EXPECT_EQ(NOTHING, Log());
 }
 
-// -- each second -----------------------------------------------------------------------------------------------------
+// -- each second ------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, HeaderIsBroughtUpToDateEveryFifthSecond) {
   StartCall();
@@ -456,7 +456,7 @@ TEST_F(BaseChannelTest, StepsOfASecondComeInOrder) {
             Log());
 }
 
-// -- long recordings -------------------------------------------------------------------------------------------------
+// -- long recordings --------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, LongCallIsCutIntoPartsOfItsOwn) {
   InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "2"}});
@@ -539,7 +539,7 @@ TEST_F(BaseChannelTest, PartLengthBeyondAllReasonCutsNothing) {
   EXPECT_EQ(NOTHING, Log());
 }
 
-// -- end of a call's information -------------------------------------------------------------------------------------
+// -- end of a call's information --------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, EndOfACallForgetsItsNumbers) {
   rLine.BeOneWithConnectedNumbers();

@@ -61,7 +61,7 @@ Texts Verdicts(const std::string& strText, const DisplayScanRules& rRules = {}, 
 
 }  // namespace
 
-// -- the scan: where a number counts ---------------------------------------------------------------------------------
+// -- the scan: where a number counts ----------------------------------------------------------------------------------
 
 TEST(DisplayScan, NumberCountsByItsPlaceAndLength) {
   const ScanRow rRows[] = {
@@ -327,7 +327,7 @@ TEST(DisplayScan, NumberThatMayNotBeReplacedStands) {
   EXPECT_EQ("'1234'", Told(Scan("1234\n567890", rRules, ""))) << "a number just found stands too";
 }
 
-// -- the scan: PBX profiles ------------------------------------------------------------------------------------------
+// -- the scan: PBX profiles -------------------------------------------------------------------------------------------
 
 TEST(DisplayScan, SiemensEndsAtTheFirstLineEndPastColumn23) {
   const std::string strTo23(23, 'x');
@@ -430,7 +430,7 @@ TEST(DisplayA5000, NameIsAllLettersAndBlanks) {
   }
 }
 
-// -- dates -----------------------------------------------------------------------------------------------------------
+// -- dates ------------------------------------------------------------------------------------------------------------
 
 TEST(DisplayDate, TwoPartsBeforeTheYear) {
   struct Row {
@@ -511,7 +511,7 @@ TEST(DisplayDate, YearLiesFrom2001To2999) {
   }
 }
 
-// -- verdicts --------------------------------------------------------------------------------------------------------
+// -- verdicts ---------------------------------------------------------------------------------------------------------
 
 TEST(DisplayVerdict, EachNumberIsJudgedOnce) {
   struct Row {

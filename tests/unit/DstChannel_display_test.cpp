@@ -240,7 +240,7 @@ TEST_F(DisplayTest, NecTalkingToIsANewRemoteNumber) {
   EXPECT_EQ((Texts{"5 [5] Remote: "}), Shown("\nTALKING TO\n")) << "an empty name too";
 }
 
-// -- names -----------------------------------------------------------------------------------------------------------
+// -- names ------------------------------------------------------------------------------------------------------------
 
 // No number that the text may have as well is taken: the line knows a longer one.
 TEST_F(DisplayTest, NameFollowsANumber) {
@@ -356,7 +356,7 @@ TEST_F(DisplayTest, TextWithoutANameLeavesTheOneBefore) {
   EXPECT_EQ("Jansen", Kept("connected"));
 }
 
-// -- logins ----------------------------------------------------------------------------------------------------------
+// -- logins -----------------------------------------------------------------------------------------------------------
 
 TEST_F(DisplayTest, LoginPromptComparesTheDigits) {
   const char* const ALMOST = "5 [5] Local ID almost complete";

@@ -40,7 +40,7 @@ class DstChannelIsdn : public DstBench {
 
 }  // namespace
 
-// -- parties from lines of text --------------------------------------------------------------------------------------
+// -- parties from lines of text ---------------------------------------------------------------------------------------
 
 TEST_F(DstChannelIsdn, LinesOfTextAreThePartiesByDirection) {
   struct Row {
@@ -125,7 +125,7 @@ TEST_F(DstChannelIsdn, TenovisTextKeepsTheLongerNumber) {
   }
 }
 
-// -- phases as text --------------------------------------------------------------------------------------------------
+// -- phases as text ---------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelIsdn, IncomingCallByTextIsToldWhole) {
   Text(PROGRESS, "hello", 7);
@@ -229,7 +229,7 @@ TEST_F(DstChannelIsdn, LengthAloneMakesARecord) {
   }
 }
 
-// -- phases as records -----------------------------------------------------------------------------------------------
+// -- phases as records ------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelIsdn, PartiesOfARecord) {
   struct Row {
@@ -350,7 +350,7 @@ TEST_F(DstChannelIsdn, EveryProfileKeepsTheListThatOneReads) {
   EXPECT_TRUE(rOpen.vBusyCalls[0].fIncoming);
 }
 
-// -- several calls on one telephone ----------------------------------------------------------------------------------
+// -- several calls on one telephone -----------------------------------------------------------------------------------
 
 TEST_F(DstChannelIsdn, TextBehindARecordIsReadAsOnOtherLines) {
   for (const DWORD dwCode : {PROGRESS, ALERTING, CONNECTED, RELEASED}) {
@@ -537,7 +537,7 @@ TEST_F(DstChannelIsdn, CallsAreToldApartByTheirWholeNumber) {
             Log());
 }
 
-// -- missed calls ----------------------------------------------------------------------------------------------------
+// -- missed calls -----------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelIsdn, MissedCallIsARow) {
   Init("ISDN", {{"MissedCalls", "3"}});  // any value but 0

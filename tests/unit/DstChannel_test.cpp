@@ -37,7 +37,7 @@ class DstChannelTest : public DstBench {
 
 }  // namespace
 
-// -- settings --------------------------------------------------------------------------------------------------------
+// -- settings ---------------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, FreshLineIsInNoCall) {
   OpenTelephone rFresh;
@@ -230,7 +230,7 @@ TEST_F(DstChannelTest, CardThatCannotMixIsReportedAndInitGoesOn) {
   EXPECT_EQ("SsmSetBargeInSens(0,0)", Cards().at(1));
 }
 
-// -- what makes a call -----------------------------------------------------------------------------------------------
+// -- what makes a call ------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, EachSourceMakesACallByItself) {
   for (const ESource eSource : SOURCES) {
@@ -376,7 +376,7 @@ TEST_F(DstChannelTest, StateFileHoldsTheAudioLevel) {
   EXPECT_EQ(NOTHING, Log());
 }
 
-// -- events other than D-channel messages ----------------------------------------------------------------------------
+// -- events other than D-channel messages -----------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, VoiceByToneStartsACall) {
   struct Row {
@@ -587,7 +587,7 @@ TEST_F(DstChannelTest, CodesOfOtherCardsAreIgnored) {
   EXPECT_EQ(NOTHING, Cards());
 }
 
-// -- D-channel messages ----------------------------------------------------------------------------------------------
+// -- D-channel messages -----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -725,7 +725,7 @@ TEST_F(DstChannelTest, DialledDigitsOnNecBecomeTheRemoteNumber) {
   EXPECT_EQ((Texts{"5 [5] Previous digits expired", "5 [5] Remote: 0171", REFUSED}), Log());
 }
 
-// -- local id --------------------------------------------------------------------------------------------------------
+// -- local id ---------------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, LastDigitOfALocalIdCompletesIt) {
   struct Row {
@@ -798,7 +798,7 @@ TEST_F(DstChannelTest, LoginOfAnAgentIsFollowedByPromptAndKeys) {
   OnHook();
 }
 
-// -- display text ----------------------------------------------------------------------------------------------------
+// -- display text -----------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, DisplayIsReadNearACallAndElseOnlyForAReset) {
   struct Row {
@@ -883,7 +883,7 @@ TEST_F(DstChannelTest, BadBuffersDoNoHarm) {
   EXPECT_EQ((Texts{"5 [5] On hook"}), Log()) << "no call is left";
 }
 
-// -- audio change ----------------------------------------------------------------------------------------------------
+// -- audio change -----------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, AudioChangeInTheDefaultMode) {
   Init();
@@ -1022,7 +1022,7 @@ TEST_F(DstChannelTest, AudioInACallDoesNotDelayStart) {
   EXPECT_EQ(NOTHING, Log()) << "nor behind that call";
 }
 
-// -- mute light ------------------------------------------------------------------------------------------------------
+// -- mute light -------------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, MuteLightByMode) {
   struct Row {
@@ -1076,7 +1076,7 @@ TEST_F(DstChannelTest, ToneModeNeedsTheDarkLight) {
   EXPECT_EQ(Join({"5 [5] Voice detected"}, STARTS), Log());
 }
 
-// -- change of the local number --------------------------------------------------------------------------------------
+// -- change of the local number ---------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, ChangeLocalMessageIsTakenApart) {
   struct Row {
@@ -1154,7 +1154,7 @@ TEST_F(DstChannelTest, ChangeLocalMessageIsCutAt300Bytes) {
   EXPECT_EQ(std::string(300, '3'), KeptLocalNum());
 }
 
-// -- conditions from settings ----------------------------------------------------------------------------------------
+// -- conditions from settings -----------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, StartAndStopConditions) {
   Init();
@@ -1235,7 +1235,7 @@ TEST_F(DstChannelTest, KeyConditionsCompareTheLowByte) {
   EXPECT_EQ(Join({"5 [5] Digits: 5", "5 [5] Start condition"}, STARTS), Log());
 }
 
-// -- soak test -------------------------------------------------------------------------------------------------------
+// -- soak test --------------------------------------------------------------------------------------------------------
 
 TEST_F(DstChannelTest, SoakTestTogglesTheCallByChance) {
   Init();

@@ -86,7 +86,7 @@ TEST_F(LineComTest, DefaultsOfTheTimes) {
   EXPECT_EQ(rCom.errorRecheckInterval, 3);
 }
 
-// -- a conversation -----------------------------------------------------------------------------------------------
+// -- a conversation ---------------------------------------------------------------------------------------------------
 
 TEST_F(LineComTest, NoChildBeforeTheFirstMessage) {
   UseLoop("echo hi");
@@ -158,7 +158,7 @@ TEST_F(LineComTest, SlowAnswerIsLoggedEachSecond) {
   EXPECT_EQ(astrLines, Texts(astrLines.size(), "5 LineCom answer is delayed. Msg was: slow\n"));
 }
 
-// -- failures of one attempt --------------------------------------------------------------------------------------
+// -- failures of one attempt ------------------------------------------------------------------------------------------
 
 TEST_F(LineComTest, ErrorReplyIsAFailureAndTheTextCanBeRead) {
   UseLoop("echo ERROR");
@@ -342,7 +342,7 @@ TEST_F(LineComTest, MissingProgramIsRetriedUntilTheErrorTimeout) {
   EXPECT_EQ(astrLines.back(), "4 LineCom. Error time-out reached");
 }
 
-// -- retries ------------------------------------------------------------------------------------------------------
+// -- retries ----------------------------------------------------------------------------------------------------------
 
 TEST_F(LineComTest, FailedRequestIsSentAgainToANewChild) {
   // The first child answers with an error and the second one well: the count of children is kept in a file.
@@ -398,7 +398,7 @@ TEST_F(LineComTest, RestartAfterAFailureSkipsTheExitMessage) {
   EXPECT_EQ(Requests(), "x\n");
 }
 
-// -- routine restarts ---------------------------------------------------------------------------------------------
+// -- routine restarts -------------------------------------------------------------------------------------------------
 
 TEST_F(LineComTest, ChildLivesOnWithoutARestartInterval) {
   UseLoop("echo $$");
@@ -473,7 +473,7 @@ TEST_F(LineComTest, IntervalWithoutALivingChildRestartsNothing) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
-// -- the end ------------------------------------------------------------------------------------------------------
+// -- the end ----------------------------------------------------------------------------------------------------------
 
 TEST_F(LineComTest, WaitForExitTellsWhetherTheChildHasGone) {
   EXPECT_TRUE(rCom.WaitForExit(0));  // no child

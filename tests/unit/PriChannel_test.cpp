@@ -81,7 +81,7 @@ class PriChannelTest : public ChannelBench {
 
 }  // namespace
 
-// -- construction and settings ---------------------------------------------------------------------------------------
+// -- construction and settings ----------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, NothingIsToldBeforeTheFirstState) {
   PRI_Channel rFresh;
@@ -114,7 +114,7 @@ TEST_F(PriChannelTest, NoStateFileIsWritten) {
   EXPECT_EQ("(no file)", ReadTestFile("/tmp/chstate_5.dat"));
 }
 
-// -- states of the circuit -------------------------------------------------------------------------------------------
+// -- states of the circuit --------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, EachStateFromIdleAndFromACall) {
   const Texts RING_NUMBERS = {"5 [5] RING Callee: 22 Caller: 0301234"};
@@ -299,7 +299,7 @@ TEST_F(PriChannelTest, CodesOfOtherCardsAreIgnored) {
   EXPECT_EQ(NOTHING, Orders());
 }
 
-// -- what the monitor gives ------------------------------------------------------------------------------------------
+// -- what the monitor gives -------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, NumbersThatTheMonitorDoesNotGiveAreEmpty) {
   AllowRecording();
@@ -393,7 +393,7 @@ TEST_F(PriChannelTest, CircuitOfOneChannelDoesNoHarm) {
   EXPECT_EQ(1U, KeptRows());
 }
 
-// -- availability ----------------------------------------------------------------------------------------------------
+// -- availability -----------------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, AvailabilityIsReportedOnceAChange) {
   struct Row {
@@ -421,7 +421,7 @@ TEST_F(PriChannelTest, FirstStateAlwaysReports) {
   }
 }
 
-// -- base and linked side --------------------------------------------------------------------------------------------
+// -- base and linked side ---------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, LinkedSideOnlyTellsItsStates) {
   Talk(IN);
@@ -488,7 +488,7 @@ TEST_F(PriChannelTest, DigitsDoNotStandInForAMissingNumber) {
   EXPECT_EQ((Texts{"5 [5] Previous digits expired"}), Log());
 }
 
-// -- recording -------------------------------------------------------------------------------------------------------
+// -- recording --------------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -670,7 +670,7 @@ TEST_F(PriChannelAudio, CircuitThatGoesInACallClosesTheRecording) {
   EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), KeptFile());
 }
 
-// -- recording on demand ---------------------------------------------------------------------------------------------
+// -- recording on demand ----------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelAudio, NumbersDecideWhetherACallWaitsForADemand) {
   struct Row {

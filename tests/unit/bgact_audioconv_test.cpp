@@ -84,7 +84,7 @@ class AudioConvTest : public testing::Test {
   AudioConvAct rAct;
 };
 
-// -- conversion ---------------------------------------------------------------------------------------------------
+// -- conversion -------------------------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, PlainG711RunsNoCommandAndGetsAnEmptySum) {
   for (const ERecEncodings eRecEnc : {RECENC_G711A, RECENC_G711U}) {
@@ -209,7 +209,7 @@ TEST_F(AudioConvTest, FailedCopyLosesTheAudioAndKeepsTheRow) {
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
 }
 
-// -- names --------------------------------------------------------------------------------------------------------
+// -- names ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, SingleQuoteInANameReachesEveryTool) {
   UseNames(RECENC_MP3, "/tmp/area/O'Neill call.mp3", "/recordings/O'Neill call.mp3");
@@ -234,7 +234,7 @@ TEST_F(AudioConvTest, SingleQuoteInANameReachesTheCopy) {
   EXPECT_EQ(ReadTestFile("/recordings/O'Neill $HOME.wav"), "no sound");
 }
 
-// -- check and encryption -----------------------------------------------------------------------------------------
+// -- check and encryption ---------------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, FailedCheckIsIgnored) {
   UseNames(RECENC_G711A, "/recordings/call.wav");
@@ -280,7 +280,7 @@ TEST_F(AudioConvTest, MissingToolsStopNothing) {
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
 }
 
-// -- checksum -----------------------------------------------------------------------------------------------------
+// -- checksum ---------------------------------------------------------------------------------------------------------
 
 struct SumRow {
   const char* acType;
@@ -323,7 +323,7 @@ TEST_F(AudioConvTest, SumIsTheFirstWordOrNothing) {
   EXPECT_EQ(calcSum("nosuchtool", "a b"), "");
 }
 
-// -- main thread: the carry-over ----------------------------------------------------------------------------------
+// -- main thread: the carry-over --------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, CarriedColumnsFillGapsAndLoseAgainstOwnOnes) {
   rAct.rCallInfo.data = {{"remoteid", "r1"}, {"notes", "own"}};
@@ -364,7 +364,7 @@ TEST_F(AudioConvTest, CarriedProcessingStateAddsItsBits) {
   }
 }
 
-// -- main thread: the rows ----------------------------------------------------------------------------------------
+// -- main thread: the rows --------------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, RowLeavesActiveCallsBeforeItEntersCalls) {
   rAct.performMain();

@@ -29,7 +29,7 @@ Contact Party(long long iCallerID, long long iContactID) {
 
 }  // namespace
 
-// -- adding and removing rows -------------------------------------------------------------------------------------
+// -- adding and removing rows -----------------------------------------------------------------------------------------
 
 TEST_F(CallsTest, AddCallSendsAllValuesQuotedInKeyOrder) {
   int iID = 0;
@@ -121,7 +121,7 @@ TEST_F(CallsTest, DeleteActiveCallRemovesThatRowOnly) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
-// -- looking back -------------------------------------------------------------------------------------------------
+// -- looking back -----------------------------------------------------------------------------------------------------
 
 TEST_F(CallsTest, CallBackCountsFromTheNewest) {
   pg::Sql("INSERT INTO Calls (id,localcontact,startdate) VALUES (11,3,200), (12,3,300), (13,3,100), (14,4,400)");
@@ -153,7 +153,7 @@ TEST_F(CallsTest, CallBackOfANegativeCountFails) {
   EXPECT_NE(astrLines[1].find("LIMIT must not be negative"), std::string::npos) << astrLines[1];
 }
 
-// -- changing the active row --------------------------------------------------------------------------------------
+// -- changing the active row ------------------------------------------------------------------------------------------
 
 TEST_F(CallsTest, ContactUpdatesSendTheirStatements) {
   pg::Sql("INSERT INTO ActiveCalls (id) VALUES (4)");
@@ -218,7 +218,7 @@ TEST_F(CallsTest, UpdatesOfARowThatIsGoneReportNothing) {
   EXPECT_EQ(pg::Sql("SELECT count(*) FROM ActiveCalls"), "0");
 }
 
-// -- callextra ----------------------------------------------------------------------------------------------------
+// -- callextra --------------------------------------------------------------------------------------------------------
 
 TEST_F(CallsTest, ExtraOfARowIsReadAsAMap) {
   pg::Sql("INSERT INTO ActiveCalls (id,callextra) VALUES (4,E'b: 2\\r\\na: 1\\r\\n'), (5,NULL)");
@@ -263,7 +263,7 @@ TEST_F(CallsTest, FailedWriteOfTheExtraIsLogged) {
   EXPECT_EQ(pg::Sql("SELECT callextra FROM ActiveCalls"), "");
 }
 
-// -- the carry-over -------------------------------------------------------------------------------------------------
+// -- the carry-over ---------------------------------------------------------------------------------------------------
 
 TEST_F(CallsTest, CarryOverHoldsWhatTheWebSideMayChange) {
   pg::Sql(
@@ -289,7 +289,7 @@ TEST_F(CallsTest, CarryOverOfARowThatIsGoneIsEmpty) {
   EXPECT_EQ(Told(rDatabase.GetActiveCallCarryOver(4)), "");
 }
 
-// -- failures -----------------------------------------------------------------------------------------------------
+// -- failures ---------------------------------------------------------------------------------------------------------
 
 namespace {
 

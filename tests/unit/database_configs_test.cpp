@@ -35,7 +35,7 @@ extern "C" int dbi_conn_ping(dbi_conn hConn) {
   return iAlive;
 }
 
-// -- settings -----------------------------------------------------------------------------------------------------
+// -- settings ---------------------------------------------------------------------------------------------------------
 
 TEST_F(ConfigsTest, ConfigIsFoundInWhateverPart) {
   pg::Sql("INSERT INTO Configs VALUES ('it''s','yes','o'), ('empty','','crec')");
@@ -151,7 +151,7 @@ TEST_F(ConfigsTest, ConnectionLostBehindThePingFailsEveryStatement) {
   EXPECT_EQ(pg::Sql("SELECT * FROM Configs"), "a|1|crec");
 }
 
-// -- the recorder -------------------------------------------------------------------------------------------------
+// -- the recorder -----------------------------------------------------------------------------------------------------
 
 TEST_F(ConfigsTest, NewRecorderGetsARow) {
   EXPECT_EQ(rDatabase.GetRecorderID(), 0);
@@ -179,7 +179,7 @@ TEST_F(ConfigsTest, FailedInsertOfTheRecorderLeavesItsId) {
   EXPECT_EQ(rDatabase.GetRecorderID(), 1);
 }
 
-// -- accounts -----------------------------------------------------------------------------------------------------
+// -- accounts ---------------------------------------------------------------------------------------------------------
 
 TEST_F(ConfigsTest, UsersOfAPhoneAreAppended) {
   pg::Sql("INSERT INTO Users (accid) VALUES (1), (2), (3); INSERT INTO UserPhones VALUES (1,20), (2,20), (3,21)");
@@ -211,7 +211,7 @@ TEST_F(ConfigsTest, UserFieldsAreReadByName) {
   pg::Sql("ALTER TABLE Users DROP name");
 }
 
-// -- failures -----------------------------------------------------------------------------------------------------
+// -- failures ---------------------------------------------------------------------------------------------------------
 
 namespace {
 

@@ -30,7 +30,7 @@ constexpr char DEFAULT_CONTACT[] = "-1 -1 -1 remote";
 
 }  // namespace
 
-// -- value types --------------------------------------------------------------------------------------------------
+// -- value types ------------------------------------------------------------------------------------------------------
 
 TEST(ContactTest, DefaultsAreUnknownInContactAndZeroInCustomLocal) {
   EXPECT_EQ(Told(Contact()), DEFAULT_CONTACT);
@@ -52,7 +52,7 @@ TEST(ContactTest, UnknownIdIsNullInSql) {
   EXPECT_EQ(rContact.StdStrContactID(), "2147483647");
 }
 
-// -- numbers ------------------------------------------------------------------------------------------------------
+// -- numbers ----------------------------------------------------------------------------------------------------------
 
 TEST_F(ContactsTest, NewNumberMakesContactAndCallerId) {
   Contact rContact;
@@ -125,7 +125,7 @@ TEST_F(ContactsTest, FailedInsertOfTheNumberLeavesTheContact) {
   EXPECT_EQ(pg::Sql("SELECT id,name FROM Contacts"), "1|Anna");
 }
 
-// -- lines --------------------------------------------------------------------------------------------------------
+// -- lines ------------------------------------------------------------------------------------------------------------
 
 TEST_F(ContactsTest, NewLineMakesContactAndLine) {
   Contact rContact;
@@ -165,7 +165,7 @@ TEST_F(ContactsTest, FailedInsertOfTheLineLeavesTheContact) {
   EXPECT_EQ(pg::TakeLogLines(), Texts{pg::RefusingTableLine("lines")});
 }
 
-// -- removal ------------------------------------------------------------------------------------------------------
+// -- removal ----------------------------------------------------------------------------------------------------------
 
 TEST_F(ContactsTest, UnusedNumberAndContactAreDeleted) {
   const Contact rContact = rDatabase.GetOrCreateCallerIDContact("21", "", false, "");
@@ -234,7 +234,7 @@ TEST_F(ContactsTest, FailedDeleteOfTheNumberStillTriesTheContact) {
   EXPECT_EQ(pg::Sql("SELECT count(*) FROM Contacts"), "0");
 }
 
-// -- look-ups -----------------------------------------------------------------------------------------------------
+// -- look-ups ---------------------------------------------------------------------------------------------------------
 
 TEST_F(ContactsTest, ContactNameIsThatOfTheRow) {
   pg::Sql("INSERT INTO Contacts (id,name) VALUES (3,'Sales \xe2\x82\xac'), (4,'')");
@@ -283,7 +283,7 @@ TEST_F(ContactsTest, IdMapEntryTellsValueAndTarget) {
   EXPECT_EQ(Told(rDatabase.GetIdMapEntry("22")), "none '' ''");
 }
 
-// -- failures -----------------------------------------------------------------------------------------------------
+// -- failures ---------------------------------------------------------------------------------------------------------
 
 namespace {
 

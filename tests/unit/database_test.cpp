@@ -34,7 +34,7 @@ extern "C" int nanosleep(const timespec* prPause, timespec* /*prRest*/) {
   return 0;
 }
 
-// -- opening ------------------------------------------------------------------------------------------------------
+// -- opening ----------------------------------------------------------------------------------------------------------
 
 class ConnectionTest : public DatabaseFixture {
  protected:
@@ -109,7 +109,7 @@ TEST_F(ConnectionTest, DestructorClosesTheConnection) {
   EXPECT_TRUE(pg::AwaitConnections(2));
 }
 
-// -- keeping it alive -----------------------------------------------------------------------------------------------
+// -- keeping it alive -------------------------------------------------------------------------------------------------
 
 TEST_F(ConnectionTest, ReconnectOnlyPingsALiveConnection) {
   void* const hBefore = rConn.conn;
@@ -174,7 +174,7 @@ TEST_F(DatabaseFixture, ServerRestartedBetweenOperationsGoesUnnoticed) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
-// -- running statements -------------------------------------------------------------------------------------------
+// -- running statements -----------------------------------------------------------------------------------------------
 
 TEST_F(ConnectionTest, QueryGivesRowsInOrderAndNullOnFailure) {
   DatabaseResult rRows(
@@ -267,7 +267,7 @@ TEST_F(ConnectionTest, KeysAndValuesStandInTheSameOrder) {
   EXPECT_EQ(rConn.GetValuesQuoted(rMap), "'12','','it''s'");
 }
 
-// -- the wait at start ----------------------------------------------------------------------------------------------
+// -- the wait at start ------------------------------------------------------------------------------------------------
 
 // As in a process of its own: libdbi starts before each test and is shut down behind it. (With another connection open
 // first, libdbi would lose track of the failed handles once that one is closed.)

@@ -20,7 +20,7 @@ constexpr const char* HEADER = "[Ch] Seconds\n";
 
 }  // namespace
 
-// -- a plain list ----------------------------------------------------------------------------------------------------
+// -- a plain list -----------------------------------------------------------------------------------------------------
 
 TEST(DisplayList, OneDisplayALineOneLineASecond) {
   EXPECT_THAT(Read("first\nsecond\nthird"), ElementsAre("0 first", "1 second", "2 third"));
@@ -49,7 +49,7 @@ TEST(DisplayList, BytesStayAsTheyAre) {
   EXPECT_THAT(Read("M\374ller\t1 \n"), ElementsAre("0 M\374ller\t1 "));
 }
 
-// -- the log of a trace ----------------------------------------------------------------------------------------------
+// -- the log of a trace -----------------------------------------------------------------------------------------------
 
 TEST(DisplayTrace, IsKnownByItsHeader) {
   EXPECT_TRUE(IsTraceLog(HEADER));

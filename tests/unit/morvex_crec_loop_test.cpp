@@ -126,7 +126,7 @@ class LoopTest : public RecorderBench {
   DiaryChannel* prChannel = nullptr;  // owned by the running recorder
 };
 
-// -- preparation and end ------------------------------------------------------------------------------------------
+// -- preparation and end ----------------------------------------------------------------------------------------------
 
 TEST_F(LoopTest, RecorderIsBuiltOnTheBootObject) {
   AtStart([this](CRecorder& rRunning) {
@@ -158,7 +158,7 @@ TEST_F(LoopTest, FailedInitRecorderLeavesNoWorkerBehindInItsQueue) {
   EXPECT_FALSE(rBoot.RunOneAction());
 }
 
-// -- normal passes ------------------------------------------------------------------------------------------------
+// -- normal passes ----------------------------------------------------------------------------------------------------
 
 TEST_F(LoopTest, EventReachesItsChannelWithItsData) {
   AtStart([this](CRecorder&) {
@@ -262,7 +262,7 @@ TEST_F(LoopTest, OneActionAPassInTheOrderOfQueueing) {
                                    "d completed", "d deleted", "event 12", "finalize"}));
 }
 
-// -- stop ---------------------------------------------------------------------------------------------------------
+// -- stop -------------------------------------------------------------------------------------------------------------
 
 TEST_F(LoopTest, StopDuringAnEventShutsDownInTheSamePass) {
   AtStart([this](CRecorder&) {
@@ -327,7 +327,7 @@ TEST_F(LoopTest, StopDrainsInStepsOfTwoHundredMilliseconds) {
   EXPECT_GE(rWatch.Seconds(), 5 * 0.2);  // four that take an action, and one that finds none
 }
 
-// -- trace --------------------------------------------------------------------------------------------------------
+// -- trace ------------------------------------------------------------------------------------------------------------
 
 class LoopTraceTest : public LoopTest {
  protected:

@@ -122,7 +122,7 @@ class ProcessTest : public testing::Test {
   }
 };
 
-// -- small operations ---------------------------------------------------------------------------------------------
+// -- small operations -------------------------------------------------------------------------------------------------
 
 TEST_F(ProcessTest, CardDriverIsThereWhenItsPathIs) {
   (void)mkdir(DRIVER_DIR, 0777);
@@ -167,7 +167,7 @@ TEST_F(ProcessTest, CheckedSleepEndsWithinHalfASecondOfTheStop) {
   EXPECT_EQ(aiSleeps.size(), 3u);
 }
 
-// -- signals ------------------------------------------------------------------------------------------------------
+// -- signals ----------------------------------------------------------------------------------------------------------
 
 TEST_F(ProcessTest, HandlersAreInstalledForFourSignals) {
   setSignalHandlers();
@@ -234,7 +234,7 @@ TEST_F(ProcessTest, CrashKillsTheProcessByItsOwnSignal) {
   }
 }
 
-// -- into the background ------------------------------------------------------------------------------------------
+// -- into the background ----------------------------------------------------------------------------------------------
 
 TEST_F(ProcessTest, SpawnedChildIsADaemon) {
   (void)unlink(PID_FILE);
@@ -307,7 +307,7 @@ TEST_F(ProcessTest, StartThatCannotGoToTheBackgroundFails) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());  // the start itself has not been reached
 }
 
-// -- start tries --------------------------------------------------------------------------------------------------
+// -- start tries ------------------------------------------------------------------------------------------------------
 
 class TriesTest : public ProcessTest {
  protected:

@@ -15,7 +15,7 @@ namespace {
 
 using OrdersTest = ReactorBench;
 
-// -- orders and replies -------------------------------------------------------------------------------------------
+// -- orders and replies -----------------------------------------------------------------------------------------------
 
 struct ReplyRow {
   const char* acLabel;
@@ -121,7 +121,7 @@ TEST_F(OrdersTest, ChstIsOkWhateverTheChannel) {
   }
 }
 
-// -- change_local -------------------------------------------------------------------------------------------------
+// -- change_local -----------------------------------------------------------------------------------------------------
 
 TEST_F(OrdersTest, ChangeLocalRepliesByTheOrderBefore) {
   AddCall("call-1");
@@ -162,7 +162,7 @@ TEST_F(OrdersTest, ChangeLocalWithMissingElements) {
   EXPECT_EQ(prDb->TakeCalls(), Texts({"GetCallerIDContact 55", "UpdateActiveCallLocalContact 11 NULL NULL 55"}));
 }
 
-// -- bit trace ----------------------------------------------------------------------------------------------------
+// -- bit trace --------------------------------------------------------------------------------------------------------
 
 TEST_F(OrdersTest, BitTraceOrdersSwitchTheRecorder) {
   Start();
@@ -190,7 +190,7 @@ TEST_F(OrdersTest, TwoQuickBitTraceStartsBothSucceed) {
   EXPECT_TRUE(rRecorder.fBitStreamTracing);
 }
 
-// -- waits --------------------------------------------------------------------------------------------------------
+// -- waits ------------------------------------------------------------------------------------------------------------
 
 TEST_F(OrdersTest, WaitEndsAtOnceWhenNothingIsAwaited) {
   CrecReactor rReactor(&rRecorder);

@@ -46,7 +46,7 @@ namespace {
 
 using ReactorTest = ReactorBench;
 
-// -- clients ------------------------------------------------------------------------------------------------------
+// -- clients ----------------------------------------------------------------------------------------------------------
 
 TEST_F(ReactorTest, MessageIsCutAtAHundredBytes) {
   const std::string strId(100 - strlen("silence "), 'a');
@@ -115,7 +115,7 @@ TEST_F(ReactorTest, ManyClientsAtOnceAreServedOneByOne) {
   EXPECT_EQ(iServed, 30);
 }
 
-// -- life ---------------------------------------------------------------------------------------------------------
+// -- life -------------------------------------------------------------------------------------------------------------
 
 TEST_F(ReactorTest, SocketIsOpenToTheWebSideAndReplacesAnOldOne) {
   WriteTestFile(CREC_SOCKET_PATH, "left behind");

@@ -57,7 +57,7 @@ class BootTest : public RecorderBench {
   void TearDown() override { (void)remove(DISABLED_FILE); }
 };
 
-// -- settings and master switch -----------------------------------------------------------------------------------
+// -- settings and master switch ---------------------------------------------------------------------------------------
 
 // Tells which part was asked when.
 class OrderedDatabase : public FakeDatabase {
@@ -101,7 +101,7 @@ TEST_F(BootTest, DatabaseThatCannotBeReadMeansDisabled) {
   EXPECT_THAT(logsink::TakeTexts(), ElementsAre("4 Card recording is disabled in database"));
 }
 
-// -- start and end ------------------------------------------------------------------------------------------------
+// -- start and end ----------------------------------------------------------------------------------------------------
 
 TEST_F(BootTest, DisabledByFileComesBeforeAllElse) {
   WriteTestFile(DISABLED_FILE, "");

@@ -74,7 +74,7 @@ TEST(ConditionTest, SubReasonMattersOnlyWhereItIsGiven) {
   }
 }
 
-// -- lists of a board ---------------------------------------------------------------------------------------------
+// -- lists of a board -------------------------------------------------------------------------------------------------
 
 using BoardConditionTest = RecorderBench;
 

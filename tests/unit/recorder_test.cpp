@@ -110,7 +110,7 @@ TEST_F(RecorderTest, SpyStateWithoutAnyCircuitIsDropped) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
-// -- sign of life -------------------------------------------------------------------------------------------------
+// -- sign of life -----------------------------------------------------------------------------------------------------
 
 TEST_F(RecorderTest, SignOfLifeIsMadeOnceASecondAndEmptied) {
   testtime::rFrozen = 5000;
@@ -143,7 +143,7 @@ TEST_F(RecorderTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
   ASSERT_EQ(rmdir(EVENT_SIGN), 0);
 }
 
-// -- once a second ------------------------------------------------------------------------------------------------
+// -- once a second ----------------------------------------------------------------------------------------------------
 
 TEST_F(RecorderTest, EachChannelHasItsTurnInTableOrder) {
   delete rRecorder.vChannels[1];
@@ -173,7 +173,7 @@ TEST_F(RecorderTest, SlowTurnIsAWarning) {
   EXPECT_EQ(astrLines[0], acLine);
 }
 
-// -- threads ------------------------------------------------------------------------------------------------------
+// -- threads ----------------------------------------------------------------------------------------------------------
 
 // Debug builds alone check it: in the others each entry just runs.
 TEST_F(RecorderTest, EntriesAreForTheMainThreadAlone) {
@@ -196,7 +196,7 @@ TEST_F(RecorderTest, EntriesAreForTheMainThreadAlone) {
   }
 }
 
-// -- the end ------------------------------------------------------------------------------------------------------
+// -- the end ----------------------------------------------------------------------------------------------------------
 
 TEST_F(RecorderTest, ShutdownEndsCallsInTableOrderAndRemovesTheLineStatus) {
   WriteTestFile("/var/morvex/data/linestatus.dat", "Line_1: OK\n");

@@ -74,7 +74,7 @@ class TraceTest : public RecorderBench {
   }
 };
 
-// -- the run ------------------------------------------------------------------------------------------------------
+// -- the run ----------------------------------------------------------------------------------------------------------
 
 TEST_F(TraceTest, DriverIsSwitchedOnAndOffInOrder) {
   TraceUntilHere();
@@ -155,7 +155,7 @@ TEST_F(TraceTest, ChannelOfTheStartIsTracedToTheEnd) {
   EXPECT_EQ(astrCalls[3], "SsmStopRecBitFlow(2)");
 }
 
-// -- callbacks ----------------------------------------------------------------------------------------------------
+// -- callbacks --------------------------------------------------------------------------------------------------------
 
 TEST_F(TraceTest, CallbacksWithoutATraceDoNothing) {
   BYTE aucBits[] = {1, 2, 3};
