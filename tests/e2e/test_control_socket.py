@@ -24,11 +24,12 @@ NO_CALL = "20240131_142305_007_42"
 
 @pytest.fixture(scope="module", autouse=True)
 def started(daemon):
-    """The first message to the service is handed on. Until then it may stand before a command in the main thread's
-    queue, and two passes of the main loop are more than a command waits."""
+    """The main thread has done what was queued at the start: an order behind that would wait longer than it may, and its
+    late completion would answer the next one. Nobody waits for "reconfig", so it leaves no completion behind."""
     daemon.wait_line("signal => sysinfo")
-    for _ in range(2):
-        order("chst 0")
+    mark = daemon.mark()
+    order("reconfig")
+    daemon.wait_line("NumberFilterType", mark)
 
 
 def send(data):
