@@ -1,25 +1,24 @@
 // CallBench: the bench for tests that tell a call event by event and judge it by what others see of it: the log, rows,
 // files, the calls to the card and the orders to the recorder.
 // The line has number 7, so its line row is 107 and its contact 1007, on driver channel 0; driver channel 1 is line 8,
-// to be linked. Both clocks of a channel, GetSrTime and time, stand at a known time of day until Seconds moves them.
+// to be linked.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "ChannelBench.h"
-#include "TestFiles.h"
-#include "TestTime.h"
 #include "TestTools.h"
+#include "callcodes.h"
+#include "wavheader.h"
 
 // A line of no special kind. It takes ring and hook from D-channel messages, each of which says one thing alone, and
 // has the other events as an analogue line has them, without log lines of its own.
 class EventLine : public TestChannel {
  public:
-  EventLine() { iRecSource = 1; }
+  EventLine() { iRecSource = SOURCE_ANALOG; }
 
   // -- kinds of lines, as the constructors of subclasses make them ----------------------------------------------------
   void BeOneThatRingsUntilPickup() { fRingsUntilPickup = true; }
@@ -96,15 +95,12 @@ class CallBench : public ChannelBench {
   static constexpr time_t CALL_START = 1706711025;  // 14:23:45 on the last day of a January, a Wednesday
 
   CallBench() {
-    (void)setenv("TZ", "UTC", 1);
-    tzset();
     (void)umask(0);                                            // as the daemon runs
     std::filesystem::remove_all("/recordings/2024/01/31/14");  // the files of the test before
     SetClock(CALL_START);
     rRecorder.vChannels = {&rLine, &rLinked};
     InitLines({});
   }
-  ~CallBench() override { testtime::rFrozen = 0; }
 
   // Both lines anew with these settings, and no traces of it.
   void InitLines(const StdStringMap& rSettings) {
@@ -113,10 +109,6 @@ class CallBench : public ChannelBench {
     InitLine(rLinked, LINE + 1, LINKED_CH);
   }
   void SetConfig(const char* acKey, const char* acValue) { rDatabase.rParts["o"][acKey] = acValue; }
-  void SetClock(time_t rTime) {
-    SetSimTime(rNow = rTime);
-    testtime::rFrozen = rTime;
-  }
 
   // -- what happens on the line ---------------------------------------------------------------------------------------
   void Ring() { Send(rLine, E_RCV_DSTDChannel, DMSG_RING_ON); }
@@ -136,14 +128,6 @@ class CallBench : public ChannelBench {
     simcards::Advance(iBytes);
     TakeCardEvents();
   }
-  // Time passes, second by second, as the main loop tells it.
-  void Seconds(int iSeconds) {
-    for (int i = 0; i < iSeconds; i++) {
-      SetClock(rNow + 1);
-      rLine.Periodic();
-      rLinked.Periodic();
-    }
-  }
 
   // -- files ----------------------------------------------------------------------------------------------------------
   // The file that the last line of a log tells of.
@@ -159,7 +143,4 @@ class CallBench : public ChannelBench {
   FakeDatabase& rDatabase = rRecorder.rDatabase;
   EventLine rLine;
   EventLine rLinked;
-
- private:
-  static constexpr std::size_t WAV_HEADER_BYTES = 56;
 };

@@ -1,17 +1,18 @@
-// ChannelBench: what stands around a channel in a test: simulated cards, recorder and database fakes, a clock that the
-// test moves, and readers for the files that others would read.
+// ChannelBench: what stands around a channel in a test: simulated cards, recorder and database fakes, and the clock.
+// Both clocks of a channel, GetSrTime and time, stand at a known time of day until the test moves them.
 #pragma once
 
 #include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "FakeRecorder.h"
 #include "LogSink.h"
 #include "OpenChannel.h"
+#include "TestFiles.h"
+#include "TestTime.h"
 #include "ftime.h"
 #include "simcards.h"
 
@@ -38,6 +39,14 @@ class TestChannel : public OpenChannel<BaseChannel> {
   int iAlwaysClears = 0;
 };
 
+const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
+const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
+
+// What line 5 tells of an outgoing call that may not be recorded.
+constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
+const Texts STARTS = {"5 [5] Call starts", "5 [5] Outgoing call", REFUSED};
+const Texts STOPS = {"5 [5] Call stops"};
+
 class ChannelBench : public ::testing::Test {
  protected:
   static constexpr int LINES = 4;           // driver channels 0 to 3
@@ -46,18 +55,31 @@ class ChannelBench : public ::testing::Test {
   ChannelBench() {
     simcards::Reset();
     simcards::AddBoard(0, LINES, CH_ANALOG);
-    SetSimTime(rNow);
+    (void)setenv("TZ", "UTC", 1);
+    tzset();
+    SetClock(START);
     rRecorder.rChannelParams = {{"Trigger", "1"},
                                 {"SilenceTimeOut", "15"}};  // what the recorder gives when none is set
   }
-  ~ChannelBench() override { simcards::Reset(); }
+  ~ChannelBench() override {
+    simcards::Reset();
+    testtime::rFrozen = 0;
+  }
 
-  void PassSeconds(int iSeconds) { SetSimTime(rNow += iSeconds); }
+  void BarRecording() { rRecorder.iNumberFilterType = 1; }  // the start of a call then shows as the refusal
+  void AllowRecording() { rRecorder.iNumberFilterType = 0; }
 
-  // One second: the clock, then the channel.
-  void Tick(BaseChannel& rChannel) {
-    PassSeconds(1);
-    rChannel.Periodic();
+  void SetClock(time_t rTime) {
+    SetSimTime(rNow = rTime);
+    testtime::rFrozen = rTime;
+  }
+  void PassSeconds(int iSeconds) { SetClock(rNow + iSeconds); }
+  // Time passes, second by second, as the main loop tells it to the lines of rRecorder.vChannels.
+  void Seconds(int iSeconds) {
+    for (int i = 0; i < iSeconds; i++) {
+      PassSeconds(1);
+      for (BaseChannel* prChannel : rRecorder.vChannels) prChannel->Periodic();
+    }
   }
 
   static void Send(BaseChannel& rChannel, WORD wEventCode, DWORD dwParam) {
@@ -114,16 +136,6 @@ class ChannelBench : public ::testing::Test {
     while (readdir(hDir) != nullptr) iCount++;
     (void)closedir(hDir);
     return iCount;
-  }
-
-  static std::string FileBytes(const std::string& strName) {
-    std::string strBytes;
-    if (FILE* hFile = fopen(strName.c_str(), "rb"); hFile != nullptr) {
-      char acBuf[4096];
-      for (std::size_t n = 0; (n = fread(acBuf, 1, sizeof acBuf, hFile)) > 0;) strBytes.append(acBuf, n);
-      (void)fclose(hFile);
-    }
-    return strBytes;
   }
 
   time_t rNow = START;

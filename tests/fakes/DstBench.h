@@ -2,9 +2,9 @@
 // recording unless a test allows them: their start then shows as the refusal.
 #pragma once
 
-#include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "ChannelBench.h"
 #include "DstChannel.h"
@@ -12,9 +12,7 @@
 class DstBench : public ChannelBench {
  protected:
   DstBench() {
-    setenv("TZ", "UTC", 1);
-    tzset();
-    rRecorder.iNumberFilterType = 1;
+    BarRecording();
     rRecorder.strDataDir = "/tmp/";
     ForgetTraces();
   }
@@ -25,14 +23,17 @@ class DstBench : public ChannelBench {
     rRecorder.rBoardParams = {{"SilenceT", "15"}, {"AudioSens", "6"}};  // what the recorder gives when none is set
     for (const auto& [strKey, strValue] : rSettings) rRecorder.rBoardParams[strKey] = strValue;
     rRecorder.rChannelParams["PhoneType"] = std::to_string(iPhoneType);
-    prLine = std::make_unique<DST_Channel>();
-    rRecorder.vChannels = {prLine.get()};
+    TakeLine(std::make_unique<DST_Channel>());
     InitLine(*prLine, 5);
+  }
+  // This one from now on, also for the recorder, which tells it the time.
+  void TakeLine(std::unique_ptr<DST_Channel> prNew) {
+    prLine = std::move(prNew);
+    rRecorder.vChannels = {prLine.get()};
   }
   void InitMode(int iTdmStart, const char* acPbxType = "") {
     Init(acPbxType, {{"TdmStart", std::to_string(iTdmStart)}});
   }
-  void AllowRecording() { rRecorder.iNumberFilterType = 0; }
 
   // -- what the card reports ------------------------------------------------------------------------------------------
   void Event(WORD wEventCode, DWORD dwParam) { Send(*prLine, wEventCode, dwParam); }
@@ -49,9 +50,6 @@ class DstBench : public ChannelBench {
   void Display(const std::string& strText) { DText(DMSG_DISPLAY, strText); }
   void Keys(const std::string& strDigits) {
     for (const char ch : strDigits) DMsg(DMSG_KEY_DIGIT, static_cast<DWORD>(ch));
-  }
-  void Seconds(int iSeconds) {
-    for (int i = 0; i < iSeconds; i++) Tick(*prLine);
   }
 
   // -- what others see ------------------------------------------------------------------------------------------------
@@ -74,15 +72,8 @@ class DstBench : public ChannelBench {
                                                                            : "(not kept)";
   }
 
-  static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
   static constexpr const char* NEW_RING = "5 [5] A new ring and expire remote";
   static constexpr const char* FIRST_FILE = "/recordings/1970/01/12/13/19700112_134640_005_01.wav";
-  const Texts STARTS = {"5 [5] Call starts", "5 [5] Outgoing call", REFUSED};
-  static Texts Join(const Texts& astrFirst, const Texts& astrMore) {
-    Texts astrAll = astrFirst;
-    astrAll.insert(astrAll.end(), astrMore.begin(), astrMore.end());
-    return astrAll;
-  }
 
   std::unique_ptr<DST_Channel> prLine;
 };

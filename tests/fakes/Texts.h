@@ -5,3 +5,8 @@
 #include <vector>
 
 using Texts = std::vector<std::string>;
+
+inline Texts Join(Texts astrFirst, const Texts& astrMore) {
+  astrFirst.insert(astrFirst.end(), astrMore.begin(), astrMore.end());
+  return astrFirst;
+}

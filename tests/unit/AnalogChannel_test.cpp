@@ -1,26 +1,14 @@
+// An analogue line of each trigger, its calls told event by event.
 #include "AnalogChannel.h"
 
-#include <cstdlib>
 #include <memory>
 
 #include "AudioReference.h"
 #include "ChannelBench.h"
-#include "TestTime.h"
 
 namespace {
 
 const Texts NOTHING;
-const Texts STARTS = {"5 [5] Call starts", "5 [5] Outgoing call", "5 [5] Not recording because not in number filter"};
-const Texts STOPS = {"5 [5] Call stops"};
-
-const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
-const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
-
-Texts operator+(Texts astrOne, const Texts& astrOther) {
-  astrOne.insert(astrOne.end(), astrOther.begin(), astrOther.end());
-  return astrOne;
-}
-
 // Settings that nothing shows before Init has read them.
 class OpenAnalog : public AnalogChannel {
  public:
@@ -28,19 +16,15 @@ class OpenAnalog : public AnalogChannel {
   using AnalogChannel::iTriggerType;
 };
 
-// Line 5 on driver channel 0. Both clocks stand until Seconds moves them.
+// Line 5 on driver channel 0.
 class AnalogChannelTest : public ChannelBench {
  protected:
   // Calls are barred from recording unless a test allows them: their start then shows as the refusal.
   AnalogChannelTest() {
-    (void)setenv("TZ", "UTC", 1);
-    tzset();
-    testtime::rFrozen = rNow;
-    rRecorder.iNumberFilterType = 1;
+    BarRecording();
     rRecorder.strDataDir = "/tmp/";
     MakeLine({});
   }
-  ~AnalogChannelTest() override { testtime::rFrozen = 0; }
 
   // A line as it is after the start of the daemon with these settings.
   void MakeLine(const StdStringMap& rSettings, int iDrvCh = 0) {
@@ -50,7 +34,6 @@ class AnalogChannelTest : public ChannelBench {
     rRecorder.vChannels = {prLine.get()};
     InitLine(*prLine, 5, iDrvCh);
   }
-  void AllowRecording() { rRecorder.iNumberFilterType = 0; }
 
   void Event(WORD wEventCode, DWORD dwParam) { Send(*prLine, wEventCode, dwParam); }
   void State(DWORD dwState) { Event(E_CHG_ChState, dwState); }
@@ -67,15 +50,9 @@ class AnalogChannelTest : public ChannelBench {
     simcards::SetCallerId(0, strCallerId);
     Event(E_CHG_CIDExBuf, 0);
   }
-  void Seconds(int iSeconds) {
-    for (int i = 0; i < iSeconds; i++) {
-      testtime::rFrozen = rNow + 1;
-      Tick(*prLine);
-    }
-  }
   std::string StateFile() {
     EXPECT_EQ(0, prLine->WriteChState());
-    return FileBytes("/tmp/chstate_5.dat");
+    return ReadTestFile("/tmp/chstate_5.dat");
   }
 
   std::unique_ptr<AnalogChannel> prLine;
@@ -151,10 +128,10 @@ TEST_F(AnalogChannelTest, TriggerDecidesWhatMakesACall) {
   const Texts STATE_1 = {"5 [5] Analog channel state: 1 off-hook"};
   const Texts STATE_0 = {"5 [5] Analog channel state: 0 idle"};
   const Row rRows[] = {
-      {"1", STATE_1 + STARTS, STATE_0 + STOPS, NOTHING, NOTHING},
+      {"1", Join(STATE_1, STARTS), Join(STATE_0, STOPS), NOTHING, NOTHING},
       {"2", STATE_1, STATE_0, STARTS, NOTHING},
       {"3", STATE_1, STATE_0, NOTHING, NOTHING},
-      {"4", STATE_1 + STARTS, STATE_0, NOTHING, NOTHING},  // any event starts the one call
+      {"4", Join(STATE_1, STARTS), STATE_0, NOTHING, NOTHING},  // any event starts the one call
       {"0", STATE_1, STATE_0, NOTHING, NOTHING},
       {"5", STATE_1, STATE_0, NOTHING, NOTHING},
       {"-1", STATE_1, STATE_0, NOTHING, NOTHING},
@@ -201,10 +178,10 @@ TEST_F(AnalogChannelTest, StateMakesOrEndsACall) {
     OffHook();
     ForgetTraces();
     State(rRow.dwState);
-    EXPECT_EQ(rRow.astrLines + rRow.astrFromHook, Log());
+    EXPECT_EQ(Join(rRow.astrLines, rRow.astrFromHook), Log());
     MakeLine({});
     State(rRow.dwState);
-    EXPECT_EQ(rRow.astrLines + rRow.astrFromIdle, Log());
+    EXPECT_EQ(Join(rRow.astrLines, rRow.astrFromIdle), Log());
   }
 }
 
@@ -231,7 +208,7 @@ TEST_F(AnalogChannelTest, RingThatEndsACallIsForgottenWithIt) {
   Ring();
   ForgetTraces();
   OffHook();
-  EXPECT_EQ(Texts{"5 [5] Analog channel state: 1 off-hook"} + STARTS, Log());  // an outgoing one
+  EXPECT_EQ(Join({"5 [5] Analog channel state: 1 off-hook"}, STARTS), Log());  // an outgoing one
 }
 
 TEST_F(AnalogChannelTest, RecordingStateStopsARingAndLeavesTheCallAlone) {
@@ -243,7 +220,7 @@ TEST_F(AnalogChannelTest, RecordingStateStopsARingAndLeavesTheCallAlone) {
   EXPECT_EQ("5 [5] Incoming, last ring: 5 s. ago", Log()[4]);
   State(S_DTRC_ACTIVE);
   OnHook();
-  EXPECT_EQ((Texts{"5 [5] Analog channel state: 128 recording", "5 [5] Analog channel state: 0 idle"}) + STOPS, Log());
+  EXPECT_EQ(Join({"5 [5] Analog channel state: 128 recording", "5 [5] Analog channel state: 0 idle"}, STOPS), Log());
 }
 
 // -- digits, flash, no sound, audio -----------------------------------------------------------------------------------
@@ -278,7 +255,7 @@ TEST_F(AnalogChannelTest, CallLeavesItsAudioAndARow) {
   Hear(0, "audio");
   Seconds(2);
   OnHook();
-  EXPECT_EQ(Wav(6, 1, "audio"), FileBytes("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
+  EXPECT_EQ(Wav(6, 1, "audio"), ReadTestFile("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
   EXPECT_EQ("1", Kept("source"));
   EXPECT_EQ("5", Kept("linenr"));
   EXPECT_EQ("2", Kept("duration"));
@@ -290,7 +267,7 @@ TEST_F(AnalogChannelTest, NoLineCanRecordInStereo) {
   OffHook();
   Hear(0, "audio");
   OnHook();
-  EXPECT_EQ(Wav(6, 1, "audio"), FileBytes("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
+  EXPECT_EQ(Wav(6, 1, "audio"), ReadTestFile("/recordings/1970/01/12/13/19700112_134640_005_01.wav"));
 }
 
 TEST_F(AnalogChannelTest, CodesOfOtherCardsAreIgnored) {
@@ -449,11 +426,11 @@ TEST_F(AnalogChannelTest, SilentLineStartsACallInTheTestMode) {
     Tone(rRow.dwTone);
     const Texts TOLD = {"5 [5] Analog ToneAnalyze: " + std::to_string(rRow.dwTone) + " " +
                         GetToneDescr(static_cast<int>(rRow.dwTone))};
-    EXPECT_EQ(rRow.fStarts ? TOLD + STARTS : TOLD, Log());
+    EXPECT_EQ(rRow.fStarts ? Join(TOLD, STARTS) : TOLD, Log());
     Seconds(14);
     EXPECT_EQ(NOTHING, Log());
     Seconds(1);  // the silence that times out began with the tone
-    EXPECT_EQ(rRow.fStarts ? Texts{"5 [5] Silence time out (15 s)"} + STOPS + STARTS : NOTHING, Log());
+    EXPECT_EQ(rRow.fStarts ? Join(Join({"5 [5] Silence time out (15 s)"}, STOPS), STARTS) : NOTHING, Log());
   }
 }
 
@@ -476,7 +453,7 @@ TEST_F(AnalogChannelTest, SoundStartsACallAndSilenceEndsIt) {
   Seconds(2);
   EXPECT_EQ(NOTHING, Log());
   Seconds(1);
-  EXPECT_EQ(Texts{"5 [5] Silence time out (10 s)"} + STOPS, Log());
+  EXPECT_EQ(Join({"5 [5] Silence time out (10 s)"}, STOPS), Log());
   Seconds(30);
   EXPECT_EQ(NOTHING, Log());
   Sound();
@@ -532,10 +509,9 @@ TEST_F(AnalogChannelTest, DigitsExpireBeforeTheSilenceOfTheSameSecond) {
   Press("12");
   ForgetTraces();
   Seconds(6);
-  EXPECT_EQ((Texts{"5 [5] Previous digits expired", "5 [5] Remote: 12",
-                   "5 [5] Not recording because not in number filter", "5 [5] Silence time out (10 s)"}) +
-                STOPS,
-            Log());
+  EXPECT_EQ(
+      Join({"5 [5] Previous digits expired", "5 [5] Remote: 12", REFUSED, "5 [5] Silence time out (10 s)"}, STOPS),
+      Log());
 }
 
 // -- state file -------------------------------------------------------------------------------------------------------

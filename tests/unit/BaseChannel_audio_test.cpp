@@ -1,3 +1,4 @@
+// The road of the audio from the card to the file: ring, pairs, listeners, loudness.
 #include "BaseChannel.h"
 
 #include <signal.h>
@@ -55,9 +56,6 @@ namespace {
 const Texts NOTHING;
 constexpr int RING = 4096;
 
-const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
-const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
-
 // Calls on driver channel 0; the pieces that the card hears stay below a ring.
 class BaseChannelAudio : public CallBench {
  protected:
@@ -78,7 +76,7 @@ class BaseChannelAudio : public CallBench {
   // Ends it, and gives its file.
   std::string HangUp() {
     OnHook();
-    return FileBytes("/recordings/" + Kept("directory") + "/" + Kept("filename"));
+    return ReadTestFile("/recordings/" + Kept("directory") + "/" + Kept("filename"));
   }
   void Silence(bool fSilent) {
     EXPECT_TRUE(rLine.TrySetSilencing(fSilent));
@@ -148,10 +146,10 @@ TEST_F(BaseChannelAudio, LawFollowsTheEncoding) {
     HearOwn("abc");
     const std::string strSilence(3, static_cast<char>(rRow.ucSilence));
     const std::string strId = "/recordings/" + Active("directory") + "/" + Active("remoteid");
-    EXPECT_EQ(Wav(rRow.uiTag, 1, 0, strSilence), FileBytes(strId + rRow.acEnding));
+    EXPECT_EQ(Wav(rRow.uiTag, 1, 0, strSilence), ReadTestFile(strId + rRow.acEnding));
     const std::string strFinal = "/recordings/" + Active("directory") + "/" + Active("filename");
-    EXPECT_EQ(strSilence, FileBytes(strFinal + ".raw"));
-    EXPECT_EQ(rRow.acInfo, FileBytes(strFinal + ".info"));
+    EXPECT_EQ(strSilence, ReadTestFile(strFinal + ".raw"));
+    EXPECT_EQ(rRow.acInfo, ReadTestFile(strFinal + ".info"));
     rRecorder.StopMixIn(LINKED_CH);
     OnHook();
     ForgetTraces();
@@ -190,7 +188,7 @@ TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen)
   Record();
   HearOwn("two");
   EXPECT_EQ(iBefore + 1, OpenDescriptors());  // the copy of a live listener
-  EXPECT_EQ(Wav(6, 1, 0, "one"), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 0, "one"), ReadTestFile(FILE_1));
   OnHook();
   EXPECT_EQ(iBefore, OpenDescriptors());
 }
@@ -224,18 +222,18 @@ TEST_F(BaseChannelAudio, AudioThatCouldNotBeWrittenIsCounted) {
   ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &rBefore));
   (void)signal(SIGXFSZ, SIG_DFL);
   EXPECT_EQ("3 C-api error at Write to recording file: File too large", Log().at(0));
-  ExpectSame(Wav(6, 1, 3048, Noise(2048, 1)), FileBytes(FILE_1));
+  ExpectSame(Wav(6, 1, 3048, Noise(2048, 1)), ReadTestFile(FILE_1));
 }
 
 TEST_F(BaseChannelAudio, HeaderIsUpdatedEveryFiveSecondsAndAudioGoesOnWhereItWas) {
   Record();
   HearOwn("one");
   Seconds(4);
-  EXPECT_EQ(Wav(6, 1, 0, "one"), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 0, "one"), ReadTestFile(FILE_1));
   Seconds(1);
-  EXPECT_EQ(Wav(6, 1, 3, "one"), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 3, "one"), ReadTestFile(FILE_1));
   HearOwn("two");
-  EXPECT_EQ(Wav(6, 1, 3, "onetwo"), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 3, "onetwo"), ReadTestFile(FILE_1));
   EXPECT_EQ(Wav(6, 1, 6, "onetwo"), HangUp());
 }
 
@@ -254,7 +252,7 @@ TEST_F(BaseChannelAudio, KilledProcessLeavesAFileThatPlaysUpToTheLastHeader) {
   int iStatus = 0;
   ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
   ASSERT_TRUE(WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGKILL);
-  ExpectSame(Wav(6, 1, 4096, strAudio), FileBytes(FILE_1));
+  ExpectSame(Wav(6, 1, 4096, strAudio), ReadTestFile(FILE_1));
 }
 
 TEST_F(BaseChannelAudio, CountPastTwoGigabytesGoesOnUnsigned) {
@@ -313,7 +311,7 @@ TEST_F(BaseChannelAudio, RangeThatIsEmptyOrLeavesTheBufferWritesNothing) {
   Record();
   for (const Row& rRow : rRows) {
     rLine.WriteMemRange(rRow.iStart, rRow.iStop);
-    EXPECT_EQ(Wav(6, 1, ""), FileBytes(FILE_1)) << rRow.acLabel;
+    EXPECT_EQ(Wav(6, 1, ""), ReadTestFile(FILE_1)) << rRow.acLabel;
   }
   rLine.WriteMemRange(0, RING);
   ExpectSame(Wav(6, 1, std::string(RING, '\0')), HangUp());
@@ -423,12 +421,12 @@ TEST_F(BaseChannelAudio, StereoNeedsBothSettingAndLine) {
 TEST_F(BaseChannelAudio, PiecesAreWrittenOnceBothSidesHaveCome) {
   RecordPair();
   HearOwn("abcd");
-  EXPECT_EQ(Wav(6, 1, ""), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, ""), ReadTestFile(FILE_1));
   HearLinked("efgh");
-  EXPECT_EQ(Wav(6, 1, 0, Mixed("abcd", "efgh", false)), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 0, Mixed("abcd", "efgh", false)), ReadTestFile(FILE_1));
   HearLinked("ij");
   HearOwn("klmn");  // overtakes the other side
-  EXPECT_EQ(Wav(6, 1, 0, Mixed("abcd", "efgh", false)), FileBytes(FILE_1));
+  EXPECT_EQ(Wav(6, 1, 0, Mixed("abcd", "efgh", false)), ReadTestFile(FILE_1));
   HearLinked("op");
   EXPECT_EQ(Wav(6, 1, Mixed("abcdklmn", "efghijop", false)), HangUp());
 }
@@ -578,12 +576,12 @@ TEST_F(BaseChannelAudio, LiveCopyFollowsEachWriteBesideTheFinalName) {
   SetConfig("RecMinDur", "1");  // not kept, so not converted
   const int iBefore = OpenDescriptors();
   Record();
-  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", FileBytes(FILE_1 + ".info"));
+  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", ReadTestFile(FILE_1 + ".info"));
   HearOwn("one");
-  EXPECT_EQ("one", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ("one", ReadTestFile(FILE_1 + ".raw"));
   HearOwn("two");
-  EXPECT_EQ("onetwo", FileBytes(FILE_1 + ".raw"));
-  EXPECT_EQ(Wav(6, 1, 0, "onetwo"), FileBytes(FILE_1 + ".g711"));
+  EXPECT_EQ("onetwo", ReadTestFile(FILE_1 + ".raw"));
+  EXPECT_EQ(Wav(6, 1, 0, "onetwo"), ReadTestFile(FILE_1 + ".g711"));
   OnHook();
   EXPECT_EQ(iBefore, OpenDescriptors());
 }
@@ -595,8 +593,8 @@ TEST_F(BaseChannelAudio, LiveCopyOfAStereoRecordingSaysOneChannel) {
   RecordPair();
   HearOwn("abc");
   HearLinked("def");
-  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", FileBytes(FILE_1 + ".info"));
-  EXPECT_EQ("adbecf", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", ReadTestFile(FILE_1 + ".info"));
+  EXPECT_EQ("adbecf", ReadTestFile(FILE_1 + ".raw"));
 }
 
 TEST_F(BaseChannelAudio, NoLiveCopyWithoutMonitoring) {
@@ -625,7 +623,7 @@ TEST_F(BaseChannelAudio, MonitoringSwitchedOffInARecordingStopsTheLiveCopy) {
   HearOwn("abc");
   rRecorder.fMonitoring = false;
   HearOwn("def");
-  EXPECT_EQ("abc", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ("abc", ReadTestFile(FILE_1 + ".raw"));
   EXPECT_EQ(Wav(6, 1, "abcdef"), HangUp());
   EXPECT_EQ(iBefore + 1, OpenDescriptors());  // given back by the destructor, or by the next monitored recording
   rRecorder.fMonitoring = true;
@@ -640,9 +638,9 @@ TEST_F(BaseChannelAudio, CallbackEntryWritesToTheLiveCopyOnly) {
   rRecorder.fMonitoring = true;
   Record();
   RecordingCallBack(0, acAudio, 2, &rLine);
-  EXPECT_EQ("xy", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ("xy", ReadTestFile(FILE_1 + ".raw"));
   rLine.OnRecordingData("z", 1);
-  EXPECT_EQ("xyz", FileBytes(FILE_1 + ".raw"));
+  EXPECT_EQ("xyz", ReadTestFile(FILE_1 + ".raw"));
   RecordingCallBack(0, acAudio, 2, nullptr);
   EXPECT_EQ(Wav(6, 1, ""), HangUp());
 }
@@ -672,7 +670,7 @@ class BaseChannelLoudness : public BaseChannelAudio {
   void HangUp() { Send(rTap, E_CHG_ChState, S_CALL_STANDBY); }
   std::string Level() {
     EXPECT_EQ(0, rTap.WriteChState());
-    return FileBytes("/tmp/chstate_7.dat");
+    return ReadTestFile("/tmp/chstate_7.dat");
   }
   // Whether the second that follows tells the alarm, to log, row and administrator.
   bool Alarms() {

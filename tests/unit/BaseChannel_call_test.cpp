@@ -1,3 +1,4 @@
+// How a line rings, and how a call starts and stops, told event by event.
 #include "CallBench.h"
 #include "shpa3link.h"
 

@@ -1,3 +1,4 @@
+// Whether a call is recorded: filter, schedule, demand, and the orders of a running call.
 #include "CallBench.h"
 
 using ::testing::ElementsAre;

@@ -7,7 +7,10 @@ class BaseChannelHealth : public ChannelBench {
  protected:
   static constexpr int LINE = 7;
 
-  BaseChannelHealth() { InitLine(rChannel, LINE); }
+  BaseChannelHealth() {
+    rRecorder.vChannels = {&rChannel};
+    InitLine(rChannel, LINE);
+  }
 
   void State(int iState) { Send(rChannel, E_CHG_ChState, static_cast<DWORD>(iState)); }
   // So often into this state and back, within one second.
@@ -16,9 +19,6 @@ class BaseChannelHealth : public ChannelBench {
       State(iState);
       State(S_CALL_STANDBY);
     }
-  }
-  void Seconds(int iSeconds) {
-    for (int i = 0; i < iSeconds; i++) Tick(rChannel);
   }
   // Nothing is told for so many seconds but the last, and then this.
   void ExpectAfter(int iSeconds, const char* acLine) {

@@ -1,3 +1,4 @@
+// The frame of a line: start, events, timers, what each call forgets, and long recordings.
 #include "BaseChannel.h"
 
 #include <algorithm>

@@ -397,7 +397,7 @@ TEST_F(DisplayTest, LoginPromptComparesTheDigits) {
       Init("", {{"TdmStart", acTdmStart}});
       auto prOpen = std::make_unique<OpenTelephone>();
       prOpen->iLocalNumSize = rRow.iLocalNumSize;
-      prLine = std::move(prOpen);
+      TakeLine(std::move(prOpen));
       InitLine(*prLine, 5);
       Keys(rRow.acDigits);
       EXPECT_EQ(rRow.astrLines, Shown(rRow.acText));

@@ -381,8 +381,8 @@ TEST_F(DstChannelIsdn, SecondCallThatConnectsCutsTheRecording) {
              "5 [5] Recording to file /recordings/1970/01/12/13/19700112_134647_005_02.wav", "5 [5] Remote: 0302"}),
       Log());
   Hear(0, "two");
-  EXPECT_EQ("one", FileBytes(FIRST_FILE).substr(56));
-  EXPECT_EQ("two", FileBytes("/recordings/1970/01/12/13/19700112_134647_005_02.wav").substr(56));
+  EXPECT_EQ("one", ReadTestFile(FIRST_FILE).substr(56));
+  EXPECT_EQ("two", ReadTestFile("/recordings/1970/01/12/13/19700112_134647_005_02.wav").substr(56));
   EXPECT_EQ(1U, KeptRows());
   EXPECT_EQ("0301", Kept("remote"));
   EXPECT_EQ("7", Kept("duration"));

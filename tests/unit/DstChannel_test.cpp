@@ -9,9 +9,6 @@
 namespace {
 
 const Texts NOTHING;
-const Texts STOPS = {"5 [5] Call stops"};
-const std::string LOUD(4000, '\xaa');   // a window of full scale in A-law, 70 dB
-const std::string QUIET(4000, '\xd5');  // of silence in A-law, -1 dB
 
 class DstChannelTest : public DstBench {
  protected:
@@ -210,7 +207,7 @@ TEST_F(DstChannelTest, InitAdjustsTheCardAndAsksForTheLinesName) {
 
 TEST_F(DstChannelTest, MissingSettingsCountAsZero) {
   rRecorder.rBoardParams = {{"AudioDetect", "2"}};  // any value but 0
-  prLine = std::make_unique<DST_Channel>();
+  TakeLine(std::make_unique<DST_Channel>());
   prLine->Init(5, 0, 0, &rRecorder, 0);
   EXPECT_EQ((Texts{"DTRSetMixerVolume(0,0,0,0)", "SsmSetBargeInSens(0,0)"}), Cards());
   Event(E_SYS_BargeIn, BARGE_IN_SOUND);
@@ -360,7 +357,7 @@ TEST_F(DstChannelTest, StateFileHoldsTheAudioLevel) {
   Init();
   const auto StateFile = [this] {
     EXPECT_EQ(0, prLine->WriteChState());
-    return FileBytes("/tmp/chstate_5.dat");
+    return ReadTestFile("/tmp/chstate_5.dat");
   };
   OffHook();
   EXPECT_EQ("", StateFile());
@@ -537,7 +534,7 @@ TEST_F(DstChannelTest, HoldStretchesTheSilenceTimeOut) {
     Init("", {{"AudioDetect", "1"}, {"SilenceT", std::to_string(rRow.iTimeOut)}});
     auto prOpen = std::make_unique<OpenTelephone>();
     OpenTelephone& rOpen = *prOpen;
-    prLine = std::move(prOpen);
+    TakeLine(std::move(prOpen));
     InitLine(*prLine, 5);
     Event(E_SYS_BargeIn, 1);
     rOpen.fOnHold = rRow.fOnHold;  // no message sets it
@@ -574,7 +571,7 @@ TEST_F(DstChannelTest, CallLeavesItsAudioAndARow) {
   Hear(0, "audio");
   PassSeconds(2);
   OnHook();
-  EXPECT_EQ("audio", FileBytes(FIRST_FILE).substr(56));
+  EXPECT_EQ("audio", ReadTestFile(FIRST_FILE).substr(56));
   EXPECT_EQ("5", Kept("source"));
   EXPECT_EQ("5", Kept("linenr"));
   EXPECT_EQ("2", Kept("duration"));
@@ -594,10 +591,8 @@ namespace {
 // What a message tells on an idle line of no special kind, and what an off-hook a second later says of its ring. The
 // value is 0x12305 throughout, so that masks show.
 constexpr DWORD VALUE = 0x12305;
-const char* const REFUSAL = "5 [5] Not recording because not in number filter";
-const Texts BEGUN = {"5 [5] Call starts", "5 [5] Outgoing call", REFUSAL};
-const Texts RANG = {"5 [5] Off hook", "5 [5] Call starts", "5 [5] Incoming call, ringing time: 1", REFUSAL};
-const Texts SILENT = {"5 [5] Off hook", BEGUN[0], BEGUN[1], BEGUN[2]};
+const Texts RANG = {"5 [5] Off hook", "5 [5] Call starts", "5 [5] Incoming call, ringing time: 1", REFUSED};
+const Texts SILENT = {"5 [5] Off hook", STARTS[0], STARTS[1], STARTS[2]};
 const Texts IN_CALL = {"5 [5] Off hook"};
 struct MessageRow {
   DWORD dwCode;
@@ -606,11 +601,11 @@ struct MessageRow {
   const Texts& astrOffHook = SILENT;
 };
 const MessageRow MESSAGES[] = {
-    {0x0008, {"5 [5] Off hook", BEGUN[0], BEGUN[1], BEGUN[2]}, 0x2305, IN_CALL},
+    {0x0008, {"5 [5] Off hook", STARTS[0], STARTS[1], STARTS[2]}, 0x2305, IN_CALL},
     {0x000E, {"5 [5] On hook"}, 0x2305},
     {0x006B, {"5 [5] BRI in progress  74501"}, 0x2305},
     {0x006E, {"5 [5] BRI alerting  74501", "5 [5] A new ring and expire remote"}, 0x2305},
-    {0x006F, {"5 [5] BRI connected '' 74501", BEGUN[0], BEGUN[1], BEGUN[2]}, 0x2305, IN_CALL},
+    {0x006F, {"5 [5] BRI connected '' 74501", STARTS[0], STARTS[1], STARTS[2]}, 0x2305, IN_CALL},
     {0x0070, {"5 [5] BRI released"}, 0x2305},
     {0x0075, {"5 [5] BRI call abandoned"}, 0x2305},
     {0x0076, {"5 [5] BRI call rejected"}, 0x2305},
@@ -644,7 +639,7 @@ const MessageRow MESSAGES[] = {
     {0x130B, {"5 [5] Ring off (130b)"}, 0x2305},
     {0x130C, {"5 [5] Ring off (130c)"}, 0x2305},
     {0x1021, {"5 [5] Line button"}, 0x2305},
-    {0x104A, {"5 [5] Audio change 74501", BEGUN[0], BEGUN[1], BEGUN[2]}, 0x2305, IN_CALL},
+    {0x104A, {"5 [5] Audio change 74501", STARTS[0], STARTS[1], STARTS[2]}, 0x2305, IN_CALL},
     {0x111E, {"5 [5] MuteLight off"}, 0x2305},
     {0x111F, {"5 [5] MuteLight ON"}, 0x2305},
     {0x1120, {"5 [5] MuteLight ON"}, 0x2305},

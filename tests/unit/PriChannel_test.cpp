@@ -1,7 +1,7 @@
+// Both directions of a tapped trunk circuit, their calls told event by event.
 #include "PriChannel.h"
 
 #include <array>
-#include <cstdlib>
 #include <memory>
 
 #include "AudioReference.h"
@@ -17,18 +17,14 @@ constexpr int IN = 0;       // driver channel of line 5, on which the tests' cal
 constexpr int OUT = 1;      // driver channel of line 6
 constexpr int BAD_CH = 77;  // no such driver channel
 
-// One circuit of a trunk. Both clocks stand until Seconds moves them.
+// One circuit of a trunk.
 class PriChannelTest : public ChannelBench {
  protected:
   // Calls are barred from recording unless a test allows them: their start then shows as the refusal.
   PriChannelTest() {
-    (void)setenv("TZ", "UTC", 1);
-    tzset();
-    rRecorder.iNumberFilterType = 1;
-    testtime::rFrozen = rNow;
+    BarRecording();
     MakePair();
   }
-  ~PriChannelTest() override { testtime::rFrozen = 0; }
 
   // The pair as it is after the start of the daemon.
   void MakePair(const char* acSwapSides = "") {
@@ -46,7 +42,7 @@ class PriChannelTest : public ChannelBench {
   }
   PRI_Channel& Line(int iSide) { return *aprLines[static_cast<std::size_t>(iSide)]; }
   void AllowRecording() {
-    rRecorder.iNumberFilterType = 0;
+    ChannelBench::AllowRecording();
     rRecorder.rDatabase.rParts["o"]["RecLocal"] = "1";  // the tests' numbers are on either side in turn
   }
 
@@ -62,18 +58,8 @@ class PriChannelTest : public ChannelBench {
     ForgetTraces();
   }
   void HangUp(int iSide) { Spy(iSide, PRI_IDLE, PRI_TALK); }
-  void Seconds(int iSeconds) {
-    for (int i = 0; i < iSeconds; i++) {
-      testtime::rFrozen = rNow + 1;
-      PassSeconds(1);
-      Line(IN).Periodic();
-      Line(OUT).Periodic();
-    }
-  }
-  std::string ActiveFile() { return FileBytes("/recordings/" + Active("directory") + "/" + Active("filename")); }
-  std::string KeptFile() { return FileBytes("/recordings/" + Kept("directory") + "/" + Kept("filename")); }
-
-  static constexpr const char* REFUSED = "5 [5] Not recording because not in number filter";
+  std::string ActiveFile() { return ReadTestFile("/recordings/" + Active("directory") + "/" + Active("filename")); }
+  std::string KeptFile() { return ReadTestFile("/recordings/" + Kept("directory") + "/" + Kept("filename")); }
 
  private:
   std::array<std::unique_ptr<PRI_Channel>, 2> aprLines;
@@ -140,8 +126,7 @@ TEST_F(PriChannelTest, EachStateFromIdleAndFromACall) {
       astrLines.insert(astrLines.end(), rRow.astrNumbers.begin(), rRow.astrNumbers.end());
       const bool fStarts = iPrev == PRI_IDLE && rRow.fCall;
       const bool fStops = iPrev == PRI_TALK && !rRow.fCall;
-      for (const char* const acLine :
-           {"5 [5] Call starts", "5 [5] Incoming call, ringing time: -1", static_cast<const char*>(REFUSED)}) {
+      for (const char* const acLine : {"5 [5] Call starts", "5 [5] Incoming call, ringing time: -1", REFUSED}) {
         if (fStarts) astrLines.push_back(acLine);
       }
       if (fStops) astrLines.push_back("5 [5] Call stops");
