@@ -29,7 +29,7 @@ def started(daemon):
     daemon.wait_line("signal => sysinfo")
     mark = daemon.mark()
     order("reconfig")
-    daemon.wait_line("NumberFilterType", mark)
+    daemon.wait_line("RecOnDmd item", mark)  # the last line of the settings it loads
 
 
 def send(data):
