@@ -79,8 +79,9 @@ bool BaseChannel::ChangeLocalNum(std::string strLocalPhoneNum) {
   lg(LOG_NOTICE, "[%d] Local Number Changed: %s.", iChannel, strLocalPhoneNum.c_str());
   if (iActiveCallID != -1 && strLocalNum != strLocalPhoneNum) {
     IDatabase* const prDB = prRecorder->GetDatabaseHandle();
-    Contact rContact = prDB->GetCallerIDContact(strLocalPhoneNum);  // unconverted, like the remote number
-    prDB->UpdateActiveCallLocalContact(iActiveCallID, rContact, Latin1ToUtf8(strLocalPhoneNum));
+    const std::string strUtf8 = Latin1ToUtf8(strLocalPhoneNum);
+    Contact rContact = prDB->GetCallerIDContact(strUtf8);
+    prDB->UpdateActiveCallLocalContact(iActiveCallID, rContact, strUtf8);
   }
   TakeMonitoredNum(std::move(strLocalPhoneNum));
   if (fCallBusy) PhoneNumberChanged(/*stopIsFinal=*/false);

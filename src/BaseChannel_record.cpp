@@ -91,11 +91,9 @@ Contact BaseChannel::RemoteNumContact(IDatabase* prDB) const {
   return prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()), "", /*fLocal=*/false, "");
 }
 
-// A running call creates no contact for the far party, so that one which is not kept leaves none behind. The number is
-// taken as it stands, without conversion, so one with letters above ASCII has no contact until the call is finished.
-// See ActiveLookUpTakesTheNumberUnconverted and ActiveRowLooksUpTheNumberUnconverted.
+// A running call creates no contact for the far party, so that one which is not kept leaves none behind.
 Contact BaseChannel::KnownRemoteContact(IDatabase* prDB) const {
-  return prDB->GetCallerIDContact(GetDbRemoteNum());
+  return prDB->GetCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()));
 }
 
 // On an incoming call the number that it was connected to is one of this site.

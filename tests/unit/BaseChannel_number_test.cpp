@@ -120,12 +120,12 @@ TEST_F(BaseChannelNumber, UnknownRemoteNumberClearsTheContactOfTheRow) {
               ElementsAre("GetCallerIDContact 0301234", "UpdateActiveCallRemoteContact 1 NULL NULL 0301234"));
 }
 
-TEST_F(BaseChannelNumber, ActiveLookUpTakesTheNumberUnconverted) {
+TEST_F(BaseChannelNumber, ActiveLookUpTakesTheNumberAsUtf8) {
   Wait();
   rLine.NumberFromSignalling("Andr\xe9");
   rLine.ConnectedTo("Ren\xe9");
   EXPECT_THAT(Queries(),
-              ElementsAre("GetCallerIDContact Andr\xe9", "UpdateActiveCallRemoteContact 1 NULL NULL Andr\xc3\xa9",
+              ElementsAre("GetCallerIDContact Andr\xc3\xa9", "UpdateActiveCallRemoteContact 1 NULL NULL Andr\xc3\xa9",
                           "GetOrCreateCallerIDContact Ren\xc3\xa9 remote ''",
                           "UpdateActiveCallConnectedNum 1 5000 6000 Ren\xc3\xa9"));
 }
@@ -175,11 +175,11 @@ TEST_F(BaseChannelNumber, LocalChangeGoesToTheActiveRow) {
   EXPECT_THAT(Queries(), IsEmpty());
 }
 
-TEST_F(BaseChannelNumber, LocalLookUpTakesTheNumberUnconverted) {
+TEST_F(BaseChannelNumber, LocalLookUpTakesTheNumberAsUtf8) {
   Wait();
   Change("Zo\xeb");
   EXPECT_THAT(Queries(),
-              ElementsAre("GetCallerIDContact Zo\xeb", "UpdateActiveCallLocalContact 1 NULL NULL Zo\xc3\xab"));
+              ElementsAre("GetCallerIDContact Zo\xc3\xab", "UpdateActiveCallLocalContact 1 NULL NULL Zo\xc3\xab"));
 }
 
 TEST_F(BaseChannelNumber, LocalChangeOutsideACallHoldsForTheNext) {
