@@ -300,7 +300,8 @@ bool DateScan::Gap() {
   return !IsTextOver() && IsAlnum(acText[iPos]);
 }
 
-// Ends at exactly one separator, or without one where letters meet digits: "12Mar".
+// Ends at exactly one separator, or without one where letters meet digits: "12Mar". A sign left of the separator leaves
+// the first part empty; a text that is over there leaves no date.
 bool DateScan::SecondPart() {
   isSecondDigits = IsDigit(acText[iPos]);
   iSecond = 1;
@@ -308,7 +309,7 @@ bool DateScan::SecondPart() {
     const char ch = acText[iPos];
     if (IsDateSeparator(ch)) {
       iPos--;
-      return !IsTextOver() && IsAlnum(acText[iPos]);
+      return !IsTextOver() && !IsDateSeparator(acText[iPos]);
     }
     if (!IsAlnum(ch)) return false;
     if (IsDigit(ch) && !IsDigit(acText[iPos + 1])) return true;
@@ -318,11 +319,13 @@ bool DateScan::SecondPart() {
   return false;
 }
 
+// Empty in "Mo\n 03.2015"; an empty part is not one of digits.
 bool DateScan::FirstPart() {
   for (; !IsTextOver() && IsAlnum(acText[iPos]); iPos--) {
     if (++iFirst > MAX_DATE_PART) return false;
     isFirstDigits = isFirstDigits && IsDigit(acText[iPos]);
   }
+  isFirstDigits = isFirstDigits && iFirst > 0;
   return true;
 }
 

@@ -114,7 +114,9 @@ class DisplayGenerator {
                     : Pick({"12", "03", "3", "Mar", "March", "Mon", "12Mar", "Mar12", "M\344rz", "01", "31",
                             "abcdefghijklmnopqrst", "abcdefghijklmnopqrstu", "12345678901234567890", "1a", "a1"});
   }
-  std::string DateGap() { return Pick({".", ". ", " ", "-", "/", "", "", "  ", "..", ",", ":", "\n", " . ", "^"}); }
+  std::string DateGap() {
+    return Pick({".", ". ", " ", "-", "/", "", "", "  ", "..", ",", ":", "\n", " . ", "^", "\n ", "*.", "(-"});
+  }
   std::string Date() {
     return DatePart() + DateGap() + DatePart() + DateGap() +
            Pick({"2015", "2026", "2001", "2000", "2999", "3000", "1999", "0000", "15", "20155", "2024"});

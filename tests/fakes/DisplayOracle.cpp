@@ -317,6 +317,7 @@ bool IsDateInStrYearPos(const std::string& strText, int iYearPos) {
   }
   if (i < 0) return false;
   if (!fJoined) i--;  // the one separator
+  if (i < 0 || IsDateSeparator(At(strText, i))) return false;
 
   for (; i >= 0; i--) {
     const char ch = At(strText, i);
@@ -324,7 +325,7 @@ bool IsDateInStrYearPos(const std::string& strText, int iYearPos) {
     strFirst = ch + strFirst;
     if (strFirst.size() > 20) return false;
   }
-  if (strFirst == "") return false;
+  if (strFirst == "") return AllDigits(strSecond);
   return AllDigits(strFirst) || AllDigits(strSecond);
 }
 
