@@ -1,0 +1,304 @@
+#include "plainfile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "TestFiles.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t NEIGHBOUR = 65534;
+
+// Each test has an empty folder of the recordings, and one elsewhere for what must not be touched.
+class PlainFile : public testing::Test {
+ protected:
+  PlainFile() {
+    fs::remove_all("/recordings");
+    fs::remove_all("/tmp/private");
+    fs::create_directories("/recordings/2024/01");
+    fs::create_directories("/tmp/private/folder");
+    WriteTestFile(SECRET, "secret");
+    (void)chmod(SECRET.c_str(), 0600);
+    rOldMask = umask(0);
+  }
+  ~PlainFile() override { umask(rOldMask); }
+
+  static struct stat Look(const std::string& strPath) {
+    struct stat rStat {};
+    EXPECT_EQ(0, lstat(strPath.c_str(), &rStat)) << strPath;
+    return rStat;
+  }
+  // What a folder holds under names that were made to free another.
+  static std::vector<std::string> PutAside(const std::string& strFolder) {
+    std::vector<std::string> astrFound;
+    for (const auto& rEntry : fs::directory_iterator(strFolder)) {
+      if (rEntry.path().filename().string().rfind("aside_", 0) == 0) astrFound.push_back(rEntry.path());
+    }
+    return astrFound;
+  }
+  void ExpectSecretIsUntouched() {
+    EXPECT_EQ("secret", ReadTestFile(SECRET));
+    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), Look(SECRET).st_mode);
+    EXPECT_TRUE(fs::is_empty("/tmp/private/folder"));
+  }
+
+  const std::string SECRET = "/tmp/private/secret";
+  const std::string NAME = "/recordings/2024/01/file";
+  mode_t rOldMask = 0;
+};
+
+void BindSocket(const std::string& strPath) {
+  sockaddr_un rAddress{};
+  rAddress.sun_family = AF_UNIX;
+  (void)strPath.copy(rAddress.sun_path, sizeof rAddress.sun_path - 1);
+  const Descriptor rSocket(socket(AF_UNIX, SOCK_STREAM, 0));
+  ASSERT_EQ(0, bind(rSocket.Get(), reinterpret_cast<sockaddr*>(&rAddress), sizeof rAddress));
+}
+
+// What a neighbour can leave under a name, each in its own way no plain file.
+struct Obstacle {
+  const char* acLabel;
+  void (*Put)(const std::string& strName);
+};
+const Obstacle OBSTACLES[] = {
+    {"link to a file", [](const std::string& strName) { fs::create_symlink("/tmp/private/secret", strName); }},
+    {"link to nothing", [](const std::string& strName) { fs::create_symlink("/tmp/private/made", strName); }},
+    {"link to a folder", [](const std::string& strName) { fs::create_symlink("/tmp/private/folder", strName); }},
+    {"FIFO", [](const std::string& strName) { ASSERT_EQ(0, mkfifo(strName.c_str(), 0666)); }},
+    {"socket", BindSocket},
+    {"device", [](const std::string& strName) { ASSERT_EQ(0, mknod(strName.c_str(), S_IFCHR | 0666, 0x0107)); }},
+    {"second name", [](const std::string& strName) { fs::create_hard_link("/tmp/private/secret", strName); }},
+    {"file of another user",
+     [](const std::string& strName) {
+       WriteTestFile(strName, "foreign");
+       ASSERT_EQ(0, chown(strName.c_str(), NEIGHBOUR, NEIGHBOUR));
+     }},
+    {"empty folder", [](const std::string& strName) { fs::create_directory(strName); }},
+};
+
+}  // namespace
+
+// -- writing anew -----------------------------------------------------------------------------------------------------
+
+TEST_F(PlainFile, MissingFileIsMadeForAll) {
+  const Descriptor rFile = OpenAnew(NAME.c_str());
+  ASSERT_TRUE(rFile.IsOpen());
+  EXPECT_EQ(4, write(rFile.Get(), "text", 4));
+  EXPECT_EQ("text", ReadTestFile(NAME));
+  EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0666), Look(NAME).st_mode);
+}
+
+TEST_F(PlainFile, OwnPlainFileIsEmptiedAndKeepsItsPlaceAndMode) {
+  WriteTestFile(NAME, "what was there before");
+  ASSERT_EQ(0, chmod(NAME.c_str(), 0640));
+  const ino_t iBefore = Look(NAME).st_ino;
+  const Descriptor rFile = OpenAnew(NAME.c_str());
+  ASSERT_TRUE(rFile.IsOpen());
+  EXPECT_EQ(0, Look(NAME).st_size);
+  EXPECT_EQ(iBefore, Look(NAME).st_ino);
+  EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0640), Look(NAME).st_mode);
+}
+
+TEST_F(PlainFile, WhatIsNoPlainFileMakesWayForOneThatIs) {
+  for (const Obstacle& rRow : OBSTACLES) {
+    SCOPED_TRACE(rRow.acLabel);
+    rRow.Put(NAME);
+    {
+      const Descriptor rFile = OpenAnew(NAME.c_str());
+      ASSERT_TRUE(rFile.IsOpen()) << strerror(errno);
+      EXPECT_EQ(4, write(rFile.Get(), "text", 4));
+    }
+    EXPECT_EQ("text", ReadTestFile(NAME));
+    EXPECT_TRUE(S_ISREG(Look(NAME).st_mode));
+    EXPECT_EQ(0U, Look(NAME).st_uid);
+    EXPECT_EQ(1U, Look(NAME).st_nlink);
+    ExpectSecretIsUntouched();
+    EXPECT_FALSE(fs::exists("/tmp/private/made"));
+    fs::remove_all(NAME);
+  }
+  EXPECT_EQ(0U, PutAside("/recordings/2024/01").size());
+}
+
+TEST_F(PlainFile, FolderWithSomethingInItIsKeptBeside) {
+  fs::create_directory(NAME);
+  WriteTestFile(NAME + "/inner", "kept");
+  ASSERT_TRUE(OpenAnew(NAME.c_str()).IsOpen());
+  EXPECT_TRUE(S_ISREG(Look(NAME).st_mode));
+  ASSERT_EQ(1U, PutAside("/recordings/2024/01").size());
+  EXPECT_EQ("kept", ReadTestFile(PutAside("/recordings/2024/01")[0] + "/inner"));
+}
+
+TEST_F(PlainFile, LastNameIsNotFollowedOutsideSharedFoldersEither) {
+  fs::create_symlink(SECRET, "/tmp/private/link");
+  ASSERT_TRUE(OpenAnew("/tmp/private/link").IsOpen());
+  EXPECT_TRUE(S_ISREG(Look("/tmp/private/link").st_mode));
+  ExpectSecretIsUntouched();
+}
+
+TEST_F(PlainFile, NothingIsMadeWhereTheFolderDoesNotOpen) {
+  const std::string strTooLong(256, 'x');
+  const struct {
+    const char* acLabel;
+    std::string strPath;
+    int iErrno;
+  } rRows[] = {
+      {"no folder", "/recordings/2024/02/file", ENOENT},
+      {"no name", "", ENOENT},
+      {"a file in its place", SECRET + "/file", ENOTDIR},
+      {"a name that is too long", "/recordings/2024/01/" + strTooLong, ENAMETOOLONG},
+      {"a folder's name that is too long", "/recordings/" + strTooLong + "/file", ENAMETOOLONG},
+      {"a way out", "/recordings/2024/../../tmp/private/folder/file", EPERM},
+  };
+  for (const auto& rRow : rRows) {
+    errno = 0;
+    EXPECT_FALSE(OpenAnew(rRow.strPath.c_str()).IsOpen()) << rRow.acLabel;
+    EXPECT_EQ(rRow.iErrno, errno) << rRow.acLabel;
+    ExpectSecretIsUntouched();
+  }
+}
+
+TEST_F(PlainFile, FileOfTheLibraryWritesFromTheStart) {
+  WriteTestFile(NAME, "what was there before");
+  FILE* const hFile = OpenFileAnew(NAME);
+  ASSERT_NE(nullptr, hFile);
+  EXPECT_EQ(4, fprintf(hFile, "text"));
+  EXPECT_EQ(0, fclose(hFile));
+  EXPECT_EQ("text", ReadTestFile(NAME));
+  EXPECT_EQ(nullptr, OpenFileAnew("/recordings/2024/02/file"));
+}
+
+TEST_F(PlainFile, ChildrenInheritNothing) {
+  const Descriptor rNew = OpenAnew(NAME.c_str());
+  const Descriptor rOld = OpenPlain(NAME.c_str(), O_RDONLY);
+  const Descriptor rFolder = OpenFolder("/recordings/2024");
+  for (const Descriptor* prOpen : {&rNew, &rOld, &rFolder}) {
+    ASSERT_TRUE(prOpen->IsOpen());
+    EXPECT_EQ(FD_CLOEXEC, fcntl(prOpen->Get(), F_GETFD));
+  }
+}
+
+// -- links on the way -------------------------------------------------------------------------------------------------
+
+TEST_F(PlainFile, LinkOnTheWayBelowASharedFolderIsNotFollowed) {
+  for (const std::string strShared : {"/recordings", "/dev/shm"}) {
+    fs::create_symlink("/tmp/private/folder", strShared + "/link");
+    const std::string strName = strShared + "/link/file";
+    EXPECT_FALSE(OpenAnew(strName.c_str()).IsOpen());
+    EXPECT_EQ(ENOTDIR, errno);
+    EXPECT_FALSE(OpenFolder((strShared + "/link").c_str()).IsOpen());
+    ExpectSecretIsUntouched();
+    WriteTestFile("/tmp/private/folder/file", "");
+    EXPECT_FALSE(OpenPlain(strName.c_str(), O_RDONLY).IsOpen());
+    EXPECT_FALSE(MakeWay(strName.c_str()));
+    EXPECT_TRUE(fs::remove("/tmp/private/folder/file"));
+    EXPECT_TRUE(fs::remove(strShared + "/link"));
+  }
+}
+
+TEST_F(PlainFile, SharedFolderItselfMayBeALink) {
+  fs::rename("/recordings", "/tmp/private/disk");
+  fs::create_directory_symlink("/tmp/private/disk", "/recordings");
+  EXPECT_TRUE(MakeFolders("/recordings/2024/02").IsOpen());
+  EXPECT_TRUE(OpenAnew("/recordings/2024/02/file").IsOpen());
+  EXPECT_TRUE(fs::exists("/tmp/private/disk/2024/02/file"));
+  EXPECT_TRUE(fs::remove("/recordings"));
+}
+
+TEST_F(PlainFile, LinksElsewhereAreTheInstallations) {
+  fs::create_directory_symlink("/tmp/private/folder", "/tmp/private/link");
+  EXPECT_TRUE(OpenAnew("/tmp/private/link/file").IsOpen());
+  EXPECT_TRUE(fs::exists("/tmp/private/folder/file"));
+}
+
+// -- what is there ----------------------------------------------------------------------------------------------------
+
+TEST_F(PlainFile, PlainFileOpensWithItsBytes) {
+  WriteTestFile(NAME, "text");
+  char acText[8] = {};
+  EXPECT_EQ(4, read(OpenPlain(NAME.c_str(), O_RDONLY).Get(), acText, sizeof acText));
+  EXPECT_STREQ("text", acText);
+  EXPECT_EQ(1, write(OpenPlain(NAME.c_str(), O_WRONLY).Get(), "T", 1));
+  EXPECT_EQ("Text", ReadTestFile(NAME));
+}
+
+TEST_F(PlainFile, AllElseDoesNotOpenAndStays) {
+  EXPECT_FALSE(OpenPlain(NAME.c_str(), O_RDONLY).IsOpen());
+  EXPECT_EQ(ENOENT, errno);
+  for (const Obstacle& rRow : OBSTACLES) {
+    rRow.Put(NAME);
+    const ino_t iBefore = Look(NAME).st_ino;
+    for (const int iAccess : {O_RDONLY, O_WRONLY, O_RDWR}) {
+      errno = 0;
+      EXPECT_FALSE(OpenPlain(NAME.c_str(), iAccess).IsOpen()) << rRow.acLabel;
+      EXPECT_EQ(EPERM, errno) << rRow.acLabel;
+    }
+    EXPECT_EQ(iBefore, Look(NAME).st_ino) << rRow.acLabel;
+    fs::remove_all(NAME);
+  }
+}
+
+TEST_F(PlainFile, WayIsMadeForATool) {
+  EXPECT_TRUE(MakeWay(NAME.c_str()));
+  WriteTestFile(NAME, "text");
+  EXPECT_TRUE(MakeWay(NAME.c_str()));
+  EXPECT_EQ("text", ReadTestFile(NAME));
+  for (const Obstacle& rRow : OBSTACLES) {
+    fs::remove_all(NAME);
+    rRow.Put(NAME);
+    EXPECT_TRUE(MakeWay(NAME.c_str())) << rRow.acLabel;
+    struct stat rStat {};
+    EXPECT_EQ(-1, lstat(NAME.c_str(), &rStat)) << rRow.acLabel;
+    ExpectSecretIsUntouched();
+  }
+}
+
+// -- folders ----------------------------------------------------------------------------------------------------------
+
+TEST_F(PlainFile, MissingFoldersAreMadeForAll) {
+  const Descriptor rFolder = MakeFolders("/recordings/2024/02/03");
+  ASSERT_TRUE(rFolder.IsOpen());
+  EXPECT_EQ(0, fsync(rFolder.Get()));
+  for (const char* acPath : {"/recordings/2024/02", "/recordings/2024/02/03"}) {
+    EXPECT_EQ(static_cast<mode_t>(S_IFDIR | 0777), Look(acPath).st_mode) << acPath;
+  }
+  EXPECT_EQ(Look("/recordings/2024/02/03").st_ino, [&] {
+    struct stat rStat {};
+    EXPECT_EQ(0, fstat(rFolder.Get(), &rStat));
+    return rStat.st_ino;
+  }());
+}
+
+TEST_F(PlainFile, WhatIsNoFolderIsKeptBesideAFolderThatIs) {
+  for (const Obstacle& rRow : OBSTACLES) {
+    if (strcmp(rRow.acLabel, "empty folder") == 0) continue;
+    SCOPED_TRACE(rRow.acLabel);
+    fs::remove_all("/recordings/2024");
+    rRow.Put("/recordings/2024");
+    const ino_t iBefore = Look("/recordings/2024").st_ino;
+    EXPECT_TRUE(MakeFolders("/recordings/2024/01").IsOpen());
+    EXPECT_TRUE(S_ISDIR(Look("/recordings/2024").st_mode));
+    EXPECT_TRUE(S_ISDIR(Look("/recordings/2024/01").st_mode));
+    ExpectSecretIsUntouched();
+    ASSERT_EQ(1U, PutAside("/recordings").size());
+    EXPECT_EQ(iBefore, Look(PutAside("/recordings")[0]).st_ino);
+    fs::remove(PutAside("/recordings")[0]);
+  }
+}
+
+TEST_F(PlainFile, OutsideSharedFoldersNothingMakesWayForAFolder) {
+  EXPECT_FALSE(MakeFolders((SECRET + "/below").c_str()).IsOpen());
+  EXPECT_EQ(ENOTDIR, errno);
+  ExpectSecretIsUntouched();
+}
