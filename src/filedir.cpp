@@ -1,30 +1,22 @@
-// Paths are taken as texts: nothing here resolves links, "." or "..". DeleteFn is the one way in which a recording
+// Paths are taken as texts, and only plainfile takes them apart. DeleteFn is the one way in which a recording
 // goes, as an appliance can be told to overwrite what it deletes.
 #include "filedir.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "plainfile.h"
 #include "shell.h"
 
 namespace {
 
 constexpr const char* SECURE_DELETE_MARKER = "/var/morvex/conf/opt_secure_delete";  // only its presence counts
-constexpr mode_t FOLDER_MODE = 0777;
 constexpr int READ_BYTES = 100;  // a piece ends at a line end or here; a NUL hides the rest of its piece alone
-
-void EnsureFolder(const std::string& strPath) {
-  if (!file_exists(strPath)) (void)mkdir(strPath.c_str(), FOLDER_MODE);  // the use of the folder shows a failure
-}
 
 }  // namespace
 
 void EnsurePath(const std::string& strPath) {
-  // From 1: the empty path in front of a leading "/" is nothing to make.
-  for (size_t iPos = 1; iPos < strPath.size(); iPos++) {
-    if (strPath[iPos] == '/') EnsureFolder(strPath.substr(0, iPos));
-  }
-  EnsureFolder(strPath);
+  (void)MakeFolders(strPath.c_str());  // the use of the folder shows a failure
 }
 
 std::string RemoveFileExtension(const std::string& path) {

@@ -13,7 +13,7 @@ struct FileCloser {
 };
 using StdFile = std::unique_ptr<FILE, FileCloser>;
 
-// Creates all folders of a path with mode 0777 (the daemon runs with an empty umask).
+// Creates all folders of a path with mode 0777 (the daemon runs with an empty umask); see MakeFolders.
 void EnsurePath(const std::string& strPath);
 // All before the last "." of the whole path, or the path itself.
 std::string RemoveFileExtension(const std::string& path);

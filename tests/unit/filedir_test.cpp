@@ -86,6 +86,17 @@ TEST_F(EnsurePathTest, FileInTheWayIsKept) {
   EXPECT_EQ(ReadTestFile("file"), "content");
 }
 
+TEST_F(EnsurePathTest, LinkBelowTheRecordingsIsNotFollowed) {
+  ASSERT_EQ(mkdir("foreign", 0777), 0);
+  ASSERT_EQ(symlink((strFolder + "/foreign").c_str(), "/recordings/2024"), 0);
+  EnsurePath("/recordings/2024/01");
+  EXPECT_EQ(rmdir("foreign"), 0) << "the folder is not empty";
+  struct stat rStat = {};
+  EXPECT_EQ(lstat("/recordings/2024", &rStat), 0);
+  EXPECT_EQ(rStat.st_mode, static_cast<mode_t>(S_IFDIR | 0777));
+  EXPECT_TRUE(file_exists("/recordings/2024/01"));
+}
+
 TEST(RemoveFileExtension, CutsAtTheLastDot) {
   const struct {
     const char *acLabel, *acPath, *acRest;
