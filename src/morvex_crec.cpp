@@ -10,6 +10,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -48,6 +49,7 @@ constexpr int TRY_PAUSE_MS = 10'000;        // between two looks for cards
 constexpr time_t MAX_TRY_NO_CARDS_S = 600;  // cards may be slow to appear after a power failure
 constexpr time_t MAX_TRY_FEW_CARDS_S = 180;
 constexpr int BACKTRACE_FRAMES = 15;
+constexpr unsigned CRASH_REPORT_S = 5;  // enough for a slow log, and for a supervisor still the moment of the crash
 
 // Exit codes of the process, also the results of RecorderMain.
 enum EExit { EXIT_NORMAL = 0, EXIT_FAILED = 1, EXIT_NO_CARDS = 2 };
@@ -93,13 +95,46 @@ void LogBacktrace() {
   for (int i = 1; i < iFrames; i++) syslog(LOG_ERR, "%s", aacSymbols[i]);
 }
 
-void DieOfSignal(int iSignal, const char* acText) {
-  syslog(LOG_ERR, "%s", acText);
-  WriteErrCrec(acText);
-  LogBacktrace();
+std::atomic<pid_t> iCrashThread{0};  // kernel's id of the thread that crashed first; 0: none has
+std::atomic<int> iCrashSignal{0};
+
+// Ends the process by the signal of its first crash. Any thread may come here, also one that has the signal blocked as
+// its handler runs there. Only calls that are safe in a signal handler.
+[[noreturn]] void DieOfFirstCrash(int /*iSignal*/) {
+  const int iSignal = iCrashSignal;
   struct sigaction rDefault = {};  // zeroed: the default action
-  if (sigaction(iSignal, &rDefault, nullptr) != 0) _exit(1);
-  (void)raise(iSignal);  // blocked while its handler runs; strikes when the handler returns
+  sigset_t rUnblock;
+  (void)sigemptyset(&rUnblock);
+  (void)sigaddset(&rUnblock, iSignal);
+  if (sigaction(iSignal, &rDefault, nullptr) == 0 && pthread_sigmask(SIG_UNBLOCK, &rUnblock, nullptr) == 0) {
+    (void)raise(iSignal);
+  }
+  _exit(EXIT_FAILED);
+}
+
+// From here on the process ends within seconds, whatever its report meets.
+void LimitReport() {
+  struct sigaction rEnd = {};
+  rEnd.sa_handler = DieOfFirstCrash;
+  (void)sigaction(SIGALRM, &rEnd, nullptr);
+  (void)alarm(CRASH_REPORT_S);
+}
+
+// A report that crashes is given up. The crash of another thread waits for the report of the first: that one ends both.
+void EndSecondCrash() {
+  while (iCrashThread != gettid()) (void)pause();
+  DieOfFirstCrash(0);
+}
+
+[[noreturn]] void DieOfSignal(int iSignal, const char* acText) {
+  pid_t iNoThread = 0;
+  if (!iCrashThread.compare_exchange_strong(iNoThread, gettid())) EndSecondCrash();
+  iCrashSignal = iSignal;
+  LimitReport();
+  WriteErrCrec(acText);  // first, as it needs neither lock nor memory
+  syslog(LOG_ERR, "%s", acText);
+  LogBacktrace();
+  DieOfFirstCrash(0);
 }
 
 // -- start tries ------------------------------------------------------------------------------------------------------
@@ -251,9 +286,9 @@ void setSignalHandlers() {
 }
 
 // An order to stop only sets a flag, and all else happens on the main thread. A crash is reported from within the
-// handler, by functions that are not made for it: syslog, fopen and backtrace_symbols may allocate and take locks, so a
-// crash inside malloc can hang here instead of dying. That is accepted, as the lines are the only trace that a crash at
-// a customer's site leaves.
+// handler, by functions that are not made for it: syslog and backtrace_symbols may allocate and take locks, so the
+// report of a crash inside malloc can stop in mid-word, and an alarm ends it. It is tried all the same, as its lines
+// are the only trace that a crash at a customer's site leaves.
 void signal_handler(int iSignal) {
   switch (iSignal) {
     case SIGINT:

@@ -1,5 +1,5 @@
-// This program stands in for usleep, time, fork and raise: a wait of the main thread passes at once and moves the
-// clock, and a fork or a deadly signal can be held back. It needs PostgreSQL, as a start try reads its settings there.
+// This program stands in for usleep, time and fork: a wait of the main thread passes at once and moves the clock, and a
+// fork can be held back. It needs PostgreSQL, as a start try reads its settings there.
 #include "morvex_crec.h"
 
 #include <dlfcn.h>
@@ -46,8 +46,6 @@ std::function<void()> OnSleep;        // main thread only
 bool fForkFails = false;
 bool fSetsidFails = false;
 bool fChdirFails = false;
-bool fHoldRaise = false;
-int iRaised = 0;
 
 template <typename F>
 F* Real(const char* acName) {
@@ -87,11 +85,6 @@ extern "C" int chdir(const char* acPath) noexcept {
   return fChdirFails ? -1 : Real<int(const char*)>("chdir")(acPath);
 }
 
-extern "C" int raise(int iSignal) noexcept {
-  iRaised = iSignal;
-  return fHoldRaise ? 0 : Real<int(int)>("raise")(iSignal);
-}
-
 namespace {
 
 class ProcessTest : public testing::Test {
@@ -106,7 +99,7 @@ class ProcessTest : public testing::Test {
   void TearDown() override {
     fAppTerminate = false;
     OnSleep = nullptr;
-    fForkFails = fSetsidFails = fChdirFails = fHoldRaise = false;
+    fForkFails = fSetsidFails = fChdirFails = false;
     g_prBoot = nullptr;
   }
   // Runs in a process of its own; the result is its wait status.
@@ -197,41 +190,6 @@ TEST_F(ProcessTest, OtherSignalsDoNothing) {
   signal_handler(SIGHUP);
   EXPECT_FALSE(fAppTerminate);
   EXPECT_EQ(logsink::TakeTexts(), Texts());
-}
-
-TEST_F(ProcessTest, CrashIsLoggedWithItsBacktraceAndRaisedAgain) {
-  fHoldRaise = true;
-  const std::pair<int, std::string> rSignals[] = {{SIGSEGV, "Signal SIGSEGV"}, {SIGABRT, "Signal SIGABRT"}};
-  for (const auto& [iSignal, strText] : rSignals) {
-    SCOPED_TRACE(strText);
-    setSignalHandlers();
-    signal_handler(iSignal);
-    EXPECT_EQ(iRaised, iSignal);
-    EXPECT_EQ(ReadTestFile(ERROR_FILE), strText);
-    const std::vector<logsink::Line> rLines = logsink::Take();
-    ASSERT_GE(rLines.size(), 3u);
-    EXPECT_LE(rLines.size(), 15u);  // the text, and all frames but the first
-    EXPECT_EQ(rLines[0].strText, strText);
-    for (const logsink::Line& rLine : rLines) EXPECT_EQ(rLine.iPrio, LOG_ERR);
-    EXPECT_NE(rLines[1].strText.find("["), std::string::npos)
-        << rLines[1].strText;  // "<binary>(<function>) [<address>]"
-    struct sigaction rAction {};
-    ASSERT_EQ(sigaction(iSignal, nullptr, &rAction), 0);
-    EXPECT_EQ(rAction.sa_handler, SIG_DFL);
-  }
-}
-
-TEST_F(ProcessTest, CrashKillsTheProcessByItsOwnSignal) {
-  for (const int iSignal : {SIGSEGV, SIGABRT}) {
-    const int iStatus = InChild([iSignal] {
-      setSignalHandlers();
-      (void)kill(getpid(), iSignal);
-      (void)sleep(60);
-    });
-    ASSERT_TRUE(WIFSIGNALED(iStatus)) << iStatus;
-    EXPECT_EQ(WTERMSIG(iStatus), iSignal);
-    EXPECT_EQ(ReadTestFile(ERROR_FILE), iSignal == SIGSEGV ? "Signal SIGSEGV" : "Signal SIGABRT");
-  }
 }
 
 // -- into the background ----------------------------------------------------------------------------------------------
