@@ -249,6 +249,7 @@ int RunDaemon(int argc, char** argv) {
   RememberMainThread();
   lg(LOG_NOTICE, "MORVEX-CREC start");
   (void)signal(SIGPIPE, SIG_IGN);
+  (void)signal(SIGCHLD, SIG_DFL);  // ignored by whoever started us, no command would have a status
   setSignalHandlers();
   (void)umask(0);  // the web side works on our files under another user
   return RunWithDatabase();
@@ -278,6 +279,9 @@ int spawn_me() {
 
 void setSignalHandlers() {
   PreloadBacktrace();
+  sigset_t rNone;  // what the process that started us has blocked is no wish of its own
+  (void)sigemptyset(&rNone);
+  (void)pthread_sigmask(SIG_SETMASK, &rNone, nullptr);
   struct sigaction rAction = {};
   rAction.sa_handler = signal_handler;
   (void)sigemptyset(&rAction.sa_mask);

@@ -10,6 +10,7 @@ int RunDaemon(int argc, char** argv);
 bool CheckCardDriver();
 // Forks. 0 in the parent, -1 in the child that is to go on, 1 on any failure.
 int spawn_me();
+// No signal stays blocked on the calling thread, and so on those that it starts.
 void setSignalHandlers();
 void signal_handler(int iSignal);
 // Part of the interface, without a caller in the daemon. Does nothing: the process runs with the limits it inherits.

@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import BUILD, DRIVER, Daemon, rows, server, wait_until
+from harness import BUILD, DRIVER, HEADER_BYTES, Daemon, path_of, rows, server, wait_until
 
 CARDS = "card ATP8 1001 2"
 
@@ -206,7 +206,30 @@ def test_nofork_stays_in_the_foreground():
     assert (process.returncode, output) == (0, b"")  # the log went to syslog
 
 
+@pytest.mark.parametrize("marker", [(CONF / "crec_disabled"), (CONF / "opt_cluster")])
+def test_signals_that_the_parent_blocked_or_ignored(marker):
+    marker.touch()
+    Daemon(CARDS)
+    process = subprocess.Popen(["env", "--ignore-signal=CHLD", "--block-signal", COMMAND, "nofork"])
+    wait_until("signal handlers", lambda: catches_stop(process.pid))
+    assert int(status_of(process.pid)["SigBlk"], 16) == 0
+    process.terminate()
+    assert process.wait(30) >= 0  # it heard of the stop, and ended by itself
+
+
 # -- with cards ------------------------------------------------------------------------------------------------------
+
+
+def test_commands_have_a_status_when_the_parent_ignored_its_children(monkeypatch):
+    monkeypatch.setenv("MORVEX_WRAPPER", "env --ignore-signal=CHLD " + os.environ.get("MORVEX_WRAPPER", ""))
+    daemon = Daemon(CARDS, {"o": {"RecEnc": "mp3"}}).start()
+    daemon.cards("ch 0 play counting", "ch 0 offhook")
+    active = daemon.active_call(1)
+    running = Path(f"{path_of(active)}.g711")
+    wait_until("audio", lambda: running.exists() and running.stat().st_size > HEADER_BYTES)
+    daemon.cards("ch 0 onhook")
+    assert daemon.finished_call(active["remoteid"])["encoding"] == 801
+    assert daemon.stop() == 0
 
 
 def test_driver_that_does_not_start_idles_with_failure():
