@@ -4,6 +4,7 @@
 #include "logging.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+
+#include "plaintext.h"
 
 int g_DebugMode = 0;
 bool g_fErrorFile = true;
@@ -38,9 +41,7 @@ class MessageText {
     va_end(rSecondArgs);
   }
 
-  // Puts a newline in the place of the closing NUL; the text is not a C string any more.
-  void EndLine() { (IsLong() ? strLong.data() : acShort)[iLength] = '\n'; }
-  const char* data() const { return IsLong() ? strLong.data() : acShort; }
+  char* data() { return IsLong() ? strLong.data() : acShort; }
   size_t size() const { return iLength; }
 
  private:
@@ -71,8 +72,18 @@ void ReplaceErrorFile(const char* acText, size_t iLength) {
   close(hFile);
 }
 
+// A terminal obeys what a message holds, and in a log of the daemon that is a file a newline within one would forge
+// another. A program at the other end of a pipe gets the text as it is.
+bool IsReadByPeople(int hFile) {
+  struct stat rStat {};
+  if (fstat(hFile, &rStat) != 0) return false;
+  const bool isLog = g_fErrorFile;  // not a tool's
+  return S_ISCHR(rStat.st_mode) || (isLog && S_ISREG(rStat.st_mode));
+}
+
 void PrintLine(MessageText& rText) {
-  rText.EndLine();
+  if (IsReadByPeople(STDOUT_FILENO)) MaskControls(rText.data(), rText.size());
+  rText.data()[rText.size()] = '\n';  // in the place of the closing NUL
   WriteWhole(STDOUT_FILENO, rText.data(), rText.size() + 1);
 }
 
@@ -91,7 +102,7 @@ void lg(int prio, const char* format, ...) {
   if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
 
   va_start(args, format);  // anew: the first use has consumed the arguments
-  const MessageText rText(format, args);
+  MessageText rText(format, args);
   va_end(args);
   ReplaceErrorFile(rText.data(), rText.size());
 }

@@ -1,6 +1,8 @@
 // logging: the log function of the whole daemon, the error file, and the process-wide flags that logging asks.
-// Threads:   all operations: any. A call is one write to its target; the error file holds whichever message came last.
-// Errors:    an error file that cannot be opened is ignored.
+// Standard output of debug mode gets the text as it is while a program reads it from a pipe; on a terminal, and in a
+// file that the daemon itself writes, control characters within a message are masked. Threads:   all operations: any. A
+// call is one write to its target; the error file holds whichever message came last. Errors:    an error file that
+// cannot be opened is ignored.
 #pragma once
 
 #include <atomic>

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <set>
 #include <string>
 #include <thread>
@@ -138,6 +139,68 @@ TEST_F(LoggingTest, DebugModePrintsInsteadOfSyslog) {
   EXPECT_EQ(rPackets.Take(), (Texts{"line 1\n", "\n"}));
   EXPECT_EQ(logsink::TakeTexts(), Texts{});
   EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+}
+
+constexpr const char* HOSTILE =
+    "[1] Remote: \x1b]0;x\a\n[1] Call stops\x7f\xc2\x9b"
+    "31m\x9b M\xc3\xbcller";
+constexpr const char* HARMLESS = "[1] Remote: ?]0;x??[1] Call stops???31m? M\xc3\xbcller";
+
+TEST_F(LoggingTest, DebugModeSendsNoControlCharactersToATerminal) {
+  const int hMaster = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(hMaster >= 0 && grantpt(hMaster) == 0 && unlockpt(hMaster) == 0);
+  const int hTerminal = open(ptsname(hMaster), O_RDWR | O_NOCTTY);
+  ASSERT_GE(hTerminal, 0);
+  {
+    const StdoutTo rRedirect(hTerminal);
+    g_DebugMode = 1;
+    lg(LOG_ERR, "%s", HOSTILE);
+  }
+  char acRead[200];
+  const ssize_t iRead = read(hMaster, acRead, sizeof acRead);
+  EXPECT_EQ(std::string(acRead, iRead < 0 ? 0 : static_cast<size_t>(iRead)), HARMLESS + std::string("\r\n"));
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), HOSTILE);
+  close(hTerminal);
+  close(hMaster);
+}
+
+TEST_F(LoggingTest, DebugModeWritesOneLineAMessageToAFile) {
+  constexpr const char* LOG_FILE = "/tmp/debug.log";
+  const int hFile = open(LOG_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  {
+    const StdoutTo rRedirect(hFile);
+    g_DebugMode = 1;
+    lg(LOG_NOTICE, "%s", HOSTILE);
+    lg(LOG_NOTICE, "next");
+  }
+  close(hFile);
+  EXPECT_EQ(ReadTestFile(LOG_FILE), HARMLESS + std::string("\nnext\n"));
+}
+
+TEST_F(LoggingTest, ToolThatShowsDisplaysKeepsTheirLinesInAFile) {
+  g_fErrorFile = false;
+  testing::internal::CaptureStdout();
+  g_DebugMode = 1;
+  lg(LOG_NOTICE, "Message change:%s", "12:31\nSMITH");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Message change:12:31\nSMITH\n");
+}
+
+TEST_F(LoggingTest, DebugModeLeavesTheTextAloneInAPipeAndSoDoesSyslog) {
+  lg(LOG_NOTICE, "%s", HOSTILE);
+  EXPECT_EQ(logsink::TakeTexts(), Texts{std::string("5 ") + HOSTILE});
+  int hEnds[2];
+  ASSERT_EQ(pipe2(hEnds, O_NONBLOCK), 0);
+  char acRead[200];
+  ssize_t iRead = -1;
+  {
+    const StdoutTo rRedirect(hEnds[1]);
+    g_DebugMode = 1;
+    lg(LOG_NOTICE, "%s", HOSTILE);
+    iRead = read(hEnds[0], acRead, sizeof acRead);
+  }
+  EXPECT_EQ(std::string(acRead, iRead < 0 ? 0 : static_cast<size_t>(iRead)), HOSTILE + std::string("\n"));
+  close(hEnds[0]);
+  close(hEnds[1]);
 }
 
 TEST_F(LoggingTest, DebugModeKeepsTheErrorFileToo) {
