@@ -6,6 +6,7 @@
 #include "display_input.h"
 #include "ftime.h"
 #include "logging.h"
+#include "plaintext.h"
 #include "recorder.h"
 #include "recorder_boot.h"
 
@@ -108,8 +109,10 @@ std::string DisplayLine::Show(const DisplayText& rDisplay) {
     strResult += strNumber + ": " + GetVerdictDescr(eVerdict) + "\n";
   }
   const auto Tell = [&](const char* acWhat, const std::string& strBefore, const std::string& strAfter) {
-    if (strAfter != strBefore)
-      strResult += std::string(acWhat) + ": " + (strAfter.empty() ? "(none)" : strAfter) + "\n";
+    if (strAfter == strBefore) return;
+    std::string strShown = strAfter.empty() ? "(none)" : strAfter;
+    MaskControls(strShown.data(), strShown.size());
+    strResult += std::string(acWhat) + ": " + strShown + "\n";
   };
   Tell("=> remote number", strRemote, rLine.strRemoteNum);
   Tell("=> name", strName, rLine.strConnectedNum);

@@ -9,13 +9,15 @@
 
 #include "display_input.h"
 #include "display_line.h"
+#include "plaintext.h"
 
 namespace {
 
-// Display text on one line of the terminal.
+// Display text on one line of the terminal, which must not obey what else stands in it.
 std::string OneLine(const std::string& strText) {
   std::string strLine;
   for (const char ch : strText) strLine += ch == '\n' ? std::string("\\n") : std::string(1, ch);
+  MaskControls(strLine.data(), strLine.size());
   return strLine;
 }
 

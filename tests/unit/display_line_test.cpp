@@ -51,6 +51,14 @@ TEST(DisplayLine, TellsLogVerdictsAndChanges) {
   EXPECT_EQ("[1] Message change:Goodbye\n| ", rShown.Show("Goodbye")) << "nothing changes";
 }
 
+TEST(DisplayLine, ResultHoldsNoControlCharacters) {
+  DisplayLineState rState = Busy(0);
+  rState.strPbxType = "NEC";
+  Shown rShown(rState);
+  EXPECT_EQ("12: too short\n31: too short\n31: too short\n=> remote number: ?[31mSMITH?\n",
+            rShown.Result("12:31\nTALKING TO \x1b[31mSMITH\x9b\n"));
+}
+
 TEST(DisplayLine, LeavesTheDaemonsErrorFileAlone) {
   constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
   WriteTestFile(ERROR_FILE, "of the daemon");

@@ -30,6 +30,12 @@ constexpr const char* FILE_NAME = "/tmp/displays";
 
 }  // namespace
 
+TEST(MorvexDisplay, HeadingOfADisplayHoldsNoControlCharacters) {
+  WriteTestFile(FILE_NAME, "a\x1b[31m\tb\\nM\xfcller\n");
+  const std::string strOutput = RunTool(FILE_NAME).strOutput;
+  EXPECT_EQ("--- 0 s: a?[31m?b\\nM\xfcller", strOutput.substr(0, strOutput.find('\n')));
+}
+
 TEST(MorvexDisplay, PlainList) {
   WriteTestFile(FILE_NAME,
                 "# a site\n"
