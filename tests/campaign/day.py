@@ -68,6 +68,11 @@ class Service(socketserver.UnixStreamServer):
         super().__init__("/tmp/morvex", self.Reply)
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
+    def stop(self):
+        self.shutdown()
+        self.server_close()
+        Path("/tmp/morvex").unlink()
+
 
 # -- modes -----------------------------------------------------------------------------------------------------------
 
