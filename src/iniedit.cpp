@@ -1,18 +1,27 @@
-// The new text is made in memory (merge), where tests can look at it; the file itself is only touched by one copy at
-// the end, which keeps whatever it is apart from its text: owner, mode, links.
+// The new text is made in memory (merge), where tests can look at it. It is on disk whole, in a file of its own, before
+// that file takes the place of the old one: neither a full disk nor a power cut leaves a part of a hand-tuned file.
 #include "iniedit.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #include "filedir.h"
 #include "fstring.h"
+#include "logging.h"
+#include "plainfile.h"
 #include "shell.h"
 
 namespace {
 
 constexpr size_t PIECE_BYTES = 4999;  // a longer line is taken in pieces, each like a line of its own
+constexpr const char* TEMP_SUFFIX = ".tmp";
+constexpr mode_t FILE_MODE = 0666;
 
 using IniSections = std::map<std::string, IniSectionData>;
 
@@ -110,21 +119,55 @@ std::string NextPiece(const std::string& strText, size_t iStart) {
   return iNewline == std::string::npos ? strPiece : strPiece.substr(0, iNewline + 1);
 }
 
-// All bytes of the file; false when it cannot be opened.
-bool ReadWhole(const std::string& strPath, std::string& strText) {
+enum ERead { READ_WHOLE, READ_MISSING, READ_FAILED };
+
+ERead ReadWhole(const std::string& strPath, std::string& strText) {
   const StdFile hFile(fopen(strPath.c_str(), "re"));
-  if (!hFile) return false;
+  if (!hFile) return errno == ENOENT ? READ_MISSING : READ_FAILED;
   char acPiece[PIECE_BYTES];
   while (const size_t iLength = fread(acPiece, 1, sizeof acPiece, hFile.get())) strText.append(acPiece, iLength);
+  return ferror(hFile.get()) == 0 ? READ_WHOLE : READ_FAILED;
+}
+
+bool WriteAll(int hFile, const std::string& strText) {
+  for (size_t iDone = 0; iDone < strText.size();) {
+    const ssize_t iWritten = write(hFile, strText.data() + iDone, strText.size() - iDone);
+    if (iWritten < 0 && errno == EINTR) continue;
+    if (iWritten <= 0) return false;
+    iDone += static_cast<size_t>(iWritten);
+  }
   return true;
 }
 
-// False when the file cannot be opened; a failed write goes unnoticed.
-bool WriteWhole(const std::string& strPath, const std::string& strText) {
-  const StdFile hFile(fopen(strPath.c_str(), "we"));
-  if (!hFile) return false;
-  (void)fwrite(strText.data(), 1, strText.size(), hFile.get());
-  return true;
+// A new file with this text, on disk when true. Whatever else had its name before is gone, but for a folder.
+bool WriteNew(const std::string& strPath, const std::string& strText) {
+  (void)unlink(strPath.c_str());  // of a process that ended in between
+  const Descriptor rFile(open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE));
+  if (!rFile.IsOpen()) return false;
+  if (WriteAll(rFile.Get(), strText) && fsync(rFile.Get()) == 0) return true;
+  (void)unlink(strPath.c_str());
+  return false;
+}
+
+// The file that a path means when that is a link, which is to stay one.
+std::string WithoutLink(const std::string& strPath) {
+  struct stat rStat {};
+  if (lstat(strPath.c_str(), &rStat) != 0 || !S_ISLNK(rStat.st_mode)) return strPath;
+  char* acTarget = realpath(strPath.c_str(), nullptr);
+  if (acTarget == nullptr) return strPath;
+  std::string strTarget = acTarget;
+  free(acTarget);
+  return strTarget;
+}
+
+void PutInPlace(const std::string& strNew, const std::string& strPath) {
+  if (rename(strNew.c_str(), strPath.c_str()) != 0) {
+    (void)unlink(strNew.c_str());
+    return;
+  }
+  const size_t iSlash = strPath.rfind('/');
+  const Descriptor rFolder = OpenFolder(iSlash == std::string::npos ? "." : strPath.substr(0, iSlash + 1).c_str());
+  (void)fsync(rFolder.Get());  // without it a power cut can still bring the old file back, whole
 }
 
 }  // namespace
@@ -153,21 +196,31 @@ std::string IniData::merge(const std::string& strText) const {
   return rScan.strOut;
 }
 
+// A file that is there and cannot be read is not taken for a missing one: its settings would be lost.
 void IniData::update(const std::string& strPath) const {
   std::string strText;
-  if (!ReadWhole(strPath, strText)) {
-    overwrite(strPath);
-    return;
+  switch (ReadWhole(strPath, strText)) {
+    case READ_MISSING:
+      overwrite(strPath);
+      return;
+    case READ_FAILED:
+      return;
+    case READ_WHOLE:
+      break;
   }
-  const std::string strTemp = strPath + ".tmp";
-  if (!WriteWhole(strTemp, merge(strText))) return;
-  // A copy onto the existing name, not a rename.
-  (void)stdSystem("cp -p " + escapeShellArg(strTemp) + " " + escapeShellArg(strPath));
-  (void)unlink(strTemp.c_str());
+  const std::string strTarget = WithoutLink(strPath);
+  const std::string strTemp = strTarget + TEMP_SUFFIX;
+  if (!WriteNew(strTemp, merge(strText))) return;
+  // The exchange as a command, as people look for it in the log and can do it by hand: the new file's owner and mode
+  // are the result. A copy itself would pass through an empty file.
+  lg(LOG_NOTICE, "Command: cp -p %s %s", escapeShellArg(strTemp).c_str(), escapeShellArg(strTarget).c_str());
+  PutInPlace(strTemp, strTarget);
 }
 
 void IniData::overwrite(const std::string& strPath) const {
-  (void)WriteWhole(strPath, dump());
+  const std::string strTarget = WithoutLink(strPath);
+  const std::string strTemp = strTarget + TEMP_SUFFIX;
+  if (WriteNew(strTemp, dump())) PutInPlace(strTemp, strTarget);
 }
 
 std::string IniData::dump() const {

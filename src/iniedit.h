@@ -4,7 +4,7 @@
 // Text:      "[section]" lines, "key=value" lines, and lines of neither kind, which are copied. There is no comment
 //            syntax: a comment with a "=" is a key line with a key that nobody sets. No quoting, no continuation.
 // Threads:   main, at start. The name of the temporary file is fixed, so one writer a file.
-// Errors:    none is reported; a file that cannot be opened is skipped.
+// Errors:    none is reported; a file that cannot be opened, read or written stays as it is, whole.
 #pragma once
 
 #include <map>
@@ -21,10 +21,10 @@ class IniData {
   void setDefault(const std::string& strSection, const std::string& strKey, const std::string& strValue);
   // The key lines of this section in the file are dropped; only what was set stands afterwards.
   void replaceSection(const std::string& strSection);
-  // Merges into the file, through a copy of "<file>.tmp" onto its name. A missing file gets what overwrite writes, so
-  // no defaults. May run again.
+  // Merges into the file, by a new file "<file>.tmp" that takes its place and so has an owner and a mode of its own. A
+  // missing file gets what overwrite writes, so no defaults. May run again.
   void update(const std::string& strPath) const;
-  // Writes the forced values alone as a new file; nothing happens when it cannot be opened.
+  // Puts a new file with the forced values alone in the place of whatever file has this name.
   void overwrite(const std::string& strPath) const;
   // The text that overwrite would write.
   std::string dump() const;

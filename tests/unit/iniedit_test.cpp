@@ -1,19 +1,77 @@
 #include "iniedit.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <sstream>
 
 #include "LogSink.h"
 #include "TestFiles.h"
-#include "fstring.h"
 
 using namespace std::string_literals;
+
+namespace {
+std::string strRefused;           // the step that fails once: then empty
+std::vector<std::string> rSteps;  // those that order matters for
+
+bool IsRefused(const std::string& strStep) {
+  if (strStep != strRefused) return false;
+  strRefused.clear();
+  errno = EIO;
+  return true;
+}
+
+template <typename F>
+F* Real(const char* acName) {
+  return reinterpret_cast<F*>(dlsym(RTLD_NEXT, acName));
+}
+}  // namespace
+
+// This program stands in for the calls by which a file is exchanged, so that each can fail.
+extern "C" FILE* fopen(const char* acPath, const char* acMode) {
+  return IsRefused("fopen") ? nullptr : Real<FILE*(const char*, const char*)>("fopen")(acPath, acMode);
+}
+
+extern "C" size_t fread(void* pvBuffer, size_t uiSize, size_t uiCount, FILE* hFile) {
+  if (!IsRefused("fread")) return Real<size_t(void*, size_t, size_t, FILE*)>("fread")(pvBuffer, uiSize, uiCount, hFile);
+  (void)fputc('x', hFile);  // a stream that is open for reading has an error then
+  return 0;
+}
+
+extern "C" int open(const char* acPath, int iFlags, ...) {
+  va_list rArgs;
+  va_start(rArgs, iFlags);
+  const mode_t uiMode = va_arg(rArgs, mode_t);
+  va_end(rArgs);
+  return IsRefused("open") ? -1 : Real<int(const char*, int, mode_t)>("open")(acPath, iFlags, uiMode);
+}
+
+extern "C" ssize_t write(int iFd, const void* pvBytes, size_t uiBytes) {
+  return IsRefused("write") ? -1 : Real<ssize_t(int, const void*, size_t)>("write")(iFd, pvBytes, uiBytes);
+}
+
+extern "C" int fsync(int iFd) {
+  struct stat rStat {};
+  (void)fstat(iFd, &rStat);
+  const std::string strStep = S_ISDIR(rStat.st_mode) ? "fsync folder" : "fsync file";
+  rSteps.push_back(strStep);
+  return IsRefused(strStep) ? -1 : Real<int(int)>("fsync")(iFd);
+}
+
+extern "C" int rename(const char* acFrom, const char* acTo) noexcept {
+  rSteps.emplace_back("rename");
+  return IsRefused("rename") ? -1 : Real<int(const char*, const char*)>("rename")(acFrom, acTo);
+}
 
 namespace {
 
@@ -326,30 +384,101 @@ TEST_F(IniEditTest, NoTemporaryFileLeavesTheFileAsItIs) {
   EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{});
 }
 
-TEST_F(IniEditTest, ContentIsCopiedOntoTheExistingFile) {
+TEST_F(IniEditTest, NewFileTakesThePlaceOfTheOld) {
   WriteTestFile("it's the file.ini", "[s]\na=0\n");
+  ASSERT_EQ(chmod("it's the file.ini", 0640), 0);
+  ASSERT_EQ(chown("it's the file.ini", 1, 1), 0);
   ASSERT_EQ(link("it's the file.ini", "second name"), 0);
   WriteTestFile("it's the file.ini.tmp", "left by a crash");
+  ASSERT_EQ(chmod("it's the file.ini.tmp", 0600), 0);
+  const mode_t rOldMask = umask(0);
   IniData rIni;
   rIni.set("s", "a", "1");
   rIni.update("it's the file.ini");
-  EXPECT_EQ(ReadTestFile("second name"), "[s]\na=1\n");  // a rename would have parted the two names
+  umask(rOldMask);
+  EXPECT_EQ(ReadTestFile("it's the file.ini"), "[s]\na=1\n");
+  EXPECT_EQ(ReadTestFile("second name"), "[s]\na=0\n");
   EXPECT_EQ(ReadTestFile("it's the file.ini.tmp"), "(no file)");
+  struct stat rStat {};
+  ASSERT_EQ(stat("it's the file.ini", &rStat), 0);
+  EXPECT_EQ(rStat.st_mode & 07777, 0666u);
+  EXPECT_EQ(rStat.st_uid, 0u);
   EXPECT_EQ(logsink::TakeTexts(),
             std::vector<std::string>{"5 Command: cp -p 'it'\\''s the file.ini.tmp' 'it'\\''s the file.ini'"});
 }
 
-TEST_F(IniEditTest, FailedCopyLeavesTheOldFileAndNoTemporary) {
-  WriteTestFile("file.ini", "[s]\na=0\n");
-  const std::string strPath = StdStringNullSafe(getenv("PATH"));
-  ASSERT_EQ(setenv("PATH", "/nowhere", 1), 0);  // the shell finds no cp
+TEST_F(IniEditTest, LinkStaysAndItsFileIsExchanged) {
+  ASSERT_EQ(mkdir("elsewhere", 0700), 0);
+  WriteTestFile("elsewhere/tuned.ini", "[s]\na=0\n");
+  ASSERT_EQ(symlink("elsewhere/tuned.ini", "file.ini"), 0);
   IniData rIni;
   rIni.set("s", "a", "1");
   rIni.update("file.ini");
-  ASSERT_EQ(setenv("PATH", strPath.c_str(), 1), 0);
-  EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=0\n");
-  EXPECT_EQ(ReadTestFile("file.ini.tmp"), "(no file)");
-  EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{"5 Command: cp -p 'file.ini.tmp' 'file.ini'"});
+  struct stat rStat {};
+  ASSERT_EQ(lstat("file.ini", &rStat), 0);
+  EXPECT_TRUE(S_ISLNK(rStat.st_mode));
+  EXPECT_EQ(ReadTestFile("elsewhere/tuned.ini"), "[s]\na=1\n");
+  EXPECT_EQ(ReadTestFile("elsewhere/tuned.ini.tmp"), "(no file)");
+}
+
+TEST_F(IniEditTest, LinkUnderTheTemporaryNameIsNotFollowed) {
+  WriteTestFile("file.ini", "[s]\na=0\n");
+  WriteTestFile("bystander", "stays");
+  ASSERT_EQ(symlink("bystander", "file.ini.tmp"), 0);
+  IniData rIni;
+  rIni.set("s", "a", "1");
+  rIni.update("file.ini");
+  EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=1\n");
+  EXPECT_EQ(ReadTestFile("bystander"), "stays");
+}
+
+// A file of 905 lines on a disk that somebody else has filled.
+TEST_F(IniEditTest, FullDiskLeavesTheFileWhole) {
+  ASSERT_EQ(mkdir("disk", 0700), 0);
+  ASSERT_EQ(mount("none", "disk", "tmpfs", 0, "size=64k"), 0);
+  std::string strTuned = "[s]\n";
+  for (int i = 0; i < 904; i++) strTuned += "key" + std::to_string(i) + "=hand-tuned\n";
+  WriteTestFile("disk/file.ini", strTuned);
+  std::ofstream rFiller("disk/filler");
+  while (rFiller << std::string(100, 'x') << std::flush) {
+  }
+  IniData rIni;
+  rIni.set("s", "a", "1");
+  rIni.update("disk/file.ini");
+  EXPECT_EQ(ReadTestFile("disk/file.ini"), strTuned);
+  EXPECT_EQ(ReadTestFile("disk/file.ini.tmp"), "(no file)");
+  rIni.update("disk/new.ini");
+  EXPECT_EQ(ReadTestFile("disk/new.ini"), "(no file)");  // a short one would be taken for somebody's
+  EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{});
+
+  ASSERT_EQ(unlink("disk/filler"), 0);
+  rFiller.close();
+  rIni.update("disk/file.ini");
+  EXPECT_EQ(ReadTestFile("disk/file.ini"), strTuned + "a=1\n");
+  ASSERT_EQ(umount("disk"), 0);
+}
+
+TEST_F(IniEditTest, NewFileIsOnDiskBeforeItTakesThePlace) {
+  WriteTestFile("file.ini", "[s]\na=0\n");
+  rSteps.clear();
+  IniData rIni;
+  rIni.set("s", "a", "1");
+  rIni.update("file.ini");
+  EXPECT_EQ(rSteps, (std::vector<std::string>{"fsync file", "rename", "fsync folder"}));
+}
+
+TEST_F(IniEditTest, RefusedStepLeavesTheOldFileAndNoTemporary) {
+  for (const char* acStep : {"fopen", "fread", "open", "write", "fsync file", "rename"}) {
+    SCOPED_TRACE(acStep);
+    WriteTestFile("file.ini", "[s]\na=0\n");
+    IniData rIni;
+    rIni.set("s", "a", "1");
+    strRefused = acStep;
+    rIni.update("file.ini");
+    EXPECT_EQ(strRefused, "");
+    EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=0\n");
+    EXPECT_EQ(ReadTestFile("file.ini.tmp"), "(no file)");
+  }
 }
 
 TEST_F(IniEditTest, UpdateLeavesTheObjectAsItIs) {
