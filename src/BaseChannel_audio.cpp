@@ -15,6 +15,7 @@
 
 #include "g711.h"
 #include "logging.h"
+#include "plainfile.h"
 #include "shpa3link.h"
 #include "wavheader.h"
 
@@ -44,7 +45,7 @@ constexpr int ZERO_BYTES_TOLERATED = 50;
 
 // Null when it cannot be opened. Replaces a file of that name.
 FILE* OpenUnbuffered(const std::string& strName) {
-  FILE* hFile = fopen(strName.c_str(), "wb");
+  FILE* const hFile = OpenFileAnew(strName);
   if (hFile != nullptr) (void)setvbuf(hFile, nullptr, _IONBF, 0);
   return hFile;
 }
@@ -253,7 +254,7 @@ void BaseChannel::OpenRawFile() {
   if (!prRecorder->fMonitoring) return;
   CloseIfOpen(hRawFile);  // as in OpenAudioFile
   hRawFile = OpenUnbuffered(strFullFilenameFinal + ".raw");
-  if (FILE* hInfoFile = fopen((strFullFilenameFinal + ".info").c_str(), "wb"); hInfoFile != nullptr) {
+  if (FILE* hInfoFile = OpenFileAnew(strFullFilenameFinal + ".info"); hInfoFile != nullptr) {
     // One channel also for a stereo recording: listeners know the file like that.
     (void)fprintf(hInfoFile, "Format: %s\r\nChannels: 1\r\n", prLaw->acName);
     (void)fclose(hInfoFile);

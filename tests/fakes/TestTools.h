@@ -36,19 +36,27 @@ inline void WriteScript(const std::string& strPath, const std::string& strText) 
   (void)chmod(strPath.c_str(), 0755);
 }
 
-// While it lives this process can open nothing more.
+// While it lives this process can open nothing more, or only so many at a time.
 class NoMoreDescriptors {
  public:
-  NoMoreDescriptors() {
+  explicit NoMoreDescriptors(int iBut = 0) {
     getrlimit(RLIMIT_NOFILE, &rOld);
-    const rlimit rNone = {3, rOld.rlim_max};  // these are taken; a poll of some descriptors stays within it
-    setrlimit(RLIMIT_NOFILE, &rNone);
+    const rlimit rLimit = {static_cast<rlim_t>(FreeDescriptor(iBut)), rOld.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &rLimit);
   }
   ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &rOld); }
   NoMoreDescriptors(const NoMoreDescriptors&) = delete;
   NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
 
  private:
+  // The lowest number that is free, apart from iBut lower ones.
+  static int FreeDescriptor(int iBut) {
+    const int iFd = dup(STDIN_FILENO);
+    const int iFound = iBut > 0 ? FreeDescriptor(iBut - 1) : iFd;
+    close(iFd);
+    return iFound;
+  }
+
   rlimit rOld = {};
 };
 

@@ -17,6 +17,7 @@
 #include "AnalogChannel.h"
 #include "AudioReference.h"
 #include "CallBench.h"
+#include "SmallDisk.h"
 
 // -- count of allocations of this program, for RecordMemEventMakesNoAllocation and BuffersAreMadeOnce
 // ---------------------------------------
@@ -55,6 +56,7 @@ namespace {
 
 const Texts NOTHING;
 constexpr int RING = 4096;
+using testtools::NoMoreDescriptors;
 
 // Calls on driver channel 0; the pieces that the card hears stay below a ring.
 class BaseChannelAudio : public CallBench {
@@ -163,11 +165,38 @@ TEST_F(BaseChannelAudio, FileOfThatNameIsReplaced) {
   EXPECT_EQ(Wav(6, 1, "new"), HangUp());
 }
 
+TEST_F(BaseChannelAudio, WhatANeighbourLeftUnderItsNamesMakesWay) {
+  rRecorder.fMonitoring = true;
+  WriteTestFile("/tmp/foreign", "foreign");
+  ASSERT_EQ(0, chmod("/tmp/foreign", 0600));
+  const auto Link = [](const std::string& strName) { std::filesystem::create_symlink("/tmp/foreign", strName); };
+  const auto Fifo = [](const std::string& strName) { ASSERT_EQ(0, mkfifo(strName.c_str(), 0666)); };
+  const auto Folder = [](const std::string& strName) { std::filesystem::create_directories(strName + "/inner"); };
+  const auto Name = [](const std::string& strName) { std::filesystem::create_hard_link("/tmp/foreign", strName); };
+  std::string strFile = FILE_1;
+  for (void (*const Put)(const std::string&) : {+Link, +Fifo, +Folder, +Name}) {
+    for (const char* const acEnding : {"", ".raw", ".info"}) Put(strFile + acEnding);
+    OffHook();
+    EXPECT_EQ("5 [7] Recording to file " + strFile, Log().back());
+    HearOwn("abc");
+    EXPECT_EQ("abc", ReadTestFile(strFile + ".raw"));
+    EXPECT_EQ("Format: alaw\r\nChannels: 1\r\n", ReadTestFile(strFile + ".info"));
+    EXPECT_EQ(Wav(6, 1, "abc"), HangUp());
+    struct stat rStat {};
+    EXPECT_EQ(0, stat("/tmp/foreign", &rStat));
+    EXPECT_EQ(0600U, rStat.st_mode & 07777U);
+    EXPECT_EQ("foreign", ReadTestFile("/tmp/foreign"));
+    strFile[FILE_1.size() - 5]++;  // the next recording's
+  }
+}
+
 TEST_F(BaseChannelAudio, FileThatCannotBeOpenedIsReportedOnceAndTheAudioDropped) {
-  std::filesystem::create_directory(FILE_1);
-  OffHook();
+  {
+    const NoMoreDescriptors rLimit;
+    OffHook();
+  }
   EXPECT_EQ((Texts{"5 [7] Call starts", "5 [7] Outgoing call", "5 [7] Starting recording",
-                   "3 C-api error at OpenAudioFile: Is a directory", "5 [7] Recording to file " + FILE_1}),
+                   "3 C-api error at OpenAudioFile: Too many open files", "5 [7] Recording to file " + FILE_1}),
             Log());
   HearOwn(Noise(2048, 1));
   HearOwn(Noise(2048, 1));
@@ -184,8 +213,10 @@ TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen)
   simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
   OnHook();
   EXPECT_EQ(iBefore + 2, OpenDescriptors());
-  std::filesystem::create_directory(FILE_2);
-  Record();
+  {
+    const NoMoreDescriptors rLimit;
+    Record();
+  }
   HearOwn("two");
   EXPECT_EQ(iBefore + 1, OpenDescriptors());  // the copy of a live listener
   EXPECT_EQ(Wav(6, 1, 0, "one"), ReadTestFile(FILE_1));
@@ -195,8 +226,8 @@ TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen)
 
 TEST_F(BaseChannelAudio, FullDiskIsReportedForEachRangeThatItHits) {
   rRecorder.fMonitoring = true;
-  std::filesystem::create_symlink("/dev/full", FILE_1);
-  std::filesystem::create_symlink("/dev/full", FILE_1 + ".raw");
+  const SmallDisk rDisk("/recordings/2024/01/31/14");
+  rDisk.Fill();
   OffHook();
   EXPECT_EQ("5 [7] Recording to file " + FILE_1, Log().back());  // the header reports nothing
   for (const char* const acRange : {"a", "b"}) {
@@ -331,8 +362,10 @@ TEST_F(BaseChannelAudio, SilencedRangeIsOverwrittenInTheBufferToo) {
 }
 
 TEST_F(BaseChannelAudio, RangeWithoutFileAndBaseIsNotSilenced) {
-  std::filesystem::create_directory(FILE_1);
-  Record();
+  {
+    const NoMoreDescriptors rLimit;
+    Record();
+  }
   Silence(true);
   HearOwn("abc");
   OnHook();
@@ -606,9 +639,10 @@ TEST_F(BaseChannelAudio, NoLiveCopyWithoutMonitoring) {
 
 TEST_F(BaseChannelAudio, LiveCopyThatCannotBeOpenedIsLeftOutSilently) {
   rRecorder.fMonitoring = true;
-  std::filesystem::create_directory(FILE_1 + ".raw");
-  std::filesystem::create_directory(FILE_1 + ".info");
-  OffHook();
+  {
+    const NoMoreDescriptors rLimit(/*iBut=*/2);  // the recording needs one, and while it is opened one more
+    OffHook();
+  }
   HearOwn("abc");
   EXPECT_EQ((Texts{"5 [7] Call starts", "5 [7] Outgoing call", "5 [7] Starting recording",
                    "5 [7] Recording to file " + FILE_1}),
@@ -780,8 +814,10 @@ TEST_F(BaseChannelLoudness, SilencedAudioCountsAsQuiet) {
 }
 
 TEST_F(BaseChannelLoudness, NoLevelWithoutAFile) {
-  std::filesystem::create_directory(FILE_1);
-  Record(100, 1);
+  {
+    const NoMoreDescriptors rLimit;
+    Record(100, 1);
+  }
   HearOwn(LOUD);
   EXPECT_EQ("", Level());
 }
