@@ -291,6 +291,8 @@ class BaseChannel {
   // Replaces any file named strFullFilename. When that fails hAudioFile stays null and the audio goes nowhere.
   void OpenAudioFile();
   void CloseAudioFile();
+  // The mode of a kept recording.
+  void LetAllUseAudioFile();
   // Brings the length fields of an open file up to date, so that the file plays up to here whatever happens next.
   void UpdateAudioFileHeader();
   // The copy of a live listener: strFullFilenameFinal + ".raw" and ".info". Only with fMonitoring.

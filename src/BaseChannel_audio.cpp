@@ -6,6 +6,7 @@
 // range that it hit, and a header never counts audio that a killed process still held.
 #include "BaseChannel.h"
 
+#include <sys/stat.h>
 #include <syslog.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "bgact.h"
 #include "g711.h"
 #include "logging.h"
 #include "plainfile.h"
@@ -235,6 +237,11 @@ void BaseChannel::CloseAudioFile() {
   UpdateAudioFileHeader();
   CloseIfOpen(hAudioFile);
   CloseRawFile();
+}
+
+// By the open file, not by its name, which may be another file's by now.
+void BaseChannel::LetAllUseAudioFile() {
+  if (hAudioFile != nullptr) (void)fchmod(fileno(hAudioFile), RECORDING_MODE);  // if refused, the file is there anyway
 }
 
 void BaseChannel::UpdateAudioFileHeader() {

@@ -6,7 +6,6 @@
 // silencing on demand act in between.
 #include "BaseChannel.h"
 
-#include <sys/stat.h>
 #include <syslog.h>
 
 #include "bgact.h"
@@ -119,7 +118,7 @@ void BaseChannel::StopRecording(bool& fClearInfo) {
     ClearInfo();  // no decision: the card may still be writing, so the file stays; the row goes in FinalizeRecording
     return;
   }
-  CloseAudioFile();
+  UpdateAudioFileHeader();  // the questions below may take long
   iDuration = static_cast<int>(GetSrTime() - rStartTime);
   lg(LOG_NOTICE, "[%d] Recording stopped (%i s)", iChannel, iDuration);
 
@@ -127,6 +126,8 @@ void BaseChannel::StopRecording(bool& fClearInfo) {
   // The information of a call survives a recording that was too short, on purpose; the numbers go when they expire.
   // See TooShortRecordingKeepsTheNumbers.
   if (rVerdict.fTooShort) fClearInfo = false;
+  if (rVerdict.fKeep) LetAllUseAudioFile();
+  CloseAudioFile();
   if (rVerdict.fKeep) {
     QueueKeep(rVerdict);
   } else {
@@ -191,7 +192,6 @@ bool BaseChannel::DirectionKeeps(const Contact& rContactRemote) const {
 
 // Hands file and active row over to the background. Without a row there is nothing to hand over: the file stays.
 void BaseChannel::QueueKeep(const Verdict& rVerdict) {
-  (void)chmod(strFullFilename.c_str(), RECORDING_MODE);  // a file that was never opened has no mode to set
   if (iActiveCallID == -1) return;
   auto prAct = std::make_unique<AudioConvAct>();
   prAct->prDB = prRecorder->GetDatabaseHandle();

@@ -107,6 +107,19 @@ TEST_F(BaseChannelStop, KeptRecordingMovesItsRowToTheCalls) {
   EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
+TEST_F(BaseChannelStop, ModeOfAKeptRecordingReachesNoFileThatTookItsName) {
+  WriteTestFile("/tmp/foreign", "foreign");
+  ASSERT_EQ(chmod("/tmp/foreign", 0600), 0);
+  rDatabase.fDown = true;  // without a row the recording stays as it is
+  const std::string strFile = Talk(5);
+  rDatabase.fDown = false;
+  std::filesystem::rename(strFile, "/recordings/moved");
+  std::filesystem::create_symlink("/tmp/foreign", strFile);
+  OnHook();
+  EXPECT_EQ(ModeOf("/tmp/foreign"), 0600u);
+  EXPECT_EQ(ModeOf("/recordings/moved"), 0777u);
+}
+
 TEST_F(BaseChannelStop, CallThatGoesOnKeepsItsInformation) {
   InitLines({{"RecOnDmd", "1"}});
   CallerId("0301234");
