@@ -3,7 +3,6 @@
 // to log.
 #include "logging.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include <cstring>
 #include <string>
 
+#include "plainfile.h"
 #include "plaintext.h"
 
 int g_DebugMode = 0;
@@ -66,10 +66,8 @@ void WriteWhole(int hFile, const char* acText, size_t iLength) {
 
 // Only calls that are safe in a signal handler, as the crash handler comes here.
 void ReplaceErrorFile(const char* acText, size_t iLength) {
-  const int hFile = open(ERROR_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (hFile < 0) return;
-  WriteWhole(hFile, acText, iLength);
-  close(hFile);
+  const Descriptor rFile = OpenAnew(ERROR_FILE);
+  if (rFile.IsOpen()) WriteWhole(rFile.Get(), acText, iLength);
 }
 
 // A terminal obeys what a message holds, and in a log of the daemon that is a file a newline within one would forge

@@ -16,6 +16,7 @@
 
 #include "LogSink.h"
 #include "TestFiles.h"
+#include "TestTools.h"
 
 namespace {
 
@@ -114,12 +115,26 @@ TEST_F(LoggingTest, SwitchLeavesTheErrorFileAlone) {
 }
 
 TEST_F(LoggingTest, ErrorFileThatCannotBeOpenedIsIgnored) {
-  unlink(ERROR_FILE);
-  ASSERT_EQ(mkdir(ERROR_FILE, 0700), 0);
-  lg(LOG_ERR, "no place for it");
-  WriteErrCrec("nor for this");
+  {
+    const testtools::NoMoreDescriptors rLimit;
+    lg(LOG_ERR, "no place for it");
+    WriteErrCrec("nor for this");
+  }
   EXPECT_EQ(logsink::TakeTexts(), Texts{"3 no place for it"});
-  ASSERT_EQ(rmdir(ERROR_FILE), 0);
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+}
+
+TEST_F(LoggingTest, WhatANeighbourLeftUnderTheNameOfTheErrorFileMakesWay) {
+  WriteTestFile("/tmp/foreign", "foreign");
+  unlink(ERROR_FILE);
+  ASSERT_EQ(symlink("/tmp/foreign", ERROR_FILE), 0);
+  lg(LOG_ERR, "behind a link");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "behind a link");
+  EXPECT_EQ(ReadTestFile("/tmp/foreign"), "foreign");
+  unlink(ERROR_FILE);
+  ASSERT_EQ(mkfifo(ERROR_FILE, 0666), 0);
+  WriteErrCrec("into a FIFO");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "into a FIFO");
 }
 
 TEST_F(LoggingTest, PercentOfOutsideTextIsNoFormat) {
