@@ -6,6 +6,7 @@
 
 #include "filedir.h"
 #include "logging.h"
+#include "plainfile.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ void BaseChannel::ReloadSettingsLive() {
 
 int BaseChannel::WriteStateFile(const std::string& strLines) {
   const std::string strName = prRecorder->GetDataDir() + "chstate_" + ToStdString(iChannel) + ".dat";
-  const StdFile hFile(fopen(strName.c_str(), "w"));
+  const StdFile hFile(OpenFileAnew(strName));
   if (hFile == nullptr) return 1;
   (void)fputs(strLines.c_str(), hFile.get());
   if (iLast_dB != NO_LEVEL_DB) (void)fprintf(hFile.get(), "AudioLevel: %d\r\n", iLast_dB);

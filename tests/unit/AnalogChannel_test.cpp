@@ -1,6 +1,9 @@
 // An analogue line of each trigger, its calls told event by event.
 #include "AnalogChannel.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <memory>
 
 #include "AudioReference.h"
@@ -548,6 +551,19 @@ TEST_F(AnalogChannelTest, StateFileOfAnAlwaysLineHasNoVoltage) {
   EXPECT_EQ("", StateFile());
   Hear(0, LOUD);
   EXPECT_EQ("AudioLevel: 70\r\n", StateFile());
+}
+
+TEST_F(AnalogChannelTest, StateFileWaitsForNobodyAndFollowsNoLink) {
+  ASSERT_EQ(0, mkdir("/tmp/neighbour", 0777));
+  ASSERT_EQ(0, mkfifo("/tmp/neighbour/chstate_5.dat", 0666));
+  rRecorder.strDataDir = "/tmp/neighbour/";
+  EXPECT_EQ(0, prLine->WriteChState());
+  EXPECT_EQ("", ReadTestFile("/tmp/neighbour/chstate_5.dat"));
+  WriteTestFile("/tmp/foreign", "foreign");
+  ASSERT_EQ(0, unlink("/tmp/neighbour/chstate_5.dat"));
+  ASSERT_EQ(0, symlink("/tmp/foreign", "/tmp/neighbour/chstate_5.dat"));
+  EXPECT_EQ(0, prLine->WriteChState());
+  EXPECT_EQ("foreign", ReadTestFile("/tmp/foreign"));
 }
 
 TEST_F(AnalogChannelTest, StateFileThatCannotBeOpenedIsToldByTheResultAlone) {
