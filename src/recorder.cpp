@@ -5,7 +5,6 @@
 #include <syslog.h>
 
 #include <cassert>
-#include <cstdio>
 #include <ctime>
 
 #include "BaseChannel.h"
@@ -13,15 +12,16 @@
 #include "ftime.h"
 #include "logging.h"
 #include "mainthread.h"
+#include "plainfile.h"
 #include "recorder_boot.h"
 
 namespace {
 
 constexpr const char* EVENT_SIGN_FILE = "/var/morvex/data/crec_event";
 
-// Truncating the file sets its time: its age tells the outside how long ago the cards last delivered an event.
+// Emptying the file sets its time: its age tells the outside how long ago the cards last delivered an event.
 void TouchEventSign() {
-  if (FILE* hFile = fopen(EVENT_SIGN_FILE, "w")) (void)fclose(hFile);
+  (void)OpenAnew(EVENT_SIGN_FILE);
 }
 
 }  // namespace

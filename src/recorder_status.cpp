@@ -11,6 +11,7 @@
 #include "BaseChannel.h"
 #include "bgact.h"
 #include "logging.h"
+#include "plainfile.h"
 #include "recorder_boot.h"
 
 namespace {
@@ -28,7 +29,7 @@ void CRecorder::WriteLineStatus() {
   const std::string fn = GetDataDir() + "linestatus.dat";
   const std::string strNewName = fn + ".new";
   hLineStatusFile.reset();  // of an attempt that a full disk cut short
-  hLineStatusFile.reset(fopen(strNewName.c_str(), "we"));
+  hLineStatusFile.reset(OpenFileAnew(strNewName));
   if (!hLineStatusFile) return;
   for (const BaseChannel* prChannel : vChannels) {
     if (prChannel->iChannel == -1) continue;
@@ -36,7 +37,9 @@ void CRecorder::WriteLineStatus() {
     if (fwrite(strLine.data(), 1, strLine.size(), hLineStatusFile.get()) < strLine.size()) return;
   }
   if (fclose(hLineStatusFile.release()) != 0) return;
-  (void)rename(strNewName.c_str(), fn.c_str());  // a failure leaves the last good file
+  // A failure leaves the last good file. A folder of that name is none, and refuses.
+  if (rename(strNewName.c_str(), fn.c_str()) == 0 || !MakeWay(fn.c_str())) return;
+  (void)rename(strNewName.c_str(), fn.c_str());
 }
 
 void CRecorder::RecheckHealth() {

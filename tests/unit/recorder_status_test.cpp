@@ -1,7 +1,9 @@
 // Tests of the line status: the summary file with each of its failures, health, availability, the state file of a line.
 #include <dirent.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <climits>
 #include <csignal>
@@ -9,6 +11,7 @@
 
 #include "RecorderBench.h"
 #include "TestFiles.h"
+#include "TestTools.h"
 #include "bgact.h"
 
 namespace {
@@ -91,8 +94,10 @@ TEST_F(StatusTest, NoChannelsGiveAnEmptyFile) {
 TEST_F(StatusTest, FileThatCannotBeOpenedLeavesTheOldOne) {
   AddChannel(1);
   WriteTestFile(STATUS, "old\n");
-  ASSERT_EQ(mkdir(STATUS_NEW, 0755), 0);
-  rRecorder.WriteLineStatus();
+  {
+    const testtools::NoMoreDescriptors rLimit;
+    rRecorder.WriteLineStatus();
+  }
   EXPECT_EQ(ReadTestFile(STATUS), "old\n");
   EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
 }
@@ -133,10 +138,26 @@ TEST_F(StatusTest, FailedCloseLeavesTheOldFile) {
 
 TEST_F(StatusTest, FailedRenameIsPassedInSilence) {
   AddChannel(1);
-  ASSERT_EQ(mkdir(STATUS, 0755), 0);
+  WriteTestFile(STATUS, "old\n");
+  ASSERT_EQ(mount(STATUS, STATUS, nullptr, MS_BIND, nullptr), 0);  // such a name is not replaced
   rRecorder.WriteLineStatus();
+  EXPECT_EQ(ReadTestFile(STATUS), "old\n");
   EXPECT_EQ(ReadTestFile(STATUS_NEW), "Line_1: ok\n");
   EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
+  ASSERT_EQ(umount(STATUS), 0);
+}
+
+TEST_F(StatusTest, WhatANeighbourLeftUnderItsNamesMakesWay) {
+  AddChannel(1);
+  WriteTestFile("/tmp/foreign", "foreign");
+  ASSERT_EQ(symlink("/tmp/foreign", STATUS_NEW), 0);
+  ASSERT_EQ(mkdir(STATUS, 0777), 0);
+  rRecorder.WriteLineStatus();
+  EXPECT_EQ(ReadTestFile(STATUS), "Line_1: ok\n");
+  EXPECT_EQ(mkfifo(STATUS_NEW, 0666), 0);
+  rRecorder.WriteLineStatus();
+  EXPECT_FALSE(file_exists(STATUS_NEW));
+  EXPECT_EQ(ReadTestFile("/tmp/foreign"), "foreign");
 }
 
 // -- health -----------------------------------------------------------------------------------------------------------

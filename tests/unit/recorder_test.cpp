@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -136,11 +137,37 @@ TEST_F(RecorderTest, ClockSetBackDelaysTheSignOfLife) {
 }
 
 TEST_F(RecorderTest, SignOfLifeThatCannotBeWrittenIsIgnored) {
-  ASSERT_EQ(mkdir(EVENT_SIGN, 0777), 0);
-  Send(E_CHG_ChState, 0);
+  {
+    const testtools::NoMoreDescriptors rLimit;
+    Send(E_CHG_ChState, 0);
+  }
   EXPECT_EQ(astrNotes, Texts({"0 event 24"}));
   EXPECT_EQ(logsink::TakeTexts(), Texts());
-  ASSERT_EQ(rmdir(EVENT_SIGN), 0);
+}
+
+TEST_F(RecorderTest, SignOfLifeOfAnEmptyFileIsItsTime) {
+  WriteTestFile(EVENT_SIGN, "");
+  const timespec rLongAgo[2] = {};
+  ASSERT_EQ(utimensat(AT_FDCWD, EVENT_SIGN, rLongAgo, 0), 0);
+  Send(E_CHG_ChState, 0);
+  struct stat rStat {};
+  ASSERT_EQ(stat(EVENT_SIGN, &rStat), 0);
+  EXPECT_NE(rStat.st_mtime, 0);
+}
+
+TEST_F(RecorderTest, SignOfLifeWaitsForNobodyAndFollowsNoLink) {
+  (void)unlink(EVENT_SIGN);
+  ASSERT_EQ(mkfifo(EVENT_SIGN, 0666), 0);
+  testtime::rFrozen = 5000;
+  Send(E_CHG_ChState, 0);
+  EXPECT_EQ(ReadTestFile(EVENT_SIGN), "");
+  WriteTestFile("/tmp/foreign", "foreign");
+  ASSERT_EQ(unlink(EVENT_SIGN), 0);
+  ASSERT_EQ(symlink("/tmp/foreign", EVENT_SIGN), 0);
+  testtime::rFrozen = 5001;
+  Send(E_CHG_ChState, 0);
+  EXPECT_EQ(ReadTestFile(EVENT_SIGN), "");
+  EXPECT_EQ(ReadTestFile("/tmp/foreign"), "foreign");
 }
 
 // -- once a second ----------------------------------------------------------------------------------------------------
