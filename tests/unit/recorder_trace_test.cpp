@@ -11,6 +11,7 @@
 
 #include "LambdaAct.h"
 #include "RecorderBench.h"
+#include "SmallDisk.h"
 #include "TestFiles.h"
 #include "TestTime.h"
 #include "TestTools.h"
@@ -252,17 +253,71 @@ TEST_F(TraceTest, FilesThatCannotBeOpenedAreLeftOut) {
   });
   TraceUntilHere();
   EXPECT_EQ(simcards::TakeCalls().size(), 6u);
+  EXPECT_EQ(logsink::TakeTexts(),
+            Texts({"5 Starting bit stream tracing on channel 2",
+                   "3 C-api error at OpenTraceFile /recordings/log/trace.bit: No such file or directory",
+                   "3 C-api error at OpenTraceFile /recordings/log/dch.log: No such file or directory",
+                   "3 C-api error at OpenTraceFile /recordings/log/dmsg.log: No such file or directory",
+                   "5 Stopped bit stream tracing"}));
+}
+
+TEST_F(TraceTest, FullDiskIsToldOnceAFile) {
+  SilenceDriver();
+  simcards::FailNext("SsmRecToFile", 1, -1, "off");
+  const SmallDisk rDisk("/recordings/log");
+  rDisk.Fill();
+  During([] {
+    std::vector<BYTE> aucBits(10000);
+    for (int i = 0; i < 3; i++) {
+      EXPECT_EQ(RecRawDataCallBack(2, 10000, aucBits.data(), 0, 0), 1);
+      Data(2, 0x2e, std::vector<BYTE>(5000, 1));
+    }
+    Event(2, MakeDstEvent(0x1008, 0, 0, 0, "held back until the close"));
+  });
+  TraceUntilHere();
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"5 Starting bit stream tracing on channel 2",
+                                         "3 C-api error at Write to /recordings/log/trace.bit: No space left on device",
+                                         "3 C-api error at Write to /recordings/log/dch.log: No space left on device",
+                                         "3 C-api error at Write to /recordings/log/dmsg.log: No space left on device",
+                                         "5 Stopped bit stream tracing"}));
+}
+
+TEST_F(TraceTest, NextTraceTellsOfAFullDiskAgain) {
+  const SmallDisk rDisk("/recordings/log");
+  rDisk.Fill();
+  for (int i = 0; i < 2; i++) {
+    SilenceDriver();
+    simcards::FailNext("SsmRecToFile", 1, -1, "off");
+    rRecorder.fBitStreamTracing = true;
+    TraceUntilHere();
+    EXPECT_EQ(logsink::TakeTexts()[1], "3 C-api error at Write to /recordings/log/dch.log: No space left on device");
+  }
+}
+
+TEST_F(TraceTest, WhatANeighbourLeftUnderItsNamesMakesWay) {
+  SilenceDriver();
+  simcards::FailNext("SsmRecToFile", 1, -1, "off");
+  WriteTestFile("/tmp/foreign", "foreign");
+  ASSERT_EQ(mkdir(BIT, 0777), 0);
+  ASSERT_EQ(mkfifo(DCH, 0666), 0);
+  ASSERT_EQ(symlink("/tmp/foreign", DMSG), 0);
+  TraceUntilHere();
+  EXPECT_EQ(ReadTestFile(BIT), "");
+  EXPECT_EQ(ReadTestFile(DCH), DCH_HEADER);
+  EXPECT_EQ(ReadTestFile(DMSG), DMSG_HEADER);
+  EXPECT_EQ(ReadTestFile("/tmp/foreign"), "foreign");
 }
 
 TEST_F(TraceTest, MissingDisplayFileLeavesTheEventLine) {
   SilenceDriver();
-  ASSERT_EQ(mkdir(DMSG, 0777), 0);
-  WriteTestFile(DMSG + std::string("/x"), "");  // not to be removed
+  simcards::FailNext("SsmRecToFile", 1, -1, "off");
   During([] { Event(2, MakeDstEvent(0x1008, 1, 2, 3, "x")); });
-  TraceUntilHere();
+  {
+    const testtools::NoMoreDescriptors rLimit(/*iBut=*/3);  // two files, and while one is opened one more
+    TraceUntilHere();
+  }
+  EXPECT_EQ(logsink::TakeTexts()[1], "3 C-api error at OpenTraceFile /recordings/log/dmsg.log: Too many open files");
   EXPECT_EQ(ReadTestFile(DCH), DCH_HEADER + std::string("[02]        0 00001008 00000001 00000002 00000003\n"));
-  (void)unlink((DMSG + std::string("/x")).c_str());
-  (void)rmdir(DMSG);
 }
 
 TEST_F(TraceTest, DriversOwnThreadsFillTheFiles) {
