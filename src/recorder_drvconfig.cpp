@@ -6,13 +6,13 @@
 
 #include <syslog.h>
 
-#include <cstdio>
 #include <utility>
 
 #include "filedir.h"
 #include "fstring.h"
 #include "iniedit.h"
 #include "logging.h"
+#include "plainfile.h"
 #include "recorder_boot.h"
 
 namespace {
@@ -191,5 +191,5 @@ void TRecorderBoot::WriteConfig() {
   AddTrunkTables(rData, iDtpBlocks);
   AddDebugView(rData, TextToInt(GetOSetting("TdmLogApi")) != 0);
   rData.update(DRIVER_INI_FILE);
-  const StdFile hIndex(fopen(DRIVER_INDEX_FILE, "w+e"));  // one that cannot be made shows when the driver starts
+  (void)OpenAnew(DRIVER_INDEX_FILE);  // one that cannot be made shows when the driver starts
 }

@@ -1,7 +1,7 @@
 // Tests of the driver's configuration: whole files as the driver will read them.
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -315,10 +315,22 @@ TEST_F(DrvConfigTest, IndexThatExistsIsEmptied) {
 }
 
 TEST_F(DrvConfigTest, IndexThatCannotBeMadeIsPassedInSilence) {
-  ASSERT_EQ(mkdir(DRIVER_INDEX, 0755), 0);
+  WriteTestFile(DRIVER_INDEX, "[old]\n");
+  ASSERT_EQ(mount(DRIVER_INDEX, DRIVER_INDEX, nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount(nullptr, DRIVER_INDEX, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
   EXPECT_THAT(Written({}), Not(IsEmpty()));
   EXPECT_EQ(logsink::TakeTexts().size(), 1U);  // the copy of the merged file
-  ASSERT_EQ(remove(DRIVER_INDEX), 0);
+  ASSERT_EQ(umount(DRIVER_INDEX), 0);
+  EXPECT_EQ(ReadTestFile(DRIVER_INDEX), "[old]\n");
+}
+
+TEST_F(DrvConfigTest, IndexFollowsNoLink) {
+  WriteTestFile("/tmp/foreign", "foreign");
+  (void)remove(DRIVER_INDEX);
+  ASSERT_EQ(symlink("/tmp/foreign", DRIVER_INDEX), 0);
+  (void)Written({});
+  EXPECT_EQ(ReadTestFile(DRIVER_INDEX), "");
+  EXPECT_EQ(ReadTestFile("/tmp/foreign"), "foreign");
 }
 
 }  // namespace
