@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "plaintext.h"
+
 namespace {
 
 constexpr int REPLY_TIME_OUT_S = 5;  // the daemon answers within half a second, or is busy with other clients
@@ -67,7 +69,9 @@ CtlReply SendOrder(const std::string& strOrder, const std::string& strSocketPath
   if (send(rSocket.hSocket, strOrder.data(), strOrder.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(strOrder.size())) {
     return {CTL_NOT_RUNNING, std::string("The recorder did not take the order: ") + strerror(errno) + "."};
   }
-  const std::string strLine = ReadLine(rSocket.hSocket);
+  std::string strLine = ReadLine(rSocket.hSocket);
   if (strLine.empty()) return {CTL_NO_REPLY, "The recorder gave no reply."};
-  return {ClassifyReply(strLine), strLine};
+  const ECtlExit eExit = ClassifyReply(strLine);
+  MaskControls(strLine.data(), strLine.size());
+  return {eExit, strLine};
 }

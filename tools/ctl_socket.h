@@ -24,7 +24,9 @@ enum ECtlExit {
 
 struct CtlReply {
   ECtlExit eExit = CTL_NOT_RUNNING;
-  std::string strText;  // the daemon's line without its line end, or a plain sentence when there was none
+  // The line without its line end, or a plain sentence when there was none. Control characters are masked: whoever
+  // holds the socket wrote it.
+  std::string strText;
 };
 
 // The meaning of a reply line.

@@ -6,8 +6,11 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <pqxx/pqxx>
+#include <sstream>
+#include <utility>
 
 #include "callcodes.h"
+#include "plaintext.h"
 
 namespace {
 
@@ -79,11 +82,30 @@ std::size_t WidthOf(const std::string& strText) {
       std::count_if(strText.begin(), strText.end(), [](char ch) { return (ch & 0xC0) != 0x80; }));
 }
 
+std::string Masked(std::string strText) {
+  MaskControls(strText.data(), strText.size());
+  return strText;
+}
+
+// Line by line, since a message of the database library often has several, with tabs before the second.
+std::string MaskedLines(const std::string& strText) {
+  std::istringstream rLines(strText);
+  std::string strMasked;
+  for (std::string strLine; std::getline(rLines, strLine);) {
+    std::replace(strLine.begin(), strLine.end(), '\t', ' ');
+    strMasked += (strMasked.empty() ? "" : "\n") + Masked(strLine);
+  }
+  return strMasked;
+}
+
 // Columns as wide as their widest cell, two blanks apart; the first row is the heading.
-std::string Table(const std::vector<std::vector<std::string>>& vRows) {
+std::string Table(std::vector<std::vector<std::string>> vRows) {
   std::vector<std::size_t> vWidths(vRows.front().size());
-  for (const auto& vRow : vRows) {
-    for (std::size_t i = 0; i < vRow.size(); i++) vWidths[i] = std::max(vWidths[i], WidthOf(vRow[i]));
+  for (auto& vRow : vRows) {
+    for (std::size_t i = 0; i < vRow.size(); i++) {
+      vRow[i] = Masked(vRow[i]);
+      vWidths[i] = std::max(vWidths[i], WidthOf(vRow[i]));
+    }
   }
   std::string strText;
   for (const auto& vRow : vRows) {
@@ -136,7 +158,7 @@ std::string HealthTable(const std::vector<LineStatus>& vLines) {
   }
   std::vector<std::vector<std::string>> vRows = {{"LINES", "HEALTH"}};
   for (const HealthRow& rRow : vHealths) vRows.push_back({LinesText(rRow), rRow.strHealth});
-  return Table(vRows);
+  return Table(std::move(vRows));
 }
 
 }  // namespace
@@ -176,7 +198,8 @@ std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {
     strText += HealthTable(rStatus.vLines);
   }
   strText += "\n";
-  if (!rStatus.fDatabase) return strText + "The database cannot be read: " + rStatus.strDatabaseError + "\n";
+  if (!rStatus.fDatabase)
+    return strText + "The database cannot be read: " + MaskedLines(rStatus.strDatabaseError) + "\n";
   if (rStatus.vCalls.empty()) return strText + "No calls in progress.\n";
   std::vector<std::vector<std::string>> vRows = {
       {"LINE", "DIRECTION", "LOCAL", "REMOTE", "SINCE", "AGE", "STATE", "CALL ID"}};
@@ -185,7 +208,11 @@ std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {
                      rCall.strRemote.empty() ? "-" : rCall.strRemote, TimeOfDay(rCall.rSince), Age(rNow - rCall.rSince),
                      StateText(rCall), rCall.strCallId});
   }
-  return strText + Table(vRows);
+  return strText + Table(std::move(vRows));
+}
+
+std::string JsonToText(const nlohmann::json& rJson, int iIndent) {
+  return rJson.dump(iIndent, ' ', /*ensure_ascii=*/true, nlohmann::json::error_handler_t::replace);
 }
 
 nlohmann::json StatusToJson(const CtlStatus& rStatus) {

@@ -40,7 +40,9 @@ bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines)
 CtlStatus ReadStatus(const std::string& strPath = LINE_STATUS_FILE, const std::string& strConnection = "");
 
 // Two tables for people: lines in runs of equal health ("1-8,17-20  ok"), and calls; times in local time, ages counted
-// to rNow.
+// to rNow. Control characters are masked: what the columns hold came from the telephone network.
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow);
 // For scripts: each line by itself.
 nlohmann::json StatusToJson(const CtlStatus& rStatus);
+// ASCII alone, with escapes for all else; what is no UTF-8 becomes U+FFFD. iIndent as in nlohmann::json::dump.
+std::string JsonToText(const nlohmann::json& rJson, int iIndent);

@@ -38,5 +38,5 @@ int WatchStatus() {
 }
 
 void WatchStatusJson() {
-  while (std::cout << StatusToJson(ReadStatus()) << std::endl) sleep(1);
+  while (std::cout << JsonToText(StatusToJson(ReadStatus()), /*iIndent=*/-1) << std::endl) sleep(1);
 }

@@ -37,7 +37,7 @@ int Order(const std::string& strOrder) {
 int ShowStatus(bool fJson) {
   const CtlStatus rStatus = ReadStatus();
   if (fJson) {
-    std::cout << StatusToJson(rStatus).dump(2) << "\n";
+    std::cout << JsonToText(StatusToJson(rStatus), /*iIndent=*/2) << "\n";
   } else {
     std::cout << StatusToText(rStatus, time(nullptr));
   }

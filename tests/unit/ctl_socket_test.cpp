@@ -107,6 +107,7 @@ TEST(SendOrder, RepliesAreReadToTheirLineEnd) {
       {"more behind the line", {"OK\nmore\n"}, CTL_OK, "OK"},
       {"closed without a line", {}, CTL_NO_REPLY, "The recorder gave no reply."},
       {"an empty line", {"\n"}, CTL_NO_REPLY, "The recorder gave no reply."},
+      {"with control characters", {"\x1b[31mOK\x9b\n"}, CTL_OTHER_REPLY, "?[31mOK?"},
       {"longer than a piece", {std::string(1000, 'x') + "\n"}, CTL_OTHER_REPLY, std::string(1000, 'x')},
   };
   for (const auto& rRow : rRows) {

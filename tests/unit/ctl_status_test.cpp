@@ -136,6 +136,34 @@ TEST_F(StatusTest, TextWithoutCallsDaemonOrDatabase) {
   EXPECT_EQ(StatusToText(rStatus, NOW), "LINES  HEALTH\n1      ok\n\nThe database cannot be read: server is gone\n");
 }
 
+TEST_F(StatusTest, TextHoldsNoControlCharactersOfTheTelephoneNetwork) {
+  CtlStatus rStatus = MakeStatus();
+  rStatus.vLines = {{1, "ok\x1b"}};
+  rStatus.vCalls = {MakeCall(1, NOW)};
+  rStatus.vCalls[0].strLocal = "\x1b[31mM\xc3\xbcller\n1";
+  rStatus.vCalls[0].strRemote =
+      "\x9b"
+      "2J\xc2\x9b"
+      "2J\x7f";
+  rStatus.vCalls[0].strCallId = "\r7";
+  EXPECT_EQ(StatusToText(rStatus, NOW),
+            "LINES  HEALTH\n"
+            "1      ok?\n"
+            "\n"
+            "LINE  DIRECTION  LOCAL          REMOTE    SINCE     AGE      STATE      CALL ID\n"
+            "1     incoming   ?[31mM\xc3\xbcller?1  ?2J??2J?  13:23:05  0:00:00  recording  ?7\n");
+  rStatus.fDatabase = false;
+  rStatus.strDatabaseError = "cannot\x1b reach:\n\tis it there?";
+  EXPECT_EQ(StatusToText(rStatus, NOW),
+            "LINES  HEALTH\n1      ok?\n\nThe database cannot be read: cannot? reach:\n is it there?\n");
+}
+
+TEST_F(StatusTest, JsonTextIsAsciiWithEscapes) {
+  const nlohmann::json rJson = {{"remote", "\x1b\x7f\xc2\x9bM\xc3\xbcller\n"}, {"local", "M\xfcller\x9b"}};
+  EXPECT_EQ(JsonToText(rJson, -1), R"({"local":"M\ufffdller\ufffd","remote":"\u001b\u007f\u009bM\u00fcller\n"})");
+  EXPECT_EQ(JsonToText(nlohmann::json{{"line", 1}}, 2), "{\n  \"line\": 1\n}");
+}
+
 TEST_F(StatusTest, JsonHasTheSameFacts) {
   const auto rExpected = nlohmann::json::parse(R"({
     "running": true,
