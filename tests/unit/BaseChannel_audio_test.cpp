@@ -19,15 +19,34 @@
 #include "CallBench.h"
 #include "SmallDisk.h"
 
-// -- count of allocations of this program, for RecordMemEventMakesNoAllocation and BuffersAreMadeOnce
-// ---------------------------------------
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define CLANG_THREAD_SANITIZER
+#include <sanitizer/allocator_interface.h>
+#endif
+#endif
+
+// -- count of allocations, for RecordMemEventMakesNoAllocation and BuffersAreMadeOnce ---------------------------------
 
 namespace {
 std::atomic<long> iAllocations{0};
 std::atomic<long> iBufferBytes{0};  // of the allocations that can be a ring or a mixing buffer
-void* Allocate(std::size_t uiBytes) {
+void CountAllocation(std::size_t uiBytes) {
   iAllocations++;
   if (uiBytes >= 4096) iBufferBytes += static_cast<long>(uiBytes);
+}
+}  // namespace
+
+#ifdef CLANG_THREAD_SANITIZER
+// This sanitizer defines the operators itself, and tells of each allocation instead.
+namespace {
+const int iHooked = __sanitizer_install_malloc_and_free_hooks(
+    [](const volatile void*, std::size_t uiBytes) { CountAllocation(uiBytes); }, [](const volatile void*) {});
+}  // namespace
+#else
+namespace {
+void* Allocate(std::size_t uiBytes) {
+  CountAllocation(uiBytes);
   if (void* pMemory = malloc(uiBytes > 0 ? uiBytes : 1)) return pMemory;
   throw std::bad_alloc();
 }
@@ -51,6 +70,7 @@ void operator delete(void* pMemory, std::size_t) noexcept {
 void operator delete[](void* pMemory, std::size_t) noexcept {
   free(pMemory);
 }
+#endif
 
 namespace {
 
