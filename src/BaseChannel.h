@@ -293,14 +293,16 @@ class BaseChannel {
   void CloseAudioFile();
   // The mode of a kept recording.
   void LetAllUseAudioFile();
-  // Brings the length fields of an open file up to date, so that the file plays up to here whatever happens next.
+  // Brings the length fields of an open file up to date, so that the file plays up to here whatever happens next. The
+  // first time, and again until the disk has room for it, the whole header.
   void UpdateAudioFileHeader();
   // The copy of a live listener: strFullFilenameFinal + ".raw" and ".info". Only with fMonitoring.
   void OpenRawFile();
   void CloseRawFile();
   FILE* hAudioFile = nullptr;
-  int iRecordByteCnt = 0;    // audio bytes of hAudioFile
-  FILE* hRawFile = nullptr;  // monitoring copy
+  int iRecordByteCnt = 0;       // audio bytes of hAudioFile
+  bool fHeaderWritten = false;  // false: a full disk had no room for it
+  FILE* hRawFile = nullptr;     // monitoring copy
 
   // -- BaseChannel_audio.cpp: loudness --------------------------------------------------------------------------------
   void ReadLoudnessSettings();

@@ -8,6 +8,7 @@
 
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
@@ -61,9 +62,11 @@ bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
   return fwrite(pData, 1, uiLen, hFile) == uiLen;
 }
 
-// The header has no error report of its own: on a full disk the next range of audio reports.
-void WriteAt(FILE* hFile, std::size_t iOffset, const BYTE* acBytes, std::size_t iCount) {
-  if (fseek(hFile, static_cast<long>(iOffset), SEEK_SET) == 0) (void)WriteAll(hFile, acBytes, iCount);
+// Leaves the place of the audio alone, as a seek that does not find back to it would not. The header has no error
+// report of its own: on a full disk the next range of audio reports.
+bool WriteAt(FILE* hFile, std::size_t uiOffset, const BYTE* acBytes, std::size_t uiCount) {
+  const ssize_t iWritten = pwrite(fileno(hFile), acBytes, uiCount, static_cast<off_t>(uiOffset));
+  return iWritten == static_cast<ssize_t>(uiCount);
 }
 
 // -- samples ----------------------------------------------------------------------------------------------------------
@@ -229,7 +232,13 @@ void BaseChannel::OpenAudioFile() {
   iCalcLoudnessSamples = fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO;
 
   const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, /*uiAudioBytes=*/0);
-  (void)WriteAll(hAudioFile, rHeader.data(), rHeader.size());  // on a full disk the first range of audio reports
+  fHeaderWritten = WriteAll(hAudioFile, rHeader.data(), rHeader.size());
+  // A full disk may have room later: the audio leaves the place of the header free.
+  if (!fHeaderWritten && fseek(hAudioFile, WAV_HEADER_BYTES, SEEK_SET) != 0) {
+    LogCapiError("OpenAudioFile");
+    CloseIfOpen(hAudioFile);
+    return;
+  }
   OpenRawFile();
 }
 
@@ -246,13 +255,14 @@ void BaseChannel::LetAllUseAudioFile() {
 
 void BaseChannel::UpdateAudioFileHeader() {
   if (hAudioFile == nullptr) return;
-  const long lPosition = ftell(hAudioFile);
-  if (lPosition < 0) return;  // no place to come back to
   const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, static_cast<DWORD>(iRecordByteCnt));
-  for (const std::size_t iOffset : WAV_LENGTH_OFFSETS) {
-    WriteAt(hAudioFile, iOffset, rHeader.data() + iOffset, WAV_LENGTH_BYTES);
+  if (!fHeaderWritten) {
+    fHeaderWritten = WriteAt(hAudioFile, 0, rHeader.data(), rHeader.size());
+    return;
   }
-  (void)fseek(hAudioFile, lPosition, SEEK_SET);  // a place that ftell has just told
+  for (const std::size_t uiOffset : WAV_LENGTH_OFFSETS) {
+    (void)WriteAt(hAudioFile, uiOffset, rHeader.data() + uiOffset, WAV_LENGTH_BYTES);
+  }
 }
 
 // -- the copy of a live listener --------------------------------------------------------------------------------------

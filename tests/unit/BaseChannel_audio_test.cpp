@@ -1,8 +1,12 @@
 // The road of the audio from the card to the file: ring, pairs, listeners, loudness.
 #include "BaseChannel.h"
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -77,6 +81,21 @@ namespace {
 const Texts NOTHING;
 constexpr int RING = 4096;
 using testtools::NoMoreDescriptors;
+
+// From now on this process cannot set the place of a file behind so many bytes.
+void RefuseSeeksBehind(unsigned uiBytes) {
+  sock_filter rFilter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_lseek, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
+      BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, uiBytes, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog rProgram = {6, rFilter};
+  ASSERT_EQ(0, prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0));
+  ASSERT_EQ(0, prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &rProgram));
+}
 
 // Calls on driver channel 0; the pieces that the card hears stay below a ring.
 class BaseChannelAudio : public CallBench {
@@ -260,6 +279,27 @@ TEST_F(BaseChannelAudio, FullDiskIsReportedForEachRangeThatItHits) {
   EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (0 s)"}), Log());
 }
 
+TEST_F(BaseChannelAudio, RecordingThatBeganOnAFullDiskHasItsHeaderOnceThereIsRoom) {
+  for (const bool fUpdate : {true, false}) {
+    SCOPED_TRACE(fUpdate ? "in the call" : "at its end");
+    const SmallDisk rDisk("/recordings/2024/01/31/14");
+    rDisk.Fill();
+    Record();
+    const std::string strFile = "/recordings/2024/01/31/14/" + Active("filename");
+    HearOwn("lost");
+    rDisk.MakeRoom();
+    const std::string strAudio = Noise(5000, 1);
+    HearOwn(strAudio.substr(0, 2048));
+    if (fUpdate) {
+      EXPECT_EQ(std::string(WAV_HEADER, '\0'), ReadTestFile(strFile).substr(0, WAV_HEADER));
+      Seconds(5);
+      ExpectSame(Wav(6, 1, 4 + 2048, strAudio.substr(0, 2048)), ReadTestFile(strFile));
+    }
+    HearOwn(strAudio.substr(2048));
+    ExpectSame(Wav(6, 1, 4 + 5000, strAudio), HangUp());
+  }
+}
+
 TEST_F(BaseChannelAudio, AudioThatCouldNotBeWrittenIsCounted) {
   rlimit rBefore{};
   ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &rBefore));
@@ -286,6 +326,25 @@ TEST_F(BaseChannelAudio, HeaderIsUpdatedEveryFiveSecondsAndAudioGoesOnWhereItWas
   HearOwn("two");
   EXPECT_EQ(Wav(6, 1, 3, "onetwo"), ReadTestFile(FILE_1));
   EXPECT_EQ(Wav(6, 1, 6, "onetwo"), HangUp());
+}
+
+TEST_F(BaseChannelAudio, HeaderUpdateMovesNoAudioWhenSeekingFails) {
+  const std::string strAudio = Noise(6000, 3);
+  const pid_t iChild = fork();
+  ASSERT_NE(-1, iChild);
+  if (iChild == 0) {
+    Record();
+    HearOwn(strAudio.substr(0, 2048));
+    RefuseSeeksBehind(WAV_HEADER);
+    Seconds(5);
+    HearOwn(strAudio.substr(2048));
+    Seconds(5);
+    (void)raise(SIGKILL);
+  }
+  int iStatus = 0;
+  ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
+  ASSERT_TRUE(WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGKILL);
+  ExpectSame(Wav(6, 1, strAudio), ReadTestFile(FILE_1));
 }
 
 TEST_F(BaseChannelAudio, KilledProcessLeavesAFileThatPlaysUpToTheLastHeader) {
