@@ -7,6 +7,7 @@
 
 #include <syslog.h>
 
+#include <climits>
 #include <cstdio>
 
 #include "datafile.h"
@@ -15,7 +16,8 @@
 
 namespace {
 
-constexpr int REC_UNIQ_MODULO = 100;  // two digits of strDbRemoteId
+constexpr int REC_UNIQ_MODULO = 100;                               // two digits of strDbRemoteId
+constexpr std::size_t LONGEST_SECOND_ENDING = sizeof ".g711" - 1;  // ".info" is as long, ".raw" shorter
 
 // Local time by a strftime format.
 std::string TimeText(time_t rTime, const char* acFormat) {
@@ -30,6 +32,12 @@ std::string Padded(int iValue, int iWidth) {
   char acText[24];
   (void)snprintf(acText, sizeof acText, "%0*d", iWidth, iValue);  // any int fits
   return acText;
+}
+
+// A file name in UTF-8 cut to so many bytes, without a part of a character at its end.
+std::string CutName(const std::string& strName, std::size_t uiBytes) {
+  while (uiBytes < strName.size() && (strName[uiBytes] & 0xc0) == 0x80) uiBytes--;
+  return strName.substr(0, uiBytes);
 }
 
 // One party in the columns of a row: numbers in UTF-8, and the contact unless there is none.
@@ -59,13 +67,19 @@ void BaseChannel::DetermineDbRemoteId() {
 
 void BaseChannel::DetermineFilename() {
   const ERecEncodings eRecEnc = prRecorder->eRecEnc;
+  const bool fToConvert = eRecEnc == RECENC_GSM || eRecEnc == RECENC_MP3;
+  const std::string strEnding = eRecEnc == RECENC_MP3 ? ".mp3" : ".wav";
   strFilename = strDbRemoteId;
   if (prRecorder->fLineNameInFileName) {
     IDatabase* const prDB = prRecorder->GetDatabaseHandle();
     const Contact rContact = LineContact(prDB);
-    strFilename += "_" + MakeValidFileNameStr(prDB->GetContactName(static_cast<int>(rContact.iContactID)));
+    strFilename += "_";
+    std::size_t uiOther = strFilename.size() + strEnding.size();
+    if (fToConvert || prRecorder->fMonitoring) uiOther += LONGEST_SECOND_ENDING;
+    const std::string strName = prDB->GetContactName(static_cast<int>(rContact.iContactID));
+    strFilename += MakeValidFileNameStr(CutName(strName, NAME_MAX - uiOther));
   }
-  strFilename += eRecEnc == RECENC_MP3 ? ".mp3" : ".wav";
+  strFilename += strEnding;
   strDirectory = TimeText(rStartTime, "%Y/%m/%d/%H");
 
   EnsurePath(prRecorder->strArchiveRoot + "/" + strDirectory);
@@ -74,7 +88,7 @@ void BaseChannel::DetermineFilename() {
   strFullFilename = strFullFilenameFinal;
   strArchiveFilename = prRecorder->strArchiveRoot + "/" + strDirectory + "/" + strFilename;
   // The audio is G.711 while the call runs; the ending marks a file that is still to be converted.
-  if (eRecEnc == RECENC_GSM || eRecEnc == RECENC_MP3) strFullFilename += ".g711";
+  if (fToConvert) strFullFilename += ".g711";
 }
 
 // -- contacts of a call -----------------------------------------------------------------------------------------------

@@ -174,6 +174,39 @@ TEST_F(BaseChannelRecord, LineWithoutANameLeavesTheMark) {
   EXPECT_EQ(Active("filename"), "20240131_142345_007_01_.wav");
 }
 
+TEST_F(BaseChannelRecord, LongLineNameIsCutToWhatAFileNameHolds) {
+  const struct {
+    const char* acLabel;
+    ERecEncodings eRecEnc;
+    bool fMonitoring;
+    std::string strName;
+    std::size_t uiKept;  // bytes of it
+  } rRows[] = {
+      {"fits", RECENC_G711A, false, std::string(228, 'x'), 228},
+      {"one too many", RECENC_G711A, false, std::string(229, 'x'), 228},
+      {"room for .g711", RECENC_GSM, false, std::string(400, 'x'), 223},
+      {"the same", RECENC_MP3, false, std::string(400, 'x'), 223},
+      {"room for .info", RECENC_G711U, true, std::string(400, 'x'), 223},
+      {"one room for both", RECENC_MP3, true, std::string(400, 'x'), 223},
+      {"no half character", RECENC_G711A, false, std::string(226, 'x') + "\xe2\x82\xac.", 226},
+      {"a whole one at the end", RECENC_G711A, false, std::string(225, 'x') + "\xe2\x82\xac.", 228},
+  };
+  rRecorder.fLineNameInFileName = true;
+  for (const auto& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    rRecorder.eRecEnc = rRow.eRecEnc;
+    rRecorder.fMonitoring = rRow.fMonitoring;
+    rDatabase.rContactNames[1007] = rRow.strName;
+    OffHook();
+    const std::string strName = Active("filename");
+    EXPECT_EQ(strName.size(), std::string("20240131_142345_007_01_.wav").size() + rRow.uiKept);
+    EXPECT_TRUE(Exists(FileToldIn(Log())));
+    EXPECT_EQ(Exists("/recordings/2024/01/31/14/" + strName + ".info"), rRow.fMonitoring);
+    OnHook();
+    ForgetTraces();
+  }
+}
+
 TEST_F(BaseChannelRecord, LineNameIsNotAskedForUnlessWanted) {
   rDatabase.fNoteReads = true;
   OffHook();
