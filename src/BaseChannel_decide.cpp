@@ -8,6 +8,8 @@
 
 #include <syslog.h>
 
+#include <vector>
+
 #include "bgact.h"
 #include "ftime.h"
 #include "logging.h"
@@ -212,10 +214,17 @@ void BaseChannel::QueueKeep(const Verdict& rVerdict) {
   iActiveCallID = -1;            // and the action the row
 }
 
+// The live copy holds the same audio, and goes with it.
 void BaseChannel::QueueDelete() {
-  auto prAct = std::make_unique<DeleteFileAct>();
-  prAct->strFilename = strFullFilename;
-  queueAction(prAct.release());  // the queue owns the action
+  std::vector<std::string> astrFiles = {strFullFilename};
+  if (prRecorder->fMonitoring) {
+    for (const char* acEnding : {".raw", ".info"}) astrFiles.push_back(strFullFilenameFinal + acEnding);
+  }
+  for (const std::string& strFile : astrFiles) {
+    auto prAct = std::make_unique<DeleteFileAct>();
+    prAct->strFilename = strFile;
+    queueAction(prAct.release());  // the queue owns the action
+  }
 }
 
 // -- on demand --------------------------------------------------------------------------------------------------------

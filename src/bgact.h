@@ -22,7 +22,7 @@
 
 constexpr mode_t RECORDING_MODE = 0777;  // the web side, another user, reads, moves and deletes recordings
 
-// Removes the file of a recording that is not kept.
+// Removes a file of a recording that is not kept.
 class DeleteFileAct : public ThreadAct {
  public:
   void performThread() override;

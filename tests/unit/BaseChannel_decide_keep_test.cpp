@@ -142,6 +142,41 @@ TEST_F(BaseChannelStop, RecordingWithoutARowStaysWhereItIs) {
   EXPECT_EQ(RemoteOfTheNextCall(), "");
 }
 
+TEST_F(BaseChannelStop, DeletedRecordingTakesItsLiveCopyWithIt) {
+  rRecorder.fMonitoring = true;
+  rRecorder.iDelOnDmdType = 1;
+  SetConfig("RecMinDur", "10");
+  for (const ERecEncodings eRecEnc : {RECENC_G711A, RECENC_MP3}) {
+    rRecorder.eRecEnc = eRecEnc;
+    for (const bool fOrder : {true, false}) {
+      const std::string strFile = Talk(5);
+      Hear(DRIVER_CH, "spoken");
+      const std::string strFinal = "/recordings/" + Active("directory") + "/" + Active("filename");
+      ASSERT_EQ(ReadTestFile(strFinal + ".raw"), "spoken");
+      EXPECT_EQ(fOrder && rLine.DeleteAct(), fOrder);
+      OnHook();
+      for (const std::string& strGone : {strFile, strFinal, strFinal + ".raw", strFinal + ".info"}) {
+        EXPECT_FALSE(Exists(strGone)) << strGone;
+      }
+    }
+  }
+  EXPECT_TRUE(std::filesystem::is_empty("/recordings/2024/01/31/14"));
+}
+
+TEST_F(BaseChannelStop, LiveCopyOfADeletedRecordingIsOverwrittenToo) {
+  WriteTestFile("/var/morvex/conf/opt_secure_delete", "");
+  rRecorder.fMonitoring = true;
+  SetConfig("RecMinDur", "10");
+  const std::string strFile = Talk(5);
+  OnHook();
+  const Texts astrLog = Log();
+  for (const char* const acEnding : {"", ".raw", ".info"}) {
+    EXPECT_THAT(astrLog, ::testing::Contains("5 Exec: shred -u '" + strFile + acEnding + "'"));
+  }
+  EXPECT_FALSE(Exists(strFile + ".raw"));
+  EXPECT_TRUE(std::filesystem::remove("/var/morvex/conf/opt_secure_delete"));
+}
+
 // One recording of 10 seconds, and what becomes of it.
 struct KeepRow {
   const char* acLabel;
