@@ -25,6 +25,7 @@ BaseChannel::~BaseChannel() {
   if (fRecording || iBaseRecCh != -1) (void)SsmStopRecToMem(iDrvCh);
   delete[] acRecordBuf;
   delete[] acMixBuffer;
+  UpdateAudioFileHeader();  // of a recording that nothing has finished
   if (hAudioFile != nullptr) (void)fclose(hAudioFile);
   if (hRawFile != nullptr) (void)fclose(hRawFile);  // complete as it stands; this only gives the handle back
 }

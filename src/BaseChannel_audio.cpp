@@ -221,7 +221,8 @@ void BaseChannel::WriteBuf(const BYTE* buf, int len) {
 }
 
 void BaseChannel::OpenAudioFile() {
-  CloseIfOpen(hAudioFile);  // still open when the driver refused to stop the recording before
+  UpdateAudioFileHeader();  // of a recording that the driver refused to stop
+  CloseIfOpen(hAudioFile);
   hAudioFile = OpenUnbuffered(strFullFilename);
   if (hAudioFile == nullptr) {
     LogCapiError("OpenAudioFile");

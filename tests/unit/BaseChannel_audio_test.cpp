@@ -258,7 +258,7 @@ TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen)
   }
   HearOwn("two");
   EXPECT_EQ(iBefore + 1, OpenDescriptors());  // the copy of a live listener
-  EXPECT_EQ(Wav(6, 1, 0, "one"), ReadTestFile(FILE_1));
+  EXPECT_EQ(Wav(6, 1, "one"), ReadTestFile(FILE_1));
   OnHook();
   EXPECT_EQ(iBefore, OpenDescriptors());
 }
@@ -326,6 +326,18 @@ TEST_F(BaseChannelAudio, HeaderIsUpdatedEveryFiveSecondsAndAudioGoesOnWhereItWas
   HearOwn("two");
   EXPECT_EQ(Wav(6, 1, 3, "onetwo"), ReadTestFile(FILE_1));
   EXPECT_EQ(Wav(6, 1, 6, "onetwo"), HangUp());
+}
+
+TEST_F(BaseChannelAudio, RecordingThatNothingFinishesHasItsLastHeader) {
+  {
+    EventLine rBusy;
+    rRecorder.vChannels = {&rBusy, &rLinked};
+    InitLine(rBusy, LINE, DRIVER_CH);
+    Send(rBusy, E_RCV_DSTDChannel, DMSG_OFF_HOOK);
+    HearOwn("heard");
+    EXPECT_EQ(Wav(6, 1, 0, "heard"), ReadTestFile(FILE_1));
+  }
+  EXPECT_EQ(Wav(6, 1, "heard"), ReadTestFile(FILE_1));
 }
 
 TEST_F(BaseChannelAudio, HeaderUpdateMovesNoAudioWhenSeekingFails) {
