@@ -16,19 +16,22 @@ constexpr int REPLY_TIME_OUT_S = 5;  // the daemon answers within half a second,
 
 // Closes the socket at the end of the scope.
 struct Socket {
-  int hSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  Socket() = default;
+  explicit Socket(int iType) : hSocket(socket(AF_UNIX, iType | SOCK_CLOEXEC, 0)) {}
   Socket(const Socket&) = delete;
   Socket& operator=(const Socket&) = delete;
   ~Socket() {
     if (hSocket >= 0) close(hSocket);
   }
+  const int hSocket;
 };
 
 bool ConnectTo(int hSocket, const std::string& strPath) {
   sockaddr_un rAddress{};
   rAddress.sun_family = AF_UNIX;
-  if (strPath.size() >= sizeof rAddress.sun_path) return false;
+  if (strPath.size() >= sizeof rAddress.sun_path) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
   memcpy(rAddress.sun_path, strPath.c_str(), strPath.size() + 1);
   return connect(hSocket, reinterpret_cast<const sockaddr*>(&rAddress), sizeof rAddress) == 0;
 }
@@ -59,8 +62,13 @@ ECtlExit ClassifyReply(const std::string& strLine) {
   return CTL_OTHER_REPLY;
 }
 
+bool IsServed(const std::string& strSocketPath) {
+  const Socket rSocket(SOCK_DGRAM);
+  return rSocket.hSocket >= 0 && !ConnectTo(rSocket.hSocket, strSocketPath) && errno == EPROTOTYPE;
+}
+
 CtlReply SendOrder(const std::string& strOrder, const std::string& strSocketPath) {
-  const Socket rSocket;
+  const Socket rSocket(SOCK_STREAM);
   if (rSocket.hSocket < 0 || !ConnectTo(rSocket.hSocket, strSocketPath)) {
     return {CTL_NOT_RUNNING, "The recorder is not running: nobody answers at " + strSocketPath + "."};
   }

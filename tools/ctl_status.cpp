@@ -1,5 +1,7 @@
 #include "ctl_status.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -71,7 +73,23 @@ std::string Age(time_t rSeconds) {
   return acText;
 }
 
+// When the daemon that serves it took its socket into use; 0 when nobody can tell.
+time_t ListensSince(const std::string& strSocket) {
+  struct stat rStat {};
+  return stat(strSocket.c_str(), &rStat) == 0 ? rStat.st_mtime : 0;
+}
+
+void MarkUnfinished(const StatusSources& rSources, CtlStatus& rStatus) {
+  // A daemon is away for ten seconds at least between two lives, so a second here or there is no matter.
+  constexpr time_t TOLERANCE_S = 3;
+  const time_t rSince = ListensSince(rSources.strSocket);
+  for (CallStatus& rCall : rStatus.vCalls) {
+    rCall.fUnfinished = !rStatus.fRunning || rCall.rSince + TOLERANCE_S < rSince;
+  }
+}
+
 const char* StateText(const CallStatus& rCall) {
+  if (rCall.fUnfinished) return "unfinished";
   if (rCall.fWaiting) return "waiting";
   return rCall.fSilenced ? "silenced" : "recording";
 }
@@ -176,12 +194,14 @@ bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines)
   return true;
 }
 
-CtlStatus ReadStatus(const std::string& strPath, const std::string& strConnection) {
+CtlStatus ReadStatus(const StatusSources& rSources) {
   CtlStatus rStatus;
-  rStatus.fRunning = ReadLineStatus(strPath, rStatus.vLines);
+  rStatus.fRunning = IsServed(rSources.strSocket);
+  rStatus.fLines = rStatus.fRunning && ReadLineStatus(rSources.strLineFile, rStatus.vLines);
   try {
-    ReadCalls(strConnection.empty() ? DAEMON_DATABASE : strConnection, rStatus);
+    ReadCalls(rSources.strConnection.empty() ? DAEMON_DATABASE : rSources.strConnection, rStatus);
     rStatus.fDatabase = true;
+    MarkUnfinished(rSources, rStatus);
   } catch (const std::exception& rError) {  // the library reports by exceptions; here they end
     rStatus.vCalls.clear();
     rStatus.strDatabaseError = rError.what();
@@ -193,7 +213,9 @@ CtlStatus ReadStatus(const std::string& strPath, const std::string& strConnectio
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {
   std::string strText;
   if (!rStatus.fRunning) {
-    strText += "The recorder is not running: it publishes no line status.\n";
+    strText += std::string("The recorder is not running: nobody serves ") + CONTROL_SOCKET + ".\n";
+  } else if (!rStatus.fLines) {
+    strText += "No line status: a trace runs, or no line has changed since one ran.\n";
   } else {
     strText += HealthTable(rStatus.vLines);
   }

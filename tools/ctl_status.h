@@ -1,6 +1,7 @@
 // ctl_status: the lines with their health and the calls in progress, as the daemon publishes them: the health in a
 // small file that it rewrites on each change, the calls in the database. A call that has ended stays listed until its
-// recording is finished.
+// recording is finished. Both outlive a daemon that is killed, and a trace takes the file away for a while, so the
+// control socket tells whether a daemon is there.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -8,6 +9,8 @@
 #include <ctime>
 #include <string>
 #include <vector>
+
+#include "ctl_socket.h"
 
 constexpr const char* LINE_STATUS_FILE = "/var/morvex/data/linestatus.dat";
 
@@ -23,11 +26,13 @@ struct CallStatus {
   std::string strLocal, strRemote;
   time_t rSince = 0;
   bool fSilenced = false;
-  bool fWaiting = false;  // no audio yet: waits for a demand to record
+  bool fWaiting = false;     // no audio yet: waits for a demand to record
+  bool fUnfinished = false;  // its daemon has ended; a crash leaves such rows for good
 };
 
 struct CtlStatus {
-  bool fRunning = false;  // the daemon publishes line health
+  bool fRunning = false;  // a daemon serves the control socket
+  bool fLines = false;    // it publishes line health
   bool fDatabase = false;
   std::string strDatabaseError;
   std::vector<LineStatus> vLines;
@@ -36,8 +41,13 @@ struct CtlStatus {
 
 // "Line_12: offline" a line; anything else is skipped. False when the file cannot be opened.
 bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines);
-// Both sources. strConnection: libpq connection text; empty: the daemon's own database.
-CtlStatus ReadStatus(const std::string& strPath = LINE_STATUS_FILE, const std::string& strConnection = "");
+struct StatusSources {
+  std::string strLineFile = LINE_STATUS_FILE;
+  std::string strSocket = CONTROL_SOCKET;
+  std::string strConnection;  // libpq connection text; empty: the daemon's own database
+};
+// All three. Without a daemon there are no lines, whatever the file says.
+CtlStatus ReadStatus(const StatusSources& rSources = {});
 
 // Two tables for people: lines in runs of equal health ("1-8,17-20  ok"), and calls; times in local time, ages counted
 // to rNow. Control characters are masked: what the columns hold came from the telephone network.

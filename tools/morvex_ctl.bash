@@ -9,7 +9,8 @@ _morvex_ctl() {
   case ${COMP_WORDS[1]} in
     silence | sound | start | stop | delete)
       local ids
-      ids=$(morvex_ctl status --json 2>/dev/null | sed -n 's/.*"call_id": "\([0-9_]*\)".*/\1/p')
+      ids=$(morvex_ctl status --json 2>/dev/null |
+        sed -n '/"call_id"/h; /"state": "unfinished"/d; /"state"/{x;s/.*"call_id": "\([0-9_]*\)".*/\1/p}')
       mapfile -t COMPREPLY < <(compgen -W "$ids" -- "$cur")
       ;;
     change_local) mapfile -t COMPREPLY < <(compgen -W '--stop-start' -- "$cur") ;;

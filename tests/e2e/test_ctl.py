@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import BUILD, SOURCE, order, rows, wait_until
+from harness import BUILD, SOURCE, Daemon, order, rows, wait_until
 
 CARDS = "card ATP8 1001 8"
 # Line 8 records on demand.
@@ -317,18 +317,58 @@ def test_trace(daemon):
     assert ctl("bittrace_start", "0") == OK
     daemon.wait_line("Starting bit stream tracing on channel 0")
     assert ctl("bittrace_start", "1") == told("ERR: already started", 7)
+    check_running_without_line_status()
     assert ctl("bittrace_stop") == OK
     daemon.wait_line("Stopped bit stream tracing")
+    check_running_without_line_status()
+    mark = daemon.mark()
+    daemon.cards("ch 5 state offline")
+    daemon.wait_line("[6] Line health: offline", mark)
+    assert ctl("status")[1].startswith("LINES    HEALTH\n")
+
+
+def check_running_without_line_status():
+    status, output, _ = ctl("status")
+    assert status == 0
+    assert output.startswith("No line status: a trace runs, or no line has changed since one ran.\n\n")
+    status, output, _ = ctl("status", "--json")
+    assert (status, json.loads(output)["running"], json.loads(output)["lines"]) == (0, True, [])
 
 
 def test_daemon_that_does_not_run(daemon):
-    """Last: it ends the daemon."""
+    """From here on the daemon of the other tests has ended."""
     assert daemon.stop() == 0
     sentence = "The recorder is not running: nobody answers at /tmp/morvex_crec."
     for arguments in (["reconfig"], ["silence", NO_CALL], ["chst", "1"]):
         assert ctl(*arguments) == told(sentence, 9)
     status, output, complaint = ctl("status")
     assert (status, complaint) == (9, "")
-    assert output.startswith("The recorder is not running: it publishes no line status.\n\n")
+    assert output.startswith("The recorder is not running: nobody serves /tmp/morvex_crec.\n\n")
     status, output, _ = ctl("status", "--json")
     assert (status, json.loads(output)["running"], json.loads(output)["lines"]) == (9, False, [])
+
+
+def test_call_of_a_daemon_that_was_killed(daemon):
+    killed = Daemon(CARDS, SETTINGS).start()
+    killed.wait_orders()
+    killed.cards("ch 0 offhook")
+    dead = killed.active_call(1)["remoteid"]
+    assert states() == (0, {dead: "recording"})
+    assert killed.kill() == -9
+    assert Path("/var/morvex/data/linestatus.dat").exists()
+    assert states() == (9, {dead: "unfinished"})
+    assert ctl("status")[1].startswith("The recorder is not running: ")
+
+    next_life = Daemon(CARDS, SETTINGS).start()
+    next_life.wait_orders()
+    next_life.cards("ch 1 offhook")
+    alive = next_life.active_call(2)["remoteid"]
+    assert states() == (0, {dead: "unfinished", alive: "recording"})
+    assert complete("silence", "") == [alive]
+    assert next_life.stop() == 0
+
+
+def states():
+    """The exit status of the status, and the states of the calls that it shows."""
+    status, output, _ = ctl("status", "--json")
+    return status, {call["call_id"]: call["state"] for call in json.loads(output)["calls"]}

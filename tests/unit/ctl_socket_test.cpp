@@ -141,6 +141,28 @@ TEST(SendOrder, DaemonThatDoesNotRunIsAPlainSentence) {
   EXPECT_EQ(SendOrder("reconfig", strLong).eExit, CTL_NOT_RUNNING);
 }
 
+TEST(IsServed, OnlyASocketThatAProcessHoldsCounts) {
+  unlink(SOCKET_PATH);
+  EXPECT_FALSE(IsServed(SOCKET_PATH)) << "no file";
+  {
+    FakeDaemon rDaemon({"OK\n"});
+    EXPECT_TRUE(IsServed(SOCKET_PATH));
+    EXPECT_EQ(SendOrder("reconfig", SOCKET_PATH).eExit, CTL_OK) << "the daemon's first connection is the order";
+    EXPECT_EQ(rDaemon.Order(), "reconfig");
+  }
+  EXPECT_FALSE(IsServed(SOCKET_PATH)) << "closed";
+  const int hDatagrams = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un rAddress = {};
+  rAddress.sun_family = AF_UNIX;
+  strcpy(rAddress.sun_path, SOCKET_PATH);
+  ASSERT_EQ(bind(hDatagrams, reinterpret_cast<const sockaddr*>(&rAddress), sizeof rAddress), 0);
+  EXPECT_FALSE(IsServed(SOCKET_PATH)) << "of another kind";
+  close(hDatagrams);
+  EXPECT_FALSE(IsServed(SOCKET_PATH)) << "the file of a process that was killed";
+  unlink(SOCKET_PATH);
+  EXPECT_FALSE(IsServed("/tmp/" + std::string(200, 'x')));
+}
+
 // Slow: the time-out is what a script has to reckon with.
 TEST(SendOrder, DaemonThatNeverAnswersIsLeftAfterItsTime) {
   const FakeDaemon rDaemon({}, /*fHold=*/true);

@@ -28,6 +28,7 @@ CallStatus MakeCall(int iLine, time_t rSince) {
 CtlStatus MakeStatus() {
   CtlStatus rStatus;
   rStatus.fRunning = true;
+  rStatus.fLines = true;
   rStatus.fDatabase = true;
   rStatus.vLines = {{1, "ok"}, {2, "offline"}, {12, "error"}};
   rStatus.vCalls = {MakeCall(1, NOW - 5), MakeCall(2, NOW - 3661), MakeCall(3, NOW + 60)};
@@ -103,7 +104,7 @@ TEST_F(StatusTest, LinesOfEqualHealthShareARow) {
   };
   for (const Row& rRow : rRows) {
     CtlStatus rStatus;
-    rStatus.fRunning = rStatus.fDatabase = true;
+    rStatus.fRunning = rStatus.fLines = rStatus.fDatabase = true;
     rStatus.vLines = rRow.vLines;
     EXPECT_EQ(StatusToText(rStatus, NOW), std::string(rRow.acTable) + "\nNo calls in progress.\n") << rRow.acLabel;
   }
@@ -128,8 +129,11 @@ TEST_F(StatusTest, TextWithoutCallsDaemonOrDatabase) {
   CtlStatus rStatus;
   rStatus.fDatabase = true;
   EXPECT_EQ(StatusToText(rStatus, NOW),
-            "The recorder is not running: it publishes no line status.\n\nNo calls in progress.\n");
+            "The recorder is not running: nobody serves /tmp/morvex_crec.\n\nNo calls in progress.\n");
   rStatus.fRunning = true;
+  EXPECT_EQ(StatusToText(rStatus, NOW),
+            "No line status: a trace runs, or no line has changed since one ran.\n\nNo calls in progress.\n");
+  rStatus.fLines = true;
   rStatus.vLines = {{1, "ok"}};
   rStatus.fDatabase = false;
   rStatus.strDatabaseError = "server is gone";
@@ -187,11 +191,22 @@ TEST_F(StatusTest, JsonWithoutDaemonAndDatabase) {
             R"({"calls":[],"database_error":"server is gone","lines":[],"running":false})");
 }
 
-TEST_F(StatusTest, DatabaseThatCannotBeReachedIsToldInTheStatus) {
+TEST_F(StatusTest, CallWhoseDaemonHasEndedIsUnfinished) {
+  CtlStatus rStatus = MakeStatus();
+  for (CallStatus& rCall : rStatus.vCalls) rCall.fUnfinished = true;
+  for (const auto& rCall : StatusToJson(rStatus)["calls"]) EXPECT_EQ(rCall["state"], "unfinished");
+}
+
+TEST_F(StatusTest, FileOfADaemonThatHasEndedSaysNothing) {
   WriteTestFile(STATUS_PATH, "Line_1: ok\n");
-  const CtlStatus rStatus = ReadStatus(STATUS_PATH, "host=/tmp/nowhere dbname=morvex");
-  EXPECT_TRUE(rStatus.fRunning);
-  EXPECT_EQ(rStatus.vLines.size(), 1U);
+  const CtlStatus rStatus = ReadStatus({STATUS_PATH, "/tmp/nobody", "host=/tmp/nowhere dbname=morvex"});
+  EXPECT_FALSE(rStatus.fRunning);
+  EXPECT_FALSE(rStatus.fLines);
+  EXPECT_TRUE(rStatus.vLines.empty());
+}
+
+TEST_F(StatusTest, DatabaseThatCannotBeReachedIsToldInTheStatus) {
+  const CtlStatus rStatus = ReadStatus({STATUS_PATH, "/tmp/nobody", "host=/tmp/nowhere dbname=morvex"});
   EXPECT_FALSE(rStatus.fDatabase);
   EXPECT_TRUE(rStatus.vCalls.empty());
   EXPECT_FALSE(rStatus.strDatabaseError.empty());
