@@ -1,0 +1,394 @@
+"""What the campaigns share: a daemon that misfortunes befall, and what must hold of it before, during and after.
+
+A campaign is a table of rows. One daemon serves many rows, since it has to live through them:
+
+    ROWS = [
+        Row("recordings disk full", disk_full, report=["C-api error at OpenAudioFile: No space left on device"]),
+    ]
+
+    @pytest.mark.parametrize("row", rows_of(ROWS))
+    def test_fault(bench, row):
+        bench.run(row)
+
+A row injects its fault, goes through one call unless it has a story of its own, waits for its report, heals, and then
+makes a call that must be whole: its bytes are compared with what was played. What the daemon reported meanwhile is the
+report and nothing else; descriptors and threads are as many as before; the process is the same.
+"""
+
+import json
+import mmap
+import os
+import re
+import struct
+import subprocess
+import time
+from contextlib import contextmanager
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import Callable
+
+import pytest
+
+from day import Cards
+from harness import BLOCK_BYTES, BUILD, HEADER_BYTES, Daemon, counting, header, order, path_of, rows, wait_until
+
+ALL = os.environ.get("MORVEX_CAMPAIGN") == "all"
+FIGURES = BUILD / "campaign"
+RECORDINGS = Path("/recordings")
+
+# What the log says at levels 3 and 4, by its beginning. A line of one of these that no row announces fails the row.
+TROUBLE = re.compile(
+    r"C-api error at |DB |Error |Conversion to |LineCom|Socket communication error|Signal |Unequal size"
+    r"|\[-?\d+\] Mixing buffer|\d+ Too much zero|Card recording|Not |Less cards|No cards"
+)
+NO_TROUBLE = re.compile(r"LineCom reply|LineCom Restart|LineCom try|LineCom answer|Not rec")
+
+# Parts of a report that differ from run to run.
+PLACEHOLDERS = {
+    "{path}": r"/\S+",
+    "{n}": r"-?\d+",
+    "{text}": r".*",
+}
+
+
+@dataclass
+class Row:
+    """One misfortune. `fault` is a context manager that takes the bench: entered it is there, left it is healed."""
+
+    name: str
+    fault: Callable
+    report: list = field(default_factory=list)  # each must come, and no other trouble may
+    may: list = field(default_factory=list)  # and these may come: the order of two events decides
+    story: Callable = None  # takes the bench while the fault is there; else one call
+    clean: bool = True  # a clean call can follow in this process
+    defect: str = None  # why the row fails today; it must fail then
+    long: bool = False  # not in the short form
+
+
+def rows_of(table):
+    params = []
+    for row in table:
+        marks = [pytest.mark.xfail(strict=True, reason=row.defect)] if row.defect else []
+        if row.long:
+            marks.append(pytest.mark.long)
+        params.append(pytest.param(row, id=row.name.replace(" ", "_"), marks=marks))
+    return params
+
+
+def figure(campaign, name, **values):
+    """Keeps measured values for script/faults to print."""
+    FIGURES.mkdir(exist_ok=True)
+    with (FIGURES / "figures.jsonl").open("a") as file:
+        file.write(json.dumps({"campaign": campaign, "row": name, **values}) + "\n")
+
+
+def pattern(line):
+    """A report as a regular expression for the whole line."""
+    parts = re.split(r"(\{\w+\})", line)
+    return re.compile("".join(PLACEHOLDERS.get(part, re.escape(part)) for part in parts))
+
+
+class Control:
+    """The fields of preload.cpp, in its order."""
+
+    FIELDS = (
+        "clock_offset_s",
+        "refuse_fork",
+        "refuse_popen",
+        "threads_left",
+        "refuse_threads",
+        "slow_write_us",
+        "sleep_divisor",
+    )
+    DEFAULTS = {"threads_left": -1, "sleep_divisor": 1}
+
+    def __init__(self):
+        size = 8 * len(self.FIELDS)
+        with open("/tmp/campaign_control", "wb+") as file:
+            file.truncate(size)
+            self.memory = mmap.mmap(file.fileno(), size)
+        self.reset()
+
+    def reset(self):
+        for name in self.FIELDS:
+            self.set(name, self.DEFAULTS.get(name, 0))
+
+    def set(self, name, value):
+        struct.pack_into("=q", self.memory, 8 * self.FIELDS.index(name), value)
+
+    def get(self, name):
+        return struct.unpack_from("=q", self.memory, 8 * self.FIELDS.index(name))[0]
+
+    @contextmanager
+    def during(self, **values):
+        for name, value in values.items():
+            self.set(name, value)
+        try:
+            yield
+        finally:
+            for name in values:
+                self.set(name, self.DEFAULTS.get(name, 0))
+
+
+# The daemon finds its tools here, so that one of them can be missing or broken.
+TOOLS = Path("/tmp/tools")
+
+
+def make_tools():
+    TOOLS.mkdir()
+    for folder in ("/usr/local/bin", "/usr/bin", "/bin", "/usr/sbin", "/sbin"):
+        for program in Path(folder).iterdir() if Path(folder).is_dir() else ():
+            if not os.path.lexists(TOOLS / program.name):
+                os.symlink(program, TOOLS / program.name)
+
+
+@contextmanager
+def tool(name, script):
+    """Puts a shell script in the place of a tool; None: the tool is missing."""
+    place = TOOLS / name
+    real = os.readlink(place)
+    place.unlink()
+    if script is not None:
+        place.write_text(f"#!/bin/sh\n{script}\n")
+        place.chmod(0o755)
+    try:
+        yield
+    finally:
+        place.unlink(missing_ok=True)
+        os.symlink(real, place)
+
+
+@contextmanager
+def unchanged_environment(**changes):
+    before = {name: os.environ.get(name) for name in changes}
+    os.environ.update(changes)
+    try:
+        yield
+    finally:
+        for name, value in before.items():
+            if value is None:
+                del os.environ[name]
+            else:
+                os.environ[name] = value
+
+
+class Bench:
+    """A daemon with all that a campaign needs around it."""
+
+    def __init__(self, cards, settings=None, campaign="", environment=None):
+        self.campaign = campaign
+        self.control = Control()
+        if not TOOLS.exists():
+            make_tools()
+        self.environment = environment or {}
+        self.cards = None  # a connection that stays, so that it is there when no descriptor is left
+        self.daemon = Daemon(cards, settings)
+
+    def launch(self, argument="debug", before=""):
+        """Starts the process. `before` is a command that starts it in its turn."""
+        asan = os.environ.get("ASAN_OPTIONS", "")
+        preload = BUILD / "tests" / "libcampaign_preload.so"
+        values = {
+            "PATH": str(TOOLS),
+            "LD_PRELOAD": str(preload),
+            "ASAN_OPTIONS": asan + ":verify_asan_link_order=0",
+            **self.environment,
+        }
+        words = " ".join(f"{name}={value}" for name, value in values.items())
+        wrapper = f"{os.environ.get('MORVEX_WRAPPER', '')} {before} /usr/bin/env {words}"
+        with unchanged_environment(MORVEX_WRAPPER=wrapper):
+            self.daemon.launch(argument)
+        return self
+
+    def start(self, **how):
+        self.launch(**how)
+        self.daemon.wait_line("** STARTED **")
+        self.cards = Cards()
+        self.daemon.wait_line("Error connecting to socket")  # nobody has heard the message of the start
+        self.daemon.wait_orders()
+        assert order("warm up") == "E0: Unknown commmand\n"  # behind it nothing of the start is under way
+        self.clean_call()  # what is opened once and for all is open
+        return self
+
+    # -- what it holds -----------------------------------------------------------------------------------------------
+
+    def held(self):
+        """Descriptors and threads of the process."""
+        process = Path(f"/proc/{self.daemon.pid}")
+        names = []
+        for link in (process / "fd").iterdir():
+            try:
+                names.append(re.sub(r"\[\d+\]", "", os.readlink(link)))
+            except FileNotFoundError:
+                pass  # closed meanwhile
+        return {"descriptors": sorted(names), "threads": len(list((process / "task").iterdir()))}
+
+    def wait_held(self, before):
+        """Waits until nothing more and nothing less is held than before; shows what differs."""
+        try:
+            wait_until("as much held as before", lambda: self.held() == before, limit=15)
+        except AssertionError:
+            assert self.held() == before
+            raise
+
+    def memory_kib(self):
+        text = Path(f"/proc/{self.daemon.pid}/status").read_text()
+        return int(re.search(r"VmRSS:\s+(\d+)", text)[1])
+
+    # -- calls -------------------------------------------------------------------------------------------------------
+
+    def begin(self, channel=0):
+        """Takes a channel off hook, with the counting pattern on it. Its line in the log begins at the mark."""
+        mark = self.daemon.mark()
+        self.cards.do(f"ch {channel} play counting", f"ch {channel} offhook")
+        return mark
+
+    def end(self, channel=0):
+        self.cards.do(f"ch {channel} onhook")
+
+    def file_of(self, mark, channel=0):
+        """The file that a call that began at the mark is recorded to, as the log tells it."""
+        text = f"[{channel + 1}] Recording to file "
+        return Path(self.daemon.wait_line(text, mark)[len(text) :])
+
+    @staticmethod
+    def wait_blocks(path, blocks=2):
+        wait_until(f"{blocks} blocks in {path}", lambda: path.exists() and path.stat().st_size >= blocks * BLOCK_BYTES)
+
+    def clean_call(self, channel=0, blocks=2):
+        """A call that must be whole: row and bytes. Returns its row and the number of bytes compared."""
+        mark = self.begin(channel)
+        path = self.file_of(mark, channel)
+        remoteid = remoteid_of(path)
+        self.wait_blocks(path, blocks)
+        copy = RECORDINGS / "clean_call"
+        copy.unlink(missing_ok=True)
+        os.link(path, copy)  # a second name, which stays when a conversion has removed the first
+        self.end(channel)
+        call = self.daemon.finished_call(remoteid)
+        compared = is_whole(copy, blocks)
+        self.compare_final(copy, call)
+        copy.unlink()
+        return call, compared
+
+    def compare_final(self, original, call):
+        """The file that the row names, against the bytes that were played or their conversion."""
+        final = path_of(call)
+        options = {
+            554: None,  # A-law, as recorded
+            551: ["-e", "gsm-full-rate"],
+            801: ["-C", "16.4"],
+        }[call["encoding"]]
+        if options is None:
+            assert final.read_bytes() == original.read_bytes()
+            return
+        source = RECORDINGS / "compared.wav"
+        expected = RECORDINGS / ("expected" + final.suffix)
+        source.write_bytes(original.read_bytes())
+        subprocess.run(["sox", source, *options, expected], check=True)
+        assert final.read_bytes() == expected.read_bytes()
+        source.unlink()
+        expected.unlink()
+
+    def one_call(self, channel=0, blocks=2):
+        """A call as far as the fault lets it come: blocks by the cards' count, not by a file."""
+        mark = self.begin(channel)
+        self.file_of(mark, channel)
+        wait_until("audio", lambda: self.recorded(channel) >= blocks * BLOCK_BYTES)
+        self.end(channel)
+        self.daemon.wait_line(f"[{channel + 1}] Call stops", mark)
+        return mark
+
+    def recorded(self, channel=0):
+        """Bytes that the card has recorded of a channel's call so far."""
+        line = next(line for line in self.cards.do("status") if line.startswith(f"ch={channel} "))
+        return int(re.search(r" recorded=(\d+)", line)[1])
+
+    # -- a row -------------------------------------------------------------------------------------------------------
+
+    def run(self, row):
+        daemon = self.daemon
+        self.settle()
+        before = self.held()
+        mark = daemon.mark()
+        began = time.monotonic()
+        with row.fault(self):
+            (row.story or Bench.one_call)(self)
+            for line in row.report:
+                self.wait_report(line, mark)
+        healed = time.monotonic()
+        assert daemon.running, "the daemon has ended"
+        compared = 0
+        if row.clean:
+            _, compared = self.clean_call()
+            self.settle()
+            self.wait_held(before)
+        assert daemon.running, "the daemon has ended"
+        self.check_trouble(row, mark)
+        figure(
+            self.campaign,
+            row.name,
+            report=row.report,
+            seconds=round(healed - began, 1),
+            compared=compared,
+            descriptors=len(before["descriptors"]),
+            threads=before["threads"],
+            memory_kib=self.memory_kib(),
+        )
+
+    def wait_report(self, line, mark):
+        whole = pattern(line)
+        wait_until(f"in the log: {line}", lambda: any(whole.fullmatch(said) for said in self.daemon.log_after(mark)))
+
+    def check_trouble(self, row, mark):
+        """Nothing was reported but what the row announces."""
+        announced = [pattern(line) for line in row.report + row.may]
+        said = [line for line in self.daemon.log_after(mark) if TROUBLE.match(line) and not NO_TROUBLE.match(line)]
+        assert [line for line in said if not any(one.fullmatch(line) for one in announced)] == []
+
+    def settle(self):
+        """Waits until no call is left, neither running nor being finished."""
+        wait_until("no active calls", lambda: rows("SELECT id FROM ActiveCalls") == [])
+
+    def stop(self):
+        if self.daemon.running:
+            self.control.reset()
+            assert self.daemon.stop() == 0
+
+
+def remoteid_of(path):
+    """The id of the call that is recorded to a file."""
+    return path.name.split(".")[0]
+
+
+# -- bytes -----------------------------------------------------------------------------------------------------------
+
+
+def is_whole(path, blocks=2):
+    """A finished A-law recording holds what was played, from its first byte to its last."""
+    data = path.read_bytes()
+    audio = data[HEADER_BYTES:]
+    assert len(audio) >= blocks * BLOCK_BYTES and len(audio) % BLOCK_BYTES == 0
+    assert data[:HEADER_BYTES] == header(channels=1, length=len(audio))
+    assert audio == counting(len(audio))
+    return len(audio)
+
+
+def heard(audio, played):
+    """How much of the counting pattern a recording holds: bytes missing of the first `played`, and bytes twice."""
+    source = counting(played + 4 * BLOCK_BYTES)
+    present = bytearray(len(source))
+    repeated = 0
+    at = 0
+    while at < len(audio):
+        window = audio[at : at + BLOCK_BYTES]
+        place = source.find(window)
+        if place < 0:  # foreign bytes: silence, or a block cut short
+            at += 1
+            continue
+        length = len(window)
+        for k in range(place, place + length):
+            repeated += present[k]
+            present[k] = 1
+        at += length
+    return {"missing": played - sum(present[:played]), "repeated": repeated}
