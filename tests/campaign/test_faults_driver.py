@@ -1,0 +1,122 @@
+"""Each operation of the card driver refused in turn, on the kinds of lines that use it."""
+
+from contextlib import contextmanager
+
+import pytest
+
+from bench import RECORDINGS, Row, rows_of
+from harness import BLOCK_BYTES, order, rows, sql, wait_until
+
+CARDS = """card ATP8 1001 8
+card DST8 1002 8
+"""
+STATION = 8  # the first channel of the second card
+
+
+def prepare(_bench):
+    (RECORDINGS / "log").mkdir()
+
+
+def refused(operation, times=1):
+    @contextmanager
+    def fault(bench):
+        bench.cards.do(f"fail {operation} {times}")
+        try:
+            yield
+        finally:
+            bench.cards.do(f"fail {operation} 0")
+
+    return fault
+
+
+def call_without_audio(bench):
+    """The card refuses to record: the call goes on without audio, and has its row."""
+    mark = bench.begin()
+    active = bench.daemon.active_call(1)
+    bench.wait_report("Error in SsmRecToMem: {text}", mark)
+    bench.end()
+    bench.daemon.finished_call(active["remoteid"])
+
+
+def call_that_the_card_goes_on_with(bench):
+    """The card refuses to stop: the file stays undecided and the row goes. The line's next call finds the card still
+    recording and has no audio; the one after it is whole."""
+    mark = bench.one_call()
+    path = bench.file_of(mark)
+    bench.wait_report("Error in SsmStopRecMem: simulated failure", mark)
+    wait_until("no row", lambda: rows("SELECT id FROM ActiveCalls") == [])
+    assert path.exists()
+    call_without_audio(bench)
+
+
+def incoming(bench):
+    """A call with a caller id and digits, which asks the card for both."""
+    bench.cards.do("ch 0 ring on", "ch 0 callerid 0301234567")
+    mark = bench.begin()
+    bench.file_of(mark)
+    bench.cards.do("ch 0 dtmf 12")
+    wait_until("audio", lambda: bench.recorded() >= BLOCK_BYTES)
+    bench.end()
+    bench.daemon.wait_line("[1] Call stops", mark)
+    sql("DELETE FROM CallerIDs WHERE callerid = '0301234567'")
+
+
+def at_the_telephone(bench):
+    """A call at a digital station, with digits."""
+    bench.cards.do(f"ch {STATION} offhook", f"ch {STATION} dtmf 12", f"ch {STATION} onhook", "wait handled")
+
+
+def trace(bench):
+    """A bit-stream trace of the station, from its order to its end."""
+    mark = bench.daemon.mark()
+    assert order(f"bittrace_start {STATION}") == "OK\n"
+    bench.daemon.wait_line("Starting bit stream tracing", mark)
+    assert order("bittrace_stop") == "OK\n"
+    bench.daemon.wait_line("Stopped bit stream tracing", mark)
+
+
+def trace_twice(bench):
+    """What the card was not told to end at the first trace ends with the second."""
+    trace(bench)
+    trace(bench)
+
+
+ROWS = [
+    Row(
+        "SsmRecToMem refused",
+        refused("SsmRecToMem"),
+        ["Error in SsmRecToMem: simulated failure"],
+        story=call_without_audio,
+    ),
+    Row(
+        "SsmStopRecToMem refused",
+        refused("SsmStopRecToMem"),
+        [
+            "Error in SsmStopRecMem: simulated failure",
+            "Error in SsmRecToMem: SsmRecToMem: channel 0 is being recorded",
+        ],
+        story=call_that_the_card_goes_on_with,
+    ),
+    Row(
+        "SsmWaitForEventA refused a hundred times",
+        refused("SsmWaitForEventA", "100 result -2"),  # -1 says that there was no event
+        ["Error in SsmWaitForEventA: simulated failure"],
+    ),
+    Row("SsmClearCallerId refused", refused("SsmClearCallerId", 3), story=incoming),
+    Row("SsmGetCallerIdA refused", refused("SsmGetCallerIdA"), story=incoming),
+    Row("SsmClearRxDtmfBuf refused", refused("SsmClearRxDtmfBuf", 3), story=incoming),
+    Row("SsmClearRxDtmfBuf refused at a station", refused("SsmClearRxDtmfBuf", 3), story=at_the_telephone),
+    Row("SsmGetLineVoltage refused", refused("SsmGetLineVoltage", 3), story=incoming),
+    Row("SsmGetChState refused", refused("SsmGetChState", 3), story=incoming),
+    Row("SsmClearR2callToneBuf refused", refused("SsmClearR2callToneBuf", 3), story=incoming),
+    Row("SsmStartRecBitFlow refused", refused("SsmStartRecBitFlow"), story=trace),
+    Row("SsmRecToFile refused", refused("SsmRecToFile"), story=trace),
+    Row("DTRSendRawData2A3 refused", refused("DTRSendRawData2A3", 2), story=trace),
+    Row("SsmStopRecBitFlow refused", refused("SsmStopRecBitFlow"), story=trace_twice),
+    Row("SsmStopRecToFile refused", refused("SsmStopRecToFile"), story=trace_twice),
+]
+
+
+@pytest.mark.parametrize("row", rows_of(ROWS))
+def test_fault(bench, row):
+    bench.run(row)
