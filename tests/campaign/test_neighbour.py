@@ -1,0 +1,212 @@
+"""A hostile neighbour: user nobody puts links, FIFOs and folders at every name that the daemon is about to open.
+
+/recordings is what a careless installation makes of it: everybody may write. A treasure lies outside, root's own;
+whatever becomes of a recording, the treasure is as it was after each row, no line goes deaf, and the next call is whole.
+"""
+
+import os
+import subprocess
+import time
+from contextlib import contextmanager
+from datetime import datetime
+from pathlib import Path
+
+import pytest
+
+from bench import RECORDINGS, Row, rows_of
+from harness import order
+
+CARDS = "card ATP8 1001 8"
+SETTINGS = {"o": {"Monitoring": "1"}}
+TREASURE = Path("/var/treasure")
+SECRET = TREASURE / "secret"
+SHARED = TREASURE / "shared"  # what nobody may write, he may also link to
+NOBODY = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"]
+SECONDS_AHEAD = 20
+TRACE_FILES = ("trace.wav", "trace.bit", "dch.log", "dmsg.log")
+SCRIPT = """
+import os, sys
+kind, target = sys.argv[1:3]
+for name in sys.stdin.read().split("\\n"):
+    try:
+        if kind == "link": os.symlink(target, name)
+        elif kind == "hardlink": os.link(target, name)
+        elif kind == "fifo": os.mkfifo(name)
+        elif kind == "folder": os.makedirs(name + "/in")
+    except OSError as error:
+        print(name, error, file=sys.stderr)
+"""
+
+
+def prepare(_bench):
+    TREASURE.mkdir(mode=0o711)
+    SECRET.write_text("nobody shall read this\n")
+    SECRET.chmod(0o600)
+    SHARED.write_text("everybody's\n")
+    SHARED.chmod(0o666)
+    RECORDINGS.chmod(0o777)
+    (RECORDINGS / "log").mkdir()
+    (RECORDINGS / "log").chmod(0o777)
+
+
+def treasure():
+    """All that a neighbour could want to change: names, owners, modes, contents."""
+    found = []
+    for path in sorted([TREASURE, *TREASURE.rglob("*")]):
+        status = path.lstat()
+        content = path.read_bytes() if path.is_file() else b""
+        found.append((str(path), status.st_mode, status.st_uid, content))
+    return found
+
+
+def as_nobody(kind, target, names):
+    """User nobody makes these names; those that he may not make are his loss."""
+    command = [*NOBODY, "/usr/bin/python3", "-c", SCRIPT, kind, str(target)]
+    subprocess.run(command, input="\n".join(map(str, names)), text=True, check=True, stderr=subprocess.DEVNULL)
+
+
+def names_to_come(bench, suffixes):
+    """The names of the recordings of line 1 that can begin within the next seconds."""
+    now = int(time.time())
+    found = []
+    for second in range(now, now + SECONDS_AHEAD):
+        moment = datetime.fromtimestamp(second)
+        folder = RECORDINGS / moment.strftime("%Y/%m/%d/%H")
+        for count in range(bench.calls_of_line_1 + 1, bench.calls_of_line_1 + 3):
+            name = f"{moment:%Y%m%d_%H%M%S}_001_{count % 100:02}"
+            found += [folder / (name + suffix) for suffix in suffixes]
+    return found
+
+
+def planted(kind, target, suffixes):
+    """The neighbour is there first."""
+
+    @contextmanager
+    def fault(bench):
+        before = treasure()
+        bench.calls_of_line_1 = count_of_last_call(bench)
+        names = names_to_come(bench, suffixes)
+        as_nobody(kind, target, names)
+        assert any(os.path.lexists(name) for name in names)
+        try:
+            yield
+            assert treasure() == before
+        finally:
+            for name in names:
+                if name.is_dir() and not name.is_symlink():
+                    subprocess.run(["rm", "-rf", name], check=True)
+                else:
+                    name.unlink(missing_ok=True)
+
+    return fault
+
+
+def count_of_last_call(bench):
+    text = "[1] Recording to file "
+    last = [line for line in bench.daemon.log_after(0) if line.startswith(text)][-1]
+    return int(Path(last[len(text) :]).name.split(".")[0].split("_")[3])
+
+
+@contextmanager
+def folder_is_a_link(_bench):
+    """The folder of the hour is a link into the treasure."""
+    before = treasure()
+    folder = RECORDINGS / datetime.now().strftime("%Y/%m/%d/%H")
+    aside = RECORDINGS / "aside"
+    script = f"mv {folder} {aside} && ln -s {TREASURE} {folder}"
+    subprocess.run([*NOBODY, "sh", "-c", script], check=False)
+    was_moved = aside.exists()
+    try:
+        yield
+        assert treasure() == before
+    finally:
+        if was_moved:
+            subprocess.run(["rm", "-rf", folder], check=True)
+            aside.rename(folder)
+
+
+def swapped_in_mid_call(bench):
+    """A running recording is renamed, and a link to the secret put in its place."""
+    before = treasure()
+    mark = bench.begin()
+    path = bench.file_of(mark)
+    bench.wait_blocks(path)
+    script = f"mv {path} {path}.mine; ln -s {SECRET} {path}"
+    subprocess.run([*NOBODY, "sh", "-c", script], check=True)
+    assert path.is_symlink()
+    bench.end()
+    bench.settle()
+    assert treasure() == before
+    path.unlink(missing_ok=True)
+
+
+def others_go_on(bench):
+    """While line 1 meets the neighbour, line 2 is recorded whole."""
+    mark = bench.begin()
+    bench.daemon.wait_line("[1] Starting recording", mark)
+    bench.clean_call(channel=1)
+    bench.end()
+    bench.daemon.wait_line("[1] Call stops", mark)
+
+
+def planted_for_a_trace(kind, target):
+    @contextmanager
+    def fault(_bench):
+        before = treasure()
+        names = [RECORDINGS / "log" / name for name in TRACE_FILES]
+        for name in names:
+            name.unlink(missing_ok=True)
+        as_nobody(kind, target, names)
+        try:
+            yield
+            assert treasure() == before
+        finally:
+            for name in names:
+                subprocess.run(["rm", "-rf", name], check=True)
+
+    return fault
+
+
+def trace(bench):
+    mark = bench.daemon.mark()
+    assert order("bittrace_start 0") == "OK\n"
+    bench.daemon.wait_line("Starting bit stream tracing", mark)
+    assert order("bittrace_stop") == "OK\n"
+    bench.daemon.wait_line("Stopped bit stream tracing", mark)
+
+
+@contextmanager
+def nothing(_bench):
+    yield
+
+
+REFUSED = "C-api error at OpenAudioFile: {text}"
+ANY_REFUSED = "C-api error at {text}: {text}"
+COPIES = [".wav.raw", ".wav.info"]
+ROWS = [
+    Row(f"{what} at the names of recordings", planted(kind, target, [".wav"]), may=[REFUSED], story=others_go_on)
+    for what, kind, target in (
+        ("links", "link", SECRET),
+        ("links to a file to come", "link", TREASURE / "new"),
+        ("hard links", "hardlink", SHARED),
+        ("FIFOs", "fifo", "-"),
+        ("folders", "folder", "-"),
+    )
+]
+ROWS += [
+    Row(f"{what} at the names of live copies", planted(kind, target, COPIES), may=[ANY_REFUSED], story=others_go_on)
+    for what, kind, target in (("links", "link", SECRET), ("FIFOs", "fifo", "-"), ("folders", "folder", "-"))
+]
+ROWS += [
+    Row("the folder of the hour is a link", folder_is_a_link, may=[REFUSED]),
+    Row("a link in the place of a running recording", nothing, story=swapped_in_mid_call),
+]
+ROWS += [
+    Row(f"{what} at the names of a trace", planted_for_a_trace(kind, target), may=[ANY_REFUSED], story=trace)
+    for what, kind, target in (("links", "link", SECRET), ("FIFOs", "fifo", "-"), ("folders", "folder", "-"))
+]
+
+
+@pytest.mark.parametrize("row", rows_of(ROWS))
+def test_neighbour(bench, row):
+    bench.run(row)
