@@ -1,5 +1,6 @@
-"""A busy day: lines of every kind whose calls begin and end all the time, each carrying a sound that is known byte by byte,
-and tools for conversion and encryption that keep what a check needs. And the checks: is this file that recording, whole?
+"""A busy day: lines of every kind whose calls begin and end all the time, each carrying a sound that is known byte by
+byte, and tools for conversion and encryption that keep what a check needs. And the checks: is this file that recording,
+whole?
 
 A mode is what the daemon reads at its start: encoding, stereo, and where clear audio lies while it is being encrypted.
 """
@@ -245,6 +246,12 @@ class Cards:
     def close(self):
         self.replies.close()
         self.socket.close()
+
+
+def recorded(cards, line):
+    """The bytes that a line's recording has brought so far."""
+    channel = next(text for text in cards.do("status") if text.startswith(f"ch={line - 1} "))
+    return int(channel.split("recorded=")[1].split()[0])
 
 
 def begin(line, number):

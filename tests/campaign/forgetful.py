@@ -1,5 +1,5 @@
-"""A disk that forgets what was not synced: a FUSE file system in memory that also tells, for each moment, what a machine
-would find on it if the power went right then.
+"""A disk that forgets what was not synced: a FUSE file system in memory that also tells, for each moment, what a
+machine would find on it if the power went right then.
 
     python3 forgetful.py DIR JOURNAL
 
@@ -277,7 +277,9 @@ class ForgetfulDisk(fuse.Operations):
         return 0
 
     def statfs(self, path):
-        return {"f_bsize": 4096, "f_frsize": 4096, "f_blocks": 1 << 20, "f_bfree": 1 << 19, "f_bavail": 1 << 19, "f_namemax": 255}
+        free = 1 << 19
+        blocks = {"f_bsize": 4096, "f_frsize": 4096, "f_blocks": 2 * free, "f_bfree": free, "f_bavail": free}
+        return {**blocks, "f_namemax": 255}
 
 
 def main():

@@ -25,7 +25,8 @@ import time
 from pathlib import Path
 
 from day import CARDS, CLEAR, MODES, ORIGINALS, WORK_ROOTS, BusyDay, Cards, Service
-from day import channels_of, expected_audio, header_lengths, install_tools, is_archived, is_final, is_whole, line_of, md5
+from day import channels_of, expected_audio, header_lengths, install_tools, is_archived, is_final, is_whole
+from day import line_of, md5
 from harness import AUDIO_BYTES_PER_S, BLOCK_BYTES, HEADER_BYTES, Daemon
 from harness import order, path_of, rows, store_settings, wait_until
 
@@ -107,7 +108,8 @@ class Left:
         return self.sources[name].with_name(name)
 
     def archive(self, name):
-        return path_of({"directory": self.sources[name].parent.relative_to(WORK_ROOTS[self.mode.secrecy]), "filename": name})
+        root = WORK_ROOTS[self.mode.secrecy]
+        return path_of({"directory": self.sources[name].parent.relative_to(root), "filename": name})
 
     def is_safe(self, name):
         """Whether the stopped recording is whole in one of its places."""
@@ -168,8 +170,9 @@ def check_settled(settled):
 # -- lives -----------------------------------------------------------------------------------------------------------
 
 
-def check_left(daemon, mode, settled, told):
-    left = Left(daemon.log_after(0), mode)
+def check_left(lines, mode, settled, told):
+    """Holds all recordings that these lines of the log tell of, and those of earlier lives, against the rules above."""
+    left = Left(lines, mode)
     kept = check_calls(left.sources, mode)
     check_settled(settled)
     settled.update(kept)
@@ -217,9 +220,9 @@ def live(rng, mode, settled, told):
         cards.close()
         assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
         if told["late_bytes"]:
-            told["moment"] = "late"  # the machine was too slow to hear it all: there is no telling what files should hold
+            told["moment"] = "late"  # the machine was too slow for its cards: no telling what files should hold
         else:
-            check_left(daemon, mode, settled, told)
+            check_left(daemon.log_after(0), mode, settled, told)
     except BaseException:
         print("\n".join(daemon.log_after(0)[-300:]))
         raise

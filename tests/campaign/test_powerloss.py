@@ -8,8 +8,8 @@ The recordings lie on the disk of forgetful.py, which tells after each operation
 what no fsync has named is not there. A trigger on Calls puts a mark between these operations, at the moment when a row
 is about to be committed. Held against each of these states:
 
-    A step of finishing (conversion, encryption) has its result on disk, whole, before what it was made from is removed or
-    overwritten, and from then on until the next step has.
+    A step of finishing (conversion, encryption) has its result on disk, whole, before what it was made from is removed
+    or overwritten, and from then on until the next step has.
     The recording is on disk as it goes into the archive before its row says so, and from then on.
 
 Audio in /dev/shm does not outlast a power loss, so there the first rule begins with what encryption writes to the disk.
@@ -23,7 +23,8 @@ from pathlib import Path
 
 import pytest
 
-from day import CARDS, CLEAR, DISK, MODES, WORK_ROOTS, Cards, Mode, Service, begin, end, install_tools, is_archived
+from day import CARDS, CLEAR, DISK, MODES, WORK_ROOTS, Cards, Mode, Service
+from day import begin, end, install_tools, is_archived, recorded
 from harness import AUDIO_BYTES_PER_S, RECORDINGS, Daemon, path_of, rows, sql, wait_until
 
 FORGET = Path("/forget")
@@ -162,11 +163,6 @@ def record(daemon, cards, rounds):
             if left:
                 cards.do(*end(line))
                 daemon.finished_call(active["remoteid"])
-
-
-def recorded(cards, line):
-    channel = next(text for text in cards.do("status") if text.startswith(f"ch={line - 1} "))
-    return int(channel.split("recorded=")[1].split()[0])
 
 
 def named(value):

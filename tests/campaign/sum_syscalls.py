@@ -1,0 +1,39 @@
+"""Sums up what the cases of script/syscalls have reported: python3 sum_syscalls.py REPORT.json..."""
+
+import collections
+import json
+import sys
+from pathlib import Path
+
+names = [Path(name) for name in sys.argv[1:]]
+cases = [json.loads(line) for name in names if name.exists() for line in name.read_text().splitlines()]
+met = [case for case in cases if case.get("met")]
+ends = collections.Counter(case["died"] for case in met if "died" in case)
+
+
+def count(condition):
+    return sum(1 for case in met if condition(case))
+
+
+def recordings(case):
+    return case["finished"] + case["running"] + sum(case["stopped"].values())
+
+
+print(f"  cases                               {len(cases)}")
+print(f"  met, that is the call came that far {len(met)}")
+if any("whole" in case for case in met):
+    print(f"  the call whole all the same         {count(lambda case: case.get('whole'))}")
+    print(f"  not whole, and told                 {count(lambda case: case.get('whole', True) < case.get('told', False))}")
+for name, number in ends.items():
+    print(f"  ended by {name:<26} {number}")
+if any("finished" in case for case in met):
+    print(f"  recordings looked at after the end  {sum(recordings(case) for case in met if 'finished' in case)}")
+late = sum(1 for case in cases if case.get("late"))
+if late:
+    print(f"  left out: machine too slow          {late}")
+for reason, number in collections.Counter(case["known"] for case in cases if case.get("known")).items():
+    print(f"  KNOWN {reason}: {number}")
+wrong = [case for case in cases if "wrong" in case and not case.get("known")]
+for case in wrong:
+    print(f"  FAILED {case['kind']} {case['case']}: {case['wrong']}")
+sys.exit(1 if wrong or not cases else 0)

@@ -1,0 +1,339 @@
+"""Each system call of one call fails once, each way; and the process is killed in each of them.
+
+    CAMPAIGN_SHARE    "3/40": the third of forty shares of all cases, dealt by the seed; default "1/250"
+    CAMPAIGN_SEED     default 1
+    CAMPAIGN_REPORT   a file that gets one JSON line a case
+
+A whole daemon runs in a sandbox, with real files and a real database. strace counts what the main thread, and what the
+threads behind it (service messages and workers), ask of the kernel during one call; then, call by call, it refuses the
+n-th such request of one thread with one of ERRORS, or kills the process in it. After each refusal
+
+    the daemon runs, and the next call on that line is whole, row and bytes;
+    the call itself is whole, or the log or err_crec.dat says that something went wrong;
+    every file of it that holds audio in the clear can be played.
+
+Two requests are refused less. close: by kills alone, as Linux closes the descriptor also when it reports an error, and
+strace does not. sendto: with what a live connection can answer, as after any other error the database's library waits
+for what the server has to say, and strace's server knows of nothing; script/faults ends real connections.
+After a kill the rules of test_crash.py hold.
+"""
+
+import json
+import os
+import random
+import re
+import signal
+import subprocess
+import zlib
+from dataclasses import dataclass
+from pathlib import Path
+
+import pytest
+
+from day import CARDS, CLEAR, MODES, ORIGINALS, WORK_ROOTS, Cards, Mode, Service
+from day import begin, end, install_tools, is_archived, is_whole, recorded
+from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, sql, wait_until
+from test_crash import ERROR_FILE, check_left, children_of
+
+SHARE = os.environ.get("CAMPAIGN_SHARE", "1/250")
+SEED = os.environ.get("CAMPAIGN_SEED", "1")
+REPORT = os.environ.get("CAMPAIGN_REPORT")
+
+FILE_CALLS = "openat write pwrite64 lseek close chmod fchmod fchmodat unlink unlinkat rename mkdir fsync".split()
+CALLS = [*FILE_CALLS, "clone", "clone3", "vfork", "sendto"]
+ERRORS = ["ENOSPC", "EIO", "EMFILE", "EINTR", "EAGAIN"]
+KILL = "KILL"
+ERRORS_OF = {"close": [], "sendto": ["EINTR", "EAGAIN"]}
+THREADS = {"main": slice(0, 1), "behind": slice(1, 4)}  # of the process, in the order in which they began
+AUDIO_BYTES = 4096
+TOLD = re.compile(r"error|fail|lost|not ", re.IGNORECASE)
+
+# Line kinds and modes, so that each kind, encoding and way of secrecy comes once.
+PAIRS = {
+    "analogue": (1, "gsm-clear"),
+    "station": (9, "mp3-disk"),
+    "trunk": (17, "alaw-stereo-clear"),
+    "secret": (1, "ulaw-stereo-memory"),
+}
+
+
+# What nothing tells of, still.
+KNOWN = {
+    r"nothing tells of \[.(write|pwrite64)\(\d+, .*, 4(, \d+)?\) ": "a length in the header that is not written",
+    r"nothing tells of \[.lseek\(": "a header that is not reached",
+    r"nothing tells of \[.(\d+ +)?unlink(at)?\(": "a source that is not removed",
+}
+
+
+def known_reason(wrong):
+    return next((reason for pattern, reason in KNOWN.items() if re.search(pattern, wrong)), None)
+
+
+# -- strace ----------------------------------------------------------------------------------------------------------
+
+
+class Trace:
+    """strace on some threads of a daemon, until it is closed."""
+
+    OUTPUT = Path("/tmp/strace")
+
+    def __init__(self, daemon, threads, *expressions):
+        tids = sorted(int(task.name) for task in Path(f"/proc/{daemon.pid}/task").iterdir())[THREADS[threads]]
+        places = [word for tid in tids for word in ("-p", str(tid))]
+        options = [word for expression in expressions for word in ("-e", expression)]
+        self.OUTPUT.unlink(missing_ok=True)
+        command = ["strace", "-o", self.OUTPUT, *options, *places]
+        self.process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True)
+        for _ in tids:
+            line = self.process.stderr.readline()
+            assert "attached" in line, line
+
+    def close(self):
+        """What it has written."""
+        self.process.send_signal(signal.SIGTERM)
+        self.process.communicate()
+        return self.OUTPUT.read_text()
+
+
+# -- one call --------------------------------------------------------------------------------------------------------
+
+
+def pass_call(daemon, cards, line, limit=60):
+    """A call with some audio in it, from begin to end. Waits for the rows no longer than `limit`."""
+    last = last_id()
+    cards.do(*begin(line, "0301234567"), f"wait recording {line - 1} timeout 20")
+    wait_until("some audio", lambda: not daemon.running or recorded(cards, line) >= AUDIO_BYTES)
+    cards.do(*end(line), "wait handled", f"wait stopped {line - 1} timeout 20")
+    try:
+        wait_until("row", lambda: rows(f"SELECT id FROM Calls WHERE id > {last}"), limit)
+    except AssertionError:
+        if limit > 10:
+            raise
+
+
+class Late(Exception):
+    """The machine was too slow for the cards, so there is no telling what a file should hold."""
+
+
+def not_late(cards):
+    if cards.overruns():
+        raise Late
+
+
+def no_children(daemon):
+    wait_until("end of the children", lambda: not children_of(daemon.pid))
+
+
+def last_id():
+    return rows("SELECT coalesce(max(id), 0) AS id FROM Calls")[0]["id"]
+
+
+def files():
+    return {path for root in {RECORDINGS, *WORK_ROOTS.values()} for path in root.rglob("*") if path.is_file()}
+
+
+def is_in_order(call, mode):
+    """Whether the recording of a row is whole. One that could not be converted may be there as it was written."""
+    path = path_of(call)
+    if not path.exists():
+        return False
+    data = path.read_bytes()
+    return is_archived(data, call["filename"], mode) or (mode.converts and is_whole(data, call["linenr"], mode))
+
+
+def check_plays(path, mode):
+    """A file in the clear that holds audio has a header by which it plays."""
+    data = path.read_bytes()
+    in_clear = path.suffix == ".g711" or (path.suffix == ".wav" and mode.secrecy == CLEAR)
+    if in_clear and len(data) > HEADER_BYTES:
+        assert subprocess.run(["/usr/bin/soxi", path], capture_output=True).returncode == 0, f"{path} does not play"
+
+
+# -- cases -----------------------------------------------------------------------------------------------------------
+
+
+@dataclass(frozen=True)
+class Case:
+    threads: str
+    call: str
+    number: int
+    fault: str
+
+    def __str__(self):
+        return f"{self.threads} {self.call} {self.number} {self.fault}"
+
+    @property
+    def expressions(self):
+        how = f"signal={KILL}" if self.fault == KILL else f"error={self.fault}"
+        return f"trace={self.call}", f"inject={self.call}:{how}:when={self.number}"
+
+
+def count_calls(daemon, cards, line, threads):
+    """How often each thread asks for each system call during one call, at most."""
+    trace = Trace(daemon, threads, f"trace={','.join(CALLS)}")
+    pass_call(daemon, cards, line)
+    no_children(daemon)
+    counts = {}
+    for text in trace.close().splitlines():
+        if found := re.match(r"(\d+)? *(\w+)\(", text):
+            counts.setdefault(found[2], {}).setdefault(found[1], []).append(text)
+    return {call: max(len(lines) for lines in by_thread.values()) for call, by_thread in counts.items()}
+
+
+def all_cases(daemon, cards, line, kills):
+    return [
+        Case(threads, call, number, fault)
+        for threads in THREADS
+        for call, count in count_calls(daemon, cards, line, threads).items()
+        for number in range(1, count + 1)
+        for fault in ([KILL] if kills else ERRORS_OF.get(call, ERRORS))
+    ]
+
+
+def share_of(cases, share, seed):
+    """The cases of this share, in an order of its own. Which share a case belongs to does not depend on the others."""
+    number, shares = (int(text) for text in share.split("/"))
+    mine = [case for case in cases if zlib.crc32(f"{seed} {case}".encode()) % shares == number - 1]
+    random.Random(seed).shuffle(mine)
+    return mine
+
+
+def refuse(daemon, cards, line, mode, case):
+    """One case. What became of the call."""
+    last, known = last_id(), files()
+    active = rows("SELECT id FROM ActiveCalls")
+    ERROR_FILE.unlink(missing_ok=True)
+    mark = daemon.mark()
+    trace = Trace(daemon, case.threads, *case.expressions)
+    try:
+        pass_call(daemon, cards, line, limit=3)
+    finally:
+        output = trace.close()
+    no_children(daemon)
+    assert daemon.running, "the daemon has gone"
+    calls = rows(f"SELECT * FROM Calls WHERE id > {last}")
+    new_files = files() - known
+    whole = len(calls) == 1 and len(new_files) == 1 and is_in_order(calls[0], mode)
+    whole = whole and rows("SELECT id FROM ActiveCalls") == active
+    not_late(cards)
+    told = ERROR_FILE.exists() or any(TOLD.search(text) for text in daemon.log_after(mark))
+    what = f"{len(calls)} rows, {sorted(map(str, new_files))}"
+    met = [text for text in output.splitlines() if "(INJECTED)" in text]
+    assert whole or told, f"nothing tells of {met}: {what}"
+    for path in new_files:
+        check_plays(path, mode)
+
+    last = last_id()
+    pass_call(daemon, cards, line)
+    calls = rows(f"SELECT * FROM Calls WHERE id > {last}")
+    not_late(cards)
+    assert len(calls) == 1 and is_in_order(calls[0], mode), f"the next call is not whole; this one: {what}"
+    return {"met": bool(met), "whole": whole, "told": told}
+
+
+def forget_files():
+    for path in files() | set(ORIGINALS.iterdir()):
+        path.unlink()
+
+
+def report(told):
+    if REPORT:
+        with open(REPORT, "a") as lines:
+            lines.write(json.dumps(told) + "\n")
+
+
+@pytest.fixture(scope="module", autouse=True)
+def appliance():
+    install_tools()
+    service = Service()
+    yield
+    service.stop()
+
+
+@pytest.fixture
+def quick_start(monkeypatch):
+    """Half seconds pass quickly, where the build has the library for it: the sanitizers' builds do not."""
+    library = BUILD / "tests" / "libfailing.so"
+    if library.exists():
+        monkeypatch.setenv("MORVEX_WRAPPER", f"env LD_PRELOAD={library}")
+
+
+def start(mode):
+    ERROR_FILE.unlink(missing_ok=True)
+    daemon = Daemon(CARDS, mode.settings).start()
+    daemon.wait_orders()
+    assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
+    return daemon, Cards()
+
+
+def mode_of(kind):
+    line, name = PAIRS[kind]
+    return line, next(mode for mode in MODES if str(mode) == name)
+
+
+def check_death(daemon, mode, mark, told):
+    """What a call leaves whose daemon has died since `mark`."""
+    no_children(daemon)
+    check_left(daemon.log_after(mark), mode, {}, told)
+
+
+def kill_in(daemon, cards, line, mode, case, told):
+    """One life that ends in a system call."""
+    mark = daemon.mark()
+    trace = Trace(daemon, case.threads, *case.expressions)
+    try:
+        pass_call(daemon, cards, line, limit=3)
+    except (OSError, AssertionError):
+        wait_until("death", lambda: not daemon.running)
+    trace.close()
+    told["met"] = not daemon.running
+    if daemon.running:  # this call has asked for less
+        daemon.kill()
+    check_death(daemon, mode, mark, told)
+
+
+@pytest.mark.parametrize("kind", PAIRS)
+def test_kills(kind, quick_start):
+    line, mode = mode_of(kind)
+    daemon, cards = start(mode)
+    wrong = []
+    for case in share_of(all_cases(daemon, cards, line, kills=True), SHARE, f"{SEED} {kind}"):
+        told = {"kind": kind, "case": str(case)}
+        try:
+            kill_in(daemon, cards, line, mode, case, told)
+        except AssertionError as error:
+            told["wrong"] = str(error).split("\n")[0]
+            wrong.append(f"{case}: {told['wrong']}")
+            daemon.kill()
+        report(told)
+        forget_files()
+        daemon, cards = start(mode)
+    assert daemon.stop() == 0
+    assert not wrong, "\n".join(wrong)
+
+
+@pytest.mark.parametrize("kind", PAIRS)
+def test_refusals(kind, quick_start):
+    line, mode = mode_of(kind)
+    daemon, cards = start(mode)
+    wrong = []
+    for case in share_of(all_cases(daemon, cards, line, kills=False), SHARE, f"{SEED} {kind}"):
+        told = {"kind": kind, "case": str(case)}
+        try:
+            told.update(refuse(daemon, cards, line, mode, case))
+        except Late:
+            told["late"] = True
+            daemon.kill()
+        except AssertionError as error:
+            told["wrong"] = str(error).split("\n")[0]
+            told["known"] = known_reason(told["wrong"])
+            if not told["known"]:
+                wrong.append(f"{case}: {told['wrong']}")
+            daemon.kill()
+        report(told)
+        if not daemon.running:  # what went wrong once says nothing of the next case
+            daemon, cards = start(mode)
+        forget_files()
+    cards.close()
+    assert daemon.stop() == 0
+    assert not wrong, "\n".join(wrong)
