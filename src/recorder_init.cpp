@@ -17,6 +17,7 @@
 #include "filedir.h"
 #include "logging.h"
 #include "mainthread.h"
+#include "plainfile.h"
 #include "recorder_boards.h"
 #include "recorder_boot.h"
 #include "recorder_cluster.h"
@@ -29,6 +30,7 @@ constexpr int SERIAL_BUF_BYTES = 50;
 // Working areas of recordings that are encrypted in the end: a memory disk that the appliance provides, or the disk.
 constexpr const char* WORK_ROOT_MEMORY = "/dev/shm/morvex";
 constexpr const char* WORK_ROOT_DISK = "/recordings/rectmp";
+constexpr mode_t WORK_ROOT_MODE = 0700;
 
 constexpr WORD ALL_EVENTS = 0xffff;
 constexpr int ALL_CHANNELS = -1;
@@ -110,7 +112,9 @@ void CRecorder::ChooseRecordingRoot() {
     return;
   }
   strRecordingRoot = WORK_ROOT_DISK;
-  (void)mkdir(WORK_ROOT_DISK, 0700);  // mostly there already; when it cannot be made, opening recordings reports it
+  // Mostly there already; when it cannot be made, opening recordings reports it.
+  if (mkdir(WORK_ROOT_DISK, WORK_ROOT_MODE) == 0 || OpenFolder(WORK_ROOT_DISK).IsOpen()) return;
+  (void)fchmod(MakeFolders(WORK_ROOT_DISK).Get(), WORK_ROOT_MODE);  // a neighbour's link makes way
 }
 
 void CRecorder::LoadEncoding() {

@@ -1,7 +1,9 @@
 // Tests of the way from settings to a running recorder: fields, channels, events, and reloading.
 // This program stands in front of SsmSetEvent, to see the record that goes to the library and to fail a chosen call.
 #include <dlfcn.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -374,9 +376,23 @@ TEST_F(InitTest, WorkingAreaFollowsTwoOptions) {
 
 TEST_F(InitTest, WorkingAreaThatCannotBeMadeStopsNothing) {
   WriteTestFile(REC_TMP, "");
+  ASSERT_EQ(mount(REC_TMP, REC_TMP, nullptr, MS_BIND, nullptr), 0);  // such a name cannot be taken away
   rBoot.rConfigsO = {{"ALE", "1"}, {"AleDisk", "1"}};
   EXPECT_EQ(rRecorder.InitRecorder(), 0);
   EXPECT_EQ(rRecorder.strRecordingRoot, REC_TMP);
+  ASSERT_EQ(umount(REC_TMP), 0);
+}
+
+TEST_F(InitTest, WorkingAreaIsNoLinksTarget) {
+  ASSERT_EQ(mkdir("/tmp/foreign", 0755), 0);
+  ASSERT_EQ(symlink("/tmp/foreign", REC_TMP), 0);
+  rBoot.rConfigsO = {{"ALE", "1"}, {"AleDisk", "1"}};
+  EXPECT_EQ(rRecorder.InitRecorder(), 0);
+  struct stat rStat;
+  ASSERT_EQ(lstat(REC_TMP, &rStat), 0);
+  EXPECT_EQ(rStat.st_mode, static_cast<mode_t>(S_IFDIR | 0700));
+  ASSERT_EQ(stat("/tmp/foreign", &rStat), 0);
+  EXPECT_EQ(rStat.st_mode, static_cast<mode_t>(S_IFDIR | 0755));
 }
 
 // -- reloadable settings ----------------------------------------------------------------------------------------------
