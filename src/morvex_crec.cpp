@@ -172,7 +172,7 @@ ETryResult TryFindCards(TRecorderBoot& rBoot, time_t rStartTime, int iWantedCard
 
 void StartApiLog(TRecorderBoot& rBoot) {
   if (TextToLong(rBoot.GetOSetting("TdmLogApi")) == 0) return;
-  (void)mkdir(API_LOG_DIR, 0777);  // it may exist
+  EnsurePath(API_LOG_DIR);
   (void)SsmSetLogAttribute(API_LOG_CREATE_PERIOD, API_LOG_MAX_KEEP, API_LOG_MAX_PERIOD, API_LOG_DIR);
 }
 

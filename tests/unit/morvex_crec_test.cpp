@@ -453,6 +453,17 @@ TEST_F(RunTest, ApiLogIsSwitchedOnBySetting) {
   (void)rmdir("/recordings/log");
 }
 
+TEST_F(RunTest, ApiLogFollowsNoLink) {
+  InstallCard();
+  Set("o", {{"TdmLogApi", "1"}});
+  ASSERT_EQ(symlink("/tmp", "/recordings/log"), 0);
+  (void)Run();
+  struct stat rStat {};
+  ASSERT_EQ(lstat("/recordings/log", &rStat), 0);
+  EXPECT_TRUE(S_ISDIR(rStat.st_mode));
+  (void)rmdir("/recordings/log");
+}
+
 TEST_F(RunTest, FailedInitRecorderIsANormalEnd) {
   InstallCard();
   simcards::FailNext("SsmSetEvent", 1, -1, "no events");
