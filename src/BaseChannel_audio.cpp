@@ -43,6 +43,9 @@ constexpr int FULL_SCALE_DB = 70;
 constexpr double ROUNDING_DB = 0.5;      // what is left is cut towards zero, so levels below 0 round up
 constexpr int QUIET_WINDOWS_FORGET = 2;  // more quiet windows than these in a row forget the loud ones
 constexpr int ZERO_BYTES_TOLERATED = 50;
+// What failed, as the log has it.
+constexpr const char* WRITE_RECORDING = "Write to recording file";
+constexpr const char* WRITE_MONITORING = "Write to monitoring recording file";
 
 // -- files ------------------------------------------------------------------------------------------------------------
 
@@ -53,8 +56,9 @@ FILE* OpenUnbuffered(const std::string& strName) {
   return hFile;
 }
 
-void CloseIfOpen(FILE*& hFile) {
-  if (hFile != nullptr) (void)fclose(hFile);  // unbuffered: nothing is left that could fail to be written
+// Nothing is held back here, but a file of a network may tell only now that it could not be written.
+void CloseIfOpen(FILE*& hFile, const char* acWhere) {
+  if (hFile != nullptr && fclose(hFile) != 0) LogCapiError(acWhere);
   hFile = nullptr;
 }
 
@@ -210,9 +214,9 @@ void BaseChannel::WriteBuf(const BYTE* buf, int len) {
   if (fCalcLoudness) MeasureLoudness(buf, len);
 
   const std::size_t uiLen = static_cast<std::size_t>(len);
-  if (!WriteAll(hAudioFile, buf, uiLen)) LogCapiError("Write to recording file");
+  if (!WriteAll(hAudioFile, buf, uiLen)) LogCapiError(WRITE_RECORDING);
   if (prRecorder->fMonitoring && hRawFile != nullptr) {
-    if (!WriteAll(hRawFile, buf, uiLen)) LogCapiError("Write to monitoring recording file");
+    if (!WriteAll(hRawFile, buf, uiLen)) LogCapiError(WRITE_MONITORING);
     (void)fflush(hRawFile);
   }
   // Counted after a failed write as well, so that the lengths stay true to the call. Unsigned, since an endless call on
@@ -222,7 +226,7 @@ void BaseChannel::WriteBuf(const BYTE* buf, int len) {
 
 void BaseChannel::OpenAudioFile() {
   UpdateAudioFileHeader();  // of a recording that the driver refused to stop
-  CloseIfOpen(hAudioFile);
+  CloseIfOpen(hAudioFile, WRITE_RECORDING);
   hAudioFile = OpenUnbuffered(strFullFilename);
   if (hAudioFile == nullptr) {
     LogCapiError("OpenAudioFile");
@@ -237,7 +241,7 @@ void BaseChannel::OpenAudioFile() {
   // A full disk may have room later: the audio leaves the place of the header free.
   if (!fHeaderWritten && fseek(hAudioFile, WAV_HEADER_BYTES, SEEK_SET) != 0) {
     LogCapiError("OpenAudioFile");
-    CloseIfOpen(hAudioFile);
+    CloseIfOpen(hAudioFile, WRITE_RECORDING);
     return;
   }
   OpenRawFile();
@@ -245,7 +249,7 @@ void BaseChannel::OpenAudioFile() {
 
 void BaseChannel::CloseAudioFile() {
   UpdateAudioFileHeader();
-  CloseIfOpen(hAudioFile);
+  CloseIfOpen(hAudioFile, WRITE_RECORDING);
   CloseRawFile();
 }
 
@@ -270,7 +274,7 @@ void BaseChannel::UpdateAudioFileHeader() {
 
 void BaseChannel::OpenRawFile() {
   if (!prRecorder->fMonitoring) return;
-  CloseIfOpen(hRawFile);  // as in OpenAudioFile
+  CloseIfOpen(hRawFile, WRITE_MONITORING);  // of a recording that the driver refused to stop
   hRawFile = OpenUnbuffered(strFullFilenameFinal + ".raw");
   if (FILE* hInfoFile = OpenFileAnew(strFullFilenameFinal + ".info"); hInfoFile != nullptr) {
     // One channel also for a stereo recording: listeners know the file like that.
@@ -280,7 +284,7 @@ void BaseChannel::OpenRawFile() {
 }
 
 void BaseChannel::CloseRawFile() {
-  if (prRecorder->fMonitoring) CloseIfOpen(hRawFile);
+  if (prRecorder->fMonitoring) CloseIfOpen(hRawFile, WRITE_MONITORING);
 }
 
 void BaseChannel::OnRecordingData(const void* pData, unsigned int uiLen) {

@@ -82,13 +82,14 @@ const Texts NOTHING;
 constexpr int RING = 4096;
 using testtools::NoMoreDescriptors;
 
-// From now on this process cannot set the place of a file behind so many bytes.
-void RefuseSeeksBehind(unsigned uiBytes) {
+// From now on a system call fails in this process when one of its arguments, counted from 0, is above a bound.
+void Refuse(unsigned uiSystemCall, unsigned uiArgument, unsigned uiBound) {
+  const auto uiOffset = static_cast<unsigned>(offsetof(seccomp_data, args) + uiArgument * sizeof(__u64));
   sock_filter rFilter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_lseek, 0, 3),
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
-      BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, uiBytes, 0, 1),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, uiSystemCall, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, uiOffset),
+      BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, uiBound, 0, 1),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
@@ -347,7 +348,7 @@ TEST_F(BaseChannelAudio, HeaderUpdateMovesNoAudioWhenSeekingFails) {
   if (iChild == 0) {
     Record();
     HearOwn(strAudio.substr(0, 2048));
-    RefuseSeeksBehind(WAV_HEADER);
+    Refuse(SYS_lseek, 1, WAV_HEADER);
     Seconds(5);
     HearOwn(strAudio.substr(2048));
     Seconds(5);
@@ -357,6 +358,24 @@ TEST_F(BaseChannelAudio, HeaderUpdateMovesNoAudioWhenSeekingFails) {
   ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
   ASSERT_TRUE(WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGKILL);
   ExpectSame(Wav(6, 1, strAudio), ReadTestFile(FILE_1));
+}
+
+TEST_F(BaseChannelAudio, FileThatTellsAtItsCloseThatItWasNotWrittenIsReported) {
+  const pid_t iChild = fork();
+  ASSERT_NE(-1, iChild);
+  if (iChild == 0) {
+    rRecorder.fMonitoring = true;
+    Record();
+    Refuse(SYS_close, 0, STDERR_FILENO);
+    OnHook();
+    const Texts astrExpected = {"5 [7] Call stops", "5 [7] Recording stopped (0 s)",
+                                "3 C-api error at Write to recording file: Input/output error",
+                                "3 C-api error at Write to monitoring recording file: Input/output error"};
+    _exit(Log() == astrExpected ? 0 : 1);
+  }
+  int iStatus = 0;
+  ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
+  EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0);
 }
 
 TEST_F(BaseChannelAudio, KilledProcessLeavesAFileThatPlaysUpToTheLastHeader) {
