@@ -28,6 +28,10 @@ SOURCES = [
         'lg(f ? LOG_ERR : LOG_WARNING, f ? "Bell broken" : "Bell lost");',
         'nothing on "Bell lost" of line.cpp',
     ),
+    ("the place of a failed system call", 'LogCapiError("Ring bell");', 'nothing on "Ring bell" of line.cpp'),
+    ("the place of a failed driver call", 'LogSsmError("SsmRing");', 'nothing on "SsmRing" of line.cpp'),
+    ("what the error file alone gets", 'WriteErrCrec("No bell");', 'nothing on "No bell" of line.cpp'),
+    ("one of these that is told", 'LogCapiError("Bell broken");', ""),
     ("a line of a lower level", 'lg(LOG_NOTICE, "Bell rings");', ""),
 ]
 
