@@ -245,6 +245,18 @@ TEST_F(BaseChannelAudio, FileThatCannotBeOpenedIsReportedOnceAndTheAudioDropped)
   EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (5 s)"}), Log());
 }
 
+TEST_F(BaseChannelAudio, FolderThatCannotBeMadeIsReportedByTheFileAlone) {
+  WriteTestFile("/tmp/taken", "foreign");
+  rRecorder.strRecordingRoot = "/tmp/taken";
+  OffHook();
+  EXPECT_EQ((Texts{"5 [7] Call starts", "5 [7] Outgoing call", "5 [7] Starting recording",
+                   "3 C-api error at OpenAudioFile: Not a directory",
+                   "5 [7] Recording to file /tmp/taken/2024/01/31/14/20240131_142345_007_01.wav"}),
+            Log());
+  OnHook();
+  EXPECT_EQ("foreign", ReadTestFile("/tmp/taken"));
+}
+
 TEST_F(BaseChannelAudio, NextRecordingGivesBackTheFilesThatTheOneBeforeLeftOpen) {
   rRecorder.fMonitoring = true;
   const int iBefore = OpenDescriptors();

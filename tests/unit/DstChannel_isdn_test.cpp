@@ -572,6 +572,18 @@ TEST_F(DstChannelIsdn, MissedCallOfARecordHasTheSameRow) {
   EXPECT_EQ("1005", Kept("localcontact"));
 }
 
+TEST_F(DstChannelIsdn, MissedCallThatCannotBeStoredIsOnlyTold) {
+  Init("ISDN", {{"MissedCalls", "1"}});
+  Text(ALERTING, "0301234\n22", 1);
+  ForgetTraces();
+  rRecorder.rDatabase.fDown = true;
+  Text(ABANDONED, "");
+  EXPECT_EQ((Texts{"5 [5] BRI call abandoned", "5 [5] Missed call!"}), Log());
+  rRecorder.rDatabase.fDown = false;
+  Text(ABANDONED, "");  // the ring is still that of this call
+  EXPECT_EQ(1U, KeptRows());
+}
+
 TEST_F(DstChannelIsdn, OnlyAMissedCallThatRangIsWritten) {
   struct Row {
     const char* acLabel;
