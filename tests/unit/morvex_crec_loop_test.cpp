@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,6 +24,18 @@
 
 using testtools::Await;
 using testtools::Exists;
+
+namespace {
+
+std::function<void(DWORD, const SSM_EVENT&)> OnWaitForEvent;  // main thread only
+
+}  // namespace
+
+// Shows how the loop asks the driver.
+extern "C" int SsmWaitForEventA(DWORD dwTimeOut, PSSM_EVENT pEvent) {
+  if (OnWaitForEvent) OnWaitForEvent(dwTimeOut, *pEvent);
+  return reinterpret_cast<decltype(SsmWaitForEventA)*>(dlsym(RTLD_NEXT, "SsmWaitForEventA"))(dwTimeOut, pEvent);
+}
 
 namespace {
 
@@ -173,6 +186,26 @@ TEST_F(LoopTest, EventReachesItsChannelWithItsData) {
     EXPECT_TRUE(AwaitNote("some data"));
   });
   EXPECT_EQ(rDiary.Notes(), Texts({"ready", "event 12", "some data", "finalize"}));
+}
+
+TEST_F(LoopTest, EachWaitIsForAFifthOfASecondWithAnEmptyRecord) {
+  int iWaits = 0;
+  OnWaitForEvent = [&iWaits](DWORD dwTimeOut, const SSM_EVENT& rEvent) {
+    iWaits++;
+    EXPECT_EQ(dwTimeOut, 200u);
+    EXPECT_EQ(rEvent.wEventCode, 0);
+    EXPECT_EQ(rEvent.nReference, 0);
+    EXPECT_EQ(rEvent.dwParam | rEvent.dwSubReason | rEvent.dwXtraInfo | rEvent.dwDataLength, 0u);
+    EXPECT_EQ(*static_cast<const char*>(rEvent.pvBuffer), 0);
+    EXPECT_EQ(rEvent.dwBufferLength, 1024u);
+  };
+  AtStart([this](CRecorder&) {
+    prChannel->rOnEvent = [this](SSM_EVENT*) { fAppTerminate = rDiary.Count("event 12") == 2; };
+    for (int i = 0; i < 2; i++) simcards::PushEvent(E_CHG_RcvDTMF, DIARY_CH, 1, 2, 3, "some data");
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  OnWaitForEvent = nullptr;
+  EXPECT_EQ(iWaits, 4);  // two passes without an event, for the actions of the start
 }
 
 TEST_F(LoopTest, NoEventNoSignOfLife) {
