@@ -13,6 +13,11 @@ namespace {
 constexpr const char* SECURE_DELETE_MARKER = "/var/morvex/conf/opt_secure_delete";  // only its presence counts
 constexpr int READ_BYTES = 100;  // a piece ends at a line end or here; a NUL hides the rest of its piece alone
 
+// A link leads elsewhere, and the bytes of a file with a second name may be somebody else's.
+bool MayBeOverwritten(const struct stat& rStat) {
+  return S_ISREG(rStat.st_mode) && rStat.st_nlink == 1;
+}
+
 }  // namespace
 
 void EnsurePath(const std::string& strPath) {
@@ -46,8 +51,10 @@ std::string StdGetFileContent(const std::string& strFileName) {
 // as failed both ways.
 bool DeleteFn(const char* pathname) {
   if (pathname == nullptr) return false;
-  if (!file_exists(SECURE_DELETE_MARKER)) return unlink(pathname) == 0;
-  if (!file_exists(pathname)) return false;
+  struct stat rStat {};
+  if (!file_exists(SECURE_DELETE_MARKER)) return RemoveName(pathname);
+  if (!LookAt(pathname, rStat)) return false;
+  if (!MayBeOverwritten(rStat)) return RemoveName(pathname);
   (void)execCmd("shred -u " + escapeShellArg(pathname));  // the look at the file tells more than the tool's status
-  return !file_exists(pathname);
+  return !LookAt(pathname, rStat);
 }

@@ -24,4 +24,5 @@ bool file_exists(const std::string& strFileName);
 // The text of a file; empty when it cannot be opened. For text files: a NUL cuts the piece that holds it.
 std::string StdGetFileContent(const std::string& strFileName);
 // Removes a file, with "shred" when /var/morvex/conf/opt_secure_delete exists. True when the file is gone by this call.
+// What is no regular file, or has a second name, is only unlinked.
 bool DeleteFn(const char* pathname);

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -215,6 +214,16 @@ Descriptor OpenPlain(const char* acPath, int iAccess) {
 bool MakeWay(const char* acPath) {
   Walk rWalk(acPath);
   return rWalk.ToLastName() && MakeWayAt(rWalk.Folder(), rWalk.Name());
+}
+
+bool LookAt(const char* acPath, struct stat& rStat) {
+  Walk rWalk(acPath);
+  return rWalk.ToLastName() && fstatat(rWalk.Folder(), rWalk.Name(), &rStat, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool RemoveName(const char* acPath) {
+  Walk rWalk(acPath);
+  return rWalk.ToLastName() && unlinkat(rWalk.Folder(), rWalk.Name(), 0) == 0;
 }
 
 Descriptor OpenFolder(const char* acPath) {

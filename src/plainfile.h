@@ -8,6 +8,8 @@
 // Opening never waits for a FIFO's other end, and what is opened is closed on exec.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <string>
 
@@ -42,6 +44,10 @@ Descriptor OpenPlain(const char* acPath, int iAccess);
 // Frees a name for a tool that opens it by itself: a plain file stays, all else goes. A folder with something in it
 // keeps that under another name beside. True when the name is free or a plain file's.
 bool MakeWay(const char* acPath);
+// What stands under a name, itself and not what it leads to. False when nothing does or its folders do not open.
+bool LookAt(const char* acPath, struct stat& rStat);
+// Removes a name, and nothing that it leads to. A folder stays; false then, and for a name that is not there.
+bool RemoveName(const char* acPath);
 // An open folder; fsync takes it.
 Descriptor OpenFolder(const char* acPath);
 // The same, with mode 0777 for each folder of the path that was missing. What stands in place of one below a shared
