@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "durable.h"
 #include "filedir.h"
 #include "fstring.h"
 #include "logging.h"
@@ -165,9 +166,7 @@ void PutInPlace(const std::string& strNew, const std::string& strPath) {
     (void)unlink(strNew.c_str());
     return;
   }
-  const size_t iSlash = strPath.rfind('/');
-  const Descriptor rFolder = OpenFolder(iSlash == std::string::npos ? "." : strPath.substr(0, iSlash + 1).c_str());
-  (void)fsync(rFolder.Get());  // without it a power cut can still bring the old file back, whole
+  (void)SyncNames(strPath);  // when that is refused, a power cut can still bring the old file back, whole
 }
 
 }  // namespace
