@@ -226,6 +226,13 @@ bool RemoveName(const char* acPath) {
   return rWalk.ToLastName() && unlinkat(rWalk.Folder(), rWalk.Name(), 0) == 0;
 }
 
+bool MoveTo(const char* acFrom, const char* acTo) {
+  Walk rFrom(acFrom);
+  Walk rTo(acTo);
+  return rFrom.ToLastName() && rTo.ToLastName() &&
+         renameat2(rFrom.Folder(), rFrom.Name(), rTo.Folder(), rTo.Name(), RENAME_NOREPLACE) == 0;
+}
+
 Descriptor OpenFolder(const char* acPath) {
   return Walk(acPath).ToEnd(EnterFolder);
 }

@@ -48,6 +48,8 @@ bool MakeWay(const char* acPath);
 bool LookAt(const char* acPath, struct stat& rStat);
 // Removes a name, and nothing that it leads to. A folder stays; false then, and for a name that is not there.
 bool RemoveName(const char* acPath);
+// Gives a file another name, also in another folder of its disk. Replaces nothing: EEXIST when the new name is taken.
+bool MoveTo(const char* acFrom, const char* acTo);
 // An open folder; fsync takes it.
 Descriptor OpenFolder(const char* acPath);
 // The same, with mode 0777 for each folder of the path that was missing. What stands in place of one below a shared

@@ -264,6 +264,45 @@ TEST_F(PlainFile, WayIsMadeForATool) {
   }
 }
 
+TEST_F(PlainFile, LookSeesTheNameItself) {
+  struct stat rStat {};
+  EXPECT_FALSE(LookAt(NAME.c_str(), rStat));
+  EXPECT_EQ(ENOENT, errno);
+  fs::create_symlink(SECRET, NAME);
+  EXPECT_TRUE(LookAt(NAME.c_str(), rStat));
+  EXPECT_TRUE(S_ISLNK(rStat.st_mode));
+  fs::create_directory_symlink("/tmp/private", "/recordings/way");
+  EXPECT_FALSE(LookAt("/recordings/way/secret", rStat));
+}
+
+TEST_F(PlainFile, RemovedNameLeavesWhatItLeadsTo) {
+  for (const Obstacle& rRow : OBSTACLES) {
+    SCOPED_TRACE(rRow.acLabel);
+    fs::remove_all(NAME);
+    rRow.Put(NAME);
+    const bool fFolder = S_ISDIR(Look(NAME).st_mode);
+    EXPECT_EQ(!fFolder, RemoveName(NAME.c_str()));
+    EXPECT_EQ(fFolder, fs::exists(fs::symlink_status(NAME)));
+    ExpectSecretIsUntouched();
+  }
+  fs::create_directory_symlink("/tmp/private", "/recordings/way");
+  EXPECT_FALSE(RemoveName("/recordings/way/secret"));
+  ExpectSecretIsUntouched();
+}
+
+TEST_F(PlainFile, MovedFileReplacesNone) {
+  WriteTestFile(NAME, "text");
+  WriteTestFile("/recordings/taken", "other");
+  EXPECT_FALSE(MoveTo(NAME.c_str(), "/recordings/taken"));
+  EXPECT_EQ(EEXIST, errno);
+  EXPECT_TRUE(MoveTo(NAME.c_str(), "/recordings/free"));
+  EXPECT_EQ("text", ReadTestFile("/recordings/free"));
+  EXPECT_EQ("other", ReadTestFile("/recordings/taken"));
+  fs::create_directory_symlink("/tmp/private/folder", "/recordings/way");
+  EXPECT_FALSE(MoveTo("/recordings/free", "/recordings/way/free"));
+  ExpectSecretIsUntouched();
+}
+
 // -- folders ----------------------------------------------------------------------------------------------------------
 
 TEST_F(PlainFile, MissingFoldersAreMadeForAll) {
