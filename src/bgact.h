@@ -57,14 +57,20 @@ class AudioConvAct : public ThreadAct {
  private:
   // -- on a worker --
   void Convert();
-  void ConvertToGsm();
-  void ConvertToMp3();
-  void ReplaceSource() const;
+  // Each true when the final file holds the whole recording.
+  bool ConvertToGsm();
+  bool ConvertToMp3();
+  void ReplaceSource(bool fWhole);
+  void RescueSource();
+  void Encrypt();
+  void ReportLoss();
   void AddCheckSum();
   // -- on the main thread --
   void MergeCarryOver(const StdStringMap& rCarryOver);
   void MoveToCalls();
   void KeepActive();
+
+  bool fLost = false;  // has been told
 };
 
 // A message to the service socket that the main thread does not wait for.

@@ -1,19 +1,26 @@
 // Finishing a recording. The worker part is a row of external commands on files, none of which stops the next one: a
-// call whose audio could not be converted, checked or encrypted still gets its row. The main part moves the row, and
-// takes along what the web side has added to it while the call ran and the worker worked.
+// call whose audio could not be converted, checked or encrypted still gets its row. What a command has made is on disk
+// before its source is deleted, and before the row says so. A command follows whatever stands under the names that it
+// is given, and others can write in these folders: so none is run on what is not a plain file of our own. The main part
+// moves the row, and takes along what the web side has added to it while the call ran and the worker worked.
 #include "bgact.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
+
+#include <cerrno>
 
 #include "bgact_tracker.h"
 #include "callcodes.h"
 #include "datafile.h"
+#include "durable.h"
 #include "filedir.h"
 #include "fstring.h"
 #include "idatabase.h"
 #include "irecorder.h"
 #include "logging.h"
+#include "plainfile.h"
 #include "shell.h"
 
 namespace {
@@ -32,14 +39,35 @@ constexpr CheckSumTool CHECKSUM_TOOLS[] = {
     {"sha512", "sha512sum"},
 };
 
-void CopyFile(const std::string& strFrom, const std::string& strTo) {
-  // A failed copy loses the audio and keeps the row: the file that was written goes in any case.
-  (void)execCmd("cp " + escapeShellArg(strFrom) + " " + escapeShellArg(strTo));
+constexpr const char* RESCUE_FOLDER = "/rescued/";
+constexpr int RESCUE_TRIES = 100;  // each with another name
+
+// Whether a command must keep away from this name. From one that is free it may: it fails, and its status tells.
+bool IsForeign(const std::string& strPath) {
+  return !OpenPlain(strPath.c_str(), O_RDONLY).IsOpen() && errno != ENOENT;
+}
+
+// Runs a command that reads one file and writes another. Its status; -1 when it could not run.
+int ExecFromTo(const std::string& strCommand, const std::string& strFrom, const std::string& strTo) {
+  if (IsForeign(strFrom)) return -1;
+  if (!MakeWay(strTo.c_str()) && errno != ENOENT) return -1;
+  return execCmd(strCommand);
+}
+
+bool CopyFile(const std::string& strFrom, const std::string& strTo) {
+  return ExecFromTo("cp " + escapeShellArg(strFrom) + " " + escapeShellArg(strTo), strFrom, strTo) == 0;
+}
+
+// Makes a finished file outlive a power cut. One that is not there has been told of by whoever could not make it.
+bool MakeDurable(const std::string& strPath) {
+  if (SyncFile(strPath)) return true;
+  if (errno != ENOENT) LogCapiError("Sync of recording file");
+  return false;
 }
 
 std::string CheckSum(const std::string& strType, const std::string& strFileName) {
   for (const CheckSumTool& rTool : CHECKSUM_TOOLS) {
-    if (strType == rTool.acType) return calcSum(rTool.acProgram, strFileName);
+    if (strType == rTool.acType && !IsForeign(strFileName)) return calcSum(rTool.acProgram, strFileName);
   }
   return "";
 }
@@ -66,15 +94,11 @@ void AudioConvAct::performThread() {
   // The side files of live monitoring; most calls have none.
   (void)DeleteFn((strFullFilenameFinal + ".raw").c_str());
   (void)DeleteFn((strFullFilenameFinal + ".info").c_str());
-  if (prRecorder->fRecCheck) {
+  if (prRecorder->fRecCheck && !IsForeign(strFullFilenameFinal)) {
     (void)execCmd("morvex_reccheck " + escapeShellArg(strFullFilenameFinal) + " " +
                   escapeShellArg(ToStdString(iDuration)));
   }
-  if (prRecorder->fALE) {
-    (void)execCmd("morvex_crypt -e -i " + escapeShellArg(strFullFilenameFinal) + " -o " +
-                  escapeShellArg(strArchiveFilename));
-    (void)DeleteFn(strFullFilenameFinal.c_str());  // also when that failed: clear audio is not left about
-  }
+  if (prRecorder->fALE) Encrypt();
   AddCheckSum();
 }
 
@@ -82,46 +106,97 @@ void AudioConvAct::Convert() {
   switch (eRecEnc) {
     case RECENC_G711A:
     case RECENC_G711U:
-      break;  // the channel wrote the final file
+      if (!prRecorder->fALE) (void)MakeDurable(strFullFilenameFinal);  // the channel wrote it
+      break;
     case RECENC_GSM:
-      ConvertToGsm();
-      ReplaceSource();
+      ReplaceSource(ConvertToGsm());
       break;
     case RECENC_MP3:
-      ConvertToMp3();
-      ReplaceSource();
+      ReplaceSource(ConvertToMp3());
       break;
   }
 }
 
 // The final file takes the place of the one that the channel wrote.
-void AudioConvAct::ReplaceSource() const {
-  (void)chmod(strFullFilenameFinal.c_str(), RECORDING_MODE);
-  (void)DeleteFn(strFullFilename.c_str());
-}
-
-void AudioConvAct::ConvertToGsm() {
-  if (execCmd("sox " + escapeShellArg(strFullFilename) + " -e gsm-full-rate " + escapeShellArg(strFullFilenameFinal)) ==
-      0) {
-    rCallInfo.AddUtf8("encoding", ToStdString(ENCODING_GSM));
+void AudioConvAct::ReplaceSource(bool fWhole) {
+  {
+    const Descriptor rFinal = OpenPlain(strFullFilenameFinal.c_str(), O_RDONLY);
+    if (rFinal.IsOpen()) (void)fchmod(rFinal.Get(), RECORDING_MODE);
+  }
+  const bool fDurable = fWhole && MakeDurable(strFullFilenameFinal);
+  if (!fDurable && !prRecorder->fALE) {
+    RescueSource();
     return;
   }
-  CopyFile(strFullFilename, strFullFilenameFinal);  // the name stays, and the row says what the file holds
+  (void)DeleteFn(strFullFilename.c_str());
+  if (!fWhole) ReportLoss();
+}
+
+// Where the source is the only whole copy, somebody may still make something of it. It keeps its name, which is the
+// call's id. By a rename: it needs no room, and nothing that a neighbour has put there is read.
+void AudioConvAct::RescueSource() {
+  struct stat rStat {};
+  const bool fSeen = LookAt(strFullFilename.c_str(), rStat);
+  if (fSeen ? !S_ISREG(rStat.st_mode) : errno == ENOENT) {
+    (void)DeleteFn(strFullFilename.c_str());
+    ReportLoss();
+    return;
+  }
+  const std::string strFolder = prRecorder->strArchiveRoot + RESCUE_FOLDER;
+  const std::string strWanted = strFolder + ExtractFileName(strFullFilename);
+  (void)MakeFolders(strFolder.c_str());
+  std::string strRescued = strWanted;
+  bool fMoved = MoveTo(strFullFilename.c_str(), strRescued.c_str());
+  for (int i = 1; !fMoved && errno == EEXIST && i < RESCUE_TRIES; i++) {
+    strRescued = strWanted + "." + ToStdString(i);
+    fMoved = MoveTo(strFullFilename.c_str(), strRescued.c_str());
+  }
+  if (!fMoved) strRescued = strFullFilename;  // it stays where it is, rather than go
+  lg(LOG_ERR, "Recording rescued: %s", strRescued.c_str());
+  (void)SyncFile(strRescued);
+  (void)SyncNames(strFullFilename);
+}
+
+// Clear audio is not left about where there is encryption, whatever becomes of the recording.
+void AudioConvAct::Encrypt() {
+  const std::string strCommand =
+      "morvex_crypt -e -i " + escapeShellArg(strFullFilenameFinal) + " -o " + escapeShellArg(strArchiveFilename);
+  const bool fStored =
+      ExecFromTo(strCommand, strFullFilenameFinal, strArchiveFilename) == 0 && MakeDurable(strArchiveFilename);
+  (void)DeleteFn(strFullFilenameFinal.c_str());
+  if (!fStored) ReportLoss();
+}
+
+void AudioConvAct::ReportLoss() {
+  if (!fLost) lg(LOG_ERR, "Recording lost: %s", strArchiveFilename.c_str());
+  fLost = true;
+}
+
+bool AudioConvAct::ConvertToGsm() {
+  const std::string strCommand =
+      "sox " + escapeShellArg(strFullFilename) + " -e gsm-full-rate " + escapeShellArg(strFullFilenameFinal);
+  if (ExecFromTo(strCommand, strFullFilename, strFullFilenameFinal) == 0) {
+    rCallInfo.AddUtf8("encoding", ToStdString(ENCODING_GSM));
+    return true;
+  }
+  return CopyFile(strFullFilename, strFullFilenameFinal);  // the name stays, and the row says what the file holds
 }
 
 // After a failure only the final name changes. The archive name keeps its ".mp3": the encrypted file goes there under
 // that name, and without encryption no checksum is found; see Mp3FallbackKeepsTheArchiveName.
-void AudioConvAct::ConvertToMp3() {
+bool AudioConvAct::ConvertToMp3() {
   const std::string bitrate = fStereo ? MP3_KBIT_STEREO : MP3_KBIT_MONO;
-  if (execCmd("sox " + escapeShellArg(strFullFilename) + " -C " + escapeShellArg(bitrate) + ".4 " +
-              escapeShellArg(strFullFilenameFinal)) == 0) {
+  const std::string strCommand = "sox " + escapeShellArg(strFullFilename) + " -C " + escapeShellArg(bitrate) + ".4 " +
+                                 escapeShellArg(strFullFilenameFinal);
+  if (ExecFromTo(strCommand, strFullFilename, strFullFilenameFinal) == 0) {
     rCallInfo.AddUtf8("encoding", ToStdString(ENCODING_MP3));
-    return;
+    return true;
   }
   lg(LOG_ERR, "Conversion to MP3 failed, fn: %s", strFullFilename.c_str());
+  (void)DeleteFn(strFullFilenameFinal.c_str());  // a part of it, which no row would name
   strFullFilenameFinal = RemoveFileExtension(strFullFilenameFinal) + ".wav";
   rCallInfo.AddUtf8("filename", ExtractFileName(strFullFilenameFinal));
-  CopyFile(strFullFilename, strFullFilenameFinal);
+  return CopyFile(strFullFilename, strFullFilenameFinal);
 }
 
 // The sum is of the file as it lies in the archive: of the encrypted one when there is encryption.

@@ -1,6 +1,5 @@
 """What the MP3 and the GSM run have in common: each needs a daemon of its own, as the encoding is read at start."""
 
-import os
 import subprocess
 from pathlib import Path
 
@@ -16,11 +15,11 @@ def record_one_call(daemon):
     running = Path(f"{path_of(active)}.g711")
     wait_until("2 s of audio", lambda: running.exists() and running.stat().st_size > 2 * AUDIO_BYTES_PER_S)
     assert not path_of(active).exists()
-    # A second name for the same file, which goes on growing under both.
-    original = Path("/recordings/original.wav")
-    os.link(running, original)
-    daemon.cards("ch 0 onhook")
-    call = daemon.finished_call(active["remoteid"])
+    with running.open("rb") as audio:  # what is open can be read when its name is gone
+        daemon.cards("ch 0 onhook")
+        call = daemon.finished_call(active["remoteid"])
+        original = Path("/recordings/original.wav")
+        original.write_bytes(audio.read())
 
     assert not running.exists()
     assert path_of(call).stat().st_mode & 0o777 == 0o777

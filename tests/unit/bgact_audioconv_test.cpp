@@ -1,16 +1,23 @@
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "DiskSteps.h"
 #include "FakeDatabase.h"
 #include "FakeRecorder.h"
 #include "LogSink.h"
 #include "TestTools.h"
 #include "bgact.h"
 #include "datafile.h"
+#include "fstring.h"
 #include "shell.h"
 
 using testtools::Exists;
@@ -20,6 +27,7 @@ namespace {
 
 constexpr const char* TOOLS_DIR = "/tmp/tools";
 constexpr const char* TOOLS_LOG = "/tmp/tools.log";
+constexpr const char* SECURE_DELETE = "/var/morvex/conf/opt_secure_delete";
 
 std::string MadeBy(const std::string& strCommand) {
   std::string strOutput = stdSystem(strCommand);
@@ -45,7 +53,7 @@ class AudioConvTest : public testing::Test {
     WriteScript(TOOLS_DIR + std::string("/morvex_crypt"), "#!/bin/sh\nprintf crypt >> " + std::string(TOOLS_LOG) +
                                                               "\n" + strNote +
                                                               "(printf 'sealed:'; cat \"$3\") > \"$5\"\n");
-    const std::string strPath = getenv("PATH");
+    const std::string strPath = StdStringNullSafe(getenv("PATH"));
     if (strPath.find(TOOLS_DIR) != 0) (void)setenv("PATH", (TOOLS_DIR + (":" + strPath)).c_str(), 1);
     (void)unlink(TOOLS_LOG);
     (void)stdSystem("rm -rf /recordings/* /tmp/area; mkdir -p /tmp/area");
@@ -199,16 +207,6 @@ TEST_F(AudioConvTest, Mp3FallbackWithoutEncryptionHasNoSumAndLeavesSideFilesBehi
   EXPECT_FALSE(Exists("/recordings/call.wav.raw"));
 }
 
-TEST_F(AudioConvTest, FailedCopyLosesTheAudioAndKeepsTheRow) {
-  UseNames(RECENC_GSM, "/recordings/no such folder/call.wav");
-  rAct.strFullFilename = "/recordings/call.wav.g711";
-  RecordText("no sound file at all");
-  rAct.performThread();
-  EXPECT_FALSE(Exists("/recordings/call.wav.g711"));
-  EXPECT_EQ(RowOfCall()["encoding"], "0");
-  EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
-}
-
 // -- names ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AudioConvTest, SingleQuoteInANameReachesEveryTool) {
@@ -257,12 +255,14 @@ TEST_F(AudioConvTest, EncryptionMovesTheClearFileIntoTheArchive) {
   EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "sealed:audio");
 }
 
-TEST_F(AudioConvTest, FailedEncryptionStillRemovesTheClearFile) {
+TEST_F(AudioConvTest, FailedEncryptionStillRemovesTheClearFileAndTellsOfTheLoss) {
   UseNames(RECENC_G711A, "/tmp/area/call.wav", "/recordings/call.wav");
   rRecorder.fALE = true;
   WriteScript(TOOLS_DIR + std::string("/morvex_crypt"), "#!/bin/sh\nexit 1\n");
   RecordText("audio");
   rAct.performThread();
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"5 Exec: morvex_crypt -e -i '/tmp/area/call.wav' -o '/recordings/call.wav'",
+                                         "3 Recording lost: /recordings/call.wav"}));
   EXPECT_FALSE(Exists("/tmp/area/call.wav"));
   EXPECT_FALSE(Exists("/recordings/call.wav"));
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
@@ -278,6 +278,365 @@ TEST_F(AudioConvTest, MissingToolsStopNothing) {
   rAct.performThread();
   EXPECT_FALSE(Exists("/tmp/area/call.wav"));
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
+}
+
+// -- the last copy ----------------------------------------------------------------------------------------------------
+
+constexpr const char* NO_SOX = "#!/bin/sh\nexit 1\n";
+
+class LastCopyTest : public AudioConvTest {
+ protected:
+  void SetUp() override {
+    AudioConvTest::SetUp();
+    (void)disksteps::Take();
+  }
+  void TearDown() override {
+    disksteps::Refuse = nullptr;
+    for (const char* acTool : {"/sox", "/cp"}) (void)unlink((TOOLS_DIR + std::string(acTool)).c_str());
+    (void)unlink(SECURE_DELETE);
+    AudioConvTest::TearDown();
+  }
+  static void PutTool(const std::string& strName, const std::string& strText) {
+    WriteScript(TOOLS_DIR + ("/" + strName), strText);
+  }
+  // Errors alone: "<text>".
+  static Texts TakeErrors() {
+    Texts astrErrors;
+    for (const logsink::Line& rLine : logsink::Take()) {
+      if (rLine.iPrio <= LOG_ERR) astrErrors.push_back(rLine.strText);
+    }
+    return astrErrors;
+  }
+};
+
+TEST_F(LastCopyTest, SourceOfAFailedCopyIsRescued) {
+  UseNames(RECENC_GSM, "/recordings/no such folder/call.wav");
+  rAct.strFullFilename = "/recordings/call.wav.g711";
+  RecordText("no sound file at all");
+  rAct.performThread();
+  EXPECT_EQ(logsink::TakeTexts(),
+            Texts({"5 Exec: sox '/recordings/call.wav.g711' -e gsm-full-rate '/recordings/no such folder/call.wav'",
+                   "5 Exec: cp '/recordings/call.wav.g711' '/recordings/no such folder/call.wav'",
+                   "3 Recording rescued: /recordings/rescued/call.wav.g711"}));
+  EXPECT_FALSE(Exists("/recordings/call.wav.g711"));
+  EXPECT_EQ(ReadTestFile("/recordings/rescued/call.wav.g711"), "no sound file at all");
+  EXPECT_EQ(RowOfCall()["encoding"], "0");
+  EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
+}
+
+TEST_F(LastCopyTest, Mp3WithoutAnyToolIsRescuedToo) {
+  PutTool("sox", NO_SOX);
+  PutTool("cp", NO_SOX);
+  UseNames(RECENC_MP3, "/recordings/call.mp3");
+  RecordText("audio");
+  rAct.performThread();
+  EXPECT_EQ(TakeErrors(), Texts({"Conversion to MP3 failed, fn: /recordings/call.mp3.g711",
+                                 "Recording rescued: /recordings/rescued/call.mp3.g711"}));
+  EXPECT_EQ(ReadTestFile("/recordings/rescued/call.mp3.g711"), "audio");
+  EXPECT_EQ(RowOfCall()["filename"], "call.wav");
+}
+
+TEST_F(LastCopyTest, ProcessThatCannotForkKeepsTheSource) {
+  UseNames(RECENC_GSM, "/recordings/call.wav");
+  RecordText("audio");
+  {
+    const testtools::NoMoreDescriptors rNone;
+    rAct.performThread();
+  }
+  EXPECT_EQ(TakeErrors(), Texts({"Recording rescued: /recordings/call.wav.g711"}));
+  EXPECT_EQ(ReadTestFile("/recordings/call.wav.g711"), "audio");
+}
+
+TEST_F(LastCopyTest, RescuedRecordingReplacesNoOther) {
+  PutTool("sox", NO_SOX);
+  PutTool("cp", NO_SOX);
+  for (const char* acText : {"first", "second", "third"}) {
+    UseNames(RECENC_GSM, "/recordings/call.wav");
+    RecordText(acText);
+    rAct.performThread();
+  }
+  EXPECT_EQ(TakeErrors(), Texts({"Recording rescued: /recordings/rescued/call.wav.g711",
+                                 "Recording rescued: /recordings/rescued/call.wav.g711.1",
+                                 "Recording rescued: /recordings/rescued/call.wav.g711.2"}));
+  EXPECT_EQ(ReadTestFile("/recordings/rescued/call.wav.g711"), "first");
+  EXPECT_EQ(ReadTestFile("/recordings/rescued/call.wav.g711.2"), "third");
+}
+
+TEST_F(LastCopyTest, SecureDeletionSparesWhatIsRescued) {
+  WriteTestFile(SECURE_DELETE, "");
+  PutTool("sox", NO_SOX);
+  PutTool("cp", NO_SOX);
+  UseNames(RECENC_GSM, "/recordings/call.wav");
+  RecordText("audio");
+  rAct.performThread();
+  EXPECT_EQ(ReadTestFile("/recordings/rescued/call.wav.g711"), "audio");
+  for (const std::string& strLine : logsink::TakeTexts()) EXPECT_EQ(strLine.find("shred"), std::string::npos);
+}
+
+TEST_F(LastCopyTest, FolderOfRescuedRecordingsOnAnotherDiskLeavesTheSourceInItsPlace) {
+  PutTool("sox", NO_SOX);
+  PutTool("cp", NO_SOX);
+  ASSERT_EQ(mkdir("/recordings/rescued", 0777), 0);
+  ASSERT_EQ(mount("none", "/recordings/rescued", "tmpfs", 0, ""), 0);
+  UseNames(RECENC_GSM, "/recordings/call.wav");
+  RecordText("audio");
+  rAct.performThread();
+  ASSERT_EQ(umount("/recordings/rescued"), 0);
+  EXPECT_EQ(TakeErrors(), Texts({"Recording rescued: /recordings/call.wav.g711"}));
+  EXPECT_EQ(ReadTestFile("/recordings/call.wav.g711"), "audio");
+}
+
+TEST_F(LastCopyTest, NeighboursLinkIsNoFolderOfRescuedRecordings) {
+  PutTool("sox", NO_SOX);
+  PutTool("cp", NO_SOX);
+  ASSERT_EQ(symlink("/tmp/area", "/recordings/rescued"), 0);
+  UseNames(RECENC_GSM, "/recordings/call.wav");
+  RecordText("audio");
+  rAct.performThread();
+  EXPECT_FALSE(Exists("/tmp/area/call.wav.g711"));
+  EXPECT_EQ(ReadTestFile("/recordings/rescued/call.wav.g711"), "audio");
+}
+
+TEST_F(LastCopyTest, PartOfAFailedConversionGoes) {
+  PutTool("sox", "#!/bin/sh\nfor last; do :; done\necho part > \"$last\"\nexit 1\n");
+  UseNames(RECENC_MP3, "/recordings/call.mp3");
+  rAct.strCheckSumType = "md5";
+  RecordText("audio");
+  rAct.performThread();
+  EXPECT_FALSE(Exists("/recordings/call.mp3"));
+  EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "audio");
+  EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
+}
+
+TEST_F(LastCopyTest, ClearAudioIsNotRescuedWhereThereIsEncryption) {
+  PutTool("sox", NO_SOX);
+  PutTool("cp", NO_SOX);
+  rRecorder.fALE = true;
+  for (const ERecEncodings eRecEnc : {RECENC_GSM, RECENC_MP3}) {
+    UseNames(eRecEnc, "/tmp/area/call.wav", "/recordings/call.wav");
+    RecordText("audio");
+    rAct.performThread();
+    EXPECT_FALSE(Exists("/tmp/area/call.wav.g711"));
+    EXPECT_FALSE(Exists("/recordings/rescued"));
+  }
+  Texts astrErrors = TakeErrors();
+  EXPECT_EQ(std::count(astrErrors.begin(), astrErrors.end(), "Recording lost: /recordings/call.wav"), 1);
+}
+
+// -- power loss -------------------------------------------------------------------------------------------------------
+
+using PowerLossTest = LastCopyTest;
+
+struct PowerLossRow {
+  const char* acLabel;
+  ERecEncodings eRecEnc;
+  bool fALE;
+  bool fToolsFail;
+  Texts astrSteps;
+};
+
+TEST_F(PowerLossTest, FileIsOnDiskBeforeItsSourceGoesAndBeforeItsRow) {
+  const PowerLossRow rRows[] = {
+      {"G.711",
+       RECENC_G711A,
+       false,
+       false,
+       {"fsync /recordings/day/call", "fsync /recordings/day", "fsync /recordings"}},
+      {"GSM",
+       RECENC_GSM,
+       false,
+       false,
+       {"fsync /recordings/day/call", "fsync /recordings/day", "fsync /recordings",
+        "unlink /recordings/day/call.g711"}},
+      {"MP3",
+       RECENC_MP3,
+       false,
+       false,
+       {"fsync /recordings/day/call", "fsync /recordings/day", "fsync /recordings",
+        "unlink /recordings/day/call.g711"}},
+      {"copy in the place of GSM",
+       RECENC_GSM,
+       false,
+       true,
+       {"fsync /recordings/day/call", "fsync /recordings/day", "fsync /recordings",
+        "unlink /recordings/day/call.g711"}},
+      {"copy in the place of MP3",
+       RECENC_MP3,
+       false,
+       true,
+       {"fsync /recordings/day/call.wav", "fsync /recordings/day", "fsync /recordings",
+        "unlink /recordings/day/call.g711"}},
+      {"encrypted G.711",
+       RECENC_G711U,
+       true,
+       false,
+       {"fsync /recordings/day/call", "fsync /recordings/day", "fsync /recordings",
+        "unlink /recordings/rectmp/day/call"}},
+      {"encrypted MP3",
+       RECENC_MP3,
+       true,
+       false,
+       {"fsync /recordings/rectmp/day/call", "fsync /recordings/rectmp/day", "fsync /recordings/rectmp",
+        "fsync /recordings", "unlink /recordings/rectmp/day/call.g711", "fsync /recordings/day/call",
+        "fsync /recordings/day", "fsync /recordings", "unlink /recordings/rectmp/day/call"}},
+  };
+  (void)MadeBy("mkdir -p /recordings/day /recordings/rectmp/day");
+  for (const PowerLossRow& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    PutTool("sox", rRow.fToolsFail ? NO_SOX : "#!/bin/sh\nfor last; do :; done\necho made > \"$last\"\n");
+    rRecorder.fALE = rRow.fALE;
+    UseNames(rRow.eRecEnc, rRow.fALE ? "/recordings/rectmp/day/call" : "/recordings/day/call", "/recordings/day/call");
+    RecordText("audio");
+    (void)disksteps::Take();
+    rAct.performThread();
+    EXPECT_EQ(disksteps::Take(), rRow.astrSteps);
+    (void)MadeBy("rm -f /recordings/day/* /recordings/rectmp/day/*");
+  }
+}
+
+TEST_F(PowerLossTest, SourceOfWhatIsNotOnDiskIsRescued) {
+  for (const char* acStep : {"fsync /recordings/call.mp3", "fsync /recordings"}) {
+    SCOPED_TRACE(acStep);
+    UseNames(RECENC_MP3, "/recordings/call.mp3");
+    RecordSound();
+    disksteps::Refuse = [acStep](const std::string& strStep) { return strStep == acStep ? EIO : 0; };
+    rAct.performThread();
+    disksteps::Refuse = nullptr;
+    EXPECT_EQ(TakeErrors(), Texts({"C-api error at Sync of recording file: Input/output error",
+                                   "Recording rescued: /recordings/rescued/call.mp3.g711"}));
+    EXPECT_EQ(MadeBy("soxi -e /recordings/rescued/call.mp3.g711"), "A-law\n");
+    EXPECT_EQ(MadeBy("soxi -t /recordings/call.mp3"), "mp3\n");
+    (void)MadeBy("rm -rf /recordings/*");
+  }
+}
+
+TEST_F(PowerLossTest, PlainRecordingThatIsNotOnDiskIsToldAndStays) {
+  UseNames(RECENC_G711A, "/recordings/call.wav");
+  RecordText("audio");
+  disksteps::Refuse = [](const std::string& /*strStep*/) { return ENOSPC; };
+  rAct.performThread();
+  EXPECT_EQ(TakeErrors(), Texts({"C-api error at Sync of recording file: No space left on device"}));
+  EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "audio");
+}
+
+TEST_F(PowerLossTest, EncryptedFileThatIsNotOnDiskCountsAsLost) {
+  rRecorder.fALE = true;
+  UseNames(RECENC_G711A, "/tmp/area/call.wav", "/recordings/call.wav");
+  RecordText("audio");
+  disksteps::Refuse = [](const std::string& strStep) { return strStep == "fsync /recordings/call.wav" ? EIO : 0; };
+  rAct.performThread();
+  EXPECT_EQ(TakeErrors(), Texts({"C-api error at Sync of recording file: Input/output error",
+                                 "Recording lost: /recordings/call.wav"}));
+  EXPECT_FALSE(Exists("/tmp/area/call.wav"));
+}
+
+// -- neighbours -------------------------------------------------------------------------------------------------------
+
+// Whoever can write in the folders puts something else under the names of a recording, before the tools come to them.
+class NeighbourTest : public LastCopyTest {
+ protected:
+  void SetUp() override {
+    LastCopyTest::SetUp();
+    WriteTestFile("/tmp/secret", "secret");
+    (void)chmod("/tmp/secret", 0600);
+  }
+  static void ExpectSecretIsKept() {
+    EXPECT_EQ(ReadTestFile("/tmp/secret"), "secret");
+    struct stat rStat {};
+    ASSERT_EQ(stat("/tmp/secret", &rStat), 0);
+    EXPECT_EQ(rStat.st_mode & 07777, 0600u);
+    EXPECT_EQ(MadeBy("grep -rl secret /recordings | grep -v -e rescued -e '[.]g711$'"), "");
+  }
+};
+
+struct Trap {
+  const char* acLabel;
+  void (*Put)(const std::string& strName);
+};
+constexpr Trap TRAPS[] = {
+    {"link", [](const std::string& strName) { ASSERT_EQ(symlink("/tmp/secret", strName.c_str()), 0); }},
+    {"second name", [](const std::string& strName) { ASSERT_EQ(link("/tmp/secret", strName.c_str()), 0); }},
+    {"FIFO", [](const std::string& strName) { ASSERT_EQ(mkfifo(strName.c_str(), 0666), 0); }},
+};
+
+TEST_F(NeighbourTest, WhatStandsUnderTheFinalNameMakesWay) {
+  for (const Trap& rTrap : TRAPS) {
+    for (const ERecEncodings eRecEnc : {RECENC_GSM, RECENC_MP3}) {
+      SCOPED_TRACE(rTrap.acLabel);
+      UseNames(eRecEnc, eRecEnc == RECENC_GSM ? "/recordings/call.wav" : "/recordings/call.mp3");
+      RecordSound();
+      rTrap.Put(rAct.strFullFilenameFinal);
+      rAct.performThread();
+      EXPECT_EQ(Mode(rAct.strFullFilenameFinal), 0777);
+      EXPECT_EQ(MadeBy("soxi -D " + rAct.strFullFilenameFinal).substr(0, 2), "1.");
+      ExpectSecretIsKept();
+      (void)MadeBy("rm -rf /recordings/*");
+    }
+  }
+}
+
+TEST_F(NeighbourTest, WhatStandsUnderTheNamesOfACopyOrAnArchiveMakesWay) {
+  rRecorder.fALE = true;
+  for (const Trap& rTrap : TRAPS) {
+    SCOPED_TRACE(rTrap.acLabel);
+    UseNames(RECENC_MP3, "/tmp/area/call.mp3", "/recordings/call.mp3");
+    RecordText("no sound");
+    rTrap.Put("/tmp/area/call.wav");
+    rTrap.Put("/recordings/call.mp3");
+    rAct.performThread();
+    EXPECT_EQ(ReadTestFile("/recordings/call.mp3"), "sealed:no sound");
+    ExpectSecretIsKept();
+    (void)MadeBy("rm -rf /recordings/* /tmp/area/*");
+  }
+}
+
+TEST_F(NeighbourTest, WhatStandsUnderTheSourcesNameIsNotConverted) {
+  for (const bool fSecureDelete : {false, true}) {
+    if (fSecureDelete) WriteTestFile(SECURE_DELETE, "");
+    for (const Trap& rTrap : TRAPS) {
+      for (const ERecEncodings eRecEnc : {RECENC_GSM, RECENC_MP3}) {
+        SCOPED_TRACE(rTrap.acLabel);
+        UseNames(eRecEnc, "/recordings/call.wav");
+        rTrap.Put(rAct.strFullFilename);
+        rAct.performThread();
+        for (const std::string& strLine : logsink::TakeTexts()) EXPECT_EQ(strLine.find("Exec"), std::string::npos);
+        EXPECT_FALSE(Exists("/recordings/call.wav"));
+        EXPECT_FALSE(Exists("/recordings/call.wav.g711"));
+        ExpectSecretIsKept();
+        (void)MadeBy("rm -rf /recordings/*");
+      }
+    }
+  }
+}
+
+TEST_F(NeighbourTest, NoToolReadsWhatStandsUnderTheNameOfAPlainRecording) {
+  rRecorder.fRecCheck = true;
+  rAct.strCheckSumType = "md5";
+  for (const bool fALE : {false, true}) {
+    for (const Trap& rTrap : TRAPS) {
+      SCOPED_TRACE(rTrap.acLabel);
+      rRecorder.fALE = fALE;
+      UseNames(RECENC_G711A, fALE ? "/tmp/area/call.wav" : "/recordings/call.wav", "/recordings/call.wav");
+      rTrap.Put(rAct.strFullFilename);
+      rAct.performThread();
+      for (const std::string& strLine : logsink::TakeTexts()) EXPECT_EQ(strLine.find("Exec"), std::string::npos);
+      EXPECT_EQ(ReadTestFile(TOOLS_LOG), "(no file)");
+      EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
+      EXPECT_EQ(ReadTestFile("/tmp/secret"), "secret");
+      (void)MadeBy("rm -rf /recordings/* /tmp/area/*");
+    }
+  }
+}
+
+TEST_F(NeighbourTest, NothingIsMadeBehindALinkInPlaceOfTheFolder) {
+  ASSERT_EQ(mkdir("/recordings/day", 0777), 0);
+  UseNames(RECENC_GSM, "/recordings/day/call.wav");
+  RecordSound();
+  (void)MadeBy("mv /recordings/day /recordings/away; ln -s /tmp/area /recordings/day; cp /recordings/away/* /tmp/area");
+  rAct.performThread();
+  EXPECT_FALSE(Exists("/tmp/area/call.wav"));
+  EXPECT_TRUE(Exists("/tmp/area/call.wav.g711"));
+  for (const std::string& strLine : logsink::TakeTexts()) EXPECT_EQ(strLine.find("Exec"), std::string::npos);
 }
 
 // -- checksum ---------------------------------------------------------------------------------------------------------
