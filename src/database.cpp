@@ -123,8 +123,10 @@ void DatabaseConnection::LogError() {
 
   static void* raFrames[BACKTRACE_FRAMES];  // main thread only, like the connection
   const int iFrames = backtrace(raFrames, BACKTRACE_FRAMES);
-  // The symbols are left behind on purpose: together with raFrames they tell in a core dump what failed last.
-  char** acSymbols = backtrace_symbols(raFrames, iFrames);
+  // The symbols of the last error stay: together with raFrames they tell in a core dump what failed.
+  static char** acSymbols = nullptr;
+  free(static_cast<void*>(acSymbols));
+  acSymbols = backtrace_symbols(raFrames, iFrames);
   if (acSymbols == nullptr) return;
   for (int i = 1; i < iFrames; i++) lg(LOG_INFO, "stack: %s", acSymbols[i]);  // frame 0 is this function
 }

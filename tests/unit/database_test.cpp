@@ -1,5 +1,7 @@
 #include "database.h"
 
+#include <malloc.h>
+
 #include <ctime>
 #include <fstream>
 #include <functional>
@@ -8,6 +10,7 @@
 
 #include "LogSink.h"
 #include "PgServer.h"
+#include "logging.h"
 
 // The connection: opening, pinging, losing and regaining it, quoting, errors, and the wait at start.
 
@@ -223,6 +226,18 @@ TEST_F(ConnectionTest, ErrorIsLoggedWithCodeTextAndFourFrames) {
     EXPECT_NE(astrLines[i].find("database_test"), std::string::npos) << astrLines[i];
   }
   EXPECT_EQ(FileText(ERROR_FILE), strError);
+}
+
+TEST_F(ConnectionTest, ErrorsLeaveNothingBehindButTheLast) {
+  const auto Fail = [this](int iTimes) {
+    for (int i = 0; i < iTimes; i++) EXPECT_FALSE(rConn.ExecNonQuery("DELETE FROM nosuch"));
+    LogLeftOut();
+    (void)logsink::Take();
+  };
+  Fail(10);
+  const std::size_t iBefore = mallinfo2().uordblks;
+  Fail(400);
+  EXPECT_LT(mallinfo2().uordblks, iBefore + 40'000);  // the frames of an error are 400 bytes
 }
 
 TEST_F(ConnectionTest, QuoteGivesALiteralThatTheServerReadsBackUnchanged) {
