@@ -69,11 +69,14 @@ bool IsServed(const std::string& strSocketPath) {
 
 CtlReply SendOrder(const std::string& strOrder, const std::string& strSocketPath) {
   const Socket rSocket(SOCK_STREAM);
+  const timeval rTimeOut{REPLY_TIME_OUT_S, 0};
+  for (const int iOption : {SO_RCVTIMEO, SO_SNDTIMEO}) {  // the second also limits the wait in a full queue of clients
+    (void)setsockopt(rSocket.hSocket, SOL_SOCKET, iOption, &rTimeOut, sizeof rTimeOut);  // without it: waits longer
+  }
   if (rSocket.hSocket < 0 || !ConnectTo(rSocket.hSocket, strSocketPath)) {
+    if (errno == EAGAIN) return {CTL_NO_REPLY, "The recorder gave no reply: it is busy with other clients."};
     return {CTL_NOT_RUNNING, "The recorder is not running: nobody answers at " + strSocketPath + "."};
   }
-  const timeval rTimeOut{REPLY_TIME_OUT_S, 0};
-  (void)setsockopt(rSocket.hSocket, SOL_SOCKET, SO_RCVTIMEO, &rTimeOut, sizeof rTimeOut);  // without it: waits longer
   if (send(rSocket.hSocket, strOrder.data(), strOrder.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(strOrder.size())) {
     return {CTL_NOT_RUNNING, std::string("The recorder did not take the order: ") + strerror(errno) + "."};
   }

@@ -34,5 +34,5 @@ ECtlExit ClassifyReply(const std::string& strLine);
 // Whether a process holds the socket. A daemon that does notices nothing: the system refuses a connection of another
 // kind than the socket takes before it reaches anybody, and otherwise where nobody holds it.
 bool IsServed(const std::string& strSocketPath = CONTROL_SOCKET);
-// Sends an order and waits for its reply, 5 seconds at most.
+// Sends an order and waits for its reply. Gives up after 5 seconds in the queue of clients or without a reply.
 CtlReply SendOrder(const std::string& strOrder, const std::string& strSocketPath = CONTROL_SOCKET);

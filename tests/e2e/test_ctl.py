@@ -368,6 +368,18 @@ def test_call_of_a_daemon_that_was_killed(daemon):
     assert next_life.stop() == 0
 
 
+def test_table_that_somebody_locks(daemon):
+    """The status comes all the same, and says why there are no calls."""
+    query = "SELECT 1 FROM pg_locks l JOIN pg_class c ON c.oid = l.relation WHERE relname = 'activecalls' AND granted"
+    lock = ["psql", "-Xq", "-c", "BEGIN; LOCK TABLE ActiveCalls; SELECT pg_sleep(600)"]
+    with subprocess.Popen(lock, stdout=subprocess.DEVNULL) as holder:
+        wait_until("the lock", lambda: rows(query))
+        status, output, _ = ctl("status", "--json")
+        holder.kill()
+    assert (status, json.loads(output)["calls"]) == (9, [])
+    assert "statement timeout" in json.loads(output)["database_error"]
+
+
 def states():
     """The exit status of the status, and the states of the calls that it shows."""
     status, output, _ = ctl("status", "--json")

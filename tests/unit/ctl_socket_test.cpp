@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -173,6 +174,23 @@ TEST(SendOrder, DaemonThatNeverAnswersIsLeftAfterItsTime) {
   EXPECT_EQ(rReply.strText, "The recorder gave no reply.");
   EXPECT_GE(rTaken, std::chrono::milliseconds(4900));
   EXPECT_LT(rTaken, std::chrono::seconds(20));
+}
+
+// Slow, too: a daemon that takes no client off its queue.
+TEST(SendOrder, FullQueueOfClientsIsLeftAfterItsTime) {
+  const FakeDaemon rDaemon({}, /*fHold=*/true);
+  std::vector<int> vWaiting;
+  sockaddr_un rAddress = {};
+  rAddress.sun_family = AF_UNIX;
+  strcpy(rAddress.sun_path, SOCKET_PATH);
+  do {
+    vWaiting.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  } while (connect(vWaiting.back(), reinterpret_cast<const sockaddr*>(&rAddress), sizeof rAddress) == 0);
+  EXPECT_EQ(errno, EAGAIN);
+  const CtlReply rReply = SendOrder("reconfig", SOCKET_PATH);
+  EXPECT_EQ(rReply.eExit, CTL_NO_REPLY);
+  EXPECT_EQ(rReply.strText, "The recorder gave no reply: it is busy with other clients.");
+  for (const int hClient : vWaiting) close(hClient);
 }
 
 }  // namespace
