@@ -31,6 +31,7 @@ class CrecReactor {
   std::atomic<bool> fClosing{false};
   std::atomic<bool> fWaitingOnMain{false};  // true from before an action is queued until its completed runs
   std::atomic<int> iActResult{0};           // of the last action that reports one
+  std::atomic<bool> fReconfigWaits{false};  // a "reconfig" is queued and has not begun
   CRecorder* prRecorder;
 };
 

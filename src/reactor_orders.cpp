@@ -60,7 +60,10 @@ class ResultAct : public AwaitedAct {
 class ReconfigAct : public ReactorAct {
  public:
   using ReactorAct::ReactorAct;
-  void performMain() override { prRecorder->Reconfigure(); }
+  void performMain() override {
+    if (g_prReactor != nullptr) g_prReactor->fReconfigWaits = false;  // before the settings are read
+    prRecorder->Reconfigure();
+  }
 };
 
 class TraceAct : public ReactorAct {
@@ -143,8 +146,11 @@ ThreadAct* MakeDelOnDmd(CRecorder* prRecorder, const std::string& strParam) {
   return new DelOnDmdAct(prRecorder, strParam);
 }
 
+// Nobody waits for a "reconfig", so a client in a loop could fill the queue. One that has not begun will read what any
+// other behind it would, and takes their place.
 ThreadAct* MakeReconfig(CRecorder* prRecorder, const std::string& /*strParam*/) {
-  return new ReconfigAct(prRecorder);
+  const bool fOneWaits = g_prReactor != nullptr && g_prReactor->fReconfigWaits.exchange(true);
+  return fOneWaits ? nullptr : new ReconfigAct(prRecorder);
 }
 
 // The flag changes only when the main thread runs the action, so two quick starts can both get through.
@@ -177,11 +183,13 @@ enum EReplyFrom {
   REPLY_BY_RESULT,  // by CrecReactor::iActResult when it has completed
 };
 
+constexpr const char* REPLY_OK = "OK";
+
 struct OrderRow {
   const char* acWord;
   ThreadAct* (*Make)(CRecorder* prRecorder, const std::string& strParam);  // null: refused before it is queued
   EReplyFrom eReplyFrom;
-  const char* acRefused;  // the reply to a refusal; null: none is sent
+  const char* acRefused;  // the reply when none is queued; null: none is sent
 };
 
 // "change_local" has no refusal of its own, and its action leaves iActResult alone: the reply tells of the silencing,
@@ -193,13 +201,12 @@ constexpr OrderRow ORDERS[] = {
     {"start", MakeRecOnDmd<true>, REPLY_BY_RESULT, "E3: option RecOnDmd is off"},
     {"stop", MakeRecOnDmd<false>, REPLY_BY_RESULT, "E3: option RecOnDmd is off"},
     {"delete", MakeDelOnDmd, REPLY_BY_RESULT, "E3: option DelOnDmd is off"},
-    {"reconfig", MakeReconfig, REPLY_AT_ONCE, nullptr},
+    {"reconfig", MakeReconfig, REPLY_AT_ONCE, REPLY_OK},
     {"bittrace_stop", MakeTraceStop, REPLY_AT_ONCE, "ERR: already stopped"},
     {"bittrace_start", MakeTraceStart, REPLY_AT_ONCE, "ERR: already started"},
     {"chst", MakeChState, REPLY_WHEN_DONE, nullptr},
     {"change_local", MakeChLocal, REPLY_BY_RESULT, nullptr},
 };
-constexpr const char* REPLY_OK = "OK";
 constexpr const char* REPLY_UNKNOWN_CALL = "E2: unknown call";
 constexpr const char* REPLY_TIME_OUT = "E4: time-out";
 constexpr const char* REPLY_UNKNOWN_ORDER = "E0: Unknown commmand";  // clients compare this spelling

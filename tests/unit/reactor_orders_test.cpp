@@ -111,6 +111,20 @@ TEST_F(OrdersTest, ReconfigIsAnsweredBeforeItIsDone) {
   EXPECT_EQ(Ask("reconfig with a parameter"), "OK\n");
 }
 
+TEST_F(OrdersTest, FloodOfReconfigsIsOneThatWaits) {
+  Start();
+  for (int i = 0; i < 1000; i++) EXPECT_STREQ(g_prReactor->ReplyTo("reconfig"), "OK");
+  prDb->rParts["o"]["NumberFilterType"] = "2";
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(rRecorder.iNumberFilterType, 2);
+  EXPECT_FALSE(rBoot.RunOneAction());
+
+  prDb->rParts["o"]["NumberFilterType"] = "1";
+  EXPECT_STREQ(g_prReactor->ReplyTo("reconfig"), "OK");
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(rRecorder.iNumberFilterType, 1);
+}
+
 TEST_F(OrdersTest, ChstIsOkWhateverTheChannel) {
   AddCall("call-1");
   Start();
