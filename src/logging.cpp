@@ -1,6 +1,6 @@
-// No lock, no buffer and, for all but the longest messages, no allocation: each message leaves by one write of its own.
-// So threads need not wait for each other, whoever follows a pipe sees a line at once, and a crash handler has a chance
-// to log.
+// No buffer and, for all but the longest messages, no allocation: each message leaves by one write of its own. So
+// whoever follows a pipe sees a line at once, and threads need not wait for each other, but for a moment where both log
+// an error.
 #include "logging.h"
 
 #include <sys/stat.h>
@@ -9,10 +9,14 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 
+#include "flood.h"
+#include "lock.h"
 #include "plainfile.h"
 #include "plaintext.h"
 
@@ -24,6 +28,10 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler sets f
 namespace {
 
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
+Mutex rErrorFileMutex;  // keeps the messages of lg apart; the crash handler, which could hold it, asks for none
+Mutex rLimitMutex;
+FloodLimit rErrorLimit GUARDED_BY(rLimitMutex);
+std::atomic<bool> fHasLeftOut{false};      // as rErrorLimit has it, for those who have no error to log
 constexpr size_t SHORT_TEXT_BYTES = 1024;  // nearly every message fits; it then needs no allocation
 
 // One formatted message. The stack holds all but the longest, so that a crash inside the allocator can still be told.
@@ -85,28 +93,79 @@ void PrintLine(MessageText& rText) {
   WriteWhole(STDOUT_FILENO, rText.data(), rText.size() + 1);
 }
 
+std::int64_t NowMs() {
+  timespec rNow{};
+  (void)clock_gettime(CLOCK_MONOTONIC, &rNow);
+  return std::int64_t{rNow.tv_sec} * 1000 + rNow.tv_nsec / 1'000'000;
+}
+
+bool MayLeave(const char* acText) {
+  const MutexLock rLock(rLimitMutex);
+  const bool fMayLeave = rErrorLimit.Admit(acText, NowMs());
+  fHasLeftOut = rErrorLimit.HasLeftOut();
+  return fMayLeave;
+}
+
+bool TakeLeftOut(bool fAll, FloodLimit::LeftOut& rLeftOut) {
+  if (!fHasLeftOut) return false;
+  const MutexLock rLock(rLimitMutex);
+  const bool fTaken = rErrorLimit.Take(NowMs(), fAll, rLeftOut);
+  fHasLeftOut = rErrorLimit.HasLeftOut();
+  return fTaken;
+}
+
+void VSend(int iPrio, const char* format, va_list args) {
+  if (g_DebugMode == 0) {
+    vsyslog(iPrio, format, args);
+    return;
+  }
+  MessageText rText(format, args);
+  PrintLine(rText);
+}
+
+__attribute__((format(printf, 2, 3))) void Send(int iPrio, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  VSend(iPrio, format, args);
+  va_end(args);
+}
+
+void TellLeftOut(bool fAll) {
+  FloodLimit::LeftOut rLeftOut;
+  while (TakeLeftOut(fAll, rLeftOut)) {
+    Send(LOG_WARNING, "%lu messages like this one left out: %s", rLeftOut.iCount, rLeftOut.acLast);
+  }
+}
+
 }  // namespace
 
 void lg(int prio, const char* format, ...) {
+  TellLeftOut(/*fAll=*/false);
   va_list args;
-  va_start(args, format);
-  if (g_DebugMode != 0) {
-    MessageText rText(format, args);
-    PrintLine(rText);
-  } else {
-    vsyslog(prio, format, args);
+  if (prio > LOG_ERR) {
+    va_start(args, format);
+    VSend(prio, format, args);
+    va_end(args);
+    return;
   }
-  va_end(args);
-  if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
-
-  va_start(args, format);  // anew: the first use has consumed the arguments
+  va_start(args, format);
   MessageText rText(format, args);
   va_end(args);
+  if (!MayLeave(rText.data())) return;
+  va_start(args, format);  // anew: the first use has consumed the arguments
+  VSend(prio, format, args);
+  va_end(args);
+  if (fAppTerminate || !g_fErrorFile) return;
+  const MutexLock rLock(rErrorFileMutex);  // else the texts of two threads could mix
   ReplaceErrorFile(rText.data(), rText.size());
 }
 
 void LogCapiError(const char* where) {
   lg(LOG_ERR, "C-api error at %s: %s", where, strerror(errno));
+}
+
+void LogLeftOut() {
+  TellLeftOut(/*fAll=*/true);
 }
 
 void WriteErrCrec(const char* msg) {

@@ -1,8 +1,12 @@
 // logging: the log function of the whole daemon, the error file, and the process-wide flags that logging asks.
+// Repeated errors are limited, each kind by itself: see flood.h. A warning with the count and the last text tells what
+// was left out, as soon as the kind may speak again and anything is logged.
 // Standard output of debug mode gets the text as it is while a program reads it from a pipe; on a terminal, and in a
-// file that the daemon itself writes, control characters within a message are masked. Threads:   all operations: any. A
-// call is one write to its target; the error file holds whichever message came last. Errors:    an error file that
-// cannot be opened is ignored.
+// file that the daemon itself writes, control characters within a message are masked.
+//
+// Threads:   all operations: any. A call is one write to its target; the error file holds whichever message came last.
+// Locks:     the limit and the error file have one each, which only lg takes, for errors. WriteErrCrec takes none.
+// Errors:    an error file that cannot be opened is ignored.
 #pragma once
 
 #include <atomic>
@@ -21,5 +25,7 @@ extern std::atomic<bool> fAppTerminate;
 void lg(int prio, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // Logs the present errno at LOG_ERR: "C-api error at <where>: <text>".
 void LogCapiError(const char* where);
+// Tells what has been left out and not been told yet; for the end of the process.
+void LogLeftOut();
 // Replaces the error file with `msg`; does not log, and works during shutdown too.
 void WriteErrCrec(const char* msg);

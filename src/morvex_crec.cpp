@@ -217,6 +217,7 @@ int RunWithDatabase() {
   lg(LOG_NOTICE, "Closing extra threads");
   close_bgact();
   close_signaling();
+  LogLeftOut();
   lg(LOG_NOTICE, "MORVEX-CREC exit");
   return iRet;
 }

@@ -319,6 +319,72 @@ TEST_F(LoggingTest, MessagesOfThreadsDoNotMix) {
   EXPECT_TRUE(rSeen == rExpected) << rSeen.size() << " different lines";
 }
 
+TEST_F(LoggingTest, TextsOfTwoThreadsDoNotMixInTheErrorFile) {
+  const std::string strShort(400'000, 's'), strLong(800'000, 'l');
+  for (int i = 0; i < 40; i++) {
+    std::thread rOther([&] { lg(LOG_ERR, "%s", strShort.c_str()); });
+    lg(LOG_ERR, "%s", strLong.c_str());
+    rOther.join();
+    const std::string strContent = ReadTestFile(ERROR_FILE);
+    ASSERT_TRUE(strContent == strShort || strContent == strLong) << strContent.size() << " bytes, pair " << i;
+  }
+  (void)logsink::Take();
+}
+
+// What goes out of a flood of errors, and what of it is counted; the two make up the whole.
+struct Flood {
+  long iTold = 0;
+  long iCounted = 0;
+  std::string strLastCounted;
+};
+
+Flood TakeFlood(const std::string& strMessage) {
+  Flood rFlood;
+  for (const std::string& strLine : logsink::TakeTexts()) {
+    const std::string strLeftOut = " messages like this one left out: ";
+    const std::size_t iPos = strLine.find(strLeftOut);
+    if (iPos != std::string::npos) {
+      EXPECT_EQ(strLine.substr(0, 2), "4 ");
+      rFlood.iCounted += strtol(strLine.c_str() + 2, nullptr, 10);
+      rFlood.strLastCounted = strLine.substr(iPos + strLeftOut.size());
+    } else if (strLine.rfind("3 " + strMessage, 0) == 0) {
+      rFlood.iTold++;
+    }
+  }
+  return rFlood;
+}
+
+TEST_F(LoggingTest, FloodOfErrorsIsLimitedAndCounted) {
+  constexpr int MESSAGES = 20'000;
+  for (int i = 1; i <= MESSAGES; i++) lg(LOG_ERR, "no space for block %d", i);
+  LogLeftOut();
+  const Flood rFlood = TakeFlood("no space for block ");
+  EXPECT_GE(rFlood.iTold, 100);
+  EXPECT_LT(rFlood.iTold, MESSAGES / 2);
+  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, MESSAGES);
+  EXPECT_EQ(rFlood.strLastCounted, "no space for block 20000");
+  LogLeftOut();
+  EXPECT_EQ(logsink::TakeTexts(), Texts{}) << "told once";
+}
+
+TEST_F(LoggingTest, FloodHindersNoOtherMessage) {
+  for (int i = 0; i < 1000; i++) {
+    errno = ENOSPC;
+    LogCapiError("write");
+    lg(LOG_WARNING, "a warning");
+    lg(LOG_NOTICE, "and a notice");
+  }
+  errno = EIO;
+  LogCapiError("another place");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "C-api error at another place: Input/output error");
+  LogLeftOut();
+  int iOthers = 0;
+  for (const std::string& strLine : logsink::TakeTexts()) {
+    if (strLine == "4 a warning" || strLine == "5 and a notice") iOthers++;
+  }
+  EXPECT_EQ(iOthers, 2000);
+}
+
 TEST_F(LoggingTest, CapiErrorTellsErrno) {
   errno = ENOENT;
   LogCapiError("open");
