@@ -86,6 +86,7 @@ class Mode:
     encoding: str  # alaw, ulaw, gsm, mp3
     stereo: bool
     secrecy: str  # CLEAR, or where audio waits for its encryption
+    late: bool = False  # the machine was too slow for its cards: there is no telling what audio the files should hold
 
     def __str__(self):
         return f"{self.encoding}{'-stereo' if self.stereo else ''}-{self.secrecy}"
@@ -185,7 +186,7 @@ def is_whole(data, line, mode):
     return (
         len(audio) > 0
         and data[:HEADER_BYTES] == header(channels_of(line, mode), len(audio), mode.law_tag)
-        and audio == expected_audio(line, mode, len(audio))
+        and (mode.late or audio == expected_audio(line, mode, len(audio)))
     )
 
 

@@ -11,6 +11,8 @@ Every recording that the log or a row tells of is looked at after each kill:
     running            as far as its header says it plays and is what the line carried; the header is at most
                        HEADER_AGE_S older than the kill
 
+Where the machine was too slow for its own simulated cards, which they tell, only the audio is not compared.
+
 A life begins on what the one before left: it has to come up without an error, to leave finished recordings and rows
 alone, and to record the next busy day. Each third kill takes the children of the daemon along, as a supervisor's would.
 """
@@ -22,6 +24,7 @@ import re
 import signal
 import subprocess
 import time
+from dataclasses import replace
 from pathlib import Path
 
 from day import CARDS, CLEAR, MODES, ORIGINALS, WORK_ROOTS, BusyDay, Cards, Service
@@ -137,10 +140,10 @@ def check_running(path, mode):
     audio = data[HEADER_BYTES:]
     assert len(data) >= HEADER_BYTES and data[:4] == b"RIFF" and lengths == sorted(lengths, reverse=True), path
     assert length <= len(audio), path
-    place = first_difference(audio, expected_audio(line, mode, len(audio)))
+    place = None if mode.late else first_difference(audio, expected_audio(line, mode, len(audio)))
     assert place is None, f"{path}: wrong from byte {place} of {len(audio)}"
     rate = AUDIO_BYTES_PER_S * channels_of(line, mode)
-    assert len(audio) - length <= HEADER_AGE_S * rate + LATE_BYTES * channels_of(line, mode), path
+    assert mode.late or len(audio) - length <= HEADER_AGE_S * rate + LATE_BYTES * channels_of(line, mode), path
     samples = subprocess.run(["/usr/bin/soxi", "-s", path], check=True, capture_output=True, text=True).stdout
     assert int(samples) == length // channels_of(line, mode), path
     return (len(audio) - length) / rate
@@ -219,10 +222,7 @@ def live(rng, mode, settled, told):
         told["children"] = kill(daemon, told["with_children"])
         cards.close()
         assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
-        if told["late_bytes"]:
-            told["moment"] = "late"  # the machine was too slow for its cards: no telling what files should hold
-        else:
-            check_left(daemon.log_after(0), mode, settled, told)
+        check_left(daemon.log_after(0), replace(mode, late=told["late_bytes"] > 0), settled, told)
     except BaseException:
         print("\n".join(daemon.log_after(0)[-300:]))
         raise
