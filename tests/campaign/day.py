@@ -229,6 +229,7 @@ class Cards:
         self.socket.settimeout(60)
         self.socket.connect("/tmp/cardsim")
         self.replies = self.socket.makefile("r")
+        self.late = False  # whether the daemon had come too late for audio, when last asked
 
     def do(self, *actions):
         """The answers to the last of these actions."""
@@ -251,7 +252,9 @@ class Cards:
 
 def recorded(cards, line):
     """The bytes that a line's recording has brought so far."""
-    channel = next(text for text in cards.do("status") if text.startswith(f"ch={line - 1} "))
+    status = cards.do("status")
+    cards.late = "overruns=0" not in status[0].split()
+    channel = next(text for text in status if text.startswith(f"ch={line - 1} "))
     return int(channel.split("recorded=")[1].split()[0])
 
 

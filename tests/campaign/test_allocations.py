@@ -92,7 +92,7 @@ def refuse(orders, daemon, cards, line, mode, case, told):
         told["died"] = signal.Signals(-status).name if status < 0 else status
         assert status in DEATHS, f"ended with {status}"
         assert ERROR_FILE.exists() and ERROR_FILE.read_text().startswith("Signal SIG"), "died without a report"
-        check_death(daemon, mode, mark, told)
+        check_death(daemon, cards, mode, mark, told)
         return
     no_children(daemon)
     calls = rows(f"SELECT * FROM Calls WHERE id > {last}")

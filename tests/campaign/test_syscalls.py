@@ -25,7 +25,7 @@ import re
 import signal
 import subprocess
 import zlib
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 import pytest
@@ -271,10 +271,10 @@ def mode_of(kind):
     return line, next(mode for mode in MODES if str(mode) == name)
 
 
-def check_death(daemon, mode, mark, told):
+def check_death(daemon, cards, mode, mark, told):
     """What a call leaves whose daemon has died since `mark`."""
     no_children(daemon)
-    check_left(daemon.log_after(mark), mode, {}, told)
+    check_left(daemon.log_after(mark), replace(mode, late=cards.late), {}, told)
 
 
 def kill_in(daemon, cards, line, mode, case, told):
@@ -289,7 +289,7 @@ def kill_in(daemon, cards, line, mode, case, told):
     told["met"] = not daemon.running
     if daemon.running:  # this call has asked for less
         daemon.kill()
-    check_death(daemon, mode, mark, told)
+    check_death(daemon, cards, mode, mark, told)
 
 
 @pytest.mark.parametrize("kind", PAIRS)
