@@ -183,11 +183,9 @@ def header_lengths(data):
 def is_whole(data, line, mode):
     """Whether these bytes are a finished recording of G.711: header and all audio, each byte as the line carried it."""
     audio = data[HEADER_BYTES:]
-    return (
-        len(audio) > 0
-        and data[:HEADER_BYTES] == header(channels_of(line, mode), len(audio), mode.law_tag)
-        and (mode.late or audio == expected_audio(line, mode, len(audio)))
-    )
+    if data[:HEADER_BYTES] != header(channels_of(line, mode), len(audio), mode.law_tag):
+        return False
+    return mode.late or (len(audio) > 0 and audio == expected_audio(line, mode, len(audio)))
 
 
 def converted(original, mode, line):

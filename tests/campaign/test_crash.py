@@ -114,6 +114,11 @@ class Left:
         root = WORK_ROOTS[self.mode.secrecy]
         return path_of({"directory": self.sources[name].parent.relative_to(root), "filename": name})
 
+    def found(self, name):
+        """What there is of a recording, for whoever has to find out."""
+        places = {self.sources[name], self.final(name), self.archive(name)}
+        return {str(place): place.stat().st_size for place in places if place.exists()}
+
     def is_safe(self, name):
         """Whether the stopped recording is whole in one of its places."""
         source, final, archive = self.sources[name], self.final(name), self.archive(name)
@@ -188,7 +193,7 @@ def check_left(lines, mode, settled, told):
         told["no_row"] += name not in active
         if name in left.stopped:
             place = left.is_safe(name)
-            assert place, f"stopped and lost: {source}"
+            assert place, f"stopped and lost: {source}; there is {left.found(name)}"
             told["stopped"][place] = told["stopped"].get(place, 0) + 1
         else:
             told["running"] += 1
