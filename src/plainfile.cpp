@@ -69,6 +69,8 @@ bool MakeWayAt(int iFolder, const char* acName) {
   return false;
 }
 
+// A foreign file's second name that comes and goes around the open escapes the looks. Who is not root makes one of a
+// file that he cannot write only where fs.protected_hardlinks is off.
 Descriptor OpenPlainAt(int iFolder, const char* acName, int iAccess) {
   struct stat rStat {};
   if (fstatat(iFolder, acName, &rStat, AT_SYMLINK_NOFOLLOW) != 0) return Descriptor();
@@ -87,9 +89,23 @@ bool IsRace(int iErrno) {
   return iErrno == ENOENT || iErrno == EPERM || iErrno == ELOOP || iErrno == ENXIO || iErrno == EISDIR;
 }
 
-Descriptor OpenAnewAt(int iFolder, const char* acName) {
+Descriptor MakeNew(int iFolder, const char* acName) {
+  return Descriptor(openat(iFolder, acName, O_WRONLY | O_CREAT | O_EXCL | FILE_FLAGS, FILE_MODE));
+}
+
+// Where others write, nothing that is there is opened: a second name of a foreign file could come in its place and be
+// gone again behind the open, when no look can tell any more.
+Descriptor ReplaceAt(int iFolder, const char* acName) {
   for (int i = 0; i < TRIES; i++) {
-    Descriptor rNew(openat(iFolder, acName, O_WRONLY | O_CREAT | O_EXCL | FILE_FLAGS, FILE_MODE));
+    Descriptor rNew = MakeNew(iFolder, acName);
+    if (rNew.IsOpen() || errno != EEXIST || !Remove(iFolder, acName)) return rNew;
+  }
+  return Descriptor();
+}
+
+Descriptor EmptyAt(int iFolder, const char* acName) {
+  for (int i = 0; i < TRIES; i++) {
+    Descriptor rNew = MakeNew(iFolder, acName);
     if (rNew.IsOpen() || errno != EEXIST) return rNew;
     if (!MakeWayAt(iFolder, acName)) break;
     Descriptor rOld = OpenPlainAt(iFolder, acName, O_WRONLY);
@@ -152,6 +168,7 @@ class Walk {
   }
   int Folder() const { return rFolder.Get(); }
   const char* Name() const { return acName; }
+  bool IsTrusted() const { return fTrusted; }
 
  private:
   void Step(Descriptor (*Into)(int iFolder, const char* acName, bool fTrusted)) {
@@ -196,7 +213,8 @@ void Descriptor::Close() const {
 
 Descriptor OpenAnew(const char* acPath) {
   Walk rWalk(acPath);
-  return rWalk.ToLastName() ? OpenAnewAt(rWalk.Folder(), rWalk.Name()) : Descriptor();
+  if (!rWalk.ToLastName()) return Descriptor();
+  return (rWalk.IsTrusted() ? EmptyAt : ReplaceAt)(rWalk.Folder(), rWalk.Name());
 }
 
 FILE* OpenFileAnew(const std::string& strPath) {

@@ -33,8 +33,8 @@ class Descriptor {
   int iFd;
 };
 
-// An empty plain file, open for writing, with mode 0666 when it is new. A plain file of that name is emptied; all else
-// makes way, so that a neighbour cannot keep the name taken. The folder must be there.
+// An empty plain file, open for writing, with mode 0666 when it is new. What has that name makes way, so that a
+// neighbour cannot keep it taken; outside shared folders a plain file is emptied instead. The folder must be there.
 Descriptor OpenAnew(const char* acPath);
 // The same for the C library; null when it failed.
 FILE* OpenFileAnew(const std::string& strPath);

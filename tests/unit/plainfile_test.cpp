@@ -7,10 +7,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TestFiles.h"
@@ -101,14 +104,25 @@ TEST_F(PlainFile, MissingFileIsMadeForAll) {
 }
 
 TEST_F(PlainFile, OwnPlainFileIsEmptiedAndKeepsItsPlaceAndMode) {
+  const std::string strName = "/tmp/private/folder/file";
+  WriteTestFile(strName, "what was there before");
+  ASSERT_EQ(0, chmod(strName.c_str(), 0640));
+  const ino_t iBefore = Look(strName).st_ino;
+  const Descriptor rFile = OpenAnew(strName.c_str());
+  ASSERT_TRUE(rFile.IsOpen());
+  EXPECT_EQ(0, Look(strName).st_size);
+  EXPECT_EQ(iBefore, Look(strName).st_ino);
+  EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0640), Look(strName).st_mode);
+}
+
+TEST_F(PlainFile, InASharedFolderAnOwnPlainFileIsReplaced) {
   WriteTestFile(NAME, "what was there before");
-  ASSERT_EQ(0, chmod(NAME.c_str(), 0640));
-  const ino_t iBefore = Look(NAME).st_ino;
+  const Descriptor rBefore = OpenPlain(NAME.c_str(), O_RDONLY);
   const Descriptor rFile = OpenAnew(NAME.c_str());
   ASSERT_TRUE(rFile.IsOpen());
-  EXPECT_EQ(0, Look(NAME).st_size);
-  EXPECT_EQ(iBefore, Look(NAME).st_ino);
-  EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0640), Look(NAME).st_mode);
+  EXPECT_EQ("", ReadTestFile(NAME));
+  char acText[4];
+  EXPECT_EQ(4, read(rBefore.Get(), acText, sizeof acText));
 }
 
 TEST_F(PlainFile, WhatIsNoPlainFileMakesWayForOneThatIs) {
@@ -187,6 +201,31 @@ TEST_F(PlainFile, ChildrenInheritNothing) {
     ASSERT_TRUE(prOpen->IsOpen());
     EXPECT_EQ(FD_CLOEXEC, fcntl(prOpen->Get(), F_GETFD));
   }
+}
+
+// Nobody can foresee who is faster each time; whoever it is, the foreign file stays as it is. The neighbour here may do
+// more than one who is not root: give every file a second name.
+TEST_F(PlainFile, NeighbourWhoIsFasterHasNoForeignFileOpened) {
+  std::atomic<bool> fStop{false};
+  std::thread rNeighbour([&] {
+    const std::string strOther = NAME + "_other";
+    const auto Exchange = [&] {
+      return renameat2(AT_FDCWD, strOther.c_str(), AT_FDCWD, NAME.c_str(), RENAME_EXCHANGE) == 0;
+    };
+    for (bool isLink = false; !fStop; isLink = !isLink) {
+      (void)unlink(strOther.c_str());
+      (void)(isLink ? symlink(SECRET.c_str(), strOther.c_str()) : link(SECRET.c_str(), strOther.c_str()));
+      if (Exchange() && isLink) (void)Exchange();
+      if (!isLink) (void)unlink(NAME.c_str());
+    }
+  });
+  for (int i = 0; i < 5000; i++) {
+    const Descriptor rFile = OpenAnew(NAME.c_str());
+    if (rFile.IsOpen()) (void)!write(rFile.Get(), "x", 1);
+  }
+  fStop = true;
+  rNeighbour.join();
+  ExpectSecretIsUntouched();
 }
 
 // -- links on the way -------------------------------------------------------------------------------------------------
