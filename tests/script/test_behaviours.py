@@ -32,6 +32,7 @@ SOURCES = [
     ("the place of a failed driver call", 'LogSsmError("SsmRing");', 'nothing on "SsmRing" of line.cpp'),
     ("what the error file alone gets", 'WriteErrCrec("No bell");', 'nothing on "No bell" of line.cpp'),
     ("one of these that is told", 'LogCapiError("Bell broken");', ""),
+    ("what the log tells of itself", 'Send(LOG_WARNING, "Bells left out");', 'nothing on "Bells left out" of line.cpp'),
     ("a line of a lower level", 'lg(LOG_NOTICE, "Bell rings");', ""),
 ]
 
