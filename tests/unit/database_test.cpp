@@ -5,6 +5,7 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 
@@ -226,6 +227,34 @@ TEST_F(ConnectionTest, ErrorIsLoggedWithCodeTextAndFourFrames) {
     EXPECT_NE(astrLines[i].find("database_test"), std::string::npos) << astrLines[i];
   }
   EXPECT_EQ(FileText(ERROR_FILE), strError);
+}
+
+// What is no UTF-8 the server refuses, as text and not as a statement.
+TEST_F(ConnectionTest, LiteralOfAnyBytesIsReadBackUnchangedOrRefused) {
+  const std::string strSpecial = "'\"\\$;-/*%\n\r\t?:";
+  std::mt19937 rRandom(20'151'203);
+  int iRefused = 0;
+  constexpr int TEXTS = 3000;
+  for (int i = 0; i < TEXTS; i++) {
+    std::string strText(1 + rRandom() % 40, ' ');
+    const unsigned uiAbove = i % 2 == 0 ? 128 : 256;
+    for (char& ch : strText) {
+      ch = rRandom() % 3 == 0 ? strSpecial[rRandom() % strSpecial.size()]
+                              : static_cast<char>(1 + rRandom() % (uiAbove - 1));
+    }
+    DatabaseResult rResult(rConn.Query("SELECT " + rConn.Quote(strText) + "::text AS t, 1 AS one"));
+    if (rResult.Failed()) {
+      iRefused++;
+      const char* acError = "";
+      (void)dbi_conn_error(rConn.conn, &acError);
+      EXPECT_NE(std::string(acError).find("invalid byte sequence"), std::string::npos) << acError;
+      continue;
+    }
+    ASSERT_TRUE(rResult.NextRow());
+    EXPECT_EQ(rResult.GetString("t"), strText);
+    EXPECT_EQ(rResult.GetInt("one"), 1);
+  }
+  EXPECT_LE(iRefused, TEXTS / 2) << "ASCII is never refused";
 }
 
 TEST_F(ConnectionTest, ErrorsLeaveNothingBehindButTheLast) {
