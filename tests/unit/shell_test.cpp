@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,24 @@ TEST(EscapeShellArg, ShellReadsBackEveryByte) {
   for (int i = 1; i < 256; i++) {
     const std::string strText = std::string("a") + static_cast<char>(i) + static_cast<char>(i) + "z";
     EXPECT_EQ(stdSystem("printf %s " + escapeShellArg(strText)), strText) << "byte " << i;
+  }
+}
+
+TEST(EscapeShellArg, ShellReadsBackAnyText) {
+  const std::string strSpecial = "'\"\\$`;&|<>(){}[]*?!#~\n\r\t -=%";
+  std::mt19937 rRandom(20'151'203);
+  for (int i = 0; i < 20; i++) {
+    std::string strCommand = "printf '%s\\001\\001'";
+    std::string strExpected;
+    for (int iArg = 0; iArg < 100; iArg++) {
+      std::string strText(rRandom() % 30, ' ');
+      for (char& ch : strText) {
+        ch = rRandom() % 2 == 0 ? strSpecial[rRandom() % strSpecial.size()] : static_cast<char>(2 + rRandom() % 254);
+      }
+      strCommand += " " + escapeShellArg(strText);
+      strExpected += strText + "\1\1";
+    }
+    EXPECT_EQ(stdSystem(strCommand), strExpected);
   }
 }
 
