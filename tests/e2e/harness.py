@@ -26,7 +26,7 @@ from contextlib import contextmanager
 from pathlib import Path
 
 # Also for the tests, which ask this module alone.
-from appliance import BUILD, RECORDINGS, SOURCE, path_of, rows, sql, store_settings  # noqa: F401
+from appliance import BUILD, RECORDINGS, SOURCE, path_of, quote, rows, sql, store_settings  # noqa: F401
 
 DRIVER = Path("/usr/local/lib/shcti")
 
