@@ -157,7 +157,8 @@ class BaseChannel {
   Contact LineContact(IDatabase* prDB) const;
   // Is a call of these numbers one for recording on demand?
   bool QRecOnDmd();
-  // The one way into a recording. A call that waits for a demand gets its active row too, without audio.
+  // The one way into a recording; there is none without a call. A call that waits for a demand gets its active row too,
+  // without audio.
   void TryStartRecording();
   // The single exit of a recording part; fClearInfo when the call itself has ended.
   void FinalizeRecording(bool fClearInfo);
@@ -237,6 +238,8 @@ class BaseChannel {
   void WhenCallStarts();
   void WhenCallStops();
   bool GuessDirection();  // true when it has told the direction in the log
+  // Tells that what was asked for finds no call here.
+  void LogNoCall() const;
   // Age reference of the remote number: now while the line rings, so that a number does not age meanwhile.
   time_t GetRemoteNumTime();
   int iWaitTime = 0;  // of this call, by GetWaitTime

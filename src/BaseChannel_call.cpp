@@ -127,6 +127,10 @@ void BaseChannel::WhenCallStops() {
   if (SsmClearR2callToneBuf_FP != nullptr) (void)SsmClearR2callToneBuf_FP(iDrvCh);
 }
 
+void BaseChannel::LogNoCall() const {
+  lg(LOG_NOTICE, "[%d] No active call for this channel", iChannel);
+}
+
 // Neither judges digits nor keeps strPrevCallRemoteNum: no call comes after this one.
 void BaseChannel::EndOfCall() {
   fCallBusy = false;

@@ -53,6 +53,10 @@ bool BaseChannel::RecordingScheduled() {
 // -- start ------------------------------------------------------------------------------------------------------------
 
 void BaseChannel::TryStartRecording() {
+  if (!fCallBusy) {  // asked for by an order or a message that comes outside a call
+    LogNoCall();
+    return;
+  }
   if (fRecording) {
     lg(LOG_NOTICE, "[%d] Already recording", iChannel);
     return;

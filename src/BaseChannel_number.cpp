@@ -183,7 +183,7 @@ const BaseChannel::DtmfRow BaseChannel::rDtmfRows[] = {
 void BaseChannel::DtmfAction(const std::string& strAction) {
   lg(LOG_NOTICE, "[%d] Action to perform: %s", iChannel, strAction.c_str());
   if (iActiveCallID == -1) {
-    lg(LOG_NOTICE, "[%d] No active call for this channel", iChannel);
+    LogNoCall();
     return;
   }
   for (const DtmfRow& rRow : rDtmfRows) {

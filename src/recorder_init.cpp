@@ -180,7 +180,7 @@ std::unique_ptr<BaseChannel> CRecorder::MakeChannel(int iType, int iDrvCh) {
     }
     case CH_DST:
       return std::make_unique<DST_Channel>();
-    default:  // a channel of no known kind still shows its health and records what it is told to
+    default:  // of no known kind: its health is shown, and it never has a call
       return std::make_unique<BaseChannel>();
   }
 }

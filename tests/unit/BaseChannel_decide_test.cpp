@@ -163,17 +163,38 @@ TEST_F(BaseChannelDecide, EncodingFollowsTheLawOfTheCall) {
 }
 
 TEST_F(BaseChannelDecide, RunningRecordingIsNotStartedTwice) {
-  InitLines({{"RecOnDmd", "1"}});
-  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));  // before the call, so that its start meets a recording
+  OffHook();
   ForgetTraces();
   Seconds(3);
-  OffHook();
-  EXPECT_EQ(Log(), Started({"5 [7] Already recording"}));
+  rLine.TryStartRecording();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Already recording"));
   EXPECT_THAT(Queries(), IsEmpty());
   Seconds(4);
   OnHook();
   EXPECT_EQ(Kept("duration"), "7");
   EXPECT_EQ(Kept("remoteid"), "20240131_142345_007_01");
+}
+
+TEST_F(BaseChannelDecide, NothingRecordsWithoutACall) {
+  const char* const acNoCall = "5 [7] No active call for this channel";
+  InitLines({{"RecOnDmd", "1"}});
+  for (const bool fAfterACall : {false, true}) {
+    SCOPED_TRACE(fAfterACall);
+    if (fAfterACall) {
+      OffHook();
+      OnHook();
+    }
+    ForgetTraces();
+    rLine.TryStartRecording();
+    EXPECT_THAT(Log(), ElementsAre(acNoCall));
+    EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));
+    EXPECT_THAT(Log(), ElementsAre("5 [7] RecOnDmd: START", acNoCall));
+    EXPECT_TRUE(rLine.LocalNumberChanged(fAfterACall ? "23" : "22", "", /*stopstart=*/true));
+    EXPECT_EQ(Log().back(), acNoCall);
+    EXPECT_THAT(Cards(), IsEmpty());
+    EXPECT_THAT(Queries(), IsEmpty());
+    EXPECT_FALSE(Exists(FIRST_PART));
+  }
 }
 
 TEST_F(BaseChannelDecide, WaitingCallIsNotStartedTwice) {

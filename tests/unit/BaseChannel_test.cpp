@@ -304,6 +304,7 @@ TEST_F(BaseChannelTest, BaseKnowsNoCallFromAState) {
 TEST_F(BaseChannelTest, EveryOtherCodeIsLeftToSubclasses) {
   OpenChannel<BaseChannel> rPlain;
   InitLine(rPlain, LINE);
+  rPlain.fCallBusy = true;  // which no event of this kind of line brings about
   rPlain.TryStartRecording();
   CardWrites(200);
   ForgetTraces();
@@ -583,10 +584,10 @@ TEST_F(BaseChannelTest, EndOfACallForgetsItsRingAndDirection) {
   OffHook();
   EXPECT_EQ("5", Active("waittime"));
   OnHook();
-  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));  // a part without a call
-  EXPECT_EQ("-1", Active("waittime"));
-  EXPECT_EQ("0", Active("direction"));  // stays until the next call
-  rLine.EndOfCall();
+  StringMap rCallInfo;  // as for the row of a call that nobody took
+  rLine.FillCallInfo(&rCallInfo, &rDatabase, /*fFinal=*/true);
+  EXPECT_EQ("-1", rCallInfo.data["waittime"]);
+  EXPECT_EQ("0", rCallInfo.data["direction"]);  // stays until the next call
   (void)Log();
 
   OffHook();  // neither ringing nor has it rung

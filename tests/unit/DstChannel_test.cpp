@@ -1073,6 +1073,9 @@ TEST_F(DstChannelTest, ToneModeNeedsTheDarkLight) {
 
 // -- change of the local number ---------------------------------------------------------------------------------------
 
+// The number of a telephone may come outside a call; a recording does not.
+constexpr const char* NO_CALL = "5 [5] No active call for this channel";
+
 TEST_F(DstChannelTest, ChangeLocalMessageIsTakenApart) {
   struct Row {
     const char* acText;
@@ -1089,7 +1092,7 @@ TEST_F(DstChannelTest, ChangeLocalMessageIsTakenApart) {
     const char* const acChange = "5 [5] LocalNumberChanged. Change: 22 to: 33.";
     EXPECT_EQ(rRow.fStopStart ? Texts({strLine, acChange, "5 [5] LocalNumberChanged: STOP",
                                        "5 [5] LocalNumberChanged: Transfer to monitored phone",
-                                       "5 [5] LocalNumberChanged: START", REFUSED})
+                                       "5 [5] LocalNumberChanged: START", NO_CALL})
                               : Texts({strLine, acChange, "5 [5] Local Number Changed: 33."}),
               Log());
     EXPECT_EQ("33", KeptLocalNum());
@@ -1126,7 +1129,7 @@ TEST_F(DstChannelTest, ChangeLocalMessageWithoutANumber) {
   DText(DMSG_CHANGE_LOCAL, "||1");
   EXPECT_EQ((Texts{"5 [5] Change Local Number: ||1", "5 [5] LocalNumberChanged. Change: 22 to: .",
                    "5 [5] LocalNumberChanged: STOP", "5 [5] LocalNumberChanged: Transfer to non-monitored phone",
-                   "5 [5] LocalNumberChanged: START", REFUSED}),
+                   "5 [5] LocalNumberChanged: START", NO_CALL}),
             Log());
   EXPECT_EQ("11", KeptLocalNum());
 }
