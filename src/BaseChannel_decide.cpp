@@ -266,9 +266,12 @@ bool BaseChannel::MayDeleteOnDemand() {
   }
 }
 
+// An order may find a line without a call: by the empty id, or by a number that stands there. It is taken like any
+// other, and leaves nothing that the next call would feel.
+
 bool BaseChannel::DeleteAct() {
   if (!MayDeleteOnDemand()) return false;
-  fDontRecord = true;
+  fDontRecord = fCallBusy;
   FinalizeRecording(/*fClearInfo=*/false);
   return true;
 }
@@ -282,7 +285,7 @@ bool BaseChannel::RecOnDmdAct(bool fStart) {
   if (fStart == fRecording) return true;  // a demand repeated while it holds
   // Either way the part so far ends, and a part with a new id and row begins: recording, or waiting for a demand.
   FinalizeRecording(/*fClearInfo=*/false);
-  fRecOnDmdStart = fStart;
+  fRecOnDmdStart = fStart && fCallBusy;
   TryStartRecording();
   return true;
 }
@@ -292,8 +295,8 @@ bool BaseChannel::TrySetSilencing(bool fToSet) {
     lg(LOG_NOTICE, "[%d] Silencing not set, silence on demand is off", iChannel);
     return false;
   }
-  fSilencing = fToSet;
-  lg(LOG_NOTICE, "[%d] Silencing set to %d", iChannel, fSilencing ? 1 : 0);
+  fSilencing = fToSet && fCallBusy;  // a linked side has no call of its own, and feeds that of another line
+  lg(LOG_NOTICE, "[%d] Silencing set to %d", iChannel, fToSet ? 1 : 0);
   prRecorder->GetDatabaseHandle()->SetActiveCallExtra(iActiveCallID, "silencing", fToSet ? "1" : "0");
   return true;
 }

@@ -486,6 +486,22 @@ TEST_F(BaseChannelDecide, DemandHoldsForOnePart) {
   EXPECT_EQ(Log(), Started({"5 [7] Recording on demand"}));
 }
 
+TEST_F(BaseChannelDecide, DemandWithoutACallIsForgotten) {
+  InitLines({{"RecOnDmd", "1"}});
+  EXPECT_TRUE(rLine.RecOnDmdAct(/*fStart=*/true));
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Started({"5 [7] Recording on demand"}));
+}
+
+TEST_F(BaseChannelDecide, DeletionWithoutACallBarsNone) {
+  rRecorder.iDelOnDmdType = 1;
+  EXPECT_TRUE(rLine.DeleteAct());
+  (void)Log();
+  OffHook();
+  EXPECT_EQ(Log(), Recorded());
+}
+
 TEST_F(BaseChannelDecide, RepeatedDemandChangesNothing) {
   InitLines({{"RecOnDmd", "1"}});
   OffHook();

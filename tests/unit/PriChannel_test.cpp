@@ -644,6 +644,17 @@ TEST_F(PriChannelAudio, SilencingCoversBothDirections) {
   }
 }
 
+TEST_F(PriChannelAudio, LinkedSideHasNoCallToSilence) {
+  rRecorder.fSilenceOnDemand = true;
+  Talk(IN);
+  EXPECT_TRUE(Line(OUT).TrySetSilencing(true));  // as an order with an empty id finds it
+  EXPECT_EQ((Texts{"5 [6] Silencing set to 1"}), Log());
+  Hear(IN, "ABC");
+  Hear(OUT, "abc");
+  HangUp(IN);
+  EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), KeptFile());
+}
+
 TEST_F(PriChannelAudio, CircuitThatGoesInACallClosesTheRecording) {
   Talk(IN);
   Hear(IN, "ABC");

@@ -32,6 +32,10 @@ class ServicesTest : public RecorderBench {
   OpenChannel<BaseChannel>& Ch(std::size_t i) {
     return static_cast<OpenChannel<BaseChannel>&>(*rRecorder.vChannels[i]);
   }
+  void BeginCall(std::size_t i, const std::string& strCallId) {
+    Ch(i).fCallBusy = true;
+    Ch(i).strDbRemoteId = strCallId;
+  }
 };
 
 // -- DTMF codes -------------------------------------------------------------------------------------------------------
@@ -273,7 +277,7 @@ TEST_F(ServicesTest, ChannelOutsideTheTableIsIgnored) {
 // -- orders to a call -------------------------------------------------------------------------------------------------
 
 TEST_F(ServicesTest, OrderToAnUnknownCall) {
-  for (std::size_t i = 0; i < 3; i++) Ch(i).strDbRemoteId = "call-" + std::to_string(i);
+  for (std::size_t i = 0; i < 3; i++) BeginCall(i, "call-" + std::to_string(i));
   EXPECT_EQ(rRecorder.SilencingAct("call", false), ACT_UNKNOWN_CALL);
   EXPECT_EQ(rRecorder.RecOnDmdAct("call-10", true), ACT_UNKNOWN_CALL);
   EXPECT_EQ(rRecorder.DelOnDmdAct(""), ACT_UNKNOWN_CALL);
@@ -281,7 +285,7 @@ TEST_F(ServicesTest, OrderToAnUnknownCall) {
 }
 
 TEST_F(ServicesTest, OrderThatTheChannelRefuses) {
-  Ch(2).strDbRemoteId = "call";
+  BeginCall(2, "call");
   EXPECT_EQ(rRecorder.SilencingAct("call", false), ACT_REFUSED);
   EXPECT_EQ(rRecorder.RecOnDmdAct("call", true), ACT_REFUSED);
   EXPECT_EQ(rRecorder.DelOnDmdAct("call"), ACT_REFUSED);
@@ -289,7 +293,7 @@ TEST_F(ServicesTest, OrderThatTheChannelRefuses) {
 
 TEST_F(ServicesTest, SilencingIsTheOppositeOfSound) {
   rRecorder.fSilenceOnDemand = true;
-  Ch(2).strDbRemoteId = "call";
+  BeginCall(2, "call");
   EXPECT_EQ(rRecorder.SilencingAct("call", /*fSound=*/false), ACT_DONE);
   EXPECT_TRUE(Ch(2).fSilencing);
   EXPECT_EQ(rRecorder.SilencingAct("call", /*fSound=*/true), ACT_DONE);
@@ -299,24 +303,26 @@ TEST_F(ServicesTest, SilencingIsTheOppositeOfSound) {
 
 TEST_F(ServicesTest, FirstChannelWithTheIdTakesTheOrderAlsoForTheEmptyId) {
   rRecorder.fSilenceOnDemand = true;
-  Ch(0).strDbRemoteId = "call-0";
-  Ch(2).strDbRemoteId = "call-0";
+  BeginCall(0, "call-0");
+  BeginCall(2, "call-0");
   EXPECT_EQ(rRecorder.SilencingAct("call-0", false), ACT_DONE);
   EXPECT_TRUE(Ch(0).fSilencing);
   EXPECT_FALSE(Ch(2).fSilencing);
+  (void)logsink::Take();
   EXPECT_EQ(rRecorder.SilencingAct("", false), ACT_DONE);  // channel 1 has no call
-  EXPECT_TRUE(Ch(1).fSilencing);
+  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [-1] Silencing set to 1"));
+  EXPECT_FALSE(Ch(1).fSilencing);  // there is nothing to silence
 }
 
 TEST_F(ServicesTest, DemandReachesTheCall) {
-  Ch(2).strDbRemoteId = "call";
+  BeginCall(2, "call");
   Ch(2).fRecOnDmd = true;
   EXPECT_EQ(rRecorder.RecOnDmdAct("call", /*fStart=*/false), ACT_DONE);  // nothing is recorded: done already
   EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [2] RecOnDmd: STOP"));
 }
 
 TEST_F(ServicesTest, DeletionReachesTheCall) {
-  Ch(2).strDbRemoteId = "call";
+  BeginCall(2, "call");
   rRecorder.iDelOnDmdType = 1;  // all calls
   EXPECT_EQ(rRecorder.DelOnDmdAct("call"), ACT_DONE);
   EXPECT_TRUE(Ch(2).fDontRecord);
