@@ -68,6 +68,9 @@ class BaseChannel {
   // -- orders about the call at hand ----------------------------------------------------------------------------------
   // The remote number as stored: its last digits masked when so configured. Latin-1.
   std::string GetDbRemoteNum() const;
+  // The order "change_local": as LocalNumberChanged for a call, or for one on its way; elsewhere nothing changes.
+  // Always true.
+  bool ChangeLocalOrder(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
   // A change from outside; stopstart cuts the recording. strRemotePhoneNum has no effect here. Always true.
   // The number comes by value, here and below: callers hand in fields of this channel, which change on the way.
   bool LocalNumberChanged(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
@@ -242,6 +245,7 @@ class BaseChannel {
   void LogNoCall() const;
   // Age reference of the remote number: now while the line rings, so that a number does not age meanwhile.
   time_t GetRemoteNumTime();
+  bool IsCallComing();
   int iWaitTime = 0;  // of this call, by GetWaitTime
 
   // -- BaseChannel_decide.cpp -----------------------------------------------------------------------------------------

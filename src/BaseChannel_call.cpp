@@ -68,6 +68,12 @@ void BaseChannel::CheckRemoteExpired() {
   RemoteExpired();
 }
 
+// Its number has come since the last call, and is not too old for it.
+bool BaseChannel::IsCallComing() {
+  const bool isNew = !strRemoteNum.empty() && rRemoteNumTime > rCallStopTime;
+  return isNew && GetSrTime() - GetRemoteNumTime() < REMOTE_NUM_EXPIRY_S;
+}
+
 // Not told as a change: there is no call whose row or rules it could concern, and an empty number has no age.
 void BaseChannel::RemoteExpired() {
   strPrevRemoteNum.clear();

@@ -88,6 +88,16 @@ bool BaseChannel::ChangeLocalNum(std::string strLocalPhoneNum) {
   return true;
 }
 
+// A local number outlives its call. So it is not left on a line that the order finds without one, by a number that
+// stands from the call before, or by none; but a call that is announced by its number may be told its local party.
+bool BaseChannel::ChangeLocalOrder(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart) {
+  if (fCallBusy || IsCallComing()) {
+    return LocalNumberChanged(std::move(strLocalPhoneNum), strRemotePhoneNum, stopstart);
+  }
+  LogNoCall();
+  return true;
+}
+
 bool BaseChannel::LocalNumberChanged(std::string strLocalPhoneNum, const std::string& /*strRemotePhoneNum*/,
                                      bool stopstart) {
   lg(LOG_NOTICE, "[%d] LocalNumberChanged. Change: %s to: %s.", iChannel, strLocalNum.c_str(),

@@ -176,7 +176,7 @@ int CRecorder::ChLocal(const std::string& strLocalPhoneNumber, const std::string
     const std::string strNum = vChannels[i]->GetDbRemoteNum();
     if (strNum != strRemotePhoneNumber && "00" + strNum != strRemotePhoneNumber) continue;
     lg(LOG_NOTICE, "[%d] Channel found for RemoteNumber: %s", static_cast<int>(i) + 1, strRemotePhoneNumber.c_str());
-    return ResultOf(vChannels[i]->LocalNumberChanged(strLocalPhoneNumber, strRemotePhoneNumber, stopstart));
+    return ResultOf(vChannels[i]->ChangeLocalOrder(strLocalPhoneNumber, strRemotePhoneNumber, stopstart));
   }
   return fCrecTestSwapLocRem ? ChLocalSwapped(strLocalPhoneNumber, strRemotePhoneNumber, stopstart) : ACT_UNKNOWN_CALL;
 }
@@ -188,7 +188,7 @@ int CRecorder::ChLocalSwapped(const std::string& strLocalPhoneNumber, const std:
     if (strNum.empty() || strNum != strLocalPhoneNumber) continue;
     lg(LOG_NOTICE, "[%d] Channel found (second attempt) for RemoteNumber: %s", static_cast<int>(i) + 1,
        strLocalPhoneNumber.c_str());
-    return ResultOf(vChannels[i]->LocalNumberChanged(strRemotePhoneNumber, strLocalPhoneNumber, stopstart));
+    return ResultOf(vChannels[i]->ChangeLocalOrder(strRemotePhoneNumber, strLocalPhoneNumber, stopstart));
   }
   return ACT_UNKNOWN_CALL;
 }

@@ -106,6 +106,7 @@ class ReactorBench : public RecorderBench {
   OpenChannel<BaseChannel>& AddCall(const std::string& strId) {
     const int iLine = static_cast<int>(rRecorder.vChannels.size()) + 1;
     OpenChannel<BaseChannel>& rChannel = AddChannel(iLine);
+    rChannel.fCallBusy = true;
     rChannel.strDbRemoteId = strId;
     rChannel.iActiveCallID = 11 * iLine;
     return rChannel;

@@ -1,5 +1,7 @@
 #include "BaseChannel.h"
 
+#include <functional>
+
 #include "CallBench.h"
 
 using ::testing::ElementsAre;
@@ -247,6 +249,61 @@ TEST_F(BaseChannelNumber, TransferToAMonitoredPhoneEndsThisRecordingAndStartsAno
   EXPECT_EQ(Active("remote"), "0301234");
   Transfer("");
   EXPECT_EQ(Active("local"), "11");
+}
+
+TEST_F(BaseChannelNumber, OrderedLocalNumberWantsACallOrOneOnItsWay) {
+  const struct {
+    const char* acLabel;
+    std::function<void()> Before;
+    bool fTaken;
+  } rRows[] = {
+      {"an idle line", [] {}, false},
+      {"a call", [this] { OffHook(); }, true},
+      {"a number", [this] { CallerId("0301234"); }, true},
+      {"no number", [this] { CallerId(""); }, false},
+      {"a number that is just young enough for its call",
+       [this] {
+         CallerId("0301234");
+         PassSeconds(10);
+       },
+       true},
+      {"one that is too old",
+       [this] {
+         CallerId("0301234");
+         PassSeconds(11);
+       },
+       false},
+      {"one that does not age, as it rings",
+       [this] {
+         CallerId("0301234");
+         Ring();
+         PassSeconds(60);
+       },
+       true},
+      {"the number of a call that is over, which was too short to forget it",
+       [this] {
+         SetConfig("RecMinDur", "10");
+         CallerId("0301234");
+         OffHook();
+         PassSeconds(5);
+         OnHook();
+       },
+       false},
+  };
+  for (const auto& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    rLine.EndOfCall();  // of the row before
+    rLine.OwnNumber("11");
+    PassSeconds(60);
+    rRow.Before();
+    ForgetTraces();
+    EXPECT_TRUE(rLine.ChangeLocalOrder("22", "0301234", /*stopstart=*/false));
+    EXPECT_EQ(Log(), rRow.fTaken
+                         ? Texts({"5 [7] LocalNumberChanged. Change: 11 to: 22.", "5 [7] Local Number Changed: 22."})
+                         : Texts({"5 [7] No active call for this channel"}));
+    EXPECT_EQ(rLine.strLocalNum, rRow.fTaken ? "22" : "11");
+    OnHook();
+  }
 }
 
 TEST_F(BaseChannelNumber, TransferToANonMonitoredPhoneTakesTheLinesOwnNumber) {

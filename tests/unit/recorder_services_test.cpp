@@ -347,6 +347,7 @@ TEST_F(ServicesTest, LocalPartyOfTheCallWithThisRemoteNumber) {
     Ch(0).strRemoteNum = "other";
     Ch(1).strRemoteNum = "another";
     Ch(2).strRemoteNum = rRow.acOfChannel;
+    BeginCall(2, "call");
     Ch(2).strLocalNum = "31";
     EXPECT_EQ(rRecorder.ChLocal("31", rRow.acGiven, false), rRow.fFound ? ACT_DONE : ACT_UNKNOWN_CALL) << rRow.acLabel;
     const Texts astrLog = logsink::TakeTexts();
@@ -359,10 +360,26 @@ TEST_F(ServicesTest, LocalPartyOfTheCallWithThisRemoteNumber) {
 
 TEST_F(ServicesTest, EmptyRemoteNumberFindsTheFirstChannelWithoutOne) {
   Ch(0).strRemoteNum = "1";
+  BeginCall(1, "call");
   EXPECT_EQ(rRecorder.ChLocal("", "", false), ACT_DONE);
   EXPECT_THAT(logsink::TakeTexts(),
               ElementsAre("5 [2] Channel found for RemoteNumber: ", "5 [-1] LocalNumberChanged. Change:  to: ."));
   EXPECT_EQ(rRecorder.ChLocal("", "00", false), ACT_DONE);  // "00" in front of nothing
+}
+
+TEST_F(ServicesTest, LineWithoutACallKeepsItsLocalNumber) {
+  for (const bool fSwapped : {false, true}) {
+    rRecorder.fCrecTestSwapLocRem = fSwapped;
+    const std::string strFound = fSwapped ? "5 [1] Channel found (second attempt) for RemoteNumber: 49123"
+                                          : "5 [1] Channel found for RemoteNumber: 49123";
+    for (const bool stopstart : {false, true}) {
+      Ch(0).strRemoteNum = "49123";  // of a call before
+      EXPECT_EQ(fSwapped ? rRecorder.ChLocal("49123", "31", stopstart) : rRecorder.ChLocal("31", "49123", stopstart),
+                ACT_DONE);
+      EXPECT_THAT(logsink::TakeTexts(), ElementsAre(strFound, "5 [1] No active call for this channel"));
+      EXPECT_EQ(Ch(0).strLocalNum, "");
+    }
+  }
 }
 
 TEST_F(ServicesTest, MaskedRemoteNumberIsComparedAsItIsStored) {
@@ -378,6 +395,7 @@ TEST_F(ServicesTest, SwappedNumbersAreTriedOnlyWithTheTestSwitch) {
   EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
   rRecorder.fCrecTestSwapLocRem = true;
   Ch(2).strLocalNum = "31";
+  BeginCall(2, "call");
   EXPECT_EQ(rRecorder.ChLocal("200", "31", false), ACT_DONE);
   EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [3] Channel found (second attempt) for RemoteNumber: 200",
                                                 "5 [2] LocalNumberChanged. Change: 31 to: 31."));
