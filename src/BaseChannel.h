@@ -314,6 +314,7 @@ class BaseChannel {
   // -- BaseChannel_audio.cpp: loudness --------------------------------------------------------------------------------
   void ReadLoudnessSettings();
   void ClearLoudness();
+  void ClearLoudAlarm();
   void MeasureLoudness(const BYTE* buf, int len);
   // A loudness window is full: level, and the loud-voice count.
   void NewLoudness();

@@ -316,10 +316,14 @@ void BaseChannel::ClearLoudness() {
   iCalcLoudnessIndex = 0;
   dLoudness = 0;
   fHighSwitchedOff = false;
+  iLast_dB = NO_LEVEL_DB;
+  ClearLoudAlarm();
+}
+
+void BaseChannel::ClearLoudAlarm() {
   iHighCnt = 0;
   iHighAge = 0;
   iHighNotify = HIGH_NOTIFY_NONE;
-  iLast_dB = NO_LEVEL_DB;
 }
 
 void BaseChannel::MeasureLoudness(const BYTE* buf, int len) {

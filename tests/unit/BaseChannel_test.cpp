@@ -641,6 +641,19 @@ TEST_F(BaseChannelTest, LoudWindowsCountWithinOneCall) {
   EXPECT_FALSE(LoudAlarm());  // found, but not yet sent when the call was over
 }
 
+// The other information of a call that was too short stays.
+TEST_F(BaseChannelTest, LoudAlarmEndsWithItsCallAlsoWhenThatWasTooShort) {
+  InitLines({{"LoudVoiceDetect", "1"}, {"LoudnessThr", "55"}, {"LoudnessLen", "1"}});
+  SetConfig("RecMinDur", "10");
+  OffHook();
+  HearWindows(2, /*fLoud=*/true);
+  OnHook();
+  EXPECT_FALSE(LoudAlarm());  // found, but not yet sent when the call was over
+  EXPECT_EQ(NOTHING, Orders());
+  EXPECT_TRUE(AlarmIn({2}));
+  EXPECT_TRUE(AlarmIn({2}));  // that of the call before is no matter
+}
+
 TEST_F(BaseChannelTest, LevelIsThatOfOneCall) {
   rLine.BeOneThatMeasuresLoudness();
   simcards::PlayTone(DRIVER_CH, 1000, -6);
