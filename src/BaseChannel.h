@@ -97,7 +97,8 @@ class BaseChannel {
 
   // -- what the recorder reads ----------------------------------------------------------------------------------------
   int iChannel = -1;  // line number that users see; -1: none
-  // Id of the recording part, column "remoteid"; orders address the call by it. Nothing of the remote party is in it.
+  // Id of the recording part, column "remoteid"; orders address the call by it. Empty without a call, and in a call up
+  // to its first part. Nothing of the remote party is in it.
   std::string strDbRemoteId;
   ELineHealth eLineHealth = LINEHEALTH_OK;
   bool fCheckLineStatus = false;  // a change of health triggers a recheck of the system

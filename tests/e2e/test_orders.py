@@ -357,6 +357,51 @@ def test_change_local_of_a_number_that_nobody_speaks_with(daemon):
     assert rows("SELECT * FROM ActiveCalls") == [call]
 
 
+# -- orders without a call -------------------------------------------------------------------------------------------
+
+
+def no_recording_after(daemon, mark):
+    assert [line for line in daemon.log_after(mark) if "Starting recording" in line or "Call starts" in line] == []
+    assert rows("SELECT id FROM ActiveCalls") == []
+
+
+def test_order_for_a_call_that_is_over_reaches_no_other(daemon):
+    for line in (1, 5):
+        over = begin(daemon, line, OUTSIDE)
+        hang_up(daemon, line)
+        wait_until("all calls finished", lambda: rows("SELECT id FROM ActiveCalls") == [])
+        mark = daemon.mark()
+        for word in ("delete", "start", "stop", "silence", "sound"):
+            assert order(f"{word} {over['remoteid']}") == "E2: unknown call\n"
+        no_recording_after(daemon, mark)
+    call = begin(daemon, 1)
+    grow(call)
+    hang_up(daemon, 1)
+    counted_audio(path_of(daemon.finished_call(call["remoteid"])), 3 * BLOCK)
+    assert begin(daemon, 5)["encoding"] == 0  # waits for a demand of its own
+
+
+def test_order_that_finds_no_call_leaves_nothing_behind(daemon):
+    mark = daemon.mark()
+    for word in ("delete", "silence"):
+        assert order(f"{word} ") == OK  # the first line without a call
+    for flag in "01":
+        change_local("200", "", flag)
+        daemon.wait_line("[1] No active call for this channel", mark)
+    no_recording_after(daemon, mark)
+    call = begin(daemon, 1, OUTSIDE)
+    assert call["local"] != "200"
+    grow(call)
+    for line in (2, 3, 4):
+        begin(daemon, line)
+    mark = daemon.mark()
+    assert order("start ") == OK  # line 5, on which calls wait for a demand
+    daemon.wait_line("[5] No active call for this channel", mark)
+    assert begin(daemon, 5)["encoding"] == 0
+    hang_up(daemon, 1)
+    counted_audio(path_of(daemon.finished_call(call["remoteid"])), 3 * BLOCK)
+
+
 # -- DTMF actions ----------------------------------------------------------------------------------------------------
 
 

@@ -238,6 +238,44 @@ TEST_F(BaseChannelDecide, UnscheduledCallGetsNoRow) {
   EXPECT_EQ(Log(), Recorded());  // the first of this line
 }
 
+TEST_F(BaseChannelDecide, IdEndsWithTheCall) {
+  const struct {
+    const char* acLabel;
+    void (*Bar)(FakeRecorder& rTheRecorder);
+  } rRows[] = {
+      {"kept", [](FakeRecorder& /*rTheRecorder*/) {}},
+      {"too short, so that its numbers stay",
+       [](FakeRecorder& rTheRecorder) { rTheRecorder.rDatabase.rParts["o"]["RecMinDur"] = "10"; }},
+      {"the card refuses to stop",
+       [](FakeRecorder& /*rTheRecorder*/) { simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel"); }},
+  };
+  for (const auto& rRow : rRows) {
+    for (const bool fShutdown : {false, true}) {
+      SCOPED_TRACE(rRow.acLabel);
+      OffHook();
+      const std::string strId = rLine.strDbRemoteId;
+      EXPECT_EQ(strId, Active("remoteid"));
+      rRow.Bar(rRecorder);
+      if (fShutdown) {
+        rLine.EndOfCall();
+      } else {
+        OnHook();
+      }
+      EXPECT_EQ(rLine.strDbRemoteId, "");
+      OnHook();
+    }
+  }
+  EXPECT_EQ(Kept("remoteid"), "20240131_142345_007_02");  // with the row it had gone before
+}
+
+TEST_F(BaseChannelDecide, CallThatIsNotRecordedHasNoId) {
+  OffHook();
+  OnHook();
+  rRecorder.iNumberFilterType = 1;
+  OffHook();
+  EXPECT_EQ(rLine.strDbRemoteId, "");
+}
+
 TEST_F(BaseChannelDecide, EachRecordingCountsItsSecondsFromTheStart) {
   InitLines({{"LongRecordings", "1"}, {"LongRecordingsLen", "1"}});
   OffHook();

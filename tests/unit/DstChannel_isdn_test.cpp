@@ -560,6 +560,22 @@ TEST_F(DstChannelIsdn, MissedCallIsARow) {
   EXPECT_EQ(0U, ActiveRows());
 }
 
+TEST_F(DstChannelIsdn, MissedCallHasTheFileOfTheRecordingBeforeItAndNotItsId) {
+  AllowRecording();
+  Init("ISDN", {{"MissedCalls", "1"}});
+  In(CONNECTED, "0301");
+  PassSeconds(7);
+  In(RELEASED, "0301");
+  PassSeconds(60);
+  Text(ALERTING, "0302\n22", 1);
+  Text(ABANDONED, "");
+  EXPECT_EQ(2U, KeptRows());
+  EXPECT_EQ("0302", Kept("remote"));
+  EXPECT_EQ("", Kept("remoteid"));
+  EXPECT_EQ("19700112_134640_005_01.wav", Kept("filename"));
+  EXPECT_EQ("7", Kept("duration"));
+}
+
 TEST_F(DstChannelIsdn, MissedCallOfARecordHasTheSameRow) {
   InitTenovis({{"MissedCalls", "1"}});
   rRecorder.fALE = true;  // the mark of a missed call replaces that of encryption
