@@ -2,11 +2,13 @@
 // back at the driver quickly, so one pass handles one event and one action, and warns about handlers that take long.
 //
 //   normal pass     wait at most 200 ms for an event and hand it on; once a second Periodic; one action
+//                   when a stop arrives meanwhile: end all calls once, and no Periodic, which could start new ones
 //   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
 // A stop and a trace take the same road: both begin with the channels shut down and the queues drained. What decides is
-// looked at once at the top of a pass, so a stop that arrives in a normal pass still lets that pass come to its end.
+// looked at once at the top of a pass, so a stop that arrives in a normal pass still lets that pass come to its end,
+// all but Periodic.
 #include "morvex_crec.h"
 
 #include <syslog.h>
@@ -52,8 +54,7 @@ struct MainLoop {
 
   void NormalPass() {
     WaitForEvent();
-    ShutdownOnce();
-    PeriodicOnNewSecond();
+    if (!ShutdownOnce()) PeriodicOnNewSecond();
     (void)rBoot.RunOneAction();
   }
 
@@ -61,7 +62,7 @@ struct MainLoop {
   // queue before it counts as idle, so nothing that is still on its way can be missed.
   bool StoppingPass() {
     (void)usleep(STOPPING_PAUSE_US);
-    ShutdownOnce();
+    (void)ShutdownOnce();
     bool fQueueIsEmpty = isBgQueueReady();
     if (rBoot.RunOneAction()) fQueueIsEmpty = false;
     if (!isBgQueueReady() || !fCalledShutDown || !fQueueIsEmpty) return true;
@@ -87,10 +88,12 @@ struct MainLoop {
     }
   }
 
-  void ShutdownOnce() {
-    if (!StopWanted() || fCalledShutDown) return;
+  // Whether all calls have been ended by it, in this very pass.
+  bool ShutdownOnce() {
+    if (!StopWanted() || fCalledShutDown) return false;
     rRecorder.Shutdown();
     fCalledShutDown = true;
+    return true;
   }
 
   // At most once a second; once after a stall of several, and not at all while a clock set back catches up.

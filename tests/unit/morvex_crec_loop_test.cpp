@@ -306,8 +306,45 @@ TEST_F(LoopTest, StopDuringAnEventShutsDownInTheSamePass) {
     for (int i = 0; i < 3; i++) Event(E_CHG_RcvDTMF);
   });
   (void)rBoot.RecorderUseBoardsLoop();
-  // The rest of the pass is done; the other events are never taken.
-  EXPECT_EQ(rDiary.Notes(), Texts({"event 12", "finalize", "periodic"}));
+  // Periodic is due and left out; the other events are never taken.
+  EXPECT_EQ(rDiary.Notes(), Texts({"event 12", "finalize"}));
+}
+
+TEST_F(LoopTest, ActionOfThePassThatShutsDownIsRun) {
+  AtStart([this](CRecorder&) {
+    prChannel->rOnEvent = [this](SSM_EVENT*) {
+      fAppTerminate = true;
+      rBoot.queue(new NotingAct(rDiary, "a"));
+      rBoot.queue(new NotingAct(rDiary, "b"));
+    };
+    Event(E_CHG_RcvDTMF);
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(rDiary.Notes(), Texts({"event 12", "finalize", "a main", "a completed", "a deleted", "b main",
+                                   "b completed", "b deleted"}));
+}
+
+// A line that is one endless call would begin a second one in the second that follows the end of the first.
+TEST_F(LoopTest, StopLeavesNothingOfALineThatAlwaysRecords) {
+  rBoot.rConfigs["Syn1001_Trigger"] = "4,4";
+  AtStart([this](CRecorder&) { testtime::rFrozen += 1; });  // Periodic of this second begins the calls
+  AtStart([this](CRecorder& rRunning) {
+    EXPECT_EQ(prDb->rTables["ActiveCalls"].size(), 2u);
+    prChannel->rOnEvent = [](SSM_EVENT*) {
+      fAppTerminate = true;
+      testtime::rFrozen += 1;
+    };
+    Event(E_CHG_RcvDTMF);
+    for (int i = 0; i < 2; i++) {  // after the stop
+      mainQueue(new LambdaAct([&rRunning] {
+        EXPECT_EQ(rRunning.RecOnDmdAct("", /*fStart=*/true), ACT_REFUSED);
+        EXPECT_EQ(rRunning.ChLocal("200", "", /*stopstart=*/true), ACT_DONE);
+      }));
+    }
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(prDb->rTables["ActiveCalls"].size(), 0u);
+  EXPECT_EQ(TakeLinesOf("5 [1] Starting recording"), Texts({"5 [1] Starting recording"}));
 }
 
 TEST_F(LoopTest, StopBeforeTheFirstPassStillEndsCallsOnce) {
