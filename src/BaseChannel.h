@@ -120,6 +120,8 @@ class BaseChannel {
   virtual bool RecordingScheduled();
   // The first ring of a call.
   virtual void WhenNewRing() {}
+  // A call has ended, and its recording with it.
+  virtual void WhenCallIsOver() {}
   // strDigits are about to be judged and emptied.
   virtual void WhenDigitExpiring() {}
   // Forgets the information of a call. What outlives a call stays: direction, own numbers, and all recording state.

@@ -128,8 +128,9 @@ bool BaseChannel::GuessDirection() {
 void BaseChannel::WhenCallStops() {
   rCallStopTime = GetSrTime();
   FinalizeRecording(/*fClearInfo=*/true);
-  strDbRemoteId.clear();           // what is ordered for this call from here on comes too late
-  ClearLoudAlarm();                // of a call too short to be forgotten: the alarm has no call to name any more
+  strDbRemoteId.clear();  // what is ordered for this call from here on comes too late
+  ClearLoudAlarm();       // of a call too short to be forgotten: the alarm has no call to name any more
+  WhenCallIsOver();
   (void)SsmClearCallerId(iDrvCh);  // nothing to be done about a failure: the next caller id replaces this one
   // What the card has gathered of R2 signalling, in which exchanges pass numbers on digit by digit, as pairs of tones.
   if (SsmClearR2callToneBuf_FP != nullptr) (void)SsmClearR2callToneBuf_FP(iDrvCh);

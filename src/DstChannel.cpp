@@ -204,6 +204,10 @@ void DST_Channel::ClearInfo() {
   fOnHold = false;
 }
 
+void DST_Channel::WhenCallIsOver() {
+  vBusyCalls.clear();
+}
+
 void DST_Channel::CallIsFinished() {
   fInCall_ChState = false;
   fInCall_DChannel = false;

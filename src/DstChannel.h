@@ -112,6 +112,7 @@ class DST_Channel : public BaseChannel {
   void ClearInfo() override;
   void WhenDigitExpiring() override;
   void WhenNewRing() override;
+  void WhenCallIsOver() override;
   // Clears every in-call flag and the digits; the caller runs InCallMaybeChanged.
   void CallIsFinished();
 
@@ -177,7 +178,7 @@ class DST_Channel : public BaseChannel {
   std::vector<JudgedNumber>* pvJudgedNums = nullptr;  // takes each number on a display; not owned, null in the daemon
 
   // -- DstChannel_isdn.cpp alone
-  std::vector<BusyCall> vBusyCalls;  // in the order of connection
+  std::vector<BusyCall> vBusyCalls;  // in the order of connection; empty without a call, and on other profiles
 
  private:
   // One row a D-channel message: its handler, none when the message tells nothing by itself, and the part of

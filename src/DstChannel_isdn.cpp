@@ -1,6 +1,7 @@
 // Some telephones on a station card speak ISDN-like signalling: each message is a phase of a call, with the numbers as
 // lines of text or as a binary record. A Tenovis telephone can hold several calls at once; vBusyCalls keeps the
-// connected ones in the order of connection, and the recording follows the one still going.
+// connected ones in the order of connection, and the recording follows the one still going. To the line they are one
+// call: when that ends, by whatever message, the list ends with it, also when a release is lost or comes later.
 #include "DstChannel.h"
 
 #include <syslog.h>
@@ -196,14 +197,13 @@ void DST_Channel::OnRecordReleased(const std::string& strRemote) {
 
 void DST_Channel::OnRecordPhase(DWORD dwCode, const RecordParties& rParties) {
   const bool isConnected = dwCode == DMSG_BRI_CONNECTED;
-  const bool isFurtherCall = iPbxType == PBX_TENOVIS_ISDN && !vBusyCalls.empty();
-  if (!isFurtherCall) {
+  if (vBusyCalls.empty()) {
     TakeParties(rParties);
   } else if (isConnected) {
     lg(LOG_NOTICE, "[%d] Restarting recording", iChannel);
     RecordOtherCall(rParties);
   }  // else it rings or proceeds: the numbers of the call in progress stay
-  if (isConnected) vBusyCalls.push_back(rParties.rCall);
+  if (isConnected && iPbxType == PBX_TENOVIS_ISDN) vBusyCalls.push_back(rParties.rCall);
 }
 
 // The remote number is told by HandleIsdnCallInfo, once a recording that begins with it has begun.

@@ -1,6 +1,9 @@
 // Call phases of telephones that speak ISDN-like signalling.
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <memory>
+#include <utility>
 
 #include "DstBench.h"
 #include "DstChannel.h"
@@ -340,14 +343,19 @@ TEST_F(DstChannelIsdn, FurtherRecordOnALineOfOneCallReplacesItsNumbers) {
             Log());
 }
 
-TEST_F(DstChannelIsdn, EveryProfileKeepsTheListThatOneReads) {
-  OpenTelephone rOpen;
-  InitLine(rOpen, 5);
-  const ISDN_CALL_INFO rInfo = Info(1, "0301234", "22");
-  for (const DWORD dwCode : {PROGRESS, ALERTING, CONNECTED, RELEASED}) rOpen.HandleIsdnCallInfo(dwCode, &rInfo);
-  ASSERT_EQ(1U, rOpen.vBusyCalls.size());
-  EXPECT_EQ("0301234", rOpen.vBusyCalls[0].strRemote);
-  EXPECT_TRUE(rOpen.vBusyCalls[0].fIncoming);
+TEST_F(DstChannelIsdn, ListOfCallsGrowsOnlyWhereItIsRead) {
+  for (const bool isTenovis : {false, true}) {
+    Init(isTenovis ? "Avaya Merlin" : "ISDN", {}, 1);
+    auto prOpen = std::make_unique<OpenTelephone>();
+    OpenTelephone& rOpen = *prOpen;
+    TakeLine(std::move(prOpen));
+    InitLine(rOpen, 5);
+    for (const DWORD dwCode : {PROGRESS, ALERTING, CONNECTED}) In(dwCode, "0301234");
+    ASSERT_EQ(isTenovis ? 1U : 0U, rOpen.vBusyCalls.size());
+    if (!isTenovis) continue;
+    EXPECT_EQ("0301234", rOpen.vBusyCalls[0].strRemote);
+    EXPECT_TRUE(rOpen.vBusyCalls[0].fIncoming);
+  }
 }
 
 // -- several calls on one telephone -----------------------------------------------------------------------------------
@@ -535,6 +543,84 @@ TEST_F(DstChannelIsdn, CallsAreToldApartByTheirWholeNumber) {
   EXPECT_EQ((Texts{"5 [5] ISDN released F:1 T:22 C: Inc (L:22 R:1)", REFUSED, "5 [5] Tenovis. A call continues with 11",
                    "5 [5] Remote: 11", REFUSED}),
             Log());
+}
+
+// -- several calls, and the end of them all ---------------------------------------------------------------------------
+
+class DstChannelIsdnEnd : public DstChannelIsdn {
+ protected:
+  void SetUp() override {
+    AllowRecording();
+    InitTenovis();
+  }
+  // A call of this number from its start to its release, which is recorded as if it were the first of the line.
+  void ExpectCleanCall(const char* acFrom) {
+    const std::size_t uiBefore = KeptRows();
+    ForgetTraces();
+    In(CONNECTED, acFrom);
+    EXPECT_EQ("5 [5] Call starts", Log().at(2));
+    PassSeconds(30);
+    In(RELEASED, acFrom);
+    EXPECT_EQ((Texts{std::string("5 [5] ISDN released F:") + acFrom + " T:22 C: Inc (L:22 R:" + acFrom + ")",
+                     std::string("5 [5] Remote: ") + acFrom, "5 [5] Call stops", "5 [5] Recording stopped (30 s)"}),
+              Log());
+    EXPECT_EQ(0U, ActiveRows());
+    EXPECT_EQ(uiBefore + 1, KeptRows());
+    EXPECT_EQ(acFrom, Kept("remote"));
+    EXPECT_EQ("30", Kept("duration"));
+  }
+};
+
+TEST_F(DstChannelIsdnEnd, ReleasesThatComeAfterTheHookRecordNothing) {
+  In(CONNECTED, "0301");
+  In(CONNECTED, "0302");
+  OnHook();
+  for (const char* const acLate : {"0301", "0302"}) {
+    ForgetTraces();
+    In(RELEASED, acLate);
+    EXPECT_EQ((Texts{std::string("5 [5] ISDN released F:") + acLate + " T:22 C: Inc (L:22 R:" + acLate + ")",
+                     std::string("4 [5] Tenovis. Unknown remote (") + acLate + ") to release", "5 [5] Remote: "}),
+              Log());
+    EXPECT_EQ(NOTHING, Cards());
+    EXPECT_EQ(0U, ActiveRows());
+  }
+  EXPECT_EQ(2U, KeptRows());
+  PassSeconds(3600);
+  ExpectCleanCall("0303");
+}
+
+TEST_F(DstChannelIsdnEnd, LostReleaseSpoilsNoLaterCall) {
+  struct Row {
+    const char* acLabel;
+    std::function<void()> End;
+  };
+  const Row rRows[] = {
+      {"on hook", [this] { OnHook(); }},
+      {"release button", [this] { DMsg(DMSG_RELEASE_BUTTON); }},
+      {"no audio", [this] { DMsg(DMSG_AUDIO_CHANGE, 0); }},
+      {"the line goes away", [this] { Event(E_CHG_ChState, S_CALL_UNAVAILABLE); }},
+      {"released as text", [this] { Text(RELEASED, ""); }},
+      {"the recorder ends all calls", [this] { prLine->EndOfCall(); }},
+  };
+  for (const Row& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    In(CONNECTED, "0301");
+    PassSeconds(7);
+    rRow.End();
+    EXPECT_EQ("7", Kept("duration"));
+    PassSeconds(600);
+    ExpectCleanCall("0302");
+    ExpectCleanCall("0303");
+  }
+}
+
+TEST_F(DstChannelIsdnEnd, LostReleaseIsForgottenAlsoWhenTheNextCallBeginsWithTheHook) {
+  In(CONNECTED, "0301");
+  OnHook();
+  OffHook();
+  ForgetTraces();
+  In(CONNECTED, "0302");
+  EXPECT_EQ((Texts{"5 [5] ISDN connected F:0302 T:22 C: Inc (L:22 R:0302)", "5 [5] Remote: 0302"}), Log());
 }
 
 // -- missed calls -----------------------------------------------------------------------------------------------------
