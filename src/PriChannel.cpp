@@ -139,6 +139,7 @@ void PRI_Channel::OnTalking() {
   fKnowIncoming = true;
   fIncoming = iChIx == iChIn;
   iLinkedCh = fIncoming ? iChOut : iChIn;
+  if (iLinkedCh == iChIx) iLinkedCh = -1;  // a circuit of one side; as its own linked side it would follow no state
   prRecorder->LinkedChannel(iChIx, iLinkedCh);
   if (fSwapSides) fIncoming = !fIncoming;  // the pair stays as it is
 

@@ -25,7 +25,8 @@ class PRI_Channel : public BaseChannel {
   int iCic = -1;  // circuit number, which the recorder sets
 
  protected:
-  bool CanStereo() override { return true; }
+  // A circuit of one side has nothing for the second channel of a file.
+  bool CanStereo() override { return iLinkedCh != -1; }
   int GetWaitTime() override;
   bool GetNewRecOnDmd() override;
 

@@ -360,22 +360,28 @@ TEST_F(PriChannelTest, WildPartnersDoNoHarm) {
   }
 }
 
-TEST_F(PriChannelTest, CircuitOfOneChannelDoesNoHarm) {
+TEST_F(PriChannelTest, CircuitOfOneChannelHasOneSideAndEndsItsCalls) {
   AllowRecording();
   simcards::SetSpyInfo(CIC, {IN, IN, "0301234", "22", ""});
-  Talk(IN);
-  for (int i = 0; i < 4; i++) Hear(IN, Noise(2048, 1));  // waits for its other side, which is itself
-  EXPECT_EQ(NOTHING, Log());
-  Hear(IN, Noise(2048, 1));
-  EXPECT_EQ((Texts{"4 [5] Mixing buffer too small 0,8192"}), Log());
-  Digit(IN, '5');
-  EXPECT_EQ((Texts{"5 {0} PRI DTMF detected: 5 linked to {0}", "5 [5] Digits: 5"}), Log());
-  HangUp(IN);  // its own base: from here on it follows no state
-  EXPECT_EQ((Texts{"4 [5] (ignored, has base) PRI was: 3 is: 0 idle"}), Log());
-  ForgetTraces();
-  Line(IN).EndOfCall();  // as the recorder does when it shuts down
-  EXPECT_EQ((Texts{"SsmStopRecToMem(0)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), Cards());
-  EXPECT_EQ(1U, KeptRows());
+  for (const bool fStereo : {false, true}) {
+    SCOPED_TRACE(fStereo);
+    rRecorder.fStereo = fStereo;
+    ForgetTraces();
+    Spy(IN, PRI_TALK, PRI_IDLE);
+    EXPECT_EQ((Texts{"SsmRecToMem(0,6,4096,0)"}), Cards());
+    EXPECT_EQ("LinkedChannel 0 -1", Orders().back());
+    (void)Log();
+    std::string strAudio;
+    for (unsigned uiPiece = 1; uiPiece <= 6; uiPiece++) {
+      strAudio += Noise(2048, uiPiece);
+      Hear(IN, Noise(2048, uiPiece));
+    }
+    EXPECT_EQ(NOTHING, Log());
+    HangUp(IN);
+    EXPECT_EQ((Texts{"5 [5] PRI was: 3 is: 0 idle", "5 [5] Call stops", "5 [5] Recording stopped (0 s)"}), Log());
+    EXPECT_EQ(Wav(6, 1, strAudio), KeptFile());
+    EXPECT_EQ(0U, ActiveRows());
+  }
 }
 
 // -- availability -----------------------------------------------------------------------------------------------------
