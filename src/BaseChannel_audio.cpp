@@ -117,13 +117,13 @@ void BaseChannel::BasicRecordingPreparation() {
     iRecordBufSize = RECORD_BUF_BYTES;
     acRecordBuf = new BYTE[static_cast<std::size_t>(iRecordBufSize)]();
   }
-  if (iLinkedCh != -1) {
-    if (acMixBuffer == nullptr) {
-      acMixBuffer = new BYTE[static_cast<std::size_t>(MIX_BUF_PER_RECORD_BUF * iRecordBufSize)]();
-    }
-    iMixBufIx[0] = 0;
-    iMixBufIx[1] = 0;
+  if (iLinkedCh != -1 && acMixBuffer == nullptr) {
+    acMixBuffer = new BYTE[static_cast<std::size_t>(MIX_BUF_PER_RECORD_BUF * iRecordBufSize)]();
   }
+  // Also without a partner: one that the card refused to stop still feeds this channel, and what stands here of the
+  // recording before would come level with it.
+  iMixBufIx[0] = 0;
+  iMixBufIx[1] = 0;
 }
 
 // -- from the ring buffer ---------------------------------------------------------------------------------------------

@@ -704,6 +704,19 @@ TEST_F(BaseChannelAudio, MixRecordStartsFromPositionZeroAndUnsilenced) {
   EXPECT_EQ(Wav(6, 1, Mixed("own", "far", false)), HangUp());
 }
 
+TEST_F(BaseChannelAudio, RecordingWithoutALinkKnowsNoneBeforeIt) {
+  rLine.LinkWith(LINKED_CH);
+  Record();
+  HearOwn("own");
+  simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");  // the linked side goes on
+  OnHook();
+  rLine.LinkWith(-1);
+  Record();
+  HearLinked("far");  // level with what was heard in the call before
+  HearOwn("new");
+  EXPECT_EQ(Wav(6, 1, "new"), HangUp());
+}
+
 TEST_F(BaseChannelAudio, LinkHoldsUntilTheDriverHasStopped) {
   const Texts FED = {"4 [7] Mixing buffer too small 0,0"};  // the base, which does not record, has no room
   simcards::FailNext("SsmRecToMem", 1, -1, "channel busy");
