@@ -4,6 +4,8 @@
 
 #include <syslog.h>
 
+#include <utility>
+
 #include "filedir.h"
 #include "logging.h"
 #include "plainfile.h"
@@ -20,10 +22,10 @@ BaseChannel::BaseChannel() {
 }
 
 BaseChannel::~BaseChannel() {
-  // Recordings still run here when the process ends after a trace, which has had the only Shutdown. The card must not
-  // write on into memory that is gone.
-  if (fRecording || iBaseRecCh != -1) (void)SsmStopRecToMem(iDrvCh);
-  delete[] acRecordBuf;
+  // Recordings still run here when the process ends after a trace, which has had the only Shutdown, or when the card
+  // has refused to stop. The end of a channel orders nothing from the card, so its ring stays where it is.
+  std::unique_ptr<BYTE[]> acRing(acRecordBuf);
+  if (fCardMayWrite) prRecorder->KeepRing(std::move(acRing));
   delete[] acMixBuffer;
   UpdateAudioFileHeader();  // of a recording that nothing has finished
   if (hAudioFile != nullptr) (void)fclose(hAudioFile);

@@ -5,7 +5,8 @@
 // Files:     BaseChannel.cpp life and timers, _call ringing and calls, _decide what is recorded and kept, _audio from
 //            the card to the file, _number numbers and digits, _record ids, files and rows, _health state of the line.
 // Threads:   main only. Orders from other threads arrive as actions.
-// Ownership: the recorder deletes channels; acRecordBuf, acMixBuffer, hAudioFile and hRawFile belong to the channel.
+// Ownership: the recorder deletes channels; acRecordBuf, acMixBuffer, hAudioFile and hRawFile belong to the channel. A
+//            ring that the card may still write goes to the recorder (KeepRing) when the channel does.
 // Errors:    a channel never stops the process: a failed driver call or file operation is logged and the call goes on.
 // Text:      numbers are Latin-1, as the cards deliver them; the database gets them as UTF-8.
 #pragma once
@@ -292,6 +293,9 @@ class BaseChannel {
   int iRecordOffset = 0;  // read position in acRecordBuf; a new recording sets it back
   int iRecordBufSize = 0;
   BYTE* acRecordBuf = nullptr;  // owned, iRecordBufSize bytes; the card writes, we read behind its position
+  // The card has this ring: it took a start, and no stop since. A stop that it refused leaves it so, and the next
+  // recording has the same ring.
+  bool fCardMayWrite = false;
   int iMixBufIx[2] = {0, 0};    // bytes in acMixBuffer of each side
   BYTE* acMixBuffer = nullptr;  // owned; BasicRecordingPreparation makes it
 

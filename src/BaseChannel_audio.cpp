@@ -99,15 +99,21 @@ int LoudWindows(int iSeconds) {
 
 bool BaseChannel::StartDriver() {
   const DWORD dwSize = static_cast<DWORD>(iRecordBufSize);
-  if (SsmRecToMem(iDrvCh, prLaw->wFormatTag, acRecordBuf, dwSize, 0) == SSM_OK) return true;
-  LogSsmError("SsmRecToMem");
-  return false;
+  if (SsmRecToMem(iDrvCh, prLaw->wFormatTag, acRecordBuf, dwSize, 0) != SSM_OK) {
+    LogSsmError("SsmRecToMem");
+    return false;
+  }
+  fCardMayWrite = true;
+  return true;
 }
 
 bool BaseChannel::StopDriver() {
-  if (SsmStopRecToMem(iDrvCh) == SSM_OK) return true;
-  LogSsmError("SsmStopRecMem");
-  return false;
+  if (SsmStopRecToMem(iDrvCh) != SSM_OK) {
+    LogSsmError("SsmStopRecMem");
+    return false;
+  }
+  fCardMayWrite = false;
+  return true;
 }
 
 void BaseChannel::BasicRecordingPreparation() {

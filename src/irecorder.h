@@ -8,6 +8,7 @@
 // Results:   services that act on a call: see EActResult.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,9 @@ class ICRecorder {
   virtual void EmailRecording(int iID, int iContactID) = 0;
   // The same for the iBack-th newest call (1: the newest), to the last enabled user; -1 stands for none enabled.
   virtual void EmailBackRecording(int iContactID, int iBack) = 0;
+  // Takes over a ring buffer of a channel that goes while the card may still write it, until the card library is
+  // closed.
+  virtual void KeepRing(std::unique_ptr<BYTE[]> acRing) = 0;
   virtual void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) = 0;
 
   // -- orders ---------------------------------------------------------------------------------------------------------

@@ -68,6 +68,7 @@ class CRecorder : public ICRecorder {
   void EmailRecording(int iID, int iContactID) override;
   void EmailBackRecording(int iContactID, int iBack) override;
   std::string GetCheckSumType() override;
+  void KeepRing(std::unique_ptr<BYTE[]> acRing) override;
   void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) override;
   bool IsInNumberFilter(const std::string& strNumber) override;
   bool IsInDelOnDmdList(const std::string& strNumber) override;

@@ -3,7 +3,7 @@
 //            recorder_conditions.cpp the condition lists, recorder_drvconfig.cpp the driver's files. The main loop
 //            stands above them all, in morvex_crec_loop.cpp: there it meets the recorder and the control socket.
 // Threads:   main, except queue (any).
-// Ownership: owns the database and the actions in its queue.
+// Ownership: owns the database, the actions in its queue and the rings of channels that are gone.
 // Settings:  rows of the table Configs, one map a part. A key lives in one part only, and its reader names the map; a
 //            missing key reads as the empty text or 0. Texts become numbers by strtol, so "12x" is 12.
 // Channels:  driver channel: index of vChannels, dense over the present cards. Web channel: counts from 0 and keeps
@@ -104,6 +104,9 @@ class TRecorderBoot : public MainQueue {
   int iTotalWebMaxCh = 0;
   std::string strCardList;  // board ids in list order, comma-separated
   std::unique_ptr<IDatabase> prDatabase;
+  // Ring buffers that the card may still write, of channels that are gone. They go with this object, which outlives
+  // SsmCloseCti.
+  std::vector<std::unique_ptr<BYTE[]>> vKeptRings;
 
  private:
   const TBoard& NeedBoard(int iBoardListIx);  // aborts for an index out of range

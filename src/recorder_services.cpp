@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cassert>
 #include <ctime>
+#include <utility>
 
 #include "BaseChannel.h"
 #include "logging.h"
@@ -118,6 +119,10 @@ std::string CRecorder::GetCheckSumType() {
 
 void CRecorder::NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) {
   if (what == LOUD_TALKING) signal_service("email -loud " + strDbRemoteId);
+}
+
+void CRecorder::KeepRing(std::unique_ptr<BYTE[]> acRing) {
+  prBoot->vKeptRings.push_back(std::move(acRing));
 }
 
 // -- from channel to channel ------------------------------------------------------------------------------------------

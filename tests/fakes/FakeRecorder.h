@@ -3,8 +3,10 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BaseChannel.h"
@@ -107,6 +109,7 @@ class FakeRecorder : public ICRecorder {
   void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) override {
     Note("NotifyAdmin " + std::to_string(static_cast<int>(what)) + " " + strDbRemoteId);
   }
+  void KeepRing(std::unique_ptr<BYTE[]> acRing) override { vKeptRings.push_back(std::move(acRing)); }
   bool IsSpecial(const std::string& strSpecialName) override { return rSpecials.count(strSpecialName) > 0; }
   void NewLineHealth(int iChIx) override { Note("NewLineHealth " + std::to_string(iChIx)); }
   std::string GetDataDir() override { return strDataDir; }
@@ -119,6 +122,7 @@ class FakeRecorder : public ICRecorder {
 
   FakeDatabase rDatabase;
   std::vector<BaseChannel*> vChannels;  // not owned
+  std::vector<std::unique_ptr<BYTE[]>> vKeptRings;
   Texts astrCalls;
   std::string strPbxType;
   ECardType eCardType = CT_ATP;

@@ -129,10 +129,43 @@ TEST_F(BaseChannelTest, DestructorGivesBackWhatTheChannelHolds) {
     ForgetTraces();
   }
   EXPECT_EQ(iBefore, OpenDescriptors());
-  EXPECT_EQ((Texts{"SsmStopRecToMem(0)"}), Cards());  // the card must not write on into memory that is gone
 }
 
-TEST_F(BaseChannelTest, DestructorStopsTheCardOfAMixedInSide) {
+TEST_F(BaseChannelTest, RingThatTheCardMayStillWriteOutlivesItsChannel) {
+  const struct {
+    const char* acLabel;
+    bool fRefuseStart, fOnHook, fRefuseStop, fKept;
+  } rRows[] = {
+      {"in a recording", false, false, false, true},
+      {"stopped", false, true, false, false},
+      {"stop refused", false, true, true, true},
+      {"never started", true, false, false, false},
+      {"never started, stopped all the same", true, true, false, false},
+  };
+  for (const auto& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    simcards::Reset();
+    simcards::AddBoard(0, LINES, CH_ANALOG);
+    rRecorder.vKeptRings.clear();
+    simcards::PlayCounting(DRIVER_CH);
+    {
+      EventLine rBusy;
+      InitLine(rBusy, 1);
+      if (rRow.fRefuseStart) simcards::FailNext("SsmRecToMem", 1, -1, "channel is busy");
+      Send(rBusy, E_RCV_DSTDChannel, DMSG_OFF_HOOK);
+      if (rRow.fRefuseStop) simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
+      if (rRow.fOnHook) Send(rBusy, E_RCV_DSTDChannel, DMSG_ON_HOOK);
+      ForgetTraces();
+    }
+    EXPECT_EQ(NOTHING, Cards());  // its end orders nothing
+    CardWrites(2000);
+    ASSERT_EQ(rRow.fKept ? 1U : 0U, rRecorder.vKeptRings.size());
+    if (!rRow.fKept) continue;
+    EXPECT_EQ(simcards::CountingByte(1999), rRecorder.vKeptRings[0][1999]);
+  }
+}
+
+TEST_F(BaseChannelTest, RingOfALinkedSideOutlivesItToo) {
   {
     EventLine rSide;
     InitLine(rSide, 2, LINKED_CH);
@@ -141,8 +174,22 @@ TEST_F(BaseChannelTest, DestructorStopsTheCardOfAMixedInSide) {
     OffHook();
     ForgetTraces();
   }
-  EXPECT_EQ((Texts{"SsmStopRecToMem(1)"}), Cards());
+  EXPECT_EQ(NOTHING, Cards());
+  EXPECT_EQ(1U, rRecorder.vKeptRings.size());
   rRecorder.vChannels = {&rLine};
+}
+
+TEST_F(BaseChannelTest, RecordingAfterARefusedStopHasTheSameRing) {
+  StartCall();
+  simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
+  OnHook();
+  OffHook();  // refused too, as the card still records
+  Position(0);
+  CardWrites(100);
+  Position(100);
+  EXPECT_EQ(100U, AudioOf("/recordings/2024/01/31/14/20240131_142345_007_02.wav").size());
+  OnHook();
+  EXPECT_EQ(0U, rRecorder.vKeptRings.size());
 }
 
 // -- settings ---------------------------------------------------------------------------------------------------------

@@ -444,6 +444,27 @@ TEST_F(LoopTraceTest, StopAfterTraceEndsNoCallAgain) {
   EXPECT_EQ(rDiary.Notes(), Texts({"ready", "on", "finalize", "off", "on", "off"}));
 }
 
+// The recordings that began after the trace run on to the end of the card library, which is not told to end them.
+TEST_F(LoopTraceTest, StopAfterTraceLeavesTheCardsTheirRings) {
+  rBoot.rConfigs["Syn1001_Trigger"] = "4,4";
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+    Trace(/*fOn=*/false);
+    AtStart([this](CRecorder&) {
+      testtime::rFrozen += 1;  // Periodic of this second begins the calls
+      rDiary.Note("in calls soon");
+    });
+    EXPECT_TRUE(AwaitNote("periodic"));
+    (void)simcards::TakeCalls();
+  });
+  for (const std::string& strCall : simcards::TakeCalls())
+    EXPECT_EQ(strCall.find("SsmStopRecToMem"), std::string::npos);
+  EXPECT_EQ(rBoot.vKeptRings.size(), 2u);
+  simcards::Advance(2000);  // into memory that is still there
+}
+
 TEST_F(LoopTraceTest, TraceAndStopTogetherOpenAndCloseTheFiles) {
   simcards::FailNext("DTRSendRawData2A3", 1, -1, "silent");  // so that the driver writes no lines of its own
   AtStart([this](CRecorder& rRunning) {
