@@ -17,13 +17,11 @@ namespace {
 constexpr int MAX_CARD_CHANNELS = 4096;
 constexpr double MAX_SPEED = 1000.0;
 
-enum EConfWord { CONF_CARD, CONF_CHANNEL, CONF_START_FAILURES, CONF_SOCKET, CONF_SPEED };
+enum EConfWord { CONF_CARD, CONF_CHANNEL, CONF_START_FAILURES, CONF_FAIL, CONF_SOCKET, CONF_SPEED };
 
-const std::vector<Keyword> CONF_WORDS = {{"card", CONF_CARD},
-                                         {"channel", CONF_CHANNEL},
-                                         {"start_failures", CONF_START_FAILURES},
-                                         {"socket", CONF_SOCKET},
-                                         {"speed", CONF_SPEED}};
+const std::vector<Keyword> CONF_WORDS = {
+    {"card", CONF_CARD}, {"channel", CONF_CHANNEL}, {"start_failures", CONF_START_FAILURES},
+    {"fail", CONF_FAIL}, {"socket", CONF_SOCKET},   {"speed", CONF_SPEED}};
 
 const SimCard* FindCard(const SimConf& rConf, const std::string& strSerial) {
   for (const SimCard& rCard : rConf.vCards) {
@@ -65,6 +63,11 @@ void ReadLine(WordReader& rWords, SimConf& rConf) {
       rConf.iStartFailures = static_cast<int>(rWords.Int("a number of failures", 0, 1000000));
       if (!rWords.AtEnd()) rConf.strStartText = rWords.Rest();
       break;
+    case CONF_FAIL: {
+      const std::string strOperation = rWords.Text("the name of an operation");
+      rConf.rFaults[strOperation] = static_cast<int>(rWords.Int("how many times", 0, 1000000000));
+      break;
+    }
     case CONF_SOCKET:
       rConf.strSocket = rWords.Text("a path");
       break;

@@ -28,6 +28,7 @@ struct SimConf {
   std::map<std::pair<std::string, int>, int> rChTypes;  // serial and channel of the card -> type that it reports
   int iStartFailures = 0;                               // calls of SsmStartCti that fail before one can succeed
   std::string strStartText = "Board 0 is not ready";
+  std::map<std::string, int> rFaults;  // operation -> how many of its calls fail from the start on
   std::string strSocket = CONTROL_SOCKET;
   double dSpeed = 1.0;
 };

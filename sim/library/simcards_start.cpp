@@ -55,6 +55,8 @@ std::string Build(const std::string& strConfigPath, const std::string& strIndexP
   if (!PlanDriver(strConfigPath, strIndexPath, rConf, rPlan, strError)) return strError;
   rState.ForgetCards();
   BuildCards(rState, rPlan, rConf);
+  for (const auto& [strOperation, iTimes] : rConf.rFaults)
+    rState.rFaults[strOperation] = {iTimes, -1, "simulated failure"};
   rState.eMode = MODE_CARDS;
   return "";
 }

@@ -27,7 +27,8 @@ class SimConfTest : public testing::Test {
 
 TEST_F(SimConfTest, EveryWord) {
   EXPECT_EQ("", Read("# the machine\n\ncard ATP-8A 100 8\n  card \"DST 24\" \"7 7\" 24 # stations\n"
-                     "channel 100 5 type -1\nstart_failures 3 Board 1 does not answer\nsocket /tmp/x\nspeed 2.5\n"));
+                     "channel 100 5 type -1\nstart_failures 3 Board 1 does not answer\nfail SsmSetEvent 2\nsocket "
+                     "/tmp/x\nspeed 2.5\n"));
   ASSERT_EQ(2U, rConf.vCards.size());
   EXPECT_EQ("ATP-8A", rConf.vCards[0].strModel);
   EXPECT_EQ("100", rConf.vCards[0].strSerial);
@@ -37,6 +38,7 @@ TEST_F(SimConfTest, EveryWord) {
   EXPECT_EQ(-1, (rConf.rChTypes[{"100", 5}]));
   EXPECT_EQ(3, rConf.iStartFailures);
   EXPECT_EQ("Board 1 does not answer", rConf.strStartText);
+  EXPECT_EQ((std::map<std::string, int>{{"SsmSetEvent", 2}}), rConf.rFaults);
   EXPECT_EQ("/tmp/x", rConf.strSocket);
   EXPECT_DOUBLE_EQ(2.5, rConf.dSpeed);
 }
@@ -55,7 +57,7 @@ TEST_F(SimConfTest, ErrorsNameLineAndWhatWasExpected) {
     const char *acText, *acError;
   } arRows[] = {
       {"\ncrad X 1 2\n",
-       "2: expected \"card\", \"channel\", \"start_failures\", \"socket\" or \"speed\", found \"crad\""},
+       "2: expected \"card\", \"channel\", \"start_failures\", \"fail\", \"socket\" or \"speed\", found \"crad\""},
       {"card\n", "1: expected a card model, found the end of the line"},
       {"card X 1\n", "1: expected a number of channels, found the end of the line"},
       {"card X 1 0\n", "1: expected a number of channels from 1 to 4096, found \"0\""},

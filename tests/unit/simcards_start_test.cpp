@@ -58,6 +58,16 @@ TEST_F(SimStart, FailsAsOftenAsOrderedAndThenStarts) {
   EXPECT_EQ("SsmStartCti: the driver is started already", LastError());
 }
 
+TEST_F(SimStart, OperationsFailFromTheStartOnAsOrdered) {
+  Conf("fail SsmSetEvent 1\n");
+  ASSERT_EQ(SSM_OK, Start()) << LastError();
+  EVENT_SET_INFO rSetting;
+  rSetting.dwWorkMode = EVENT_POLLING;
+  EXPECT_EQ(-1, SsmSetEvent(0xFFFF, -1, 1, &rSetting));
+  EXPECT_EQ("simulated failure", LastError());
+  EXPECT_EQ(SSM_OK, SsmSetEvent(0xFFFF, -1, 1, &rSetting));
+}
+
 TEST_F(SimStart, WrongConfigurationIsNamed) {
   Conf();
   rFiles.Write("ShConfig.ini", "[SystemConfig]\nTotalBoards=1\n");
