@@ -1,5 +1,5 @@
-"""Fixtures of the campaigns, which use what the end-to-end tests know of the daemon. A file that has the fixture bench names
-its CARDS and, if it likes, SETTINGS and ENVIRONMENT; see bench.py."""
+"""Fixtures of the campaigns, which use what the end-to-end tests know of the daemon. A file that has the fixture bench
+names its CARDS and, if it likes, SETTINGS and ENVIRONMENT; see bench.py."""
 
 import sys
 from pathlib import Path

@@ -108,7 +108,6 @@ ROWS = [
         full,
         [WRITE_FULL],
         story=room_in_mid_call,
-        defect="the header is not written once there is room",
     ),
     Row("disk read-only", read_only, ["C-api error at OpenAudioFile: Read-only file system"]),
     Row("disk without inodes", without_inodes, [OPEN_FULL]),

@@ -1,0 +1,189 @@
+"""What can go wrong while the daemon starts: each row is a start of its own, with its waiting for the cards made short."""
+
+import subprocess
+import threading
+from contextlib import contextmanager
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import Callable
+
+import pytest
+
+from bench import Bench, pattern, rows_of
+
+from harness import LIMIT_S, can_connect, rows, server, sql, wait_until
+
+CARD = "card ATP8 1001 8\n"
+STATION_CARD = "card DST8 1001 8\n"
+DATA = Path("/var/morvex/data")
+CONTROL_SOCKET = Path("/tmp/morvex_crec")
+QUICK = {"sleep_divisor": 10}
+NO_SERVER = 'DB connect error {n} connection to server on socket "/var/run/postgresql/.s.PGSQL.5432" failed: {text}'
+NO_SERVICE = "Error connecting to socket"  # no row has one
+
+
+@dataclass
+class Start:
+    """A start with a misfortune. What it reports, whether it records then, and what else is looked at."""
+
+    name: str
+    cards: str = CARD
+    settings: dict = field(default_factory=dict)
+    control: dict = field(default_factory=dict)
+    before: str = ""
+    fault: Callable = None
+    report: list = field(default_factory=list)
+    may: list = field(default_factory=lambda: [NO_SERVICE])
+    records: bool = True
+    story: Callable = None
+    exit_status: int = 0
+    stop_s: int = LIMIT_S
+    defect: str = None
+    long: bool = False
+
+
+@contextmanager
+def nothing(_bench):
+    yield
+
+
+@contextmanager
+def late_server(bench):
+    """The database comes up when the daemon has asked for it in vain."""
+    server("stop")
+    asked = pattern(NO_SERVER)
+
+    def come():
+        wait_until("a first try", lambda: any(asked.fullmatch(line) for line in bench.daemon.log_after(0)))
+        server("start")
+
+    thread = threading.Thread(target=come, daemon=True)
+    thread.start()
+    yield
+    thread.join()
+
+
+@contextmanager
+def full_data_disk(_bench):
+    """/var/morvex/data has no room, and the driver's configuration of the last start is there."""
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k,mode=755", "data", DATA], check=True)
+    tuned = DATA / "ShConfig.ini"
+    tuned.write_text("[Tuned]\n" + "".join(f"ByHand{k}=1\n" for k in range(900)))
+    subprocess.run(["dd", "if=/dev/zero", f"of={DATA}/filler", "bs=4096"], stderr=subprocess.DEVNULL, check=False)
+    before = tuned.read_bytes()
+    try:
+        yield
+        assert tuned.read_bytes() == before
+    finally:
+        subprocess.run(["umount", "-l", DATA], check=True)
+
+
+@contextmanager
+def taken_socket(_bench):
+    """Somebody has made a folder where the control socket is to be."""
+    subprocess.run(["rm", "-rf", CONTROL_SOCKET], check=True)
+    CONTROL_SOCKET.mkdir()
+    try:
+        yield
+    finally:
+        CONTROL_SOCKET.rmdir()
+
+
+def no_orders(_bench):
+    assert not can_connect()
+
+
+def nobody_finishes(bench):
+    """Without workers no recording is finished: the file is whole, and the row stays where running calls are."""
+    mark = bench.one_call()
+    path = bench.file_of(mark)
+    bench.daemon.wait_line("[1] Recording stopped", mark)
+    assert path.exists()
+    assert len(rows("SELECT id FROM ActiveCalls")) == 1
+
+
+def refused(operation, report=(), **other):
+    cards = other.pop("cards", CARD) + f"fail {operation} 1\n"
+    return Start(f"{operation} refused at the start", cards=cards, report=list(report), **other)
+
+
+ROWS = [
+    Start(
+        "SIGCHLD ignored at the start",
+        before="/usr/bin/env --ignore-signal=CHLD",
+        settings={"o": {"RecEnc": "mp3"}},
+    ),
+    Start("database late", fault=late_server, report=[NO_SERVER]),
+    Start("driver ready at the third try", cards="start_failures 2\n" + CARD, story=lambda bench: None),
+    refused("SsmGetDllVersion"),
+    refused("SsmGetMaxUsableBoard"),
+    refused("SsmSetRecVolume"),
+    refused("SsmSetRecAGC"),
+    refused("SsmSetEvent", ["Error in SsmSetEvent: simulated failure"], records=False),
+    refused("DTRSetMixerVolume", ["Error in DTRSetMixerVolume: simulated failure"], cards=STATION_CARD),
+    refused("SsmSetBargeInSens", cards=STATION_CARD),
+    refused("SsmGetChState"),
+    Start("no thread for the service", control={"threads_left": 0, "refuse_threads": 1}),
+    Start("no thread for one worker", control={"threads_left": 1, "refuse_threads": 1}),
+    Start(
+        "no thread for both workers",
+        control={"threads_left": 1, "refuse_threads": 2},
+        story=nobody_finishes,
+        records=False,
+        stop_s=10,
+        defect="without workers a stop never ends",
+    ),
+    Start(
+        "control socket's name taken",
+        fault=taken_socket,
+        report=[
+            "Socket communication error: bind: Address already in use",
+            "Socket communication error: Failure, could not start listening.",
+        ],
+        story=no_orders,
+    ),
+    Start(
+        "no room for the driver's configuration",
+        fault=full_data_disk,
+        may=["C-api error at {text}", "Error in {text}", NO_SERVICE],
+        records=False,
+        exit_status=1,  # the driver does not start with what is there
+        long=True,  # it is tried for 20 seconds
+    ),
+]
+
+
+@pytest.mark.parametrize("row", rows_of(ROWS))
+def test_start(request, row):
+    sql("DELETE FROM Configs; DELETE FROM ActiveCalls; DELETE FROM Calls")
+    bench = Bench(row.cards, row.settings, campaign="faults_start")
+    request.module.DAEMON = bench.daemon
+    for name, value in {**QUICK, **row.control}.items():
+        bench.control.set(name, value)
+    try:
+        with (row.fault or nothing)(bench):
+            bench.launch(before=row.before)
+            if row.records or row.story:
+                bench.daemon.wait_line("** STARTED **")
+                bench.connect_cards()
+            for line in row.report:
+                bench.wait_report(line, 0)
+            if row.story:
+                row.story(bench)
+            if row.records:
+                bench.clean_call()
+                bench.settle()
+            else:
+                wait_until("an end or a wait", lambda: not bench.daemon.running or row.story or idle(bench))
+        bench.check_trouble(row, 0)
+        bench.control.reset()
+        bench.daemon.terminate()
+        assert bench.daemon.wait_exit(row.stop_s) == row.exit_status
+    finally:
+        if bench.daemon.running:
+            bench.daemon.kill()
+        bench.forget_cards()
+
+
+def idle(bench):
+    return any(line == "waiting for exit" for line in bench.daemon.log_after(0))
