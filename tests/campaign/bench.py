@@ -47,7 +47,7 @@ from harness import (
 ALL = os.environ.get("MORVEX_CAMPAIGN") == "all"
 FIGURES = BUILD / "campaign"
 RECORDINGS = Path("/recordings")
-COPY = RECORDINGS / "clean_call"
+COPY = Path("/tmp/clean_call.wav")  # the audio of a clean call as it was before its conversion
 SLOW_CALLS = 5
 
 # What the log says at levels 3 and 4, by its beginning. A line of one of these that no row announces fails the row.
@@ -297,10 +297,11 @@ class Bench:
         path = self.file_of(mark, channel)
         remoteid = remoteid_of(path)
         self.wait_blocks(path, blocks)
-        COPY.unlink(missing_ok=True)
-        os.link(path, COPY)  # a second name, which stays when a conversion has removed the first
-        self.end(channel)
-        return self.daemon.finished_call(remoteid)
+        with path.open("rb") as running:  # stays open when a conversion has removed the name
+            self.end(channel)
+            call = self.daemon.finished_call(remoteid)
+            COPY.write_bytes(running.read())
+        return call
 
     def compare_final(self, original, call):
         """The file that the row names, against the bytes that were played or their conversion."""
@@ -313,12 +314,9 @@ class Bench:
         if options is None:
             assert final.read_bytes() == original.read_bytes()
             return
-        source = RECORDINGS / "compared.wav"
-        expected = RECORDINGS / ("expected" + final.suffix)
-        source.write_bytes(original.read_bytes())
-        subprocess.run(["sox", source, *options, expected], check=True)
+        expected = original.with_name("expected" + final.suffix)
+        subprocess.run(["sox", original, *options, expected], check=True)
         assert final.read_bytes() == expected.read_bytes()
-        source.unlink()
         expected.unlink()
 
     def one_call(self, channel=0, blocks=2):
