@@ -1,0 +1,78 @@
+"""The hostile neighbour where recordings are converted: links, FIFOs and folders at the names that worker and tools use."""
+
+from contextlib import contextmanager
+from pathlib import Path
+
+import pytest
+
+from bench import Row, rows_of, tool
+from test_neighbour import CARDS, SECRET, TREASURE, nothing, others_go_on, planted, prepare, swapped_in_mid_call
+
+__all__ = ["CARDS", "prepare"]
+SETTINGS = {"o": {"RecEnc": "mp3"}}
+SECURE_DELETE = Path("/var/morvex/conf/opt_secure_delete")
+KINDS = (
+    ("links", "link", SECRET),
+    ("links to a file to come", "link", TREASURE / "new"),
+    ("FIFOs", "fifo", "-"),
+    ("folders", "folder", "-"),
+)
+REFUSED = ["C-api error at {text}: {text}", "Conversion to MP3 failed, fn: {path}"]
+
+
+def until_finished(bench):
+    others_go_on(bench)
+    bench.settle()
+
+
+def planted_for_a_failure(kind, target):
+    """The names of the fallback, which is asked for since sox fails."""
+
+    @contextmanager
+    def fault(bench):
+        with planted(kind, target, [".wav"])(bench), tool("sox", "exit 1"):
+            yield
+
+    return fault
+
+
+def one_call_until_finished(bench):
+    bench.one_call()
+    bench.settle()
+
+
+@contextmanager
+def secure_deletion(_bench):
+    SECURE_DELETE.touch()
+    try:
+        yield
+    finally:
+        SECURE_DELETE.unlink()
+
+
+ROWS = [
+    Row(f"{what} at the names that sox writes", planted(kind, target, [".mp3"]), may=REFUSED, story=until_finished)
+    for what, kind, target in KINDS
+]
+ROWS += [
+    Row(f"{what} at the names of sources", planted(kind, target, [".mp3.g711"]), may=REFUSED, story=until_finished)
+    for what, kind, target in KINDS
+]
+ROWS += [
+    Row(
+        f"{what} at the names of the fallback",
+        planted_for_a_failure(kind, target),
+        may=REFUSED,
+        story=one_call_until_finished,
+    )
+    for what, kind, target in KINDS
+]
+ROWS += [
+    Row("a link in the place of a running source", nothing, may=REFUSED, story=swapped_in_mid_call),
+    Row("the same with secure deletion", secure_deletion, may=REFUSED, story=swapped_in_mid_call),
+]
+
+
+@pytest.mark.parametrize("row", rows_of(ROWS))
+def test_neighbour(bench, row):
+    bench.run(row)
