@@ -206,7 +206,7 @@ void BaseChannel::StartMixRecord(int iBaseDrvCh) {
   BasicRecordingPreparation();
   lg(LOG_NOTICE, "{%d} Mixing this channel to {%d}", iDrvCh, iBaseRecCh);
   iRecordOffset = 0;
-  (void)StartDriver();  // reports by itself; without it this side stays silent
+  (void)StartDriver();  // reports by itself; without it both sides stay silent, as neither comes level with the other
 }
 
 void BaseChannel::StopMixRecord() {
