@@ -223,7 +223,7 @@ bool LineCom::EnsureProgramStarted() {
 bool LineCom::WaitForExit(int seconds) {
   const time_t rStart = time(nullptr);
   while (IsProgramActive()) {
-    if (HasPassed(rStart, seconds)) return false;
+    if (HasPassed(rStart, seconds) || shuttingDown) return false;
     (void)usleep(POLL_US);
   }
   return true;
@@ -300,7 +300,7 @@ bool LineCom::SendMsg(const std::string& msg, std::string& reply) {
   // Interpreters with leaks are replaced before they can do harm.
   if (restartInterval != 0 && HasPassed(lastStarted, restartInterval) && IsProgramActive()) RestartProgram(true);
   if (TryUntilErrorTimeout(msg, reply)) return true;
-  lg(LOG_WARNING, "LineCom. Error time-out reached");
+  lg(LOG_WARNING, shuttingDown ? "LineCom shutting down, not sending msg" : "LineCom. Error time-out reached");
   return false;
 }
 
@@ -313,9 +313,10 @@ bool LineCom::TryUntilErrorTimeout(const std::string& msg, std::string& reply) {
       if (HasPassed(rStart, errorTimeout)) return false;
     }
     if (InternalSendMsg(msg, reply)) return true;
-    if (HasPassed(rStart, errorTimeout)) return false;
+    if (HasPassed(rStart, errorTimeout) || shuttingDown) return false;
     RestartProgram(false);
-    for (int i = 0; i < errorRecheckInterval * iTry * PERIODS_PER_TRY; i++) (void)usleep(POLL_US);
+    for (int i = 0; i < errorRecheckInterval * iTry * PERIODS_PER_TRY && !shuttingDown; i++) (void)usleep(POLL_US);
+    if (shuttingDown) return false;
   }
 }
 

@@ -5,6 +5,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -48,7 +49,9 @@ void BgActHandler::run(int ix) {
   while (!fPleaseStop) {
     if (ThreadAct* prAct = take(ix)) {
       lg(LOG_DEBUG, "Bg Act %d\n", ix);
+      const bool fAlone = prAct->runsAlone();  // the action is another thread's afterwards
       handleAction(prAct);
+      if (fAlone) fAloneRunning = false;
       // Only when the main queue has the action: see ready().
       fBusy[ix] = false;
     } else {
@@ -60,10 +63,17 @@ void BgActHandler::run(int ix) {
 
 ThreadAct* BgActHandler::take(int ix) {
   const MutexLock rLock(rMutex);
-  if (rList.empty()) return nullptr;
-  ThreadAct* prAct = rList.front();
-  rList.pop_front();
+  const auto it = std::find_if(rList.begin(), rList.end(), [this](const ThreadAct* prAct) {
+    return prAct == nullptr || !fAloneRunning || !prAct->runsAlone();
+  });
+  if (it == rList.end()) return nullptr;
+  ThreadAct* prAct = *it;
+  rList.erase(it);
   fBusy[ix] = true;
+  if (prAct != nullptr && prAct->runsAlone()) {
+    fAloneRunning = true;
+    iAloneWaiting--;
+  }
   return prAct;
 }
 
@@ -77,8 +87,19 @@ void BgActHandler::handleAction(ThreadAct* prAct) {
 }
 
 void BgActHandler::queue(ThreadAct* prAct) {
+  if (append(prAct)) return;
+  prAct->refused();
+  delete prAct;
+}
+
+bool BgActHandler::append(ThreadAct* prAct) {
   const MutexLock rLock(rMutex);
+  if (prAct != nullptr && prAct->runsAlone()) {
+    if (iAloneWaiting >= MAX_ALONE_WAITING) return false;
+    iAloneWaiting++;
+  }
   rList.push_back(prAct);
+  return true;
 }
 
 bool BgActHandler::ready() {

@@ -82,7 +82,8 @@ class SlowHandlerMsg : public ThreadAct {
   std::string msg;
 };
 
-constexpr int ATHREAD = 2;  // workers; bounds the number of conversions at a time
+constexpr int ATHREAD = 2;               // workers; bounds the number of conversions at a time
+constexpr int MAX_ALONE_WAITING = 1000;  // hours of a site that posts its calls while the script is gone
 
 class BgActHandler {
  public:
@@ -99,8 +100,10 @@ class BgActHandler {
 
  private:
   static void* run_it(void* pIx);
-  // First of the list, worker ix busy with it from then on; null when there is none.
+  // First of the list that may run now, worker ix busy with it from then on; null when there is none.
   ThreadAct* take(int ix);
+  // False when too many of its kind wait.
+  bool append(ThreadAct* prAct);
   // One second, or until told to stop.
   void idle() const;
 
@@ -108,7 +111,9 @@ class BgActHandler {
   Mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
   std::atomic<bool> fBusy[ATHREAD] = {};           // true while that worker holds an action
-  std::list<ThreadAct*> rList GUARDED_BY(rMutex);  // first in, first out
+  std::list<ThreadAct*> rList GUARDED_BY(rMutex);  // first in, first out, but for those that run alone
+  int iAloneWaiting GUARDED_BY(rMutex) = 0;        // of rList
+  std::atomic<bool> fAloneRunning{false};          // set under rMutex
 };
 extern BgActHandler* prBgActHandler;  // null until init_bgact, not reset by close_bgact
 

@@ -18,6 +18,7 @@ constexpr int TRACKER_RESTART_S = 600;
 constexpr int TRACKER_READ_S = 30;
 constexpr int TRACKER_ERROR_S = 120;
 constexpr int TRACKER_RECHECK_FACTOR = 1;
+constexpr double STOP_POSTS_S = 10;
 
 }  // namespace
 
@@ -27,33 +28,46 @@ Tracker::~Tracker() {
 
 void Tracker::init() {
   if (m_lineCom != nullptr) return;
-  m_lineCom = new LineCom;
+  auto* prCom = new LineCom;
   const char* aacArgs[] = {TRACKER_PROGRAM, TRACKER_SCRIPT, nullptr};
-  m_lineCom->Init(TRACKER_PROGRAM, aacArgs);
-  m_lineCom->SupportsExitMsg();
-  m_lineCom->SetRestartInterval(TRACKER_RESTART_S);
-  m_lineCom->SetReadTimeout(TRACKER_READ_S);
-  m_lineCom->SetErrorTimeout(TRACKER_ERROR_S);
-  m_lineCom->SetErrorRecheckInterval(TRACKER_RECHECK_FACTOR);
+  prCom->Init(TRACKER_PROGRAM, aacArgs);
+  prCom->SupportsExitMsg();
+  prCom->SetRestartInterval(TRACKER_RESTART_S);
+  prCom->SetReadTimeout(TRACKER_READ_S);
+  prCom->SetErrorTimeout(TRACKER_ERROR_S);
+  prCom->SetErrorRecheckInterval(TRACKER_RECHECK_FACTOR);
+  m_lineCom = prCom;
 }
 
 void Tracker::postCall(int iCallID) {
-  const MutexLock rLock(rMutex);  // a post in retry blocks the other worker, if that has one too
+  const MutexLock rLock(rMutex);
   init();
+  LineCom* prCom = m_lineCom;
+  if (fGivenUp) prCom->SignalStop();  // by an order that came before there was a child
   std::string strReply;
-  if (m_lineCom->SendMsg("type=crec&act=post&id=" + ToStdString(iCallID) + "\n", strReply)) {
+  if (prCom->SendMsg("type=crec&act=post&id=" + ToStdString(iCallID) + "\n", strReply)) {
     lg(LOG_NOTICE, "LineCom reply: %s", strReply.c_str());
   } else {
     lg(LOG_ERR, "LineCom SendMsg post failed");  // retried long enough: the row in Calls stands as it is
   }
 }
 
+// Without a lock, as a post holds that for as long as it takes; what is made in between asks fGivenUp.
+void Tracker::limitStop() {
+  if (!rStopping) rStopping.emplace();
+  if (rStopping->Seconds() < STOP_POSTS_S) return;
+  fGivenUp = true;
+  if (LineCom* prCom = m_lineCom) prCom->SignalStop();
+}
+
 void Tracker::close() {
   const MutexLock rLock(rMutex);
-  if (m_lineCom == nullptr) return;
-  m_lineCom->Stop();
-  delete m_lineCom;
-  m_lineCom = nullptr;
+  rStopping.reset();
+  fGivenUp = false;
+  LineCom* prCom = m_lineCom.exchange(nullptr);
+  if (prCom == nullptr) return;
+  prCom->Stop();
+  delete prCom;
 }
 
 void CallPostAct::performThread() {
@@ -63,3 +77,7 @@ void CallPostAct::performThread() {
 }
 
 void CallPostAct::performMain() {}
+
+void CallPostAct::refused() {
+  lg(LOG_ERR, "Call Post id=%d given up, too many wait", iCallID);
+}

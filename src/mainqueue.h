@@ -20,6 +20,10 @@ class ThreadAct {
   // The word to whoever waits that performMain is through. It stands apart so that a base class can say it for all its
   // actions (AwaitedAct in reactor_orders.cpp), and so that it stays unsaid where nobody can wait: see queueAction.
   virtual void completed() {}
+  // True for work that waits for something which may be slow for hours. The workers run one such action at a time, so
+  // that all others go on, and the list holds a limited number: refused is called for one too many, before its end.
+  virtual bool runsAlone() const { return false; }
+  virtual void refused() {}
 };
 
 // The queue of one start try; TRecorderBoot (recorder_boot.h) is one.

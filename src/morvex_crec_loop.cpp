@@ -17,6 +17,7 @@
 #include <ctime>
 
 #include "bgact.h"
+#include "bgact_tracker.h"
 #include "ftime.h"
 #include "logging.h"
 #include "reactor.h"
@@ -63,6 +64,7 @@ struct MainLoop {
   bool StoppingPass() {
     (void)usleep(STOPPING_PAUSE_US);
     (void)ShutdownOnce();
+    if (fAppTerminate) theTracker.limitStop();
     bool fQueueIsEmpty = isBgQueueReady();
     if (rBoot.RunOneAction()) fQueueIsEmpty = false;
     if (!isBgQueueReady() || !fCalledShutDown || !fQueueIsEmpty) return true;

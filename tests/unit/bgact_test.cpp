@@ -136,6 +136,49 @@ TEST_F(BgActTest, TwoActionsRunAtATimeInTheOrderOfQueueing) {
   EXPECT_EQ(rDiary.Notes().size(), 6u);
 }
 
+// As a post to a script is, which may not answer.
+class LonelyAct : public NotingAct {
+ public:
+  using NotingAct::NotingAct;
+  bool runsAlone() const override { return true; }
+  void refused() override { iRefused++; }
+  static inline std::atomic<int> iRefused{0};
+};
+
+TEST_F(BgActTest, ActionThatRunsAloneOccupiesOneWorker) {
+  init_bgact();
+  for (const char* acName : {"slow 1", "slow 2", "slow 3"}) queueAction(new LonelyAct(rDiary, acName, &fHold));
+  for (int i = 0; i < 5; i++) queueAction(new NotingAct(rDiary, "quick"));
+  EXPECT_TRUE(Await([this] { return rDiary.Count("quick deleted") == 5; }));
+  EXPECT_EQ(rDiary.Count("slow 1 thread"), 1);
+  EXPECT_EQ(rDiary.Count("slow 2 thread"), 0);
+  EXPECT_FALSE(isBgQueueReady());
+  fHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  Texts astrSlow;
+  for (const std::string& strNote : rDiary.Notes()) {
+    if (strNote.find("slow") == 0) astrSlow.push_back(strNote);
+  }
+  EXPECT_EQ(astrSlow, Texts({"slow 1 thread", "slow 1 deleted", "slow 2 thread", "slow 2 deleted", "slow 3 thread",
+                             "slow 3 deleted"}));
+}
+
+TEST_F(BgActTest, ActionsThatRunAloneWaitInALimitedNumber) {
+  init_bgact();
+  queueAction(new LonelyAct(rDiary, "running", &fHold));
+  EXPECT_TRUE(Await([this] { return rDiary.Count("running thread") == 1; }));
+  for (int i = 0; i < MAX_ALONE_WAITING; i++) queueAction(new LonelyAct(rDiary, "waiting"));
+  EXPECT_EQ(LonelyAct::iRefused, 0);
+  queueAction(new LonelyAct(rDiary, "one too many"));
+  EXPECT_EQ(LonelyAct::iRefused, 1);
+  EXPECT_EQ(rDiary.Count("one too many deleted"), 1);
+  queueAction(new NotingAct(rDiary, "quick"));
+  EXPECT_TRUE(Await([this] { return rDiary.Count("quick thread") == 1; }));
+  fHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_EQ(rDiary.Count("waiting thread"), MAX_ALONE_WAITING);
+}
+
 TEST_F(BgActTest, IdlePoolStartsAnActionWithinAboutASecond) {
   init_bgact();
   const StopWatch rWatch;

@@ -131,6 +131,47 @@ TEST_F(TrackerTest, PostIsGivenUpAfterTwoMinutes) {
   EXPECT_EQ(astrLines.back(), "5 Post done");
 }
 
+// A post to a script that fails goes on for two minutes; the clock of the test stands, so only the stop ends it.
+TEST_F(TrackerTest, StopGivesUpAScriptThatIsDead) {
+  UseScript("echo \"ERROR\\n\";");
+  std::atomic<bool> fEnded{false};
+  std::thread rPoster([&fEnded] {
+    Post(6);
+    Post(7);
+    fEnded = true;
+  });
+  EXPECT_TRUE(Await([] { return Processes() >= 1; }));
+  testtime::rFrozen = time(nullptr);
+  EXPECT_TRUE(Await(
+      [&fEnded] {
+        theTracker.limitStop();
+        return fEnded.load();
+      },
+      60'000));
+  rPoster.join();
+  testtime::rFrozen = 0;
+  const Texts astrLines = logsink::TakeTexts();
+  const Texts astrEnd(astrLines.end() - 6, astrLines.end());
+  EXPECT_EQ(astrEnd,
+            Texts({"3 LineCom SendMsg post failed", "5 Post done", "5 Call Post id=7",
+                   "4 LineCom shutting down, not sending msg", "3 LineCom SendMsg post failed", "5 Post done"}));
+}
+
+TEST_F(TrackerTest, StopLetsAScriptThatAnswersHearOfAllCalls) {
+  UseScript("echo \"ok\\n\";");
+  theTracker.limitStop();
+  for (int i = 1; i <= 3; i++) Post(i);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"),
+            "type=crec&act=post&id=1\ntype=crec&act=post&id=2\ntype=crec&act=post&id=3\n");
+}
+
+TEST_F(TrackerTest, RefusedPostIsTold) {
+  CallPostAct rAct;
+  rAct.iCallID = 8;
+  rAct.refused();
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"3 Call Post id=8 given up, too many wait"}));
+}
+
 TEST_F(TrackerTest, ProcessIsReplacedByExitMessageAfterTenMinutes) {
   UseScript("echo \"ok\\n\";");
   Post(1);
