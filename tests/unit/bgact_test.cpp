@@ -12,6 +12,7 @@
 #include "LogSink.h"
 #include "TestTools.h"
 #include "ftime.h"
+#include "shell.h"
 #include "signaling.h"
 
 using testtools::Await;
@@ -134,6 +135,26 @@ TEST_F(BgActTest, TwoActionsRunAtATimeInTheOrderOfQueueing) {
   fHold = false;
   EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
   EXPECT_EQ(rDiary.Notes().size(), 6u);
+}
+
+TEST_F(BgActTest, WorkersAndTheirCommandsComeBehindTheLoop) {
+  class AskingAct : public ThreadAct {
+   public:
+    explicit AskingAct(Diary& rDiaryToUse) : rDiary(rDiaryToUse) {}
+    void performThread() override {
+      rDiary.Note(stdSystem("nice"));
+      rDiary.Note(stdSystem("ionice"));
+    }
+    void performMain() override {}
+
+   private:
+    Diary& rDiary;
+  };
+  init_bgact();
+  queueAction(new AskingAct(rDiary));
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+  EXPECT_EQ(rDiary.Notes(), Texts({"10\n", "best-effort: prio 7\n"}));
+  EXPECT_EQ(stdSystem("nice"), "0\n");
 }
 
 // As a post to a script is, which may not answer.
