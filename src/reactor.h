@@ -29,6 +29,7 @@ class CrecReactor {
 
   pthread_t rThread{};
   std::atomic<bool> fClosing{false};
+  std::atomic<bool> fEnded{false};          // the thread is about to end
   std::atomic<bool> fWaitingOnMain{false};  // true from before an action is queued until its completed runs
   std::atomic<int> iActResult{0};           // of the last action that reports one
   std::atomic<bool> fReconfigWaits{false};  // a "reconfig" is queued and has not begun
