@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr int HEADER_UPDATE_S = 5;  // a crash loses at most this much of a file's length
+// A killed process loses at most this much of a file's length; a power cut, also what the disk has not taken yet.
+constexpr int HEADER_UPDATE_S = 5;
 constexpr int SECONDS_PER_MIN = 60;
 
 }  // namespace
