@@ -70,8 +70,15 @@ void SetNonBlocking(int iFd) {
   (void)fcntl(iFd, F_SETFL, iFlags | O_NONBLOCK);
 }
 
+// Seconds on a clock that nobody sets, so that limits hold when the time of day is corrected.
+time_t Now() {
+  timespec rNow{};
+  (void)clock_gettime(CLOCK_BOOTTIME, &rNow);
+  return rNow.tv_sec;
+}
+
 bool HasPassed(time_t rSince, int iSeconds) {
-  return time(nullptr) - rSince >= iSeconds;
+  return Now() - rSince >= iSeconds;
 }
 
 enum EReply { REPLY_MORE, REPLY_COMPLETE, REPLY_FAILED };
@@ -190,7 +197,7 @@ bool LineCom::StartProgram() {
   SetNonBlocking(pipesfd[2]);
   writeToChild = fdopen(pipesfd[1], "w");
   if (writeToChild == nullptr) return false;
-  lastStarted = time(nullptr);
+  lastStarted = Now();
   return true;
 }
 
@@ -221,7 +228,7 @@ bool LineCom::EnsureProgramStarted() {
 }
 
 bool LineCom::WaitForExit(int seconds) {
-  const time_t rStart = time(nullptr);
+  const time_t rStart = Now();
   while (IsProgramActive()) {
     if (HasPassed(rStart, seconds) || shuttingDown) return false;
     (void)usleep(POLL_US);
@@ -272,7 +279,7 @@ bool LineCom::InternalSendMsg(const std::string& msg, std::string& reply) {
 }
 
 bool LineCom::ReadReply(const std::string& msg, std::string& reply) {
-  const time_t rStart = time(nullptr);
+  const time_t rStart = Now();
   if (shuttingDown) return false;
   ReplyBuffer rReply;
   EReply eReply = REPLY_MORE;
@@ -305,11 +312,10 @@ bool LineCom::SendMsg(const std::string& msg, std::string& reply) {
 }
 
 bool LineCom::TryUntilErrorTimeout(const std::string& msg, std::string& reply) {
-  const time_t rStart = time(nullptr);
+  const time_t rStart = Now();
   for (int iTry = 1;; iTry++) {
     if (iTry > 1) {
-      lg(LOG_NOTICE, "LineCom try: %d el: %d / %d", iTry, static_cast<int>(time(nullptr) - rStart),
-         errorTimeout.load());
+      lg(LOG_NOTICE, "LineCom try: %d el: %d / %d", iTry, static_cast<int>(Now() - rStart), errorTimeout.load());
       if (HasPassed(rStart, errorTimeout)) return false;
     }
     if (InternalSendMsg(msg, reply)) return true;
