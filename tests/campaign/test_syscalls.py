@@ -62,6 +62,7 @@ KNOWN = {
     r"nothing tells of \[.(write|pwrite64)\(\d+, .*, 4(, \d+)?\) ": "a length in the header that is not written",
     r"nothing tells of \[.lseek\(": "a header that is not reached",
     r"nothing tells of \[.(\d+ +)?unlink(at)?\(": "a source that is not removed",
+    r"nothing tells of \[.(\d+ +)?openat\([^)]*O_DIRECTORY\)": "a folder that is not opened to remove a source in it",
 }
 
 
