@@ -1,4 +1,4 @@
-"""What can go wrong while the daemon starts: each row is a start of its own, with its waiting for the cards made short."""
+"""What can go wrong while the daemon starts: each row is a start of its own, with short waits for the cards."""
 
 import subprocess
 import threading

@@ -1,4 +1,4 @@
-"""The hostile neighbour where recordings are converted: links, FIFOs and folders at the names that worker and tools use."""
+"""The hostile neighbour where recordings are converted: at the names that worker and tools use."""
 
 from contextlib import contextmanager
 from pathlib import Path
