@@ -4,7 +4,7 @@ import os
 from contextlib import contextmanager
 from pathlib import Path
 
-from bench import Row, is_whole, remoteid_of, tool
+from bench import Row, remoteid_of, tool
 from harness import path_of, wait_until
 
 CARDS = "card ATP8 1001 8"
@@ -37,7 +37,7 @@ def keeps_the_audio(code, extension):
         call = bench.daemon.finished_call(remoteid_of(running))
         assert call["encoding"] == code
         assert call["filename"] == call["remoteid"] + extension
-        is_whole(path_of(call))
+        bench.check_whole(path_of(call))
         assert not running.exists()
 
     return story
@@ -55,7 +55,7 @@ def hangs(then, code, extension):
         call = bench.daemon.finished_call(remoteid_of(running))
         assert call["encoding"] == code
         assert call["filename"] == call["remoteid"] + extension
-        is_whole(path_of(call))
+        bench.check_whole(path_of(call))
 
     return story
 

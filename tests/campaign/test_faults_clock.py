@@ -6,7 +6,7 @@ from datetime import datetime, timezone
 
 import pytest
 
-from bench import Row, is_whole, remoteid_of, rows_of
+from bench import Row, remoteid_of, rows_of
 from harness import path_of, wait_until
 
 CARDS = "card ATP8 1001 8"
@@ -37,7 +37,7 @@ def jump_in_mid_call(seconds):
             bench.wait_blocks(path, size // 2048 + 3)
             bench.end()
             call = bench.daemon.finished_call(remoteid_of(path))
-        is_whole(path_of(call), 4)
+        bench.check_whole(path_of(call), 4)
 
     return story
 
@@ -55,7 +55,7 @@ def over_the_change(year, month, day, hour_utc):
             bench.end()
             call = bench.daemon.finished_call(remoteid_of(path))
             assert 1 <= call["duration"] <= 6
-            is_whole(path_of(call), 8)
+            bench.check_whole(path_of(call), 8)
             _, _ = bench.clean_call()
 
     return story

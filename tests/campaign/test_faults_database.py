@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from bench import Row, is_whole, pattern, remoteid_of, rows_of
+from bench import Row, pattern, remoteid_of, rows_of
 from harness import rows, server, sql, wait_until
 
 CARDS = "card ATP8 1001 8"
@@ -89,7 +89,7 @@ def call_without_row(bench):
     mark = bench.one_call()
     path = bench.file_of(mark)
     bench.daemon.wait_line("[1] Recording stopped", mark)
-    is_whole(path)
+    bench.check_whole(path)
 
 
 def in_mid_call(disturb, heal):
@@ -105,7 +105,7 @@ def in_mid_call(disturb, heal):
         heal()
         bench.end()
         bench.daemon.finished_call(remoteid)
-        is_whole(path)
+        bench.check_whole(path)
 
     return story
 
@@ -129,7 +129,7 @@ def gone_at_the_end(bench):
         >= STATEMENTS_OF_A_ROW,
     )
     server("start")
-    is_whole(path)
+    bench.check_whole(path)
     assert rows(f"SELECT id FROM Calls WHERE remoteid = '{remoteid}'") == []
     assert [row["id"] for row in rows("SELECT id FROM ActiveCalls")] == [active["id"]]
     sql("DELETE FROM ActiveCalls")
@@ -160,7 +160,7 @@ def call_with_full_server(bench):
     mark = bench.one_call()
     path = bench.file_of(mark)
     bench.daemon.wait_line("[1] Recording stopped", mark)
-    is_whole(path)
+    bench.check_whole(path)
 
 
 NO_SERVER = 'DB connect error {n} connection to server on socket "/var/run/postgresql/.s.PGSQL.5432" failed: {text}'
