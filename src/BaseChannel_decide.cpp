@@ -149,7 +149,8 @@ BaseChannel::Verdict BaseChannel::JudgeRecording() {
   IDatabase* const prDB = prRecorder->GetDatabaseHandle();
   const StdStringMap rExtra = prDB->GetActiveCallExtra(iActiveCallID);
   const int iRecMinDur = prDB->GetConfigInt("RecMinDur");
-  if (iDuration < iRecMinDur) {
+  // Where the clock was set back in mid-call the duration is negative, and tells nothing of the length.
+  if (iDuration >= 0 && iDuration < iRecMinDur) {
     lg(LOG_NOTICE, "[%d] Duration too short (%d < %d)", iChannel, iDuration, iRecMinDur);
     rVerdict.fTooShort = true;
     return rVerdict;

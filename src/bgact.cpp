@@ -42,14 +42,21 @@ void BgActHandler::init() {
   for (std::intptr_t ix = 0; ix < ATHREAD; ix++) {
     fBusy[ix] = false;
     void* pvIndex = reinterpret_cast<void*>(ix);  // NOLINT(performance-no-int-to-ptr): a number, never followed
-    if (pthread_create(&rThread[ix], nullptr, run_it, pvIndex) != 0) rThread[ix] = 0;
+    fStarted[ix] = pthread_create(&rThread[ix], nullptr, run_it, pvIndex) == 0;
   }
+}
+
+bool BgActHandler::hasWorker() {
+  const auto isStarted = [](const std::atomic<bool>& fWorkerStarted) { return fWorkerStarted.load(); };
+  const auto anyStarted = [&] { return std::any_of(std::begin(fStarted), std::end(fStarted), isStarted); };
+  if (!anyStarted()) init();
+  return anyStarted();
 }
 
 void BgActHandler::close() {
   fPleaseStop = true;
-  for (const pthread_t rWorker : rThread) {
-    if (rWorker != 0) (void)pthread_join(rWorker, nullptr);
+  for (int ix = 0; ix < ATHREAD; ix++) {
+    if (fStarted[ix]) (void)pthread_join(rThread[ix], nullptr);
   }
 }
 
@@ -139,7 +146,7 @@ void close_bgact() {
 }
 
 void queueAction(ThreadAct* prAct) {
-  if (prBgActHandler != nullptr) {
+  if (prBgActHandler != nullptr && prBgActHandler->hasWorker()) {
     prBgActHandler->queue(prAct);
     return;
   }

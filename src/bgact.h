@@ -89,6 +89,8 @@ class BgActHandler {
  public:
   void init();
   void close();
+  // While the system has refused all workers, it is asked for them again at each action.
+  bool hasWorker();
   // The loop of worker ix; returns when told to stop.
   void run(int ix);
   // A worker's turn: performThread, then over to the main thread.
@@ -107,7 +109,8 @@ class BgActHandler {
   // One second, or until told to stop.
   void idle() const;
 
-  pthread_t rThread[ATHREAD] = {};  // 0: could not be started
+  pthread_t rThread[ATHREAD] = {};
+  std::atomic<bool> fStarted[ATHREAD] = {};  // that rThread is one
   Mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
   std::atomic<bool> fBusy[ATHREAD] = {};           // true while that worker holds an action

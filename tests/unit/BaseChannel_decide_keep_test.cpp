@@ -220,6 +220,16 @@ TEST_F(BaseChannelKeep, MinimumDuration) {
   Check({"one second below", {{"RecMinDur", "11"}}, true, "0301234", false, {"5 [7] Duration too short (10 < 11)"}});
 }
 
+TEST_F(BaseChannelKeep, ClockThatIsSetBackMakesNoCallTooShort) {
+  SetConfig("RecMinDur", "11");
+  const std::string strFile = Talk(20);
+  PassSeconds(-3600);
+  OnHook();
+  EXPECT_THAT(Log(), ElementsAre("5 [7] Call stops", "5 [7] Recording stopped (-3580 s)"));
+  EXPECT_TRUE(Exists(strFile));
+  EXPECT_EQ(KeptRows(), 1u);
+}
+
 TEST_F(BaseChannelKeep, EmptyNumber) {
   const Texts astrRefused = {"5 [7] Empty remote number: not keeping"};
   Check({"option off", {{"NotRecEmptyNum", "0"}}, true, "", true, {}});
