@@ -117,8 +117,6 @@ ROWS = [
     Start("no thread for the service", control={"threads_left": 0, "refuse_threads": 1}),
     Start("no thread for one worker", control={"threads_left": 1, "refuse_threads": 1}),
     Start("no thread for both workers", control={"threads_left": 1, "refuse_threads": 2}),
-    # The first recording is finished where it ends, the next by workers.
-    Start("no thread for both workers, nor at the first action", control={"threads_left": 1, "refuse_threads": 4}),
     Start(
         "control socket's name taken",
         fault=taken_socket,

@@ -1,6 +1,8 @@
 #include "bgact.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -155,6 +157,29 @@ TEST_F(BgActTest, WorkersAndTheirCommandsComeBehindTheLoop) {
   EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
   EXPECT_EQ(rDiary.Notes(), Texts({"10\n", "best-effort: prio 7\n"}));
   EXPECT_EQ(stdSystem("nice"), "0\n");
+}
+
+// Root may have threads beyond any limit, so this is for a process of its own.
+void LimitThreads(rlim_t uiMost) {
+  constexpr uid_t NOBODY = 65534;
+  rlimit rLimit{};
+  (void)getrlimit(RLIMIT_NPROC, &rLimit);
+  rLimit.rlim_cur = std::min(uiMost, rLimit.rlim_max);
+  if (setresuid(NOBODY, NOBODY, NOBODY) != 0 || setrlimit(RLIMIT_NPROC, &rLimit) != 0) _exit(2);
+}
+
+TEST_F(BgActTest, RefusedWorkersAreAskedForAgainAtEachAction) {
+  const auto Run = [this] {
+    LimitThreads(0);
+    init_bgact();
+    queueAction(new NotingAct(rDiary, "first"));
+    const bool fRanHere = rDiary.Notes() == Texts({"first thread here", "first main here", "first deleted"});
+    LimitThreads(RLIM_INFINITY);
+    queueAction(new NotingAct(rDiary, "second", &fHold));
+    const bool fHasWorker = Await([this] { return rDiary.Count("second thread") == 1; }) && !isBgQueueReady();
+    _exit(fRanHere && fHasWorker ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
 }
 
 // As a post to a script is, which may not answer.
