@@ -62,9 +62,11 @@ void OnePhase(DstLine& rLine, FuzzBytes& rBytes) {
   }
   FuzzCheck(rChannel.iPbxType != PBX_TENOVIS, "a line that speaks records is known by it");
   const bool isMultiCall = rChannel.iPbxType == PBX_TENOVIS_ISDN;
-  if (dwPhase == DMSG_BRI_CONNECTED) {
+  if (!isMultiCall) {
+    FuzzCheck(iBusy == 0, "the list grows only where it is read");
+  } else if (dwPhase == DMSG_BRI_CONNECTED) {
     FuzzCheck(iBusy == iBusyBefore + 1, "a connected call joins the list");
-  } else if (dwPhase == DMSG_BRI_RELEASED && isMultiCall) {
+  } else if (dwPhase == DMSG_BRI_RELEASED) {
     FuzzCheck(iBusy == iBusyBefore - (iBusyBefore > 0 ? 1 : 0), "a release shortens the list by one");
   } else {
     FuzzCheck(iBusy == iBusyBefore, "other phases leave the list alone");

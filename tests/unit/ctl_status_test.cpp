@@ -194,7 +194,9 @@ TEST_F(StatusTest, JsonWithoutDaemonAndDatabase) {
 TEST_F(StatusTest, CallWhoseDaemonHasEndedIsUnfinished) {
   CtlStatus rStatus = MakeStatus();
   for (CallStatus& rCall : rStatus.vCalls) rCall.fUnfinished = true;
-  for (const auto& rCall : StatusToJson(rStatus)["calls"]) EXPECT_EQ(rCall["state"], "unfinished");
+  const nlohmann::json rJson = StatusToJson(rStatus);
+  ASSERT_EQ(rJson["calls"].size(), rStatus.vCalls.size());
+  for (const auto& rCall : rJson["calls"]) EXPECT_EQ(rCall["state"], "unfinished");
 }
 
 TEST_F(StatusTest, FileOfADaemonThatHasEndedSaysNothing) {

@@ -327,7 +327,7 @@ TEST_F(LoopTest, ActionOfThePassThatShutsDownIsRun) {
 // A line that is one endless call would begin a second one in the second that follows the end of the first.
 TEST_F(LoopTest, StopLeavesNothingOfALineThatAlwaysRecords) {
   rBoot.rConfigs["Syn1001_Trigger"] = "4,4";
-  AtStart([this](CRecorder&) { testtime::rFrozen += 1; });  // Periodic of this second begins the calls
+  AtStart([](CRecorder&) { testtime::rFrozen += 1; });  // Periodic of this second begins the calls
   AtStart([this](CRecorder& rRunning) {
     EXPECT_EQ(prDb->rTables["ActiveCalls"].size(), 2u);
     prChannel->rOnEvent = [](SSM_EVENT*) {
