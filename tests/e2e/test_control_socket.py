@@ -27,9 +27,14 @@ def started(daemon):
     """The main thread has done what was queued at the start: an order behind that would wait longer than it may, and its
     late completion would answer the next one. Nobody waits for "reconfig", so it leaves no completion behind."""
     daemon.wait_line("signal => sysinfo")
-    mark = daemon.mark()
-    order("reconfig")
-    daemon.wait_line("RecOnDmd item", mark)  # the last line of the settings it loads
+
+    def is_answered_in_time():
+        mark = daemon.mark()
+        order("reconfig")
+        daemon.wait_line("RecOnDmd item", mark)  # the last line of the settings it loads
+        return order(f"silence {NO_CALL}") == UNKNOWN_CALL
+
+    wait_until("an order is answered in time", is_answered_in_time)
 
 
 def send(data):

@@ -20,13 +20,22 @@
 #include "Texts.h"
 #include "morvex_crec.h"
 
+// Clang's thread sanitizer hands a signal on in its own time and way, so a report that starts in one does not come to
+// its end. The other builds run all of this.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define SIGNALS_ARE_THE_SANITIZERS
+#endif
+#endif
+
 using testtools::Await;
 
 namespace {
 
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
 constexpr const char* LOG_SOCKET = "/dev/log";
-constexpr std::size_t BLOCK_BYTES = 2000;  // more than the caches of a thread take, so that its arena is locked
+[[maybe_unused]] constexpr std::size_t BLOCK_BYTES =
+    2000;  // more than the caches of a thread take, so that its arena is locked
 constexpr int HANG_MS = 60'000;
 const std::string strErrorPrio = "<" + std::to_string(LOG_USER | LOG_ERR) + ">";
 
@@ -64,7 +73,7 @@ class LogSocket {
   int hSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
-bool EndsWith(const std::string& strText, const std::string& strEnd) {
+[[maybe_unused]] bool EndsWith(const std::string& strText, const std::string& strEnd) {
   return strText.size() >= strEnd.size() && strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) == 0;
 }
 
@@ -116,6 +125,7 @@ class CrashTest : public testing::Test {
   Texts astrLog;  // messages of the last process
 };
 
+#ifndef SIGNALS_ARE_THE_SANITIZERS
 TEST_F(CrashTest, CrashIsLoggedWithItsBacktraceAndKillsByItsOwnSignal) {
   for (const int iSignal : {SIGSEGV, SIGABRT}) {
     SCOPED_TRACE(iSignal);
@@ -127,6 +137,7 @@ TEST_F(CrashTest, CrashIsLoggedWithItsBacktraceAndKillsByItsOwnSignal) {
     EXPECT_TRUE(EndsWith(astrLog[1], "]")) << astrLog[1];  // "<binary>(<function>) [<address>]"
   }
 }
+#endif
 
 TEST_F(CrashTest, CrashBySignalFromOutsideKillsToo) {
   for (const int iSignal : {SIGSEGV, SIGABRT}) {
@@ -147,6 +158,7 @@ TEST_F(CrashTest, LogThatIsNotReadHoldsNoCrashUp) {
   (void)close(hFilling);
 }
 
+#ifndef SIGNALS_ARE_THE_SANITIZERS
 TEST_F(CrashTest, SecondThreadThatCrashesTooChangesNothing) {
   for (int iTry = 0; iTry < 10; iTry++) {
     const int iStatus = StatusOf([] {
@@ -168,9 +180,10 @@ TEST_F(CrashTest, SecondThreadThatCrashesTooChangesNothing) {
     for (std::size_t i = 1; i < astrLog.size(); i++) EXPECT_FALSE(EndsWith(astrLog[i], strOf));
   }
 }
+#endif
 
 // What follows breaks the C library's own heap; a sanitizer has another one in its place, and finds the fault first.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(SIGNALS_ARE_THE_SANITIZERS)
 
 // The optimiser must not see that a block is freed twice or written behind its end.
 void* Hidden(void* pvBlock) {
