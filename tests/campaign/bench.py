@@ -75,16 +75,13 @@ class Row:
     may: list = field(default_factory=list)  # and these may come: the order of two events decides
     story: Callable = None  # takes the bench while the fault is there; else one call
     clean: bool = True  # a clean call can follow in this process
-    defect: str = None  # why the row fails today; it must fail then
     long: bool = False  # not in the short form
 
 
 def rows_of(table):
     params = []
     for row in table:
-        marks = [pytest.mark.xfail(strict=True, reason=row.defect)] if row.defect else []
-        if row.long:
-            marks.append(pytest.mark.long)
+        marks = [pytest.mark.long] if row.long else []
         params.append(pytest.param(row, id=row.name.replace(" ", "_"), marks=marks))
     return params
 

@@ -38,7 +38,6 @@ class Start:
     story: Callable = None
     exit_status: int = 0
     stop_s: int = LIMIT_S
-    defect: str = None
     long: bool = False
 
 
