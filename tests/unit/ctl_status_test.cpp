@@ -40,7 +40,7 @@ CtlStatus MakeStatus() {
   return rStatus;
 }
 
-class StatusTest : public testing::Test {
+class CtlStatusTest : public testing::Test {
  protected:
   void SetUp() override {
     setenv("TZ", "UTC", 1);
@@ -48,7 +48,7 @@ class StatusTest : public testing::Test {
   }
 };
 
-TEST_F(StatusTest, LinesAreReadAndTheRestIsSkipped) {
+TEST_F(CtlStatusTest, LinesAreReadAndTheRestIsSkipped) {
   WriteTestFile(STATUS_PATH, "Line_1: ok\nLine_12: offline\nwhat else\nLine_x: ok\n\nLine_3:\nLine_7: error\n");
   std::vector<LineStatus> vLines;
   ASSERT_TRUE(ReadLineStatus(STATUS_PATH, vLines));
@@ -61,20 +61,20 @@ TEST_F(StatusTest, LinesAreReadAndTheRestIsSkipped) {
   EXPECT_EQ(vLines[2].strHealth, "error");
 }
 
-TEST_F(StatusTest, MissingFileIsToldByTheResult) {
+TEST_F(CtlStatusTest, MissingFileIsToldByTheResult) {
   std::vector<LineStatus> vLines;
   EXPECT_FALSE(ReadLineStatus("/tmp/no_such_file", vLines));
   EXPECT_TRUE(vLines.empty());
 }
 
-TEST_F(StatusTest, EmptyFileIsADaemonWithoutLines) {
+TEST_F(CtlStatusTest, EmptyFileIsADaemonWithoutLines) {
   WriteTestFile(STATUS_PATH, "");
   std::vector<LineStatus> vLines;
   EXPECT_TRUE(ReadLineStatus(STATUS_PATH, vLines));
   EXPECT_TRUE(vLines.empty());
 }
 
-TEST_F(StatusTest, TextIsATableOfLinesAndOneOfCalls) {
+TEST_F(CtlStatusTest, TextIsATableOfLinesAndOneOfCalls) {
   EXPECT_EQ(StatusToText(MakeStatus(), NOW),
             "LINES  HEALTH\n"
             "1      ok\n"
@@ -87,7 +87,7 @@ TEST_F(StatusTest, TextIsATableOfLinesAndOneOfCalls) {
             "3     incoming   22     -           13:24:05  0:00:00  waiting    20240131_132200_003_01\n");
 }
 
-TEST_F(StatusTest, LinesOfEqualHealthShareARow) {
+TEST_F(CtlStatusTest, LinesOfEqualHealthShareARow) {
   struct Row {
     const char* acLabel;
     std::vector<LineStatus> vLines;
@@ -110,7 +110,7 @@ TEST_F(StatusTest, LinesOfEqualHealthShareARow) {
   }
 }
 
-TEST_F(StatusTest, ColumnsOfNumbersInUtf8AreCountedInCharacters) {
+TEST_F(CtlStatusTest, ColumnsOfNumbersInUtf8AreCountedInCharacters) {
   CtlStatus rStatus = MakeStatus();
   rStatus.vCalls = {MakeCall(1, NOW), MakeCall(2, NOW)};
   rStatus.vCalls[0].strLocal = "M\xc3\xbcller";
@@ -125,7 +125,7 @@ TEST_F(StatusTest, ColumnsOfNumbersInUtf8AreCountedInCharacters) {
             "2     incoming   22      0301234567  13:23:05  0:00:00  recording  20240131_132200_002_01\n");
 }
 
-TEST_F(StatusTest, TextWithoutCallsDaemonOrDatabase) {
+TEST_F(CtlStatusTest, TextWithoutCallsDaemonOrDatabase) {
   CtlStatus rStatus;
   rStatus.fDatabase = true;
   EXPECT_EQ(StatusToText(rStatus, NOW),
@@ -140,7 +140,7 @@ TEST_F(StatusTest, TextWithoutCallsDaemonOrDatabase) {
   EXPECT_EQ(StatusToText(rStatus, NOW), "LINES  HEALTH\n1      ok\n\nThe database cannot be read: server is gone\n");
 }
 
-TEST_F(StatusTest, TextHoldsNoControlCharactersOfTheTelephoneNetwork) {
+TEST_F(CtlStatusTest, TextHoldsNoControlCharactersOfTheTelephoneNetwork) {
   CtlStatus rStatus = MakeStatus();
   rStatus.vLines = {{1, "ok\x1b"}};
   rStatus.vCalls = {MakeCall(1, NOW)};
@@ -162,13 +162,13 @@ TEST_F(StatusTest, TextHoldsNoControlCharactersOfTheTelephoneNetwork) {
             "LINES  HEALTH\n1      ok?\n\nThe database cannot be read: cannot? reach:\n is it there?\n");
 }
 
-TEST_F(StatusTest, JsonTextIsAsciiWithEscapes) {
+TEST_F(CtlStatusTest, JsonTextIsAsciiWithEscapes) {
   const nlohmann::json rJson = {{"remote", "\x1b\x7f\xc2\x9bM\xc3\xbcller\n"}, {"local", "M\xfcller\x9b"}};
   EXPECT_EQ(JsonToText(rJson, -1), R"({"local":"M\ufffdller\ufffd","remote":"\u001b\u007f\u009bM\u00fcller\n"})");
   EXPECT_EQ(JsonToText(nlohmann::json{{"line", 1}}, 2), "{\n  \"line\": 1\n}");
 }
 
-TEST_F(StatusTest, JsonHasTheSameFacts) {
+TEST_F(CtlStatusTest, JsonHasTheSameFacts) {
   const auto rExpected = nlohmann::json::parse(R"({
     "running": true,
     "lines": [{"line": 1, "health": "ok"}, {"line": 2, "health": "offline"}, {"line": 12, "health": "error"}],
@@ -184,14 +184,14 @@ TEST_F(StatusTest, JsonHasTheSameFacts) {
   EXPECT_EQ(StatusToJson(MakeStatus()), rExpected);
 }
 
-TEST_F(StatusTest, JsonWithoutDaemonAndDatabase) {
+TEST_F(CtlStatusTest, JsonWithoutDaemonAndDatabase) {
   CtlStatus rStatus;
   rStatus.strDatabaseError = "server is gone";
   EXPECT_EQ(StatusToJson(rStatus).dump(),
             R"({"calls":[],"database_error":"server is gone","lines":[],"running":false})");
 }
 
-TEST_F(StatusTest, CallWhoseDaemonHasEndedIsUnfinished) {
+TEST_F(CtlStatusTest, CallWhoseDaemonHasEndedIsUnfinished) {
   CtlStatus rStatus = MakeStatus();
   for (CallStatus& rCall : rStatus.vCalls) rCall.fUnfinished = true;
   const nlohmann::json rJson = StatusToJson(rStatus);
@@ -199,7 +199,7 @@ TEST_F(StatusTest, CallWhoseDaemonHasEndedIsUnfinished) {
   for (const auto& rCall : rJson["calls"]) EXPECT_EQ(rCall["state"], "unfinished");
 }
 
-TEST_F(StatusTest, FileOfADaemonThatHasEndedSaysNothing) {
+TEST_F(CtlStatusTest, FileOfADaemonThatHasEndedSaysNothing) {
   WriteTestFile(STATUS_PATH, "Line_1: ok\n");
   const CtlStatus rStatus = ReadStatus({STATUS_PATH, "/tmp/nobody", "host=/tmp/nowhere dbname=morvex"});
   EXPECT_FALSE(rStatus.fRunning);
@@ -207,7 +207,7 @@ TEST_F(StatusTest, FileOfADaemonThatHasEndedSaysNothing) {
   EXPECT_TRUE(rStatus.vLines.empty());
 }
 
-TEST_F(StatusTest, DatabaseThatCannotBeReachedIsToldInTheStatus) {
+TEST_F(CtlStatusTest, DatabaseThatCannotBeReachedIsToldInTheStatus) {
   const CtlStatus rStatus = ReadStatus({STATUS_PATH, "/tmp/nobody", "host=/tmp/nowhere dbname=morvex"});
   EXPECT_FALSE(rStatus.fDatabase);
   EXPECT_TRUE(rStatus.vCalls.empty());

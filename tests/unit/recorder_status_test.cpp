@@ -60,7 +60,7 @@ int OpenFiles() {
   return iCount;
 }
 
-class StatusTest : public RecorderBench {
+class RecorderStatusTest : public RecorderBench {
  protected:
   void SetUp() override {
     rRecorder.fInitializing = false;
@@ -75,7 +75,7 @@ class StatusTest : public RecorderBench {
 
 // -- summary file -----------------------------------------------------------------------------------------------------
 
-TEST_F(StatusTest, OneLineForEachChannelWithALineNumber) {
+TEST_F(RecorderStatusTest, OneLineForEachChannelWithALineNumber) {
   AddChannel(1);
   AddChannel(-1).eLineHealth = LINEHEALTH_ERROR;
   AddChannel(12).eLineHealth = LINEHEALTH_OFFLINE;
@@ -85,13 +85,13 @@ TEST_F(StatusTest, OneLineForEachChannelWithALineNumber) {
   EXPECT_FALSE(file_exists(STATUS_NEW));
 }
 
-TEST_F(StatusTest, NoChannelsGiveAnEmptyFile) {
+TEST_F(RecorderStatusTest, NoChannelsGiveAnEmptyFile) {
   WriteTestFile(STATUS, "old\n");
   rRecorder.WriteLineStatus();
   EXPECT_EQ(ReadTestFile(STATUS), "");
 }
 
-TEST_F(StatusTest, FileThatCannotBeOpenedLeavesTheOldOne) {
+TEST_F(RecorderStatusTest, FileThatCannotBeOpenedLeavesTheOldOne) {
   AddChannel(1);
   WriteTestFile(STATUS, "old\n");
   {
@@ -102,7 +102,7 @@ TEST_F(StatusTest, FileThatCannotBeOpenedLeavesTheOldOne) {
   EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
 }
 
-TEST_F(StatusTest, ShortWriteLeavesTheOldFileAndOneOpenFileUntilTheNext) {
+TEST_F(RecorderStatusTest, ShortWriteLeavesTheOldFileAndOneOpenFileUntilTheNext) {
   for (int i = 1; i <= 1000; i++) AddChannel(i);  // more than stdio holds back
   WriteTestFile(STATUS, "old\n");
   const int iOpenBefore = OpenFiles();
@@ -123,7 +123,7 @@ TEST_F(StatusTest, ShortWriteLeavesTheOldFileAndOneOpenFileUntilTheNext) {
   EXPECT_FALSE(file_exists(STATUS_NEW));
 }
 
-TEST_F(StatusTest, FailedCloseLeavesTheOldFile) {
+TEST_F(RecorderStatusTest, FailedCloseLeavesTheOldFile) {
   for (int i = 1; i <= 20; i++) AddChannel(i);  // all of it is held back until the close
   WriteTestFile(STATUS, "old\n");
   const int iOpenBefore = OpenFiles();
@@ -136,7 +136,7 @@ TEST_F(StatusTest, FailedCloseLeavesTheOldFile) {
   EXPECT_EQ(OpenFiles(), iOpenBefore);
 }
 
-TEST_F(StatusTest, FailedRenameIsPassedInSilence) {
+TEST_F(RecorderStatusTest, FailedRenameIsPassedInSilence) {
   AddChannel(1);
   WriteTestFile(STATUS, "old\n");
   ASSERT_EQ(mount(STATUS, STATUS, nullptr, MS_BIND, nullptr), 0);  // such a name is not replaced
@@ -147,7 +147,7 @@ TEST_F(StatusTest, FailedRenameIsPassedInSilence) {
   ASSERT_EQ(umount(STATUS), 0);
 }
 
-TEST_F(StatusTest, WhatANeighbourLeftUnderItsNamesMakesWay) {
+TEST_F(RecorderStatusTest, WhatANeighbourLeftUnderItsNamesMakesWay) {
   AddChannel(1);
   WriteTestFile("/tmp/foreign", "foreign");
   ASSERT_EQ(symlink("/tmp/foreign", STATUS_NEW), 0);
@@ -162,12 +162,12 @@ TEST_F(StatusTest, WhatANeighbourLeftUnderItsNamesMakesWay) {
 
 // -- health -----------------------------------------------------------------------------------------------------------
 
-TEST_F(StatusTest, RecheckAsksTheService) {
+TEST_F(RecorderStatusTest, RecheckAsksTheService) {
   rRecorder.RecheckHealth();
   EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 signal => sysinfo"));
 }
 
-TEST_F(StatusTest, OnlyBadHealthOfACheckedLineRaisesTheAlarm) {
+TEST_F(RecorderStatusTest, OnlyBadHealthOfACheckedLineRaisesTheAlarm) {
   struct Row {
     const char* acLabel;
     ELineHealth eHealth;
@@ -194,7 +194,7 @@ TEST_F(StatusTest, OnlyBadHealthOfACheckedLineRaisesTheAlarm) {
   }
 }
 
-TEST_F(StatusTest, WhileChannelsAreMadeHealthChangesDoNothing) {
+TEST_F(RecorderStatusTest, WhileChannelsAreMadeHealthChangesDoNothing) {
   OpenChannel<BaseChannel>& rChannel = AddChannel(7);
   rChannel.iBoardListIx = 0;
   rChannel.eLineHealth = LINEHEALTH_OFFLINE;
@@ -206,7 +206,7 @@ TEST_F(StatusTest, WhileChannelsAreMadeHealthChangesDoNothing) {
   EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
 }
 
-TEST_F(StatusTest, HealthOfAChannelOutsideTheTableIsDropped) {
+TEST_F(RecorderStatusTest, HealthOfAChannelOutsideTheTableIsDropped) {
   AddChannel(7);
   for (const int iChIx : {-1, 1, 1000, INT_MIN, INT_MAX}) rRecorder.NewLineHealth(iChIx);
   EXPECT_FALSE(file_exists(STATUS));
@@ -215,7 +215,7 @@ TEST_F(StatusTest, HealthOfAChannelOutsideTheTableIsDropped) {
 
 // -- availability of trunks -------------------------------------------------------------------------------------------
 
-TEST_F(StatusTest, FirstChannelOfATrunkCardSpeaksForTheCard) {
+TEST_F(RecorderStatusTest, FirstChannelOfATrunkCardSpeaksForTheCard) {
   rRecorder.NotifyChAvail(1, 0, true);
   rRecorder.NotifyChAvail(1, 0, false);
   EXPECT_THAT(prDb->TakeCalls(), ElementsAre("SetConfig crec_line SynP_Line=1", "SetConfig crec_line SynP_Line=0"));
@@ -223,7 +223,7 @@ TEST_F(StatusTest, FirstChannelOfATrunkCardSpeaksForTheCard) {
               ElementsAre("4 PRI-line of card SynP is available", "4 PRI-line of card SynP is unavailable"));
 }
 
-TEST_F(StatusTest, OtherReportsOfAvailabilityAreIgnored) {
+TEST_F(RecorderStatusTest, OtherReportsOfAvailabilityAreIgnored) {
   struct Row {
     const char* acLabel;
     int iBoardListIx, iBoardCh;
@@ -241,7 +241,7 @@ TEST_F(StatusTest, OtherReportsOfAvailabilityAreIgnored) {
 
 // -- state file of a line ---------------------------------------------------------------------------------------------
 
-TEST_F(StatusTest, StateOfALine) {
+TEST_F(RecorderStatusTest, StateOfALine) {
   auto* prChannel = new StateChannel;  // owned by the recorder
   AddChannel(1);
   rRecorder.vChannels.push_back(prChannel);
