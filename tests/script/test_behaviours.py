@@ -76,3 +76,8 @@ def test_table_without_tests(tree):
 def test_log_text(tree, line, error):
     (tree / "src/line.cpp").write_text(line + "\n", encoding="utf-8")
     told(run(tree), error and f"docs/behaviour.md: {error}")
+
+
+def test_suite_of_two_files(tree):
+    (tree / "tests/unit/bell_test.cpp").write_text("TEST(Line, Falls) {\nTEST(Bell, Rings) {\n", encoding="utf-8")
+    told(run(tree), "suite Line in bell_test.cpp and line_test.cpp")
