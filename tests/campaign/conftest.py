@@ -12,8 +12,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "e2e"))
 pytest.register_assert_rewrite("bench", "harness", "sox_faults", "trunk")
 
 from bench import ALL, Bench  # noqa: E402
-
-LAST_LOG_LINES = 200
+from failure_log import pytest_runtest_makereport  # noqa: E402, F401  # a hook: pytest calls it
 
 
 def pytest_configure(config):
@@ -45,13 +44,3 @@ def bench(request):
         module.after_start(bench)
     yield bench
     bench.stop()
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item, call):
-    """A failure shows what the daemon said last."""
-    outcome = yield
-    report = outcome.get_result()
-    daemon = getattr(item.module, "DAEMON", None)
-    if report.failed and daemon is not None:
-        report.sections.append(("daemon log", "\n".join(daemon.log_after(0)[-LAST_LOG_LINES:])))

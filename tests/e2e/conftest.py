@@ -6,9 +6,8 @@ import pytest
 pytest.register_assert_rewrite("encoding", "harness", "station_sites", "trunk")
 
 import station_sites  # noqa: E402
+from failure_log import pytest_runtest_makereport  # noqa: E402, F401  # a hook: pytest calls it
 from harness import Daemon  # noqa: E402
-
-LAST_LOG_LINES = 200
 
 
 @pytest.fixture(scope="module")
@@ -26,13 +25,3 @@ def daemon(request):
 def days(daemon, request):
     """The DAYS of a file about telephones, by name of their scenarios, when all have passed: see station_sites.py."""
     return station_sites.run_days(daemon, *request.module.DAYS)
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item, call):
-    """A failure shows what the daemon said last."""
-    outcome = yield
-    report = outcome.get_result()
-    daemon = getattr(item.module, "DAEMON", None)
-    if report.failed and daemon is not None:
-        report.sections.append(("daemon log", "\n".join(daemon.log_after(0)[-LAST_LOG_LINES:])))
