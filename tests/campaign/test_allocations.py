@@ -20,10 +20,10 @@ from pathlib import Path
 import pytest
 
 from day import Service, install_tools
-from harness import BUILD, rows
+from harness import BUILD
 from test_crash import ERROR_FILE
-from test_syscalls import PAIRS, THREADS, TOLD, Late, check_death, check_plays, files, forget_files, is_in_order
-from test_syscalls import last_id, mode_of, no_children, not_late, pass_call, share_of, start
+from test_syscalls import PAIRS, THREADS, Late, before_call, check_death, check_refused, forget_files
+from test_syscalls import mode_of, no_children, pass_call, share_of, start
 
 SHARE = os.environ.get("CAMPAIGN_SHARE", "1/400")
 SEED = os.environ.get("CAMPAIGN_SEED", "1")
@@ -74,8 +74,7 @@ def count_allocations(orders, daemon, cards, line, threads):
 
 def refuse(orders, daemon, cards, line, mode, case, told):
     threads, number = case
-    last, known = last_id(), files()
-    active = rows("SELECT id FROM ActiveCalls")
+    before = before_call()
     ERROR_FILE.unlink(missing_ok=True)
     mark = daemon.mark()
     orders.give(daemon, threads, number)
@@ -94,23 +93,7 @@ def refuse(orders, daemon, cards, line, mode, case, told):
         assert ERROR_FILE.exists() and ERROR_FILE.read_text().startswith("Signal SIG"), "died without a report"
         check_death(daemon, cards, mode, mark, told)
         return
-    no_children(daemon)
-    calls = rows(f"SELECT * FROM Calls WHERE id > {last}")
-    new_files = files() - known
-    told["whole"] = len(calls) == 1 and len(new_files) == 1 and is_in_order(calls[0], mode)
-    told["whole"] = told["whole"] and rows("SELECT id FROM ActiveCalls") == active
-    told["told"] = ERROR_FILE.exists() or any(TOLD.search(text) for text in daemon.log_after(mark))
-    not_late(cards)
-    what = f"{len(calls)} rows, {sorted(map(str, new_files))}"
-    assert told["whole"] or told["told"], f"nothing tells of it: {what}"
-    for path in new_files:
-        check_plays(path, mode)
-
-    last = last_id()
-    pass_call(daemon, cards, line)
-    calls = rows(f"SELECT * FROM Calls WHERE id > {last}")
-    not_late(cards)
-    assert len(calls) == 1 and is_in_order(calls[0], mode), f"the next call is not whole; this one: {what}"
+    check_refused(daemon, cards, line, mode, before, mark, "it", told)
 
 
 def is_dying(daemon):
