@@ -49,6 +49,7 @@ FIGURES = BUILD / "campaign"
 RECORDINGS = Path("/recordings")
 COPY = Path("/tmp/clean_call.wav")  # the audio of a clean call as it was before its conversion
 SLOW_CALLS = 5
+RING_BYTES = 4096
 
 # What the log says at levels 3 and 4, by its beginning. A line of one of these that no row announces fails the row.
 TROUBLE = re.compile(
@@ -335,6 +336,39 @@ class Bench:
         """Bytes that the card has recorded of a channel's call so far."""
         line = next(line for line in self.cards.do("status") if line.startswith(f"ch={channel} "))
         return int(re.search(r" recorded=(\d+)", line)[1])
+
+    def count_bytes(self, name, channels, hang):
+        """Calls with counted audio run on `channels` while `hang` does its worst; what their files lack is counted.
+
+        The ring of a line holds half a second; an absence of the main thread beyond that loses audio on every line. The
+        bound is the time from the beginning of the hang to the end of the calls, since a busy machine adds an absence
+        of its own.
+        """
+        marks = {channel: self.begin(channel) for channel in channels}
+        paths = [self.file_of(mark, channel) for channel, mark in marks.items()]
+        for path in paths:
+            self.wait_blocks(path)
+        began = time.monotonic()
+        hang()
+        took = time.monotonic() - began
+        for path in paths:
+            self.wait_blocks(path, path.stat().st_size // BLOCK_BYTES + 4)
+        for channel, mark in marks.items():
+            self.end(channel)
+            self.daemon.wait_line(f"[{channel + 1}] Recording stopped", mark)
+        until_end = time.monotonic() - began
+        found = [heard(path.read_bytes()[HEADER_BYTES:], reach_s=until_end) for path in paths]
+        missing = [one["missing"] for one in found]
+        figure(
+            self.campaign,
+            f"{name}: bytes",
+            missing_most=max(missing),
+            missing_all=sum(missing),
+            repeated_all=sum(one["repeated"] for one in found),
+            played_all=sum(one["played"] for one in found),
+            hang_s=round(took, 2),
+        )
+        assert max(missing) <= until_end * AUDIO_BYTES_PER_S + RING_BYTES
 
     # -- a row -------------------------------------------------------------------------------------------------------
 

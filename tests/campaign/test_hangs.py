@@ -1,8 +1,4 @@
-"""What hangs while eight lines carry counted audio, and how much of it is lost: figures, and a bound for each.
-
-The ring of a line holds half a second; an absence of the main thread beyond that loses audio on every line. The bound
-is the time from the beginning of the hang to the end of the calls, since a busy machine adds an absence of its own.
-"""
+"""What hangs while eight lines carry counted audio, and how much of it is lost: figures, and a bound for each."""
 
 import os
 import signal
@@ -12,8 +8,8 @@ from contextlib import contextmanager
 
 import pytest
 
-from bench import Row, figure, heard, rows_of, tool
-from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, rows, sql, wait_until
+from bench import Row, rows_of, tool
+from harness import rows, sql, wait_until
 
 CARDS = """card ATP8 1001 8
 card ATP8 1002 8
@@ -21,7 +17,6 @@ card ATP8 1002 8
 SETTINGS = {"o": {"CalcChecksum": "md5"}}
 CARRIERS = range(1, 9)  # channels whose audio is counted
 OTHER = 9  # the channel whose call meets what hangs
-RING_BYTES = 4096
 FSYNC = {"fsync": "on", "synchronous_commit": "on", "commit_delay": "10000", "commit_siblings": "0"}
 
 
@@ -31,36 +26,8 @@ def nothing(_bench):
 
 
 def measured(name, hang):
-    """Eight calls run, one call meets the hang, and the eight files are held against what was played."""
-
-    def story(bench):
-        marks = {channel: bench.begin(channel) for channel in CARRIERS}
-        paths = {channel: bench.file_of(mark, channel) for channel, mark in marks.items()}
-        for path in paths.values():
-            bench.wait_blocks(path)
-        began = time.monotonic()
-        hang(bench)
-        took = time.monotonic() - began
-        for path in paths.values():
-            bench.wait_blocks(path, path.stat().st_size // 2048 + 3)
-        for channel in CARRIERS:
-            bench.end(channel)
-            bench.daemon.wait_line(f"[{channel + 1}] Recording stopped", marks[channel])
-        until_end = time.monotonic() - began
-        found = [heard(path.read_bytes()[HEADER_BYTES:], reach_s=until_end) for path in paths.values()]
-        missing = [one["missing"] for one in found]
-        figure(
-            bench.campaign,
-            f"{name}: bytes",
-            missing_most=max(missing),
-            missing_all=sum(missing),
-            repeated_all=sum(one["repeated"] for one in found),
-            played_all=sum(one["played"] for one in found),
-            hang_s=round(took, 2),
-        )
-        assert max(missing) <= int(until_end * AUDIO_BYTES_PER_S) + RING_BYTES
-
-    return story
+    """The story of a row: eight calls run while one call meets the hang."""
+    return lambda bench: bench.count_bytes(name, CARRIERS, lambda: hang(bench))
 
 
 def call_beside(bench):
