@@ -24,7 +24,7 @@ SETTINGS = {
 DATA = Path("/var/morvex/data")
 LINE_STATUS = DATA / "linestatus.dat"
 SERVICE = "/tmp/morvex"
-TIMEOUT_S = 5  # of the daemon, for the service's reply
+TRIES = 5
 
 
 class Service:
@@ -254,17 +254,13 @@ def test_recording_of_a_line_without_user_is_not_mailed(daemon, service):
 # -- a service that does not work --------------------------------------------------------------------------------------
 
 
-def check_undelayed(daemon):
-    """The daemon does all else in its usual time while a message waits."""
-    started = time.monotonic()
-    mark = daemon.mark()
+def pass_call(daemon):
+    """A call and an order, through all that the daemon does with them."""
     daemon.cards("ch 1 offhook")
     call = daemon.active_call(2)
     assert order("chst 2") == "OK\n"
     daemon.cards("ch 1 onhook")
     daemon.finished_call(call["remoteid"])
-    assert time.monotonic() - started < TIMEOUT_S - 1
-    return mark
 
 
 def alarm(daemon):
@@ -277,20 +273,30 @@ def alarm(daemon):
     return mark
 
 
+def check_undelayed(daemon, complaint):
+    """A call begins and ends while a message waits, until the daemon gives it up with `complaint`. On a busy machine it
+    may be given up before; a daemon that waits with it never does all else first."""
+
+    def call_ends_first():
+        mark = alarm(daemon)
+        pass_call(daemon)
+        first = complaint not in daemon.log_after(mark)
+        daemon.wait_line(complaint, mark)
+        return first
+
+    assert any(call_ends_first() for _ in range(TRIES))
+
+
 def test_absent_service_costs_one_line_of_log(daemon):
     mark = alarm(daemon)
     daemon.wait_line("Error connecting to socket", mark)
-    check_undelayed(daemon)
+    pass_call(daemon)
+    assert daemon.log_after(mark).count("Error connecting to socket") == 1
 
 
 def test_service_that_does_not_reply_delays_nothing(daemon):
     service = Service(reply=None)
-    mark = alarm(daemon)
-    started = time.monotonic()
-    check_undelayed(daemon)
-    assert "Error reading reply from socket" not in daemon.log_after(mark)
-    daemon.wait_line("Error reading reply from socket", mark)
-    assert 2 < time.monotonic() - started < TIMEOUT_S + 3
+    check_undelayed(daemon, "Error reading reply from socket")
     service.close()
 
 
@@ -349,13 +355,10 @@ def test_hanging_service_delays_nothing_not_even_the_stop(daemon):
     listener.listen(0)
     waiting = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
     waiting.connect(SERVICE)
+    check_undelayed(daemon, "Error connecting to socket")
     alarm(daemon)
-    check_undelayed(daemon)
-    alarm_of_the_stop = daemon.mark()
-    started = time.monotonic()
     assert daemon.stop() == 0
-    assert time.monotonic() - started < 2 * TIMEOUT_S + 5
-    assert daemon.log_after(alarm_of_the_stop)[-1] == "MORVEX-CREC exit"
+    assert daemon.log_after(0)[-1] == "MORVEX-CREC exit"
     assert not LINE_STATUS.exists()
     waiting.close()
     listener.close()
