@@ -29,7 +29,7 @@ from typing import Callable
 
 import pytest
 
-from day import Cards
+from day import CRYPT, TURN_BACK, Cards
 from harness import (
     AUDIO_BYTES_PER_S,
     BLOCK_BYTES,
@@ -48,13 +48,14 @@ ALL = os.environ.get("MORVEX_CAMPAIGN") == "all"
 FIGURES = BUILD / "campaign"
 RECORDINGS = Path("/recordings")
 COPY = Path("/tmp/clean_call.wav")  # the audio of a clean call as it was before its conversion
+ENCRYPTED = 16  # of the flags of a row
 SLOW_CALLS = 5
 RING_BYTES = 4096
 
 # What the log says at levels 3 and 4, by its beginning. A line of one of these that no row announces fails the row.
 TROUBLE = re.compile(
     r"C-api error at |DB |Error |Conversion to |LineCom|Socket communication error|Signal |Unequal size"
-    r"|\[-?\d+\] Mixing buffer|\d+ Too much zero|Card recording|Not |Less cards|No cards"
+    r"|Recording (?:lost|rescued): |\[-?\d+\] Mixing buffer|\d+ Too much zero|Card recording|Not |Less cards|No cards"
 )
 NO_TROUBLE = re.compile(r"LineCom reply|LineCom Restart|LineCom try|LineCom answer|Not rec")
 
@@ -170,6 +171,14 @@ def tool(name, script):
         os.symlink(real, place)
 
 
+def install_encryption(_bench):
+    """The appliance's encryption, which the machine has not."""
+    program = Path("/tmp/morvex_crypt")
+    program.write_text(CRYPT)
+    program.chmod(0o755)
+    os.symlink(program, TOOLS / program.name)
+
+
 @contextmanager
 def unchanged_environment(**changes):
     before = {name: os.environ.get(name) for name in changes}
@@ -185,7 +194,9 @@ def unchanged_environment(**changes):
 
 
 class Bench:
-    """A daemon with all that a campaign needs around it."""
+    """A daemon with all that a campaign needs around it. Its calls are those of analogue lines."""
+
+    carried = staticmethod(counting)  # the first bytes of a recording of its calls
 
     def __init__(self, cards, settings=None, campaign="", environment=None):
         self.campaign = campaign
@@ -262,8 +273,12 @@ class Bench:
         """Takes a channel off hook, with the counting pattern on it. Its line in the log begins at the mark."""
         mark = self.daemon.mark()
         self.late = self.cards.overruns()
-        self.cards.do(f"ch {channel} play counting", f"ch {channel} offhook")
+        self.cards.do(*self.begins(channel))
         return mark
+
+    @staticmethod
+    def begins(channel):
+        return [f"ch {channel} play counting", f"ch {channel} offhook"]
 
     def end(self, channel=0):
         self.cards.do(f"ch {channel} onhook")
@@ -287,7 +302,7 @@ class Bench:
             call = self.finished_call(channel, blocks)
             if self.cards.overruns() == late:
                 break
-        compared = is_whole(COPY, blocks)
+        compared = is_whole(COPY.read_bytes(), blocks, carried=self.carried)
         self.compare_final(COPY, call)
         COPY.unlink()
         return call, compared
@@ -306,22 +321,26 @@ class Bench:
     def compare_final(self, original, call):
         """The file that the row names, against the bytes that were played or their conversion."""
         final = path_of(call)
+        data = archived(call)
         options = {
             554: None,  # A-law, as recorded
             551: ["-e", "gsm-full-rate"],
             801: ["-C", "16.4"],
         }[call["encoding"]]
         if options is None:
-            assert final.read_bytes() == original.read_bytes()
+            assert data == original.read_bytes()
             return
         expected = original.with_name("expected" + final.suffix)
         subprocess.run(["sox", original, *options, expected], check=True)
-        assert final.read_bytes() == expected.read_bytes()
+        assert data == expected.read_bytes()
         expected.unlink()
 
     def check_whole(self, path, blocks=2):
         """As is_whole; the audio itself only where the cards say that the machine was fast enough for the last call."""
-        is_whole(path, blocks, audio_too=self.cards.overruns() == self.late)
+        self.check_whole_bytes(path.read_bytes(), blocks)
+
+    def check_whole_bytes(self, data, blocks=2):
+        is_whole(data, blocks, self.cards.overruns() == self.late, self.carried)
 
     def one_call(self, channel=0, blocks=2):
         """A call as far as the fault lets it come: blocks by the cards' count, not by a file."""
@@ -427,16 +446,22 @@ def remoteid_of(path):
     return path.name.split(".")[0]
 
 
+def archived(call, suffix=None):
+    """The recording that a row names, as it was before its encryption. The archive may know it by another suffix."""
+    path = path_of(call)
+    data = (path.with_suffix(suffix) if suffix else path).read_bytes()
+    return data.translate(TURN_BACK) if call["flags"] & ENCRYPTED else data
+
+
 # -- bytes -----------------------------------------------------------------------------------------------------------
 
 
-def is_whole(path, blocks=2, audio_too=True):
+def is_whole(data, blocks=2, audio_too=True, carried=counting):
     """A finished A-law recording holds what was played, from its first byte to its last."""
-    data = path.read_bytes()
     audio = data[HEADER_BYTES:]
     assert len(audio) >= blocks * BLOCK_BYTES and len(audio) % BLOCK_BYTES == 0
     assert data[:HEADER_BYTES] == header(channels=1, length=len(audio))
-    assert not audio_too or audio == counting(len(audio))
+    assert not audio_too or audio == carried(len(audio))
     return len(audio)
 
 

@@ -1,5 +1,5 @@
 """Fixtures of the campaigns, which use what the end-to-end tests know of the daemon. A file that has the fixture bench
-names its CARDS and, if it likes, SETTINGS and ENVIRONMENT; see bench.py."""
+names its CARDS and, if it likes, SETTINGS, ENVIRONMENT and another kind of BENCH; see bench.py."""
 
 import sys
 from pathlib import Path
@@ -30,7 +30,7 @@ def pytest_collection_modifyitems(config, items):
 def bench(request):
     """A running daemon for all rows of the file. One that is still there at the end must stop cleanly."""
     module = request.module
-    bench = Bench(
+    bench = getattr(module, "BENCH", Bench)(
         module.CARDS,
         getattr(module, "SETTINGS", None),
         campaign=module.__name__.removeprefix("test_"),
