@@ -2,8 +2,7 @@
 // Threads:   postCall: a worker. limitStop: main. close: main, when the workers are through.
 // Ownership: Tracker owns its child process, from the first post to close.
 // Errors:    a post that fails is repeated for two minutes, then logged and given up; the row in Calls stays. One
-// worker
-//            at most waits for the script; a post too many is logged and given up at once.
+//            worker at most waits for the script; a post too many is logged and given up at once.
 #pragma once
 
 #include <atomic>

@@ -2,7 +2,8 @@
 // A full disk or a driver that fails at once makes the same message for every block of every line, hundreds a second.
 // Messages whose texts differ in digits alone are of one kind. Each kind has an allowance that no ordinary trouble uses
 // up, and that fills again slowly. What goes beyond it is counted, with the last of its texts, until somebody takes the
-// count. Threads:   one; whoever shares a limit brings the lock. No allocation.
+// count. Nothing is allocated.
+// Threads:   one; whoever shares a limit brings the lock.
 #pragma once
 
 #include <cstddef>

@@ -157,8 +157,7 @@ TEST_F(SettingsTest, DataAreReadFromTheCacheAndWrittenAtOnce) {
   EXPECT_EQ(rBoot.GetBoardDataInt(0, "LocalNumTime"), 1700000000);
 }
 
-// -- reloading and writing back
-// -----------------------------------------------------------------------------------------
+// -- reloading and writing back ---------------------------------------------------------------------------------------
 
 TEST_F(SettingsTest, ReloadChangesTheOptionsAlone) {
   rBoot.rConfigs = {{"a", "1"}};
