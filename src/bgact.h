@@ -51,7 +51,8 @@ class AudioConvAct : public ThreadAct {
   int iDuration = 0;         // seconds
   std::string strCheckSumType;
   bool fStoreOnDemandDelay = false;  // the call stays active, waiting for a decision
-  // Not owned, outlives the action. fRecCheck and fALE are asked of it on the worker, as they hold for its whole life.
+  // Not owned, outlives the action. fRecCheck, fALE and strArchiveRoot are asked of it on the worker, as they hold for
+  // its whole life.
   ICRecorder* prRecorder = nullptr;
 
  private:
@@ -116,7 +117,7 @@ class BgActHandler {
   std::atomic<bool> fBusy[ATHREAD] = {};           // true while that worker holds an action
   std::list<ThreadAct*> rList GUARDED_BY(rMutex);  // first in, first out, but for those that run alone
   int iAloneWaiting GUARDED_BY(rMutex) = 0;        // of rList
-  std::atomic<bool> fAloneRunning{false};          // set under rMutex
+  std::atomic<bool> fAloneRunning{false};          // set under rMutex, cleared without
 };
 extern BgActHandler* prBgActHandler;  // null until init_bgact, not reset by close_bgact
 

@@ -1,6 +1,6 @@
 // irecorder: the recorder as channels and actions see it: settings as plain fields, and a row of small services.
-// Threads:   main only. Workers may read fALE and fRecCheck, which do not change once the recorder runs; an action
-//            carries its own copy of eRecEnc.
+// Threads:   main only. Workers may read fALE, fRecCheck and strArchiveRoot, which do not change once the recorder
+//            runs; an action carries its own copy of eRecEnc.
 // Ownership: implemented by CRecorder, which outlives every channel and every action.
 // Channels:  iBoardListIx is an index into the board list, iBoardCh the channel on that board, iChNr the line number
 //            that users see; all other channel numbers are driver channels, the index of the channel table. Of a linked

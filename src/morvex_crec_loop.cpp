@@ -6,9 +6,9 @@
 //   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
-// A stop and a trace take the same road: both begin with the channels shut down and the queues drained. What decides is
-// looked at once at the top of a pass, so a stop that arrives in a normal pass still lets that pass come to its end,
-// all but Periodic.
+// A stop and a trace take the same road: both drain the queues, and the first of them in a process shuts the channels
+// down; see fCalledShutDown. What decides is looked at once at the top of a pass, so a stop that arrives in a normal
+// pass still lets that pass come to its end, all but Periodic.
 #include "morvex_crec.h"
 
 #include <syslog.h>
