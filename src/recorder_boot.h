@@ -3,7 +3,8 @@
 //            recorder_conditions.cpp the condition lists, recorder_drvconfig.cpp the driver's files. The main loop
 //            stands above them all, in morvex_crec_loop.cpp: there it meets the recorder and the control socket.
 // Threads:   main, except queue (any).
-// Ownership: owns the database, the actions in its queue and the rings of channels that are gone.
+// Ownership: owns the database and the rings of channels that are gone. Of the actions in its queue the end of the main
+//            loop deletes those that are left (emptyQueue); the destructor deletes none.
 // Settings:  rows of the table Configs, one map a part. A key lives in one part only, and its reader names the map; a
 //            missing key reads as the empty text or 0. Texts become numbers by strtol, so "12x" is 12.
 // Channels:  driver channel: index of vChannels, dense over the present cards. Web channel: counts from 0 and keeps
