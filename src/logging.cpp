@@ -1,6 +1,6 @@
 // No buffer and, for all but the longest messages, no allocation: each message leaves by one write of its own. So
 // whoever follows a pipe sees a line at once, and threads need not wait for each other, but for a moment where both log
-// an error.
+// an error, or anything while errors are left out.
 #include "logging.h"
 
 #include <sys/stat.h>

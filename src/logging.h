@@ -5,7 +5,8 @@
 // file that the daemon itself writes, control characters within a message are masked.
 //
 // Threads:   all operations: any. A call is one write to its target; the error file holds whichever message came last.
-// Locks:     the limit and the error file have one each, which only lg takes, for errors. WriteErrCrec takes none.
+// Locks:     the limit and the error file have one each. lg takes both for errors, one after the other; while something
+//            is left out, lg of any level and LogLeftOut take that of the limit too. WriteErrCrec takes none.
 // Errors:    an error file that cannot be opened is ignored.
 #pragma once
 
