@@ -4,8 +4,8 @@
 // Threads:   main only: one connection without a lock.
 // Ownership: DatabaseConnection owns its libdbi handle, DatabaseResult the rows of one query.
 // Errors:    see idatabase.h. No operation blocks, queues or retries: one reconnect a call, then the default. A query
-//            that fails on a live connection reads as one without rows; writes, and the reads that a write follows,
-//            log it, while plain look-ups are silent.
+//            that fails on a live connection reads as one without rows. Writes log it, and so do the reads of
+//            database_calls.cpp, GetCallerIDContact and what finds or creates a row; other look-ups are silent.
 // SQL:       strings go in through Quote, numbers as decimal text, each statement commits by itself.
 #pragma once
 

@@ -1,5 +1,6 @@
 // Settings, the recorder's own row, and the accounts of the web side. Settings are texts by name, grouped in parts;
-// what they mean is the readers' business. The look-ups here are silent: a query that fails reads as one without rows.
+// what they mean is the readers' business. The look-ups here are silent, all but that of the recorder's row: a query
+// that fails reads as one without rows.
 #include "database.h"
 
 #include "callcodes.h"

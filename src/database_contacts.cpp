@@ -8,7 +8,8 @@
 
 namespace {
 
-// Ids leave as 32-bit text everywhere except in GetOrCreateLineContact; the sequences stay far below that.
+// Ids leave these operations as 32-bit text, but for GetOrCreateLineContact; the sequences stay far below that. In rows
+// of calls all but the local contact are whole; see FillCallInfo in BaseChannel_record.cpp.
 std::string IdText(long long iID) {
   return ToStdString(static_cast<int>(iID));
 }

@@ -23,7 +23,7 @@ struct Contact {
   std::string StdStrContactID() const { return IdOrNull(iContactID); }
 
  private:
-  // 32-bit text, as almost everywhere: the sequences stay far below that.
+  // 32-bit text, unlike most ids in rows that a channel fills: the sequences stay far below that.
   static std::string IdOrNull(long long iID) { return iID == -1 ? "NULL" : ToStdString(static_cast<int>(iID)); }
 };
 
