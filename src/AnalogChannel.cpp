@@ -4,7 +4,7 @@
 //   flag             set by                               cleared by
 //   fInCall_ChState  off hook                             any other state but "recording"
 //   fInCall_Audio    sound begins, StartSilentCall        Periodic, after iSilenceTimeOut seconds of silence
-//   fAudio           sound begins                         sound ends
+//   fAudio           sound begins                         sound ends, StartSilentCall
 #include "AnalogChannel.h"
 
 #include <syslog.h>
@@ -160,8 +160,7 @@ void AnalogChannel::Periodic() {
     return;
   }
   iVoltage = SsmGetLineVoltage(iDrvCh);
-  // By the wall clock and not by GetSrTime: kept as it is, since the daemon has one clock for both. See
-  // SoundStartsACallAndSilenceEndsIt.
+  // By the wall clock and not by GetSrTime: kept as it is, since the daemon has one clock for both.
   if (fInCall_Audio && !fAudio && time(nullptr) - rStartSilence >= iSilenceTimeOut) SilenceTimedOut();
 }
 

@@ -105,7 +105,8 @@ Contact BaseChannel::RemoteNumContact(IDatabase* prDB) const {
   return prDB->GetOrCreateCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()), "", /*fLocal=*/false, "");
 }
 
-// A running call creates no contact for the far party, so that one which is not kept leaves none behind.
+// A running call creates no contact for the far party. One that was too short or barred leaves none behind; the rules
+// of keeping behind these ask for the contact, and make it.
 Contact BaseChannel::KnownRemoteContact(IDatabase* prDB) const {
   return prDB->GetCallerIDContact(Latin1ToUtf8(GetDbRemoteNum()));
 }

@@ -140,7 +140,7 @@ void DST_Channel::AnalyseBriCID() {
     if (DetermineBriLR(strLocalNum, strRemote)) {
       SetRemoteNum(strRemote);
     } else {
-      strRemoteNum.clear();  // not told: the log and the row of the call keep it until a text names another
+      strRemoteNum.clear();  // not told: the row in ActiveCalls has it until a text, display or record names one
     }
     return;
   }
