@@ -18,13 +18,7 @@ constexpr size_t TIME_TEXT_BYTES = 50;
 }  // namespace
 
 time_t GetSrTime() {
-  switch (eDoSimTime.load()) {
-    case REALTIME:
-      return time(nullptr);
-    case STATIC_SIMTIME:
-      return rSimTime;
-  }
-  return 0;
+  return eDoSimTime == STATIC_SIMTIME ? rSimTime.load() : time(nullptr);
 }
 
 void SetSimTime(time_t newTime) {
