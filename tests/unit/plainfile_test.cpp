@@ -1,5 +1,6 @@
 #include "plainfile.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -12,11 +13,25 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "TestFiles.h"
+
+namespace {
+std::function<void()> AfterUnlink;  // what a neighbour does behind each name that goes
+}  // namespace
+
+extern "C" int unlinkat(int iFolder, const char* acName, int iFlags) noexcept {
+  static auto* const Unlink = reinterpret_cast<int (*)(int, const char*, int)>(dlsym(RTLD_NEXT, "unlinkat"));
+  const int iResult = Unlink(iFolder, acName, iFlags);
+  const int iErrno = errno;
+  if (AfterUnlink) AfterUnlink();
+  errno = iErrno;
+  return iResult;
+}
 
 namespace {
 
@@ -226,6 +241,36 @@ TEST_F(PlainFile, NeighbourWhoIsFasterHasNoForeignFileOpened) {
   fStop = true;
   rNeighbour.join();
   ExpectSecretIsUntouched();
+}
+
+TEST_F(PlainFile, NeighbourWhoIsFasterEachTimeIsGivenUp) {
+  const std::string strPrivate = "/tmp/private/name";
+  const struct {
+    const char* acLabel;
+    std::string strName;
+    bool (*Try)(const std::string& strName);
+  } ROWS[] = {
+      {"a file anew in a shared folder", NAME,
+       [](const std::string& strName) { return OpenAnew(strName.c_str()).IsOpen(); }},
+      {"a file anew elsewhere", strPrivate,
+       [](const std::string& strName) { return OpenAnew(strName.c_str()).IsOpen(); }},
+      {"way for a tool", NAME, [](const std::string& strName) { return MakeWay(strName.c_str()); }},
+  };
+  for (const auto& rRow : ROWS) {
+    SCOPED_TRACE(rRow.acLabel);
+    int iTimes = 0;
+    AfterUnlink = [&] {
+      iTimes++;
+      (void)symlink(SECRET.c_str(), rRow.strName.c_str());
+    };
+    fs::create_symlink(SECRET, rRow.strName);
+    EXPECT_FALSE(rRow.Try(rRow.strName));
+    AfterUnlink = nullptr;
+    EXPECT_EQ(iTimes, 20);
+    EXPECT_TRUE(fs::is_symlink(rRow.strName));
+    fs::remove(rRow.strName);
+    ExpectSecretIsUntouched();
+  }
 }
 
 // -- links on the way -------------------------------------------------------------------------------------------------
