@@ -1,6 +1,7 @@
 // The road of the audio from the card to the file: ring, pairs, listeners, loudness.
 #include "BaseChannel.h"
 
+#include <dlfcn.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
@@ -12,7 +13,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -29,6 +32,17 @@
 #include <sanitizer/allocator_interface.h>
 #endif
 #endif
+
+namespace {
+std::atomic<bool> fSeekFails{false};
+}  // namespace
+
+extern "C" int fseek(FILE* hFile, long iOffset, int iWhence) {
+  static auto* const Seek = reinterpret_cast<int (*)(FILE*, long, int)>(dlsym(RTLD_NEXT, "fseek"));
+  if (!fSeekFails) return Seek(hFile, iOffset, iWhence);
+  errno = ESPIPE;
+  return -1;
+}
 
 // -- count of allocations, for RecordMemEventMakesNoAllocation and BuffersAreMadeOnce ---------------------------------
 
@@ -314,6 +328,22 @@ TEST_F(BaseChannelAudio, RecordingThatBeganOnAFullDiskHasItsHeaderOnceThereIsRoo
     HearOwn(strAudio.substr(2048));
     ExpectSame(Wav(6, 1, 4 + 5000, strAudio), HangUp());
   }
+}
+
+TEST_F(BaseChannelAudio, RecordingWithoutHeaderNorItsPlaceHasNoAudio) {
+  const SmallDisk rDisk("/recordings/2024/01/31/14");
+  rDisk.Fill();
+  fSeekFails = true;
+  OffHook();
+  fSeekFails = false;
+  const Texts astrLog = Log();
+  EXPECT_EQ((Texts{"3 C-api error at OpenAudioFile: Illegal seek", "5 [7] Recording to file " + FILE_1}),
+            Texts(astrLog.end() - 2, astrLog.end()));
+  rDisk.MakeRoom();
+  HearOwn("lost");
+  OnHook();
+  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (0 s)"}), Log());
+  EXPECT_EQ("", ReadTestFile(FILE_1));
 }
 
 TEST_F(BaseChannelAudio, AudioThatCouldNotBeWrittenIsCounted) {
