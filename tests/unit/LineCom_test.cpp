@@ -1,5 +1,6 @@
 #include "LineCom.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -23,6 +24,26 @@ using testtools::Await;
 using testtools::Exists;
 using testtools::NoMoreDescriptors;
 using testtools::WriteScript;
+
+namespace {
+
+bool fForkFails = false;
+bool fFdopenFails = false;
+
+template <typename F>
+F* Real(const char* acName) {
+  return reinterpret_cast<F*>(dlsym(RTLD_NEXT, acName));
+}
+
+}  // namespace
+
+extern "C" pid_t fork() noexcept {
+  return fForkFails ? -1 : Real<pid_t()>("fork")();
+}
+
+extern "C" FILE* fdopen(int iFd, const char* acMode) noexcept {
+  return fFdopenFails ? nullptr : Real<FILE*(int, const char*)>("fdopen")(iFd, acMode);
+}
 
 namespace {
 
@@ -306,12 +327,34 @@ TEST_F(BrokenPipeTest, SignalDuringTheWaitIsAFailure) {
 
 TEST_F(LineComTest, ProgramThatCannotBeStartedIsAFailure) {
   UseLoop("echo hi");
-  {
-    const NoMoreDescriptors rLimit;  // no pipes are to be had
+  const auto ExpectRefused = [this] {
     EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+    EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Ensure program is started failed"}));
+    EXPECT_EQ(rCom.childPid, 0);
+  };
+  for (const int iPipes : {0, 1, 2}) {
+    SCOPED_TRACE(iPipes);
+    const NoMoreDescriptors rLimit(2 * iPipes);  // of the three that it takes
+    ExpectRefused();
+    ExpectRefused();  // the first has left no pipe open
   }
+  fForkFails = true;
+  ExpectRefused();
+  fForkFails = false;
+  EXPECT_TRUE(rCom.InternalSendMsg("x\n", strReply));
+}
+
+TEST_F(LineComTest, ChildWhoseInputCannotBeOpenedIsAFailure) {
+  UseLoop("echo hi");
+  fFdopenFails = true;
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  fFdopenFails = false;
   EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Ensure program is started failed"}));
-  EXPECT_EQ(rCom.childPid, 0);
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom. Invalid state"}));
+  rCom.RestartProgram(/*mayUseExitMsg=*/false);
+  EXPECT_TRUE(rCom.InternalSendMsg("x\n", strReply));
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"5 LineCom Restart"}));
 }
 
 TEST_F(LineComTest, MissingProgramFailsReadOrStartAndEndsWith99) {
