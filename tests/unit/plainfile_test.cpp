@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -271,6 +272,27 @@ TEST_F(PlainFile, NeighbourWhoIsFasterEachTimeIsGivenUp) {
     fs::remove(rRow.strName);
     ExpectSecretIsUntouched();
   }
+}
+
+TEST_F(PlainFile, OnAReadOnlyDiskNothingIsMadeAndNothingMakesWay) {
+  const std::string strFolder = "/recordings/2024/01";
+  fs::create_symlink(SECRET, NAME);
+  fs::create_directory(strFolder + "/folder");
+  ASSERT_EQ(0, mount(strFolder.c_str(), strFolder.c_str(), nullptr, MS_BIND, nullptr));
+  ASSERT_EQ(0, mount(nullptr, strFolder.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
+  const auto IsRefused = [](bool fDone) { return !fDone && errno == EROFS; };
+  for (const std::string& strName : {NAME, strFolder + "/folder", strFolder + "/new"}) {
+    SCOPED_TRACE(strName);
+    EXPECT_TRUE(IsRefused(OpenAnew(strName.c_str()).IsOpen()));
+  }
+  EXPECT_TRUE(IsRefused(MakeWay(NAME.c_str())));
+  EXPECT_TRUE(IsRefused(MakeWay((strFolder + "/folder").c_str())));
+  EXPECT_TRUE(IsRefused(RemoveName(NAME.c_str())));
+  EXPECT_TRUE(IsRefused(MakeFolders((strFolder + "/02").c_str()).IsOpen()));
+  EXPECT_TRUE(IsRefused(MakeFolders((NAME + "/02").c_str()).IsOpen()));
+  ASSERT_EQ(0, umount2(strFolder.c_str(), MNT_DETACH));
+  EXPECT_TRUE(fs::is_symlink(NAME));
+  ExpectSecretIsUntouched();
 }
 
 // -- links on the way -------------------------------------------------------------------------------------------------
