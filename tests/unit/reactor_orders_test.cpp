@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -189,6 +190,24 @@ TEST_F(OrdersTest, ChangeLocalWithMissingElements) {
   EXPECT_EQ(prDb->TakeCalls(), Texts());
   EXPECT_EQ(Ask("change_local 55|0301234"), "OK\n");
   EXPECT_EQ(prDb->TakeCalls(), Texts({"GetCallerIDContact 55", "UpdateActiveCallLocalContact 11 NULL NULL 55"}));
+}
+
+TEST_F(OrdersTest, ChangeLocalIsATransferByAnyThirdElementButZero) {
+  Start();
+  const struct {
+    const char* acRest;
+    bool fTransfer;
+  } rRows[] = {{"", false}, {"|", true}, {"|0", false}, {"|1", true}, {"|00", true}, {"||0", true}};
+  int iLine = 0;
+  for (const auto& rRow : rRows) {
+    SCOPED_TRACE(rRow.acRest);
+    const std::string strLine = std::to_string(++iLine);
+    AddCall("call-" + strLine).strRemoteNum = "0170" + strLine;
+    EXPECT_EQ(Ask("change_local 22|0170" + strLine + rRow.acRest), "OK\n");
+    const Texts astrLog = logsink::TakeTexts();
+    EXPECT_EQ(std::count(astrLog.begin(), astrLog.end(), "5 [" + strLine + "] LocalNumberChanged: STOP"),
+              rRow.fTransfer ? 1 : 0);
+  }
 }
 
 // -- bit trace --------------------------------------------------------------------------------------------------------

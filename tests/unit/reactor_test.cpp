@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -25,6 +26,8 @@ namespace {
 
 std::atomic<bool> fChmodFails{false};
 std::atomic<bool> fListenFails{false};
+std::atomic<int> iListenBacklog{0};      // of the last listen
+std::atomic<socklen_t> iBoundLength{0};  // of the last bind
 
 int Refuse() {
   errno = EACCES;
@@ -38,7 +41,13 @@ extern "C" int chmod(const char* acPath, mode_t iMode) noexcept {
   return fChmodFails ? Refuse() : static_cast<int>(syscall(SYS_fchmodat, AT_FDCWD, acPath, iMode));
 }
 
+extern "C" int bind(int hSocket, const sockaddr* prAddress, socklen_t iLength) noexcept {
+  iBoundLength = iLength;
+  return static_cast<int>(syscall(SYS_bind, hSocket, prAddress, iLength));
+}
+
 extern "C" int listen(int hSocket, int iBacklog) noexcept {
+  iListenBacklog = iBacklog;
   return fListenFails ? Refuse() : static_cast<int>(syscall(SYS_listen, hSocket, iBacklog));
 }
 
@@ -124,6 +133,12 @@ TEST_F(ReactorTest, SocketIsOpenToTheWebSideAndReplacesAnOldOne) {
   ASSERT_EQ(stat(CREC_SOCKET_PATH, &rStat), 0);
   EXPECT_TRUE(S_ISSOCK(rStat.st_mode));
   EXPECT_EQ(rStat.st_mode & 07777, 0766u);
+}
+
+TEST_F(ReactorTest, SocketIsBoundByItsPathAloneAndFiveMayWait) {
+  Start();
+  EXPECT_EQ(iBoundLength, strlen("/tmp/morvex_crec") + 2);
+  EXPECT_EQ(iListenBacklog, 5);
 }
 
 TEST_F(ReactorTest, CloseEndsTheWaitAndLeavesTheFile) {
