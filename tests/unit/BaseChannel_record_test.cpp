@@ -1,3 +1,7 @@
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "CallBench.h"
@@ -7,6 +11,18 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using testtools::Exists;
+
+namespace {
+
+Texts astrFoldersMade;
+
+}  // namespace
+
+// Stands in for the C library's.
+extern "C" int mkdirat(int iFolder, const char* acName, mode_t iMode) noexcept {
+  astrFoldersMade.push_back(acName);
+  return static_cast<int>(syscall(SYS_mkdirat, iFolder, acName, iMode));
+}
 
 namespace {
 
@@ -155,7 +171,9 @@ TEST_F(BaseChannelRecord, FileNamesByEncoding) {
 TEST_F(BaseChannelRecord, BothFoldersAreMade) {
   rRecorder.strRecordingRoot = "/recordings/w";
   rRecorder.strArchiveRoot = "/recordings/a";
+  astrFoldersMade.clear();
   OffHook();
+  EXPECT_THAT(astrFoldersMade, ElementsAre("a", "2024", "01", "31", "14", "w", "2024", "01", "31", "14"));
   EXPECT_TRUE(Exists("/recordings/w/2024/01/31/14"));
   EXPECT_TRUE(Exists("/recordings/a/2024/01/31/14"));
 }
