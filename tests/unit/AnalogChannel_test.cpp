@@ -226,6 +226,21 @@ TEST_F(AnalogChannelTest, RecordingStateStopsARingAndLeavesTheCallAlone) {
   EXPECT_EQ(Join({"5 [5] Analog channel state: 128 recording", "5 [5] Analog channel state: 0 idle"}, STOPS), Log());
 }
 
+TEST_F(AnalogChannelTest, EveryOtherStateStopsARing) {
+  for (const DWORD dwState : {0U, 3U, 8U, 9U, 11U, 77U, 128U, 139U, 140U, 255U}) {
+    SCOPED_TRACE(dwState);
+    MakeLine({});
+    Ring();
+    Seconds(1);
+    State(dwState);
+    Seconds(5);
+    OffHook();
+    const Texts astrLog = Log();
+    ASSERT_GE(astrLog.size(), 2U);
+    EXPECT_EQ("5 [5] Incoming, last ring: 5 s. ago", astrLog[astrLog.size() - 2]);
+  }
+}
+
 // -- digits, flash, no sound, audio -----------------------------------------------------------------------------------
 
 TEST_F(AnalogChannelTest, DigitIsTheLowByte) {
@@ -461,6 +476,19 @@ TEST_F(AnalogChannelTest, SoundStartsACallAndSilenceEndsIt) {
   EXPECT_EQ(NOTHING, Log());
   Sound();
   EXPECT_EQ(STARTS, Log());
+
+  // The wall clock goes on where the other stands, and stands where the other goes on.
+  testtime::rFrozen = 5000;
+  SetSimTime(7000);
+  Silence();
+  SetSimTime(9000);
+  testtime::rFrozen = 5009;
+  prLine->Periodic();
+  EXPECT_EQ(NOTHING, Log());
+  SetSimTime(1);
+  testtime::rFrozen = 5010;
+  prLine->Periodic();
+  EXPECT_EQ(Join({"5 [5] Silence time out (10 s)"}, STOPS), Log());
 }
 
 TEST_F(AnalogChannelTest, SoundMeansNothingToTheHookTrigger) {
@@ -483,6 +511,19 @@ TEST_F(AnalogChannelTest, TestModeRecordsInAnEndlessChain) {
                      "5 [5] Call starts", "5 [5] Outgoing call", "5 [5] Starting recording",
                      "5 [5] Recording to file /recordings/1970/01/12/13/19700112_" + strNext + ".wav"}),
               Log());
+  }
+}
+
+TEST_F(AnalogChannelTest, TestModeStartsNothingWithAnotherTrigger) {
+  for (const char* acTrigger : {"1", "3", "4", "5"}) {
+    SCOPED_TRACE(acTrigger);
+    MakeLine({{"Trigger", acTrigger}, {"SilenceTimeOut", "10"}});
+    rRecorder.fDebugRepeatRecord = true;
+    Seconds(1);  // the one call of a line that is always recorded begins
+    ForgetTraces();
+    Tone(TONE_NO_SOUND);
+    Seconds(25);
+    EXPECT_EQ((Texts{"5 [5] Analog ToneAnalyze: 5 no sound"}), Log());
   }
 }
 
