@@ -384,6 +384,16 @@ TEST_F(PriChannelTest, CircuitOfOneChannelHasOneSideAndEndsItsCalls) {
   }
 }
 
+TEST_F(PriChannelTest, CircuitWithoutAPartnerIsRecordedInMonoAlsoWhereStereoIsOn) {
+  AllowRecording();
+  rRecorder.fStereo = true;
+  simcards::SetSpyInfo(CIC, {IN, -1, "0301234", "22", ""});
+  Spy(IN, PRI_TALK, PRI_IDLE);
+  Hear(IN, "audio");
+  HangUp(IN);
+  EXPECT_EQ(Wav(6, 1, "audio"), KeptFile());
+}
+
 // -- availability -----------------------------------------------------------------------------------------------------
 
 TEST_F(PriChannelTest, AvailabilityIsReportedOnceAChange) {
