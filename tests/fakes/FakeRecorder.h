@@ -64,7 +64,10 @@ class FakeRecorder : public ICRecorder {
   void NotifyChAvail(int iBoardListIx, int iBoardCh, bool fChAvail) override {
     Note("NotifyChAvail " + std::to_string(iBoardListIx) + " " + std::to_string(iBoardCh) + (fChAvail ? " 1" : " 0"));
   }
-  std::string GetCachedLocalNum(int /*iBoardCh*/, int /*iBoardListIx*/) override { return strCachedLocalNum; }
+  std::string GetCachedLocalNum(int iBoardCh, int iBoardListIx) override {
+    Note("GetCachedLocalNum " + std::to_string(iBoardCh) + " " + std::to_string(iBoardListIx));
+    return strCachedLocalNum;
+  }
   void SetCachedLocalNum(int iBoardCh, int iBoardListIx, const std::string& num) override {
     Note("SetCachedLocalNum " + std::to_string(iBoardCh) + " " + std::to_string(iBoardListIx) + " " + num);
   }

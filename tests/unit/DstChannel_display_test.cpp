@@ -185,6 +185,19 @@ TEST_F(DisplayTest, KnownNumberStandsLateInACall) {
   }
 }
 
+TEST_F(DisplayTest, KnownNumberStandsLateInARecordingPartAndNotInItsCall) {
+  rRecorder.rChannelParams["LongRecordings"] = "1";
+  rRecorder.rChannelParams["LongRecordingsLen"] = "1";
+  AllowRecording();
+  Init();
+  OffHook();
+  Display("123");
+  Seconds(50);
+  EXPECT_EQ(NOTHING, Shown("123456"));
+  Seconds(10);  // the next part begins
+  EXPECT_EQ((Texts{"5 [5] Remote: 123456"}), Shown("123456"));
+}
+
 TEST_F(DisplayTest, ForwardTextOutsideACallMeansNothing) {
   Init("PANASONIC");
   Display("123");

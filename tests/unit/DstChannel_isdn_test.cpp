@@ -649,7 +649,10 @@ TEST_F(DstChannelIsdn, MissedCallIsARow) {
 TEST_F(DstChannelIsdn, MissedCallHasTheFileOfTheRecordingBeforeItAndNotItsId) {
   AllowRecording();
   Init("ISDN", {{"MissedCalls", "1"}});
+  Text(ALERTING, "0301\n22", 1);
+  PassSeconds(3);
   In(CONNECTED, "0301");
+  EXPECT_EQ("3", Active("waittime"));
   PassSeconds(7);
   In(RELEASED, "0301");
   PassSeconds(60);
@@ -658,8 +661,10 @@ TEST_F(DstChannelIsdn, MissedCallHasTheFileOfTheRecordingBeforeItAndNotItsId) {
   EXPECT_EQ(2U, KeptRows());
   EXPECT_EQ("0302", Kept("remote"));
   EXPECT_EQ("", Kept("remoteid"));
-  EXPECT_EQ("19700112_134640_005_01.wav", Kept("filename"));
+  EXPECT_EQ("19700112_134643_005_01.wav", Kept("filename"));
   EXPECT_EQ("7", Kept("duration"));
+  EXPECT_EQ("554", Kept("encoding"));
+  EXPECT_EQ("-1", Kept("waittime"));
 }
 
 TEST_F(DstChannelIsdn, MissedCallOfARecordHasTheSameRow) {

@@ -176,7 +176,7 @@ TEST_F(DstChannelTest, LocalNumberIsKeptOverARestartWhereItIsReadBack) {
     DST_Channel rFresh;
     rFresh.Init(5, 2, 9, &rRecorder, 0);
     EXPECT_EQ(rRow.fKept ? Texts{"5 [5] Cached local number: 47\xe9"} : NOTHING, Log());
-    (void)Orders();
+    EXPECT_EQ(rRow.fKept ? Texts{"GetCachedLocalNum 9 2"} : NOTHING, Orders());
     rFresh.Finalize();
     EXPECT_EQ(rRow.fKept ? Texts{"SetCachedLocalNum 9 2 47\xc3\xa9"} : NOTHING, Orders());
     EXPECT_EQ(NOTHING, Log());
@@ -505,6 +505,20 @@ TEST_F(DstChannelTest, VoiceMakesACallUntilSilenceHasLasted) {
   EXPECT_EQ(NOTHING, Log());
 }
 
+TEST_F(DstChannelTest, SecondExpiresDigitsThenLooksForSilenceThenForAudio) {
+  Init("", {{"AudioDetect", "1"}, {"TdmStart", "1"}});
+  Event(E_SYS_BargeIn, 1);
+  Event(E_SYS_BargeIn, 0);
+  Seconds(9);
+  Keys("12");
+  Seconds(5);
+  DMsg(DMSG_AUDIO_CHANGE, 4);
+  ForgetTraces();
+  Seconds(1);
+  const Texts ENDS = Join({"5 [5] Previous digits expired", "5 [5] Silence time-out"}, STOPS);
+  EXPECT_EQ(Join(Join(ENDS, {"5 [5] Delay-start on audio"}), STARTS), Log());
+}
+
 TEST_F(DstChannelTest, VoiceThatComesBackBeginsTheSilenceAnew) {
   Init("", {{"AudioDetect", "1"}});
   Event(E_SYS_BargeIn, 1);
@@ -751,8 +765,9 @@ TEST_F(DstChannelTest, LocalIdNeedsItsPromptAndItsLength) {
   Init("", {{"TdmStart", "1"}, {"DetectDtmf", "1"}});
   Keys("123");
   Display("Identifikation:123\n");
-  Event(E_CHG_RcvDTMF, '8');
   ForgetTraces();
+  Event(E_CHG_RcvDTMF, '8');
+  EXPECT_EQ((Texts{"5 [5] TDM DTMF detected: 8", "5 [5] Digits: 1238"}), Log()) << "a tone is no key";
   Keys("9");
   EXPECT_EQ((Texts{"5 [5] Digits: 12389"}), Log()) << "too long";
 
