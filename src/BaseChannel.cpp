@@ -28,7 +28,7 @@ BaseChannel::~BaseChannel() {
   std::unique_ptr<BYTE[]> acRing(acRecordBuf);
   if (fCardMayWrite) prRecorder->KeepRing(std::move(acRing));
   delete[] acMixBuffer;
-  UpdateAudioFileHeader();  // of a recording that nothing has finished
+  FinishAudioFileHeader();  // of a recording that nothing has finished
   if (hAudioFile != nullptr) (void)fclose(hAudioFile);
   if (hRawFile != nullptr) (void)fclose(hRawFile);  // complete as it stands; this only gives the handle back
 }
@@ -97,7 +97,7 @@ void BaseChannel::Periodic() {
 void BaseChannel::PeriodicFileHeader() {
   if (++iPeriodicCounter < HEADER_UPDATE_S) return;
   iPeriodicCounter = 0;
-  UpdateAudioFileHeader();
+  (void)UpdateAudioFileHeader();
 }
 
 // The call's information stays, so the next part has the same numbers, and an id of its own.

@@ -308,15 +308,18 @@ class BaseChannel {
   // The mode of a kept recording.
   void LetAllUseAudioFile();
   // Brings the length fields of an open file up to date, so that the file plays up to here whatever happens next. The
-  // first time, and again until the disk has room for it, the whole header.
-  void UpdateAudioFileHeader();
+  // first time, and again until the disk has room for it, the whole header. False when it is not whole; an update that
+  // follows makes up for it, so only the last one reports: FinishAudioFileHeader.
+  bool UpdateAudioFileHeader();
+  void FinishAudioFileHeader();
   // The copy of a live listener: strFullFilenameFinal + ".raw" and ".info". Only with fMonitoring.
   void OpenRawFile();
   void CloseRawFile();
   FILE* hAudioFile = nullptr;
-  int iRecordByteCnt = 0;       // audio bytes of hAudioFile
-  bool fHeaderWritten = false;  // false: a full disk had no room for it
-  FILE* hRawFile = nullptr;     // monitoring copy
+  std::string strAudioFileName;  // of hAudioFile, when strFullFilename is that of the next part already
+  int iRecordByteCnt = 0;        // audio bytes of hAudioFile
+  bool fHeaderWritten = false;   // false: a full disk had no room for it
+  FILE* hRawFile = nullptr;      // monitoring copy
 
   // -- BaseChannel_audio.cpp: loudness --------------------------------------------------------------------------------
   void ReadLoudnessSettings();

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -66,11 +67,12 @@ bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
   return fwrite(pData, 1, uiLen, hFile) == uiLen;
 }
 
-// Leaves the place of the audio alone, as a seek that does not find back to it would not. The header has no error
-// report of its own: on a full disk the next range of audio reports.
+// Leaves the place of the audio alone, as a seek that does not find back to it would not.
 bool WriteAt(FILE* hFile, std::size_t uiOffset, const BYTE* acBytes, std::size_t uiCount) {
   const ssize_t iWritten = pwrite(fileno(hFile), acBytes, uiCount, static_cast<off_t>(uiOffset));
-  return iWritten == static_cast<ssize_t>(uiCount);
+  if (iWritten == static_cast<ssize_t>(uiCount)) return true;
+  if (iWritten >= 0) errno = ENOSPC;  // cut short, which has no other reason
+  return false;
 }
 
 // -- samples ----------------------------------------------------------------------------------------------------------
@@ -231,9 +233,10 @@ void BaseChannel::WriteBuf(const BYTE* buf, int len) {
 }
 
 void BaseChannel::OpenAudioFile() {
-  UpdateAudioFileHeader();  // of a recording that the driver refused to stop
+  FinishAudioFileHeader();  // of a recording that the driver refused to stop
   CloseIfOpen(hAudioFile, WRITE_RECORDING);
-  hAudioFile = OpenUnbuffered(strFullFilename);
+  strAudioFileName = strFullFilename;
+  hAudioFile = OpenUnbuffered(strAudioFileName);
   if (hAudioFile == nullptr) {
     LogCapiError("OpenAudioFile");
     return;
@@ -254,7 +257,7 @@ void BaseChannel::OpenAudioFile() {
 }
 
 void BaseChannel::CloseAudioFile() {
-  UpdateAudioFileHeader();
+  FinishAudioFileHeader();
   CloseIfOpen(hAudioFile, WRITE_RECORDING);
   CloseRawFile();
 }
@@ -264,16 +267,22 @@ void BaseChannel::LetAllUseAudioFile() {
   if (hAudioFile != nullptr) (void)fchmod(fileno(hAudioFile), RECORDING_MODE);  // if refused, the file is there anyway
 }
 
-void BaseChannel::UpdateAudioFileHeader() {
-  if (hAudioFile == nullptr) return;
+bool BaseChannel::UpdateAudioFileHeader() {
+  if (hAudioFile == nullptr) return true;
   const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, static_cast<DWORD>(iRecordByteCnt));
   if (!fHeaderWritten) {
     fHeaderWritten = WriteAt(hAudioFile, 0, rHeader.data(), rHeader.size());
-    return;
+    return fHeaderWritten;
   }
+  bool fWritten = true;
   for (const std::size_t uiOffset : WAV_LENGTH_OFFSETS) {
-    (void)WriteAt(hAudioFile, uiOffset, rHeader.data() + uiOffset, WAV_LENGTH_BYTES);
+    fWritten = WriteAt(hAudioFile, uiOffset, rHeader.data() + uiOffset, WAV_LENGTH_BYTES) && fWritten;
   }
+  return fWritten;
+}
+
+void BaseChannel::FinishAudioFileHeader() {
+  if (!UpdateAudioFileHeader()) LogCapiError(("Write header of " + strAudioFileName).c_str());
 }
 
 // -- the copy of a live listener --------------------------------------------------------------------------------------

@@ -124,7 +124,7 @@ void BaseChannel::StopRecording(bool& fClearInfo) {
     ClearInfo();  // no decision: the card may still be writing, so the file stays; the row goes in FinalizeRecording
     return;
   }
-  UpdateAudioFileHeader();  // the questions below may take long
+  (void)UpdateAudioFileHeader();  // the questions below may take long
   iDuration = static_cast<int>(GetSrTime() - rStartTime);
   lg(LOG_NOTICE, "[%d] Recording stopped (%i s)", iChannel, iDuration);
 

@@ -100,8 +100,9 @@ def room_in_mid_call(bench):
 
 OPEN_FULL = "C-api error at OpenAudioFile: No space left on device"
 WRITE_FULL = "C-api error at Write to recording file: No space left on device"
+HEADER_FULL = "C-api error at Write header of {path}: No space left on device"
 ROWS = [
-    Row("disk full from the start", full, [WRITE_FULL]),
+    Row("disk full from the start", full, [WRITE_FULL, HEADER_FULL]),
     Row("disk fills up in mid-call", full_later, [WRITE_FULL], story=fills_in_mid_call),
     Row(
         "disk full at the start, room in mid-call",

@@ -306,7 +306,9 @@ TEST_F(BaseChannelAudio, FullDiskIsReportedForEachRangeThatItHits) {
               Log());
   }
   OnHook();
-  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (0 s)"}), Log());
+  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (0 s)",
+                   "3 C-api error at Write header of " + FILE_1 + ": No space left on device"}),
+            Log());
 }
 
 TEST_F(BaseChannelAudio, RecordingThatBeganOnAFullDiskHasItsHeaderOnceThereIsRoom) {
@@ -403,6 +405,47 @@ TEST_F(BaseChannelAudio, HeaderUpdateMovesNoAudioWhenSeekingFails) {
   ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
   ASSERT_TRUE(WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGKILL);
   ExpectSame(Wav(6, 1, strAudio), ReadTestFile(FILE_1));
+}
+
+TEST_F(BaseChannelAudio, LengthThatIsNotWrittenIsReportedAtTheEndAlone) {
+  const pid_t iChild = fork();
+  ASSERT_NE(-1, iChild);
+  if (iChild == 0) {
+    Record();
+    Refuse(SYS_pwrite64, 3, WAV_HEADER - 5);
+    HearOwn("heard");
+    Seconds(5);
+    const Texts astrWhileItRuns = Log();
+    OnHook();
+    const Texts astrExpected = {"5 [7] Call stops", "5 [7] Recording stopped (5 s)",
+                                "3 C-api error at Write header of " + FILE_1 + ": Input/output error"};
+    _exit(astrWhileItRuns.empty() && Log() == astrExpected ? 0 : 1);
+  }
+  int iStatus = 0;
+  ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
+  EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0);
+  // The other lengths are right all the same.
+  const std::string strWhole = Wav(6, 1, "heard");
+  ExpectSame(strWhole.substr(0, WAV_HEADER - 4) + std::string(4, '\0') + "heard", ReadTestFile(FILE_1));
+}
+
+TEST_F(BaseChannelAudio, HeaderOfAFileThatWasLeftOpenIsReportedByItsOwnName) {
+  const pid_t iChild = fork();
+  ASSERT_NE(-1, iChild);
+  if (iChild == 0) {
+    Record();
+    simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");
+    OnHook();
+    ForgetTraces();
+    Refuse(SYS_pwrite64, 3, 4);
+    OffHook();
+    const Texts astrLog = Log();
+    const std::string strExpected = "3 C-api error at Write header of " + FILE_1 + ": Input/output error";
+    _exit(std::count(astrLog.begin(), astrLog.end(), strExpected) == 1 ? 0 : 1);
+  }
+  int iStatus = 0;
+  ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
+  EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0);
 }
 
 TEST_F(BaseChannelAudio, FileThatTellsAtItsCloseThatItWasNotWrittenIsReported) {
