@@ -163,7 +163,7 @@ bool isBgQueueReady() {
 // -- small actions ----------------------------------------------------------------------------------------------------
 
 void DeleteFileAct::performThread() {
-  (void)DeleteFn(strFilename.c_str());  // what cannot be deleted stays: there is no row that points to it
+  DeleteOrTell(strFilename);  // what stays has no row that points to it
 }
 
 void DeleteFileAct::performMain() {}

@@ -92,8 +92,8 @@ std::string calcSum(const std::string& strProgram, const std::string& strFileNam
 void AudioConvAct::performThread() {
   Convert();
   // The side files of live monitoring; most calls have none.
-  (void)DeleteFn((strFullFilenameFinal + ".raw").c_str());
-  (void)DeleteFn((strFullFilenameFinal + ".info").c_str());
+  DeleteOrTell(strFullFilenameFinal + ".raw");
+  DeleteOrTell(strFullFilenameFinal + ".info");
   if (prRecorder->fRecCheck && !IsForeign(strFullFilenameFinal)) {
     (void)execCmd("morvex_reccheck " + escapeShellArg(strFullFilenameFinal) + " " +
                   escapeShellArg(ToStdString(iDuration)));
@@ -128,7 +128,7 @@ void AudioConvAct::ReplaceSource(bool fWhole) {
     RescueSource();
     return;
   }
-  (void)DeleteFn(strFullFilename.c_str());
+  DeleteOrTell(strFullFilename);
   if (!fWhole) ReportLoss();
 }
 
@@ -138,7 +138,7 @@ void AudioConvAct::RescueSource() {
   struct stat rStat {};
   const bool fSeen = LookAt(strFullFilename.c_str(), rStat);
   if (fSeen ? !S_ISREG(rStat.st_mode) : errno == ENOENT) {
-    (void)DeleteFn(strFullFilename.c_str());
+    DeleteOrTell(strFullFilename);
     ReportLoss();
     return;
   }
@@ -163,7 +163,7 @@ void AudioConvAct::Encrypt() {
       "morvex_crypt -e -i " + escapeShellArg(strFullFilenameFinal) + " -o " + escapeShellArg(strArchiveFilename);
   const bool fStored =
       ExecFromTo(strCommand, strFullFilenameFinal, strArchiveFilename) == 0 && MakeDurable(strArchiveFilename);
-  (void)DeleteFn(strFullFilenameFinal.c_str());
+  DeleteOrTell(strFullFilenameFinal);
   if (!fStored) ReportLoss();
 }
 
@@ -193,7 +193,7 @@ bool AudioConvAct::ConvertToMp3() {
     return true;
   }
   lg(LOG_ERR, "Conversion to MP3 failed, fn: %s", strFullFilename.c_str());
-  (void)DeleteFn(strFullFilenameFinal.c_str());  // a part of it, which no row would name
+  DeleteOrTell(strFullFilenameFinal);  // a part of it, which no row would name
   strFullFilenameFinal = RemoveFileExtension(strFullFilenameFinal) + ".wav";
   rCallInfo.AddUtf8("filename", ExtractFileName(strFullFilenameFinal));
   return CopyFile(strFullFilename, strFullFilenameFinal);

@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
+#include "logging.h"
 #include "plainfile.h"
 #include "shell.h"
 
@@ -56,5 +59,17 @@ bool DeleteFn(const char* pathname) {
   if (!LookAt(pathname, rStat)) return false;
   if (!MayBeOverwritten(rStat)) return RemoveName(pathname);
   (void)execCmd("shred -u " + escapeShellArg(pathname));  // the look at the file tells more than the tool's status
-  return !LookAt(pathname, rStat);
+  if (!LookAt(pathname, rStat)) return errno == ENOENT;
+  errno = EIO;
+  return false;
+}
+
+// A disk that is read-only refuses before it looks whether anything is there.
+void DeleteOrTell(const std::string& strPath) {
+  if (DeleteFn(strPath.c_str())) return;
+  const int iErrno = errno;
+  struct stat rStat {};
+  if (!LookAt(strPath.c_str(), rStat) && errno == ENOENT) return;
+  errno = iErrno;
+  LogCapiError(("Remove " + strPath).c_str());
 }

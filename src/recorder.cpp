@@ -74,5 +74,5 @@ void CRecorder::Shutdown() {
     prChannel->EndOfCall();
     prChannel->Finalize();
   }
-  (void)DeleteFn((GetDataDir() + "linestatus.dat").c_str());  // not valid while no events are handled
+  DeleteOrTell(GetDataDir() + "linestatus.dat");  // not valid while no events are handled
 }

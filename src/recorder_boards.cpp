@@ -151,7 +151,7 @@ void TRecorderBoot::DetectBoards() {
   for (int i = 0; i < CARD_POWER_UP_STEPS && !fAppTerminate; i++) usleep(HALF_SECOND_US);
 
   // The file of an earlier run must not pass for the answer of this one.
-  (void)DeleteFn(TOOL_INI);
+  DeleteOrTell(TOOL_INI);
   // A tool that is not there or fails leaves no file, which reads as no cards. Run nowhere else, where "./config" may
   // be anything.
   if (chdir(TOOL_DIR) == 0) (void)!system("./config");

@@ -99,7 +99,7 @@ void OpenTraceFile(TraceFile& rFile, const char* acHeader, TraceErrors& rErrors)
 }
 
 void OpenBitFile(int iDrvCh) {
-  for (const char* acName : {TRACE_WAV, TRACE_BIT, TRACE_DCH, TRACE_DMSG}) (void)DeleteFn(acName);
+  for (const char* acName : {TRACE_WAV, TRACE_BIT, TRACE_DCH, TRACE_DMSG}) DeleteOrTell(acName);
   TraceErrors rErrors;
   const MutexLock rLock(rTraceMutex);
   g_iTraceChNr = iDrvCh;

@@ -343,7 +343,9 @@ TEST_F(LastCopyTest, ProcessThatCannotForkKeepsTheSource) {
     const testtools::NoMoreDescriptors rNone;
     rAct.performThread();
   }
-  EXPECT_EQ(TakeErrors(), Texts({"Recording rescued: /recordings/call.wav.g711"}));
+  EXPECT_EQ(TakeErrors(), Texts({"Recording rescued: /recordings/call.wav.g711",
+                                 "C-api error at Remove /recordings/call.wav.raw: Too many open files",
+                                 "C-api error at Remove /recordings/call.wav.info: Too many open files"}));
   EXPECT_EQ(ReadTestFile("/recordings/call.wav.g711"), "audio");
 }
 
@@ -517,6 +519,25 @@ TEST_F(PowerLossTest, PlainRecordingThatIsNotOnDiskIsToldAndStays) {
   rAct.performThread();
   EXPECT_EQ(TakeErrors(), Texts({"C-api error at Sync of recording file: No space left on device"}));
   EXPECT_EQ(ReadTestFile("/recordings/call.wav"), "audio");
+}
+
+TEST_F(PowerLossTest, FileThatStaysAfterItsStepIsTold) {
+  UseNames(RECENC_GSM, "/recordings/call.wav");
+  rRecorder.fALE = true;
+  for (const char* acFile : {"call.wav.g711", "call.wav.raw", "call.wav.info", "call.wav"}) {
+    SCOPED_TRACE(acFile);
+    RecordSound();
+    for (const char* acSide : {"/recordings/call.wav.raw", "/recordings/call.wav.info"}) WriteTestFile(acSide, "x");
+    disksteps::Refuse = [acFile](const std::string& strStep) {
+      return strStep == std::string("unlink /recordings/") + acFile ? EIO : 0;
+    };
+    rAct.performThread();
+    disksteps::Refuse = nullptr;
+    const std::string strTold = std::string("C-api error at Remove /recordings/") + acFile + ": Input/output error";
+    const Texts astrErrors = TakeErrors();
+    EXPECT_EQ(std::count(astrErrors.begin(), astrErrors.end(), strTold), 1);
+    EXPECT_TRUE(Exists(std::string("/recordings/") + acFile));
+  }
 }
 
 TEST_F(PowerLossTest, EncryptedFileThatIsNotOnDiskCountsAsLost) {

@@ -297,6 +297,14 @@ TEST_F(BgActTest, DeleteFileActIgnoresAMissingFile) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());
 }
 
+TEST_F(BgActTest, DeleteFileActTellsOfAFileThatStays) {
+  ASSERT_EQ(mkdir("/recordings/stays.wav", 0777), 0);
+  auto* prAct = new DeleteFileAct;
+  prAct->strFilename = "/recordings/stays.wav";
+  queueAction(prAct);
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"3 C-api error at Remove /recordings/stays.wav: Is a directory"}));
+}
+
 TEST_F(BgActTest, SlowHandlerMsgHandsItsTextToTheServiceThread) {
   init_signaling();
   auto* prAct = new SlowHandlerMsg;

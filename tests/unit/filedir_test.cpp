@@ -1,9 +1,11 @@
 #include "filedir.h"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -11,6 +13,7 @@
 
 #include "LogSink.h"
 #include "TestFiles.h"
+#include "TestTools.h"
 
 using namespace std::string_literals;
 
@@ -265,6 +268,59 @@ TEST_F(DeleteFnTest, AnyFileNameIsSafe) {
       EXPECT_EQ(ReadTestFile("bystander"), "stays") << acName;
     }
   }
+}
+
+TEST_F(DeleteFnTest, FileThatIsNotThereIsNotTold) {
+  WriteTestFile("file", "recording");
+  DeleteOrTell("file");
+  DeleteOrTell("file");
+  DeleteOrTell("no folder/file");
+  SecureOn();
+  DeleteOrTell("file");
+  DeleteOrTell("no folder/file");
+  EXPECT_EQ(logsink::TakeTexts(), Texts{});
+}
+
+TEST_F(DeleteFnTest, ReadOnlyDiskIsToldOfFilesAlone) {
+  WriteTestFile("file", "recording");
+  ASSERT_EQ(mount(strFolder.c_str(), strFolder.c_str(), nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount(nullptr, strFolder.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  DeleteOrTell(strFolder + "/no file");
+  DeleteOrTell(strFolder + "/file");
+  ASSERT_EQ(umount2(strFolder.c_str(), MNT_DETACH), 0);
+  EXPECT_EQ(logsink::TakeTexts(), Texts{"3 C-api error at Remove " + strFolder + "/file: Read-only file system"});
+}
+
+TEST_F(DeleteFnTest, WhatCannotBeRemovedIsTold) {
+  ASSERT_EQ(mkdir("folder", 0700), 0);
+  for (const bool fSecure : {false, true}) {
+    if (fSecure) SecureOn();
+    DeleteOrTell("folder");
+    EXPECT_EQ(logsink::TakeTexts(), Texts{"3 C-api error at Remove folder: Is a directory"});
+  }
+}
+
+TEST_F(DeleteFnTest, FolderThatCannotBeOpenedIsTold) {
+  WriteTestFile("file", "recording");
+  for (const bool fSecure : {false, true}) {
+    if (fSecure) SecureOn();
+    const testtools::NoMoreDescriptors rLimit;
+    DeleteOrTell("file");
+    EXPECT_EQ(logsink::TakeTexts(), Texts{"3 C-api error at Remove file: Too many open files"});
+  }
+  EXPECT_EQ(ReadTestFile("file"), "recording");
+}
+
+TEST_F(DeleteFnTest, FileThatTheToolLeavesIsTold) {
+  SecureOn();
+  WriteTestFile("file", "recording");
+  const std::string strPath = getenv("PATH");
+  ASSERT_EQ(setenv("PATH", strFolder.c_str(), 1), 0);  // no "shred" there
+  DeleteOrTell("file");
+  ASSERT_EQ(setenv("PATH", strPath.c_str(), 1), 0);
+  EXPECT_EQ(logsink::TakeTexts(),
+            (Texts{"5 Exec: shred -u 'file'", "3 C-api error at Remove file: Input/output error"}));
+  EXPECT_EQ(ReadTestFile("file"), "recording");
 }
 
 TEST_F(DeleteFnTest, NullNameGivesFalse) {
