@@ -32,7 +32,11 @@ class CrecReactor {
   std::atomic<bool> fEnded{false};          // the thread is about to end
   std::atomic<bool> fWaitingOnMain{false};  // true from before an action is queued until its completed runs
   std::atomic<int> iActResult{0};           // of the last action that reports one
-  std::atomic<bool> fReconfigWaits{false};  // a "reconfig" is queued and has not begun
+  // Of the orders that nobody waits for: one of this kind is queued and has not begun.
+  std::atomic<bool> fReconfigWaits{false};
+  std::atomic<bool> fTraceStartWaits{false};
+  std::atomic<bool> fTraceStopWaits{false};
+  std::atomic<int> iTraceChNr{0};  // driver channel of the last "bittrace_start"
   CRecorder* prRecorder;
 };
 

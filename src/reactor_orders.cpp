@@ -9,8 +9,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstddef>
 #include <list>
+#include <memory>
 #include <string>
 
 #include "fstring.h"
@@ -57,27 +59,35 @@ class ResultAct : public AwaitedAct {
   int iResult = ACT_DONE;
 };
 
+// Each of the three says first that it waits no longer: an order that comes from then on wants one of its own.
 class ReconfigAct : public ReactorAct {
  public:
   using ReactorAct::ReactorAct;
   void performMain() override {
-    if (g_prReactor != nullptr) g_prReactor->fReconfigWaits = false;  // before the settings are read
+    if (g_prReactor != nullptr) g_prReactor->fReconfigWaits = false;
     prRecorder->Reconfigure();
   }
 };
 
-class TraceAct : public ReactorAct {
+class TraceStartAct : public ReactorAct {
  public:
-  TraceAct(CRecorder* prRecorderToUse, bool fToStart, int iDrvCh)
-      : ReactorAct(prRecorderToUse), fStart(fToStart), iChNr(iDrvCh) {}
+  using ReactorAct::ReactorAct;
   void performMain() override {
-    if (fStart) prRecorder->iBitStreamChNr = iChNr;
-    prRecorder->fBitStreamTracing = fStart;
+    if (g_prReactor != nullptr) {
+      g_prReactor->fTraceStartWaits = false;
+      prRecorder->iBitStreamChNr = g_prReactor->iTraceChNr;
+    }
+    prRecorder->fBitStreamTracing = true;
   }
+};
 
- private:
-  bool fStart;
-  int iChNr;  // driver channel
+class TraceStopAct : public ReactorAct {
+ public:
+  using ReactorAct::ReactorAct;
+  void performMain() override {
+    if (g_prReactor != nullptr) g_prReactor->fTraceStopWaits = false;
+    prRecorder->fBitStreamTracing = false;
+  }
 };
 
 class ChStateAct : public AwaitedAct {
@@ -146,20 +156,20 @@ ThreadAct* MakeDelOnDmd(CRecorder* prRecorder, const std::string& strParam) {
   return new DelOnDmdAct(prRecorder, strParam);
 }
 
-// Nobody waits for a "reconfig", so a client in a loop could fill the queue. One that has not begun will read what any
-// other behind it would, and takes their place.
 ThreadAct* MakeReconfig(CRecorder* prRecorder, const std::string& /*strParam*/) {
-  const bool fOneWaits = g_prReactor != nullptr && g_prReactor->fReconfigWaits.exchange(true);
-  return fOneWaits ? nullptr : new ReconfigAct(prRecorder);
+  return new ReconfigAct(prRecorder);
 }
 
 // The flag changes only when the main thread runs the action, so two quick starts can both get through.
 ThreadAct* MakeTraceStop(CRecorder* prRecorder, const std::string& /*strParam*/) {
-  return prRecorder->fBitStreamTracing ? new TraceAct(prRecorder, /*fToStart=*/false, -1) : nullptr;
+  return prRecorder->fBitStreamTracing ? new TraceStopAct(prRecorder) : nullptr;
 }
 
+// The channel reaches a start that waits already, too: the last one counts.
 ThreadAct* MakeTraceStart(CRecorder* prRecorder, const std::string& strParam) {
-  return prRecorder->fBitStreamTracing ? nullptr : new TraceAct(prRecorder, /*fToStart=*/true, TextToInt(strParam));
+  if (prRecorder->fBitStreamTracing) return nullptr;
+  if (g_prReactor != nullptr) g_prReactor->iTraceChNr = TextToInt(strParam);
+  return new TraceStartAct(prRecorder);
 }
 
 ThreadAct* MakeChState(CRecorder* prRecorder, const std::string& strParam) {
@@ -189,7 +199,10 @@ struct OrderRow {
   const char* acWord;
   ThreadAct* (*Make)(CRecorder* prRecorder, const std::string& strParam);  // null: refused before it is queued
   EReplyFrom eReplyFrom;
-  const char* acRefused;  // the reply when none is queued; null: none is sent
+  const char* acRefused;  // the reply to a refusal; null: none is sent
+  // Nobody waits for these, so a client in a loop could fill the queue. One that has not begun does what any other of
+  // its kind behind it would, and takes their place. Null: each order is queued.
+  std::atomic<bool> CrecReactor::*pfOneWaits = nullptr;
 };
 
 // "change_local" has no refusal of its own, and its action leaves iActResult alone: the reply tells of the silencing,
@@ -201,9 +214,9 @@ constexpr OrderRow ORDERS[] = {
     {"start", MakeRecOnDmd<true>, REPLY_BY_RESULT, "E3: option RecOnDmd is off"},
     {"stop", MakeRecOnDmd<false>, REPLY_BY_RESULT, "E3: option RecOnDmd is off"},
     {"delete", MakeDelOnDmd, REPLY_BY_RESULT, "E3: option DelOnDmd is off"},
-    {"reconfig", MakeReconfig, REPLY_AT_ONCE, REPLY_OK},
-    {"bittrace_stop", MakeTraceStop, REPLY_AT_ONCE, "ERR: already stopped"},
-    {"bittrace_start", MakeTraceStart, REPLY_AT_ONCE, "ERR: already started"},
+    {"reconfig", MakeReconfig, REPLY_AT_ONCE, nullptr, &CrecReactor::fReconfigWaits},
+    {"bittrace_stop", MakeTraceStop, REPLY_AT_ONCE, "ERR: already stopped", &CrecReactor::fTraceStopWaits},
+    {"bittrace_start", MakeTraceStart, REPLY_AT_ONCE, "ERR: already started", &CrecReactor::fTraceStartWaits},
     {"chst", MakeChState, REPLY_WHEN_DONE, nullptr},
     {"change_local", MakeChLocal, REPLY_BY_RESULT, nullptr},
 };
@@ -227,9 +240,10 @@ const char* ReplyOfResult(const OrderRow& rRow, int iActResult) {
 // The reply, null for none.
 const char* RunOrder(CrecReactor& rReactor, const OrderRow& rRow, const std::string& strParam) {
   if (rRow.eReplyFrom != REPLY_AT_ONCE) rReactor.fWaitingOnMain = true;  // before the action can complete
-  ThreadAct* prAct = rRow.Make(rReactor.prRecorder, strParam);
+  std::unique_ptr<ThreadAct> prAct(rRow.Make(rReactor.prRecorder, strParam));
   if (prAct == nullptr) return rRow.acRefused;
-  mainQueue(prAct);
+  const bool fOneWaits = rRow.pfOneWaits != nullptr && (rReactor.*rRow.pfOneWaits).exchange(true);
+  if (!fOneWaits) mainQueue(prAct.release());
   if (rRow.eReplyFrom == REPLY_AT_ONCE) return REPLY_OK;
   if (!rReactor.DoWaitOnMain(MAX_WAIT_ON_MAIN_MS)) return REPLY_TIME_OUT;
   return rRow.eReplyFrom == REPLY_WHEN_DONE ? REPLY_OK : ReplyOfResult(rRow, rReactor.iActResult);

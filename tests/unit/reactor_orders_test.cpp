@@ -232,10 +232,32 @@ TEST_F(OrdersTest, TwoQuickBitTraceStartsBothSucceed) {
   Start();
   EXPECT_EQ(AskOnce("bittrace_start 7"), "OK\n");
   EXPECT_EQ(AskOnce("bittrace_start nine"), "OK\n");
-  EXPECT_TRUE(rBoot.RunOneAction());
-  EXPECT_TRUE(rBoot.RunOneAction());
+  while (rBoot.RunOneAction()) continue;
   EXPECT_EQ(rRecorder.iBitStreamChNr, 0);  // a bad number is 0
   EXPECT_TRUE(rRecorder.fBitStreamTracing);
+}
+
+TEST_F(OrdersTest, FloodOfBitTraceOrdersIsOneOfAKindThatWaits) {
+  Start();
+  for (int iRound = 0; iRound < 2; iRound++) {
+    for (int i = 0; i < 1000; i++) {
+      EXPECT_STREQ(g_prReactor->ReplyTo("bittrace_start " + std::to_string(i)), "OK");
+      EXPECT_STREQ(g_prReactor->ReplyTo("bittrace_stop"), "ERR: already stopped");
+    }
+    EXPECT_TRUE(rBoot.RunOneAction());
+    EXPECT_FALSE(rBoot.RunOneAction());
+    EXPECT_TRUE(rRecorder.fBitStreamTracing);
+    EXPECT_EQ(rRecorder.iBitStreamChNr, 999);
+
+    for (int i = 0; i < 1000; i++) {
+      EXPECT_STREQ(g_prReactor->ReplyTo("bittrace_stop"), "OK");
+      EXPECT_STREQ(g_prReactor->ReplyTo("bittrace_start 7"), "ERR: already started");
+    }
+    EXPECT_TRUE(rBoot.RunOneAction());
+    EXPECT_FALSE(rBoot.RunOneAction());
+    EXPECT_FALSE(rRecorder.fBitStreamTracing);
+    EXPECT_EQ(rRecorder.iBitStreamChNr, 999);
+  }
 }
 
 // -- waits ------------------------------------------------------------------------------------------------------------
