@@ -30,8 +30,10 @@ namespace {
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
 Mutex rErrorFileMutex;  // keeps the messages of lg apart; the crash handler, which could hold it, asks for none
 Mutex rLimitMutex;
+// Apart, as the texts of some warnings are made by a telephone system: its many kinds must not take the errors' places.
 FloodLimit rErrorLimit GUARDED_BY(rLimitMutex);
-std::atomic<bool> fHasLeftOut{false};      // as rErrorLimit has it, for those who have no error to log
+FloodLimit rWarningLimit GUARDED_BY(rLimitMutex);
+std::atomic<bool> fHasLeftOut{false};      // as the limits have it, for those who have nothing limited to log
 constexpr size_t SHORT_TEXT_BYTES = 1024;  // nearly every message fits; it then needs no allocation
 
 // One formatted message. The stack holds all but the longest, so that a crash inside the allocator can still be told.
@@ -99,18 +101,23 @@ std::int64_t NowMs() {
   return std::int64_t{rNow.tv_sec} * 1000 + rNow.tv_nsec / 1'000'000;
 }
 
-bool MayLeave(const char* acText) {
+bool HasLeftOut() REQUIRES(rLimitMutex) {
+  return rErrorLimit.HasLeftOut() || rWarningLimit.HasLeftOut();
+}
+
+bool MayLeave(int iPrio, const char* acText) {
   const MutexLock rLock(rLimitMutex);
-  const bool fMayLeave = rErrorLimit.Admit(acText, NowMs());
-  fHasLeftOut = rErrorLimit.HasLeftOut();
+  FloodLimit& rLimit = iPrio <= LOG_ERR ? rErrorLimit : rWarningLimit;
+  const bool fMayLeave = rLimit.Admit(acText, NowMs());
+  fHasLeftOut = HasLeftOut();
   return fMayLeave;
 }
 
 bool TakeLeftOut(bool fAll, FloodLimit::LeftOut& rLeftOut) {
   if (!fHasLeftOut) return false;
   const MutexLock rLock(rLimitMutex);
-  const bool fTaken = rErrorLimit.Take(NowMs(), fAll, rLeftOut);
-  fHasLeftOut = rErrorLimit.HasLeftOut();
+  const bool fTaken = rErrorLimit.Take(NowMs(), fAll, rLeftOut) || rWarningLimit.Take(NowMs(), fAll, rLeftOut);
+  fHasLeftOut = HasLeftOut();
   return fTaken;
 }
 
@@ -142,7 +149,7 @@ void TellLeftOut(bool fAll) {
 void lg(int prio, const char* format, ...) {
   TellLeftOut(/*fAll=*/false);
   va_list args;
-  if (prio > LOG_ERR) {
+  if (prio > LOG_WARNING) {
     va_start(args, format);
     VSend(prio, format, args);
     va_end(args);
@@ -151,11 +158,11 @@ void lg(int prio, const char* format, ...) {
   va_start(args, format);
   MessageText rText(format, args);
   va_end(args);
-  if (!MayLeave(rText.data())) return;
+  if (!MayLeave(prio, rText.data())) return;
   va_start(args, format);  // anew: the first use has consumed the arguments
   VSend(prio, format, args);
   va_end(args);
-  if (fAppTerminate || !g_fErrorFile) return;
+  if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
   const MutexLock rLock(rErrorFileMutex);  // else the texts of two threads could mix
   ReplaceErrorFile(rText.data(), rText.size());
 }

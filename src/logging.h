@@ -1,12 +1,13 @@
 // logging: the log function of the whole daemon, the error file, and the process-wide flags that logging asks.
-// Repeated errors are limited, each kind by itself: see flood.h. A warning with the count and the last text tells what
-// was left out, as soon as the kind may speak again and anything is logged.
+// Repeated errors and warnings are limited, each kind by itself: see flood.h. A warning with the count and the last
+// text tells what was left out, as soon as the kind may speak again and anything is logged.
 // Standard output of debug mode gets the text as it is while a program reads it from a pipe; on a terminal, and in a
 // file that the daemon itself writes, control characters within a message are masked.
 //
 // Threads:   all operations: any. A call is one write to its target; the error file holds whichever message came last.
-// Locks:     the limit and the error file have one each. lg takes both for errors, one after the other; while something
-//            is left out, lg of any level and LogLeftOut take that of the limit too. WriteErrCrec takes none.
+// Locks:     the limits and the error file have one each. lg takes both for errors, one after the other, and the first
+//            for warnings; while something is left out, lg of any level and LogLeftOut take it too. WriteErrCrec takes
+//            none.
 // Errors:    an error file that cannot be opened is ignored.
 #pragma once
 

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -363,14 +364,15 @@ TEST_F(LoggingTest, TextsOfTwoThreadsDoNotMixInTheErrorFile) {
   EXPECT_EQ(ReadTestFile(ERROR_FILE), "second");
 }
 
-// What goes out of a flood of errors, and what of it is counted; the two make up the whole.
+// What goes out of a flood, and what of it is counted; the two make up the whole.
 struct Flood {
   long iTold = 0;
   long iCounted = 0;
   std::string strLastCounted;
 };
 
-Flood TakeFlood(const std::string& strMessage) {
+Flood TakeFlood(const std::string& strMessage, int iPrio = LOG_ERR) {
+  const std::string strBegin = std::to_string(iPrio) + " " + strMessage;
   Flood rFlood;
   for (const std::string& strLine : logsink::TakeTexts()) {
     const std::string strLeftOut = " messages like this one left out: ";
@@ -379,7 +381,7 @@ Flood TakeFlood(const std::string& strMessage) {
       EXPECT_EQ(strLine.substr(0, 2), "4 ");
       rFlood.iCounted += strtol(strLine.c_str() + 2, nullptr, 10);
       rFlood.strLastCounted = strLine.substr(iPos + strLeftOut.size());
-    } else if (strLine.rfind("3 " + strMessage, 0) == 0) {
+    } else if (strLine.rfind(strBegin, 0) == 0) {
       rFlood.iTold++;
     }
   }
@@ -403,9 +405,10 @@ TEST_F(LoggingTest, FloodHindersNoOtherMessage) {
   for (int i = 0; i < 1000; i++) {
     errno = ENOSPC;
     LogCapiError("write");
-    lg(LOG_WARNING, "a warning");
+    lg(LOG_WARNING, "too much");
     lg(LOG_NOTICE, "and a notice");
   }
+  lg(LOG_WARNING, "a warning");
   errno = EIO;
   LogCapiError("another place");
   EXPECT_EQ(ReadTestFile(ERROR_FILE), "C-api error at another place: Input/output error");
@@ -414,7 +417,37 @@ TEST_F(LoggingTest, FloodHindersNoOtherMessage) {
   for (const std::string& strLine : logsink::TakeTexts()) {
     if (strLine == "4 a warning" || strLine == "5 and a notice") iOthers++;
   }
-  EXPECT_EQ(iOthers, 2000);
+  EXPECT_EQ(iOthers, 1001);
+}
+
+TEST_F(LoggingTest, FloodOfWarningsIsLimitedAndCounted) {
+  constexpr int MESSAGES = 20'000;
+  for (int i = 1; i <= MESSAGES; i++) lg(LOG_WARNING, "no side for block %d", i);
+  LogLeftOut();
+  const Flood rFlood = TakeFlood("no side for block ", LOG_WARNING);
+  EXPECT_GE(rFlood.iTold, 100);
+  EXPECT_LT(rFlood.iTold, MESSAGES / 2);
+  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, MESSAGES);
+  EXPECT_EQ(rFlood.strLastCounted, "no side for block 20000");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+}
+
+TEST_F(LoggingTest, ManyKindsOfWarningsHinderNoError) {
+  const pid_t iChild = fork();  // what it leaves in the limits would reach other tests
+  ASSERT_NE(-1, iChild);
+  if (iChild == 0) {
+    for (int i = 0; i < 100'000; i++) {
+      const std::string strName = {static_cast<char>('a' + i % 26), static_cast<char>('a' + i / 26 % 26),
+                                   static_cast<char>('a' + i / 676 % 26)};
+      lg(LOG_WARNING, "released by %s", strName.c_str());
+    }
+    (void)logsink::TakeTexts();
+    for (int i = 0; i < 100; i++) lg(LOG_ERR, "no room for piece %d", i);
+    _exit(TakeFlood("no room for piece ").iTold == 100 ? 0 : 1);
+  }
+  int iStatus = 0;
+  ASSERT_EQ(iChild, waitpid(iChild, &iStatus, 0));
+  EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0);
 }
 
 TEST_F(LoggingTest, CapiErrorTellsErrno) {
