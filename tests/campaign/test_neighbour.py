@@ -21,6 +21,7 @@ SETTINGS = {"o": {"Monitoring": "1"}}
 TREASURE = Path("/var/treasure")
 SECRET = TREASURE / "secret"
 SHARED = TREASURE / "shared"  # what nobody may write, he may also link to
+TREASURES = [TREASURE]
 NOBODY = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"]
 SECONDS_AHEAD = 20
 TRACE_FILES = ("trace.wav", "trace.bit", "dch.log", "dmsg.log")
@@ -52,7 +53,7 @@ def prepare(_bench):
 def treasure():
     """All that a neighbour could want to change: names, owners, modes, contents."""
     found = []
-    for path in sorted([TREASURE, *TREASURE.rglob("*")]):
+    for path in sorted(path for treasure in TREASURES for path in (treasure, *treasure.rglob("*"))):
         status = path.lstat()
         content = path.read_bytes() if path.is_file() else b""
         found.append((str(path), status.st_mode, status.st_uid, content))
@@ -65,27 +66,27 @@ def as_nobody(kind, target, names):
     subprocess.run(command, input="\n".join(map(str, names)), text=True, check=True, stderr=subprocess.DEVNULL)
 
 
-def names_to_come(bench, suffixes):
-    """The names of the recordings of line 1 that can begin within the next seconds."""
+def names_to_come(bench, suffixes, root=RECORDINGS):
+    """The names of the recordings of line 1 that can begin within the next seconds, below a root."""
     now = int(time.time())
     found = []
     for second in range(now, now + SECONDS_AHEAD):
         moment = datetime.fromtimestamp(second)
-        folder = RECORDINGS / moment.strftime("%Y/%m/%d/%H")
+        folder = root / moment.strftime("%Y/%m/%d/%H")
         for count in range(bench.calls_of_line_1 + 1, bench.calls_of_line_1 + 3):
             name = f"{moment:%Y%m%d_%H%M%S}_001_{count % 100:02}"
             found += [folder / (name + suffix) for suffix in suffixes]
     return found
 
 
-def planted(kind, target, suffixes):
+def planted(kind, target, suffixes, root=RECORDINGS):
     """The neighbour is there first."""
 
     @contextmanager
     def fault(bench):
         before = treasure()
         bench.calls_of_line_1 = count_of_last_call(bench)
-        names = names_to_come(bench, suffixes)
+        names = names_to_come(bench, suffixes, root)
         as_nobody(kind, target, names)
         assert any(os.path.lexists(name) for name in names)
         try:
@@ -108,11 +109,11 @@ def count_of_last_call(bench):
 
 
 @contextmanager
-def folder_is_a_link(_bench):
+def folder_is_a_link(_bench, root=RECORDINGS):
     """The folder of the hour is a link into the treasure."""
     before = treasure()
-    folder = RECORDINGS / datetime.now().strftime("%Y/%m/%d/%H")
-    aside = RECORDINGS / "aside"
+    folder = root / datetime.now().strftime("%Y/%m/%d/%H")
+    aside = root / "aside"
     script = f"mv {folder} {aside} && ln -s {TREASURE} {folder}"
     subprocess.run([*NOBODY, "sh", "-c", script], check=False)
     was_moved = aside.exists()
