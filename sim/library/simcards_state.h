@@ -25,7 +25,7 @@ constexpr int SSM_FAILED = -1;
 constexpr int DEFAULT_VOLTAGE = 48;  // of an analogue line that nobody uses
 constexpr WORD ALL_EVENTS = 0xFFFF;  // as SsmSetEvent has it
 constexpr int ALL_CHANNELS = -1;
-constexpr std::size_t MAX_NOTED_CALLS = 65536;  // a daemon that runs for days never takes them
+constexpr std::size_t MAX_NOTED_CALLS = 1024;  // a daemon that runs for days never takes them
 
 // A recording into the caller's ring. Byte k since the start stands at k % dwSize.
 struct MemRecording {
