@@ -282,12 +282,12 @@ class ForgetfulDisk(fuse.Operations):
         return {**blocks, "f_namemax": 255}
 
 
-def main():
+def main(disk=ForgetfulDisk):
     mount_point, journal = sys.argv[1:]
     os.umask(0)
     with open(journal, "w", buffering=1) as lines:
         fuse.FUSE(
-            ForgetfulDisk(lines),
+            disk(lines),
             mount_point,
             foreground=True,
             nothreads=True,  # one operation after the other: the order in the journal is the order on the disk
