@@ -538,6 +538,16 @@ TEST_F(LineComTest, SignalStopRefusesWithoutTouchingTheChild) {
   EXPECT_EQ(logsink::TakeTexts(), Texts({"4 LineCom shutting down, not sending msg"}));
 }
 
+TEST_F(LineComTest, SignalStopEndsEachWait) {
+  UseLoop("sleep 60");
+  rCom.SetReadTimeout(1000000);
+  ASSERT_TRUE(rCom.StartProgram());
+  rCom.SignalStop();
+  EXPECT_FALSE(rCom.InternalSendMsg("x\n", strReply));
+  EXPECT_FALSE(rCom.WaitForExit(1000000));
+  EXPECT_EQ(logsink::TakeTexts(), Texts());
+}
+
 TEST_F(LineComTest, SignalStopFromAnotherThreadEndsTheWaitForAReply) {
   UseLoop("sleep 60");
   rCom.SetReadTimeout(50);
