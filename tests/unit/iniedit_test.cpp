@@ -24,10 +24,12 @@ namespace {
 std::string strRefused;           // the step that fails once: then empty
 std::vector<std::string> rSteps;  // those that order matters for
 
+int iRefusal = EIO;
+
 bool IsRefused(const std::string& strStep) {
   if (strStep != strRefused) return false;
   strRefused.clear();
-  errno = EIO;
+  errno = iRefusal;
   return true;
 }
 
@@ -479,6 +481,18 @@ TEST_F(IniEditTest, RefusedStepLeavesTheOldFileAndNoTemporary) {
     EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=0\n");
     EXPECT_EQ(ReadTestFile("file.ini.tmp"), "(no file)");
   }
+}
+
+TEST_F(IniEditTest, InterruptedWriteGoesOn) {
+  WriteTestFile("file.ini", "[s]\na=0\n");
+  IniData rIni;
+  rIni.set("s", "a", "1");
+  strRefused = "write";
+  iRefusal = EINTR;
+  rIni.update("file.ini");
+  iRefusal = EIO;
+  EXPECT_EQ(strRefused, "");
+  EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=1\n");
 }
 
 TEST_F(IniEditTest, UpdateLeavesTheObjectAsItIs) {
