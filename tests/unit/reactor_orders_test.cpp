@@ -127,6 +127,20 @@ TEST_F(OrdersTest, ReconfigIsAnsweredBeforeItIsDone) {
   EXPECT_EQ(Ask("reconfig with a parameter"), "OK\n");
 }
 
+TEST_F(OrdersTest, OrdersThatOutliveTheSocketAreStillDone) {
+  rRecorder.fSilenceOnDemand = true;
+  AddCall("call-1");
+  Start();
+  EXPECT_STREQ(g_prReactor->ReplyTo("reconfig"), "OK");
+  EXPECT_STREQ(g_prReactor->ReplyTo("silence call-1"), "E4: time-out");
+  prDb->rParts["o"]["NumberFilterType"] = "2";
+  close_reactor();
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(rRecorder.iNumberFilterType, 2);
+  EXPECT_TRUE(rBoot.RunOneAction());
+  EXPECT_EQ(Silencing(1), "1");
+}
+
 TEST_F(OrdersTest, FloodOfReconfigsIsOneThatWaits) {
   Start();
   for (int i = 0; i < 1000; i++) EXPECT_STREQ(g_prReactor->ReplyTo("reconfig"), "OK");
