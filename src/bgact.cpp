@@ -39,8 +39,9 @@ void LowerPriority() {
 // -- the pool ---------------------------------------------------------------------------------------------------------
 
 void BgActHandler::init() {
+  const MutexLock rLock(rStartMutex);
   for (std::intptr_t ix = 0; ix < ATHREAD; ix++) {
-    fBusy[ix] = false;
+    if (fStarted[ix]) continue;
     void* pvIndex = reinterpret_cast<void*>(ix);  // NOLINT(performance-no-int-to-ptr): a number, never followed
     fStarted[ix] = pthread_create(&rThread[ix], nullptr, run_it, pvIndex) == 0;
   }
@@ -48,9 +49,8 @@ void BgActHandler::init() {
 
 bool BgActHandler::hasWorker() {
   const auto isStarted = [](const std::atomic<bool>& fWorkerStarted) { return fWorkerStarted.load(); };
-  const auto anyStarted = [&] { return std::any_of(std::begin(fStarted), std::end(fStarted), isStarted); };
-  if (!anyStarted()) init();
-  return anyStarted();
+  if (!std::all_of(std::begin(fStarted), std::end(fStarted), isStarted)) init();
+  return std::any_of(std::begin(fStarted), std::end(fStarted), isStarted);
 }
 
 void BgActHandler::close() {

@@ -88,9 +88,11 @@ constexpr int MAX_ALONE_WAITING = 1000;  // hours of a site that posts its calls
 
 class BgActHandler {
  public:
+  // Asks the system for the workers that are not there.
   void init();
   void close();
-  // While the system has refused all workers, it is asked for them again at each action.
+  // While the system has refused a worker, it is asked for it again at each action: one that is left alone may wait for
+  // minutes in one action, and all others would wait with it.
   bool hasWorker();
   // The loop of worker ix; returns when told to stop.
   void run(int ix);
@@ -110,6 +112,7 @@ class BgActHandler {
   // One second, or until told to stop.
   void idle() const;
 
+  Mutex rStartMutex;  // held while workers are asked for
   pthread_t rThread[ATHREAD] = {};
   std::atomic<bool> fStarted[ATHREAD] = {};  // that rThread is one
   Mutex rMutex;

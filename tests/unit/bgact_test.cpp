@@ -18,6 +18,7 @@
 #include "signaling.h"
 
 using testtools::Await;
+using testtools::AWAIT_MS;
 using testtools::Exists;
 
 namespace {
@@ -179,6 +180,27 @@ TEST_F(BgActTest, RefusedWorkersAreAskedForAgainAtEachAction) {
     queueAction(new NotingAct(rDiary, "second", &fHold));
     const bool fHasWorker = Await([this] { return rDiary.Count("second thread") == 1; }) && !isBgQueueReady();
     _exit(fRanHere && fHasWorker ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
+}
+
+// Nobody's other processes count too, so the limit is raised until it lets one worker through.
+TEST_F(BgActTest, WorkerThatIsMissingBesideAnotherIsAskedForAgainAtEachAction) {
+  const auto Run = [this] {
+    LimitThreads(0);
+    init_bgact();
+    int iProbes = 0;
+    for (; rDiary.Count("probe thread here") == iProbes && iProbes < 10'000; iProbes++) {
+      LimitThreads(static_cast<rlim_t>(iProbes + 1));
+      queueAction(new NotingAct(rDiary, "probe"));
+    }
+    queueAction(new NotingAct(rDiary, "held", &fHold));
+    queueAction(new NotingAct(rDiary, "waiting"));
+    const bool fOneWorks = iProbes > 1 && Await([this] { return rDiary.Count("held thread") == 1; });
+    LimitThreads(RLIM_INFINITY);
+    queueAction(new NotingAct(rDiary, "last"));
+    const bool fTwoWork = Await([this] { return rDiary.Count("last thread") == 1; }, AWAIT_MS / 2);
+    _exit(fOneWorks && fTwoWork ? 0 : 1);  // and the first is at it all that time
   };
   EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
 }
