@@ -4,6 +4,8 @@
 
 #include <syslog.h>
 
+#include <algorithm>
+
 #include "LineCom.h"
 #include "fstring.h"
 #include "logging.h"
@@ -18,7 +20,7 @@ constexpr int TRACKER_RESTART_S = 600;
 constexpr int TRACKER_READ_S = 30;
 constexpr int TRACKER_ERROR_S = 120;
 constexpr int TRACKER_RECHECK_FACTOR = 1;
-constexpr double STOP_POSTS_S = 10;
+constexpr double PATIENCE_S = 10;  // a script that works answers in parts of a second
 
 }  // namespace
 
@@ -44,18 +46,30 @@ void Tracker::postCall(int iCallID) {
   init();
   LineCom* prCom = m_lineCom;
   if (fGivenUp) prCom->SignalStop();  // by an order that came before there was a child
+  setPost(StopWatch());
   std::string strReply;
   if (prCom->SendMsg("type=crec&act=post&id=" + ToStdString(iCallID) + "\n", strReply)) {
     lg(LOG_NOTICE, "LineCom reply: %s", strReply.c_str());
   } else {
     lg(LOG_ERR, "LineCom SendMsg post failed");  // retried long enough: the row in Calls stands as it is
   }
+  setPost(std::nullopt);
 }
 
-// Without a lock, as a post holds that for as long as it takes; what is made in between asks fGivenUp.
+void Tracker::setPost(const std::optional<StopWatch>& rSince) {
+  const MutexLock rLock(rPostMutex);
+  rPost = rSince;
+}
+
+bool Tracker::isSilent(const StopWatch& rWait) {
+  const MutexLock rLock(rPostMutex);
+  return rPost && std::min(rPost->Seconds(), rWait.Seconds()) >= PATIENCE_S;
+}
+
+// Without rMutex, as a post holds that for as long as it takes; what is made in between asks fGivenUp.
 void Tracker::limitStop() {
   if (!rStopping) rStopping.emplace();
-  if (rStopping->Seconds() < STOP_POSTS_S) return;
+  if (!isSilent(*rStopping)) return;
   fGivenUp = true;
   if (LineCom* prCom = m_lineCom) prCom->SignalStop();
 }

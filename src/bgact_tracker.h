@@ -1,6 +1,7 @@
 // bgact_tracker: post-call work: a script outside this program hears of each finished call by its row id.
-// Threads:   postCall: a worker. limitStop: main. close: main, when the workers are through.
+// Threads:   postCall: a worker. isSilent, limitStop: main. close: main, when the workers are through.
 // Ownership: Tracker owns its child process, from the first post to close.
+// Locks:     rMutex is held for as long as a post takes, rPostMutex for a moment, also within it.
 // Errors:    a post that fails is repeated for two minutes, then logged and given up; the row in Calls stays. One
 //            worker at most waits for the script; a post too many is logged and given up at once.
 #pragma once
@@ -20,16 +21,23 @@ class Tracker {
   ~Tracker();
   void init() REQUIRES(rMutex);
   void postCall(int iCallID);
-  // To be called again and again while the process ends: a script that answers hears of all calls, a dead one is given
-  // up some seconds after the first call.
+  // True when a post is under way and has had no answer for ten seconds, all of them since rWait began: the script
+  // counts as broken.
+  bool isSilent(const StopWatch& rWait);
+  // To be called again and again while the process ends, with the first call as its beginning: a script that answers
+  // hears of all calls, however long that takes; a silent one is given up with all posts that wait for it.
   void limitStop();
   void close();
 
  private:
+  void setPost(const std::optional<StopWatch>& rSince);
+
   Mutex rMutex;                              // one request at a time; usable from the first postCall on
   std::atomic<LineCom*> m_lineCom{nullptr};  // owned; null until first use. Made under rMutex, read for SignalStop too
   std::atomic<bool> fGivenUp{false};         // no post goes out any more
   std::optional<StopWatch> rStopping;        // main thread only
+  Mutex rPostMutex;
+  std::optional<StopWatch> rPost GUARDED_BY(rPostMutex);  // since its beginning; none: no post is under way
 };
 extern Tracker theTracker;
 

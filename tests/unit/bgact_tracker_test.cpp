@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,25 +11,15 @@
 #include <vector>
 
 #include "LogSink.h"
+#include "TestClocks.h"
 #include "TestFiles.h"
 #include "TestTools.h"
 #include "bgact.h"
 #include "bgact_tracker.h"
 #include "ftime.h"
 
+using testclocks::rSkippedS;
 using testtools::Await;
-
-namespace {
-std::atomic<time_t> rSkippedS{0};  // that limits run ahead: nobody waits for 600 seconds in a test
-}
-
-// Stands in for the clock of the limits alone.
-extern "C" int clock_gettime(clockid_t iClock, timespec* prTime) noexcept {
-  static auto* const Real = reinterpret_cast<int (*)(clockid_t, timespec*)>(dlsym(RTLD_NEXT, "clock_gettime"));
-  const int iResult = Real(iClock, prTime);
-  if (iClock == CLOCK_BOOTTIME) prTime->tv_sec += rSkippedS;
-  return iResult;
-}
 
 namespace {
 
@@ -142,36 +131,118 @@ TEST_F(TrackerTest, PostIsGivenUpAfterTwoMinutes) {
   EXPECT_EQ(astrLines.back(), "5 Post done");
 }
 
-// A post to a script that fails goes on for two minutes, longer than this test waits.
-TEST_F(TrackerTest, StopGivesUpAScriptThatIsDead) {
-  UseScript("echo \"ERROR\\n\";");
+// -- stop -------------------------------------------------------------------------------------------------------------
+
+// Posts these calls, one after the other, as a worker does; the test goes on meanwhile.
+class Poster {
+ public:
+  explicit Poster(const std::vector<int>& aiCallIDs)
+      : rThread([this, aiCallIDs] {
+          for (const int iCallID : aiCallIDs) {
+            CallPostAct rAct;
+            rAct.iCallID = iCallID;
+            rAct.performThread();
+          }
+          fEnded = true;
+        }) {}
+  ~Poster() { rThread.join(); }
+  Poster(const Poster&) = delete;
+  Poster& operator=(const Poster&) = delete;
+
+  bool HasEnded() const { return fEnded; }
+  // The stop goes on until the last post has come to its end.
+  bool EndsInTheStop() const {
+    return Await([this] {
+      theTracker.limitStop();
+      return HasEnded();
+    });
+  }
+
+ private:
   std::atomic<bool> fEnded{false};
-  std::thread rPoster([&fEnded] {
-    Post(6);
-    Post(7);
-    fEnded = true;
-  });
+  std::thread rThread;
+};
+
+const Texts GIVEN_UP = {"4 LineCom shutting down, not sending msg", "3 LineCom SendMsg post failed", "5 Post done"};
+
+class TrackerStopTest : public TrackerTest {
+ protected:
+  static std::string Requests(int iFirst, int iLast) {
+    std::string strAll;
+    for (int i = iFirst; i <= iLast; i++) strAll += "type=crec&act=post&id=" + std::to_string(i) + "\n";
+    return strAll;
+  }
+  static bool AwaitRequests(int iFirst, int iLast) {
+    return Await([&] { return ReadTestFile("/tmp/requests") == Requests(iFirst, iLast); });
+  }
+  // The script waits before each answer until it may give it.
+  static void UseHeldScript() {
+    (void)system("rm -f /tmp/answer*");
+    UseScript("while (!file_exists(\"/tmp/answer$n\")) { usleep(10000); clearstatcache(); } echo \"ok\\n\";");
+  }
+  static void LetAnswer(int iRequest) { WriteTestFile("/tmp/answer" + std::to_string(iRequest), ""); }
+};
+
+TEST_F(TrackerStopTest, ScriptThatIsDeadIsGivenUpWithAllItsPosts) {
+  UseScript("echo \"ERROR\\n\";");
+  const Poster rPoster({6, 7});
   EXPECT_TRUE(Await([] { return Processes() >= 1; }));
-  EXPECT_TRUE(Await(
-      [&fEnded] {
-        theTracker.limitStop();
-        return fEnded.load();
-      },
-      60'000));
-  rPoster.join();
+  theTracker.limitStop();
+  rSkippedS += 11;
+  EXPECT_TRUE(rPoster.EndsInTheStop());
   const Texts astrLines = logsink::TakeTexts();
-  const Texts astrEnd(astrLines.end() - 6, astrLines.end());
-  EXPECT_EQ(astrEnd,
-            Texts({"3 LineCom SendMsg post failed", "5 Post done", "5 Call Post id=7",
-                   "4 LineCom shutting down, not sending msg", "3 LineCom SendMsg post failed", "5 Post done"}));
+  ASSERT_GE(astrLines.size(), 7u);
+  Texts astrExpected = GIVEN_UP;
+  astrExpected.emplace_back("5 Call Post id=7");
+  astrExpected.insert(astrExpected.end(), GIVEN_UP.begin(), GIVEN_UP.end());
+  EXPECT_EQ(Texts(astrLines.end() - 7, astrLines.end()), astrExpected);
 }
 
-TEST_F(TrackerTest, StopLetsAScriptThatAnswersHearOfAllCalls) {
-  UseScript("echo \"ok\\n\";");
+TEST_F(TrackerStopTest, ScriptHasTenSecondsFromTheBeginningOfTheStop) {
+  UseHeldScript();
+  const Poster rPoster({1, 2});
+  EXPECT_TRUE(AwaitRequests(1, 1));
+  rSkippedS += 20;  // before the stop
   theTracker.limitStop();
-  for (int i = 1; i <= 3; i++) Post(i);
-  EXPECT_EQ(ReadTestFile("/tmp/requests"),
-            "type=crec&act=post&id=1\ntype=crec&act=post&id=2\ntype=crec&act=post&id=3\n");
+  rSkippedS += 5;
+  theTracker.limitStop();
+  for (const int iRequest : {1, 2}) LetAnswer(iRequest);
+  EXPECT_TRUE(rPoster.EndsInTheStop());
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), Requests(1, 2));
+}
+
+TEST_F(TrackerStopTest, ScriptThatAnswersHearsOfAllCallsHoweverLongThatTakes) {
+  UseHeldScript();
+  const Poster rPoster({1, 2, 3, 4});
+  for (int i = 1; i <= 4; i++) {
+    EXPECT_TRUE(AwaitRequests(1, i));
+    theTracker.limitStop();
+    rSkippedS += 7;
+    theTracker.limitStop();
+    LetAnswer(i);
+  }
+  EXPECT_TRUE(rPoster.EndsInTheStop());
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), Requests(1, 4));
+  Texts astrExpected;
+  for (int i = 1; i <= 4; i++) {
+    astrExpected.insert(astrExpected.end(),
+                        {"5 Call Post id=" + std::to_string(i), "5 LineCom reply: ok\n", "5 Post done"});
+  }
+  Texts astrLines = logsink::TakeTexts();
+  astrLines.erase(std::remove_if(astrLines.begin(), astrLines.end(),
+                                 [](const std::string& strLine) { return strLine.find("5 LineCom answer") == 0; }),
+                  astrLines.end());
+  EXPECT_EQ(astrLines, astrExpected);
+}
+
+TEST_F(TrackerStopTest, PostThatComesLateInALongStopIsSent) {
+  UseScript("echo \"ok\\n\";");
+  Post(1);
+  theTracker.limitStop();
+  rSkippedS += 60;  // of conversions
+  theTracker.limitStop();
+  Post(2);
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), Requests(1, 2));
 }
 
 TEST_F(TrackerTest, RefusedPostIsTold) {
