@@ -34,6 +34,11 @@ void LowerPriority() {
   (void)syscall(SYS_ioprio_set, IOPRIO_OF_THREAD, 0, IOPRIO_LAST);
 }
 
+// A null entry of the list does nothing.
+bool RunsAlone(const ThreadAct* prAct) {
+  return prAct != nullptr && prAct->runsAlone();
+}
+
 }  // namespace
 
 // -- the pool ---------------------------------------------------------------------------------------------------------
@@ -70,13 +75,11 @@ void BgActHandler::run(int ix) {
   while (!fPleaseStop) {
     if (ThreadAct* prAct = take(ix)) {
       lg(LOG_DEBUG, "Bg Act %d\n", ix);
-      const bool fAlone = prAct->runsAlone();  // the action is another thread's afterwards
       handleAction(prAct);
-      if (fAlone) fAloneRunning = false;
       // Only when the main queue has the action: see ready().
-      fBusy[ix] = false;
+      eWork[ix] = WORK_NONE;
     } else {
-      fBusy[ix] = false;
+      eWork[ix] = WORK_NONE;
       idle();
     }
   }
@@ -84,18 +87,19 @@ void BgActHandler::run(int ix) {
 
 ThreadAct* BgActHandler::take(int ix) {
   const MutexLock rLock(rMutex);
-  const auto it = std::find_if(rList.begin(), rList.end(), [this](const ThreadAct* prAct) {
-    return prAct == nullptr || !fAloneRunning || !prAct->runsAlone();
-  });
+  const auto it = std::find_if(rList.begin(), rList.end(),
+                               [this](const ThreadAct* prAct) { return !RunsAlone(prAct) || !isAloneRunning(); });
   if (it == rList.end()) return nullptr;
   ThreadAct* prAct = *it;
   rList.erase(it);
-  fBusy[ix] = true;
-  if (prAct != nullptr && prAct->runsAlone()) {
-    fAloneRunning = true;
-    iAloneWaiting--;
-  }
+  eWork[ix] = RunsAlone(prAct) ? WORK_ALONE : WORK_ANY;
+  if (RunsAlone(prAct)) iAloneWaiting--;
   return prAct;
+}
+
+bool BgActHandler::isAloneRunning() const {
+  return std::any_of(std::begin(eWork), std::end(eWork),
+                     [](const std::atomic<EWork>& eOfWorker) { return eOfWorker == WORK_ALONE; });
 }
 
 void BgActHandler::idle() const {
@@ -115,7 +119,7 @@ void BgActHandler::queue(ThreadAct* prAct) {
 
 bool BgActHandler::append(ThreadAct* prAct) {
   const MutexLock rLock(rMutex);
-  if (prAct != nullptr && prAct->runsAlone()) {
+  if (RunsAlone(prAct)) {
     if (iAloneWaiting >= MAX_ALONE_WAITING) return false;
     iAloneWaiting++;
   }
@@ -125,10 +129,15 @@ bool BgActHandler::append(ThreadAct* prAct) {
 
 bool BgActHandler::ready() {
   const MutexLock rLock(rMutex);
-  for (const std::atomic<bool>& fWorkerBusy : fBusy) {
-    if (fWorkerBusy) return false;
-  }
-  return rList.empty();
+  return rList.empty() && std::all_of(std::begin(eWork), std::end(eWork),
+                                      [](const std::atomic<EWork>& eOfWorker) { return eOfWorker == WORK_NONE; });
+}
+
+bool BgActHandler::readyButAlone() {
+  const MutexLock rLock(rMutex);
+  return std::all_of(rList.begin(), rList.end(), RunsAlone) &&
+         std::all_of(std::begin(eWork), std::end(eWork),
+                     [](const std::atomic<EWork>& eOfWorker) { return eOfWorker != WORK_ANY; });
 }
 
 // -- the pool of the process ------------------------------------------------------------------------------------------
@@ -158,6 +167,10 @@ void queueAction(ThreadAct* prAct) {
 
 bool isBgQueueReady() {
   return prBgActHandler == nullptr || prBgActHandler->ready();
+}
+
+bool isBgQueueReadyButAlone() {
+  return prBgActHandler == nullptr || prBgActHandler->readyButAlone();
 }
 
 // -- small actions ----------------------------------------------------------------------------------------------------

@@ -102,11 +102,16 @@ class BgActHandler {
   // No queued and no running action. A worker is busy until the main queue has its action, so this answer and an empty
   // main queue afterwards mean that no work is left anywhere.
   bool ready();
+  // The same but for actions that run alone.
+  bool readyButAlone();
 
  private:
+  enum EWork { WORK_NONE, WORK_ANY, WORK_ALONE };
+
   static void* run_it(void* pIx);
   // First of the list that may run now, worker ix busy with it from then on; null when there is none.
   ThreadAct* take(int ix);
+  bool isAloneRunning() const;
   // False when too many of its kind wait.
   bool append(ThreadAct* prAct);
   // One second, or until told to stop.
@@ -117,10 +122,9 @@ class BgActHandler {
   std::atomic<bool> fStarted[ATHREAD] = {};  // that rThread is one
   Mutex rMutex;
   std::atomic<bool> fPleaseStop{false};
-  std::atomic<bool> fBusy[ATHREAD] = {};           // true while that worker holds an action
+  std::atomic<EWork> eWork[ATHREAD] = {};          // what that worker holds; begun under rMutex
   std::list<ThreadAct*> rList GUARDED_BY(rMutex);  // first in, first out, but for those that run alone
   int iAloneWaiting GUARDED_BY(rMutex) = 0;        // of rList
-  std::atomic<bool> fAloneRunning{false};          // set under rMutex, cleared without
 };
 extern BgActHandler* prBgActHandler;  // null until init_bgact, not reset by close_bgact
 
@@ -129,6 +133,7 @@ void init_bgact();
 void close_bgact();
 void queueAction(ThreadAct* prAct);
 bool isBgQueueReady();
+bool isBgQueueReadyButAlone();
 
 // Checksum of a file by an external tool: the first word of its output, empty when the output has no blank.
 std::string calcSum(const std::string& strProgram, const std::string& strFileName);

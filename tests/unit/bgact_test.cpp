@@ -232,6 +232,26 @@ TEST_F(BgActTest, ActionThatRunsAloneOccupiesOneWorker) {
                              "slow 3 deleted"}));
 }
 
+TEST_F(BgActTest, PoolIsReadyButForActionsThatRunAlone) {
+  std::atomic<bool> fQuickHold{true};
+  EXPECT_TRUE(isBgQueueReadyButAlone());  // without a pool
+  init_bgact();
+  EXPECT_TRUE(isBgQueueReadyButAlone());
+  for (const char* acName : {"slow 1", "slow 2"}) queueAction(new LonelyAct(rDiary, acName, &fHold));
+  EXPECT_TRUE(Await([this] { return rDiary.Count("slow 1 thread") == 1; }));
+  EXPECT_TRUE(isBgQueueReadyButAlone());
+  for (const char* acName : {"quick 1", "quick 2"}) queueAction(new NotingAct(rDiary, acName, &fQuickHold));
+  EXPECT_FALSE(isBgQueueReadyButAlone());  // one is listed
+  EXPECT_TRUE(Await([this] { return rDiary.Count("quick 1 thread") == 1; }));
+  EXPECT_FALSE(isBgQueueReadyButAlone());
+  fQuickHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReadyButAlone(); }));
+  EXPECT_EQ(rDiary.Count("quick 2 deleted"), 1);
+  EXPECT_FALSE(isBgQueueReady());
+  fHold = false;
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+}
+
 TEST_F(BgActTest, ActionsThatRunAloneWaitInALimitedNumber) {
   init_bgact();
   queueAction(new LonelyAct(rDiary, "running", &fHold));
