@@ -6,6 +6,9 @@
 //   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
+// A post-call script that does not answer holds neither up: a stop gives its posts up, and a trace goes without them,
+// as they touch no channel.
+//
 // A stop and a trace take the same road: both drain the queues, and the first of them in a process shuts the channels
 // down; see fCalledShutDown. What decides is looked at once at the top of a pass, so a stop that arrives in a normal
 // pass still lets that pass come to its end, all but Periodic.
@@ -15,6 +18,7 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <optional>
 
 #include "bgact.h"
 #include "bgact_tracker.h"
@@ -32,6 +36,12 @@ namespace {
 constexpr DWORD EVENT_WAIT_MS = 200;
 constexpr useconds_t STOPPING_PAUSE_US = 200'000;
 
+// To be asked again and again: see Tracker::limitStop.
+bool StopIsDrained() {
+  theTracker.limitStop();
+  return isBgQueueReady();
+}
+
 struct MainLoop {
   TRecorderBoot& rBoot;
   CRecorder& rRecorder;
@@ -39,6 +49,7 @@ struct MainLoop {
   // Never cleared: Shutdown runs once in a process, also when that was for a trace. A second trace, and a stop after a
   // trace, find the channels as normal passes have left them; see StopAfterTraceEndsNoCallAgain.
   bool fCalledShutDown = false;
+  std::optional<StopWatch> rDraining = std::nullopt;  // since the first stopping pass; none in normal passes
 
   void Run() {
     bool fGoOn = true;
@@ -54,6 +65,7 @@ struct MainLoop {
   bool StopWanted() const { return fAppTerminate || rRecorder.fBitStreamTracing; }
 
   void NormalPass() {
+    rDraining.reset();
     WaitForEvent();
     if (!ShutdownOnce()) PeriodicOnNewSecond();
     (void)rBoot.RunOneAction();
@@ -62,15 +74,20 @@ struct MainLoop {
   // False: leave the loop. Idle workers, then an empty queue, then idle workers again: a worker hands its action to the
   // queue before it counts as idle, so nothing that is still on its way can be missed.
   bool StoppingPass() {
+    if (!rDraining) rDraining.emplace();
     (void)usleep(STOPPING_PAUSE_US);
     (void)ShutdownOnce();
-    if (fAppTerminate) theTracker.limitStop();
-    bool fQueueIsEmpty = isBgQueueReady();
+    bool fQueueIsEmpty = WorkersAreDrained();
     if (rBoot.RunOneAction()) fQueueIsEmpty = false;
-    if (!isBgQueueReady() || !fCalledShutDown || !fQueueIsEmpty) return true;
+    if (!WorkersAreDrained() || !fCalledShutDown || !fQueueIsEmpty) return true;
     if (!rRecorder.fBitStreamTracing) return false;
     RunBitStreamTrace(rBoot, rRecorder);
     return !fAppTerminate;
+  }
+
+  bool WorkersAreDrained() const {
+    if (fAppTerminate) return StopIsDrained();
+    return isBgQueueReady() || (theTracker.isSilent(*rDraining) && isBgQueueReadyButAlone());
   }
 
   void WaitForEvent() {
@@ -122,7 +139,7 @@ int TRecorderBoot::RecorderUseBoardsLoop() {
   }
   // Two ways lead here with a worker at work: a start that failed late has queued a first message, and a stop during a
   // trace leaves at once. The worker uses the recorder and this queue, so both stay until it is through.
-  while (!isBgQueueReady()) (void)usleep(STOPPING_PAUSE_US);
+  while (!StopIsDrained()) (void)usleep(STOPPING_PAUSE_US);
   emptyQueue();
   return fStarted ? 0 : 1;
 }

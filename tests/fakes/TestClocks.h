@@ -10,13 +10,16 @@
 
 namespace testclocks {
 
-inline std::atomic<time_t> rSkippedS{0};  // seconds that they run ahead
+// Seconds that they run ahead.
+inline std::atomic<time_t> rLimitSkipS{0};  // the clock of LineCom's limits
+inline std::atomic<time_t> rWatchSkipS{0};  // that of StopWatch
 
 }  // namespace testclocks
 
 extern "C" int clock_gettime(clockid_t iClock, timespec* prTime) noexcept {
   static auto* const Real = reinterpret_cast<int (*)(clockid_t, timespec*)>(dlsym(RTLD_NEXT, "clock_gettime"));
   const int iResult = Real(iClock, prTime);
-  if (iClock == CLOCK_BOOTTIME || iClock == CLOCK_MONOTONIC_RAW) prTime->tv_sec += testclocks::rSkippedS;
+  if (iClock == CLOCK_BOOTTIME) prTime->tv_sec += testclocks::rLimitSkipS;
+  if (iClock == CLOCK_MONOTONIC_RAW) prTime->tv_sec += testclocks::rWatchSkipS;
   return iResult;
 }

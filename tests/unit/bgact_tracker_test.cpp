@@ -18,7 +18,8 @@
 #include "bgact_tracker.h"
 #include "ftime.h"
 
-using testclocks::rSkippedS;
+using testclocks::rLimitSkipS;
+using testclocks::rWatchSkipS;
 using testtools::Await;
 
 namespace {
@@ -104,11 +105,11 @@ TEST_F(TrackerTest, ReplyIsAwaitedForThirtySeconds) {
   std::thread rClock([] {
     EXPECT_TRUE(Await([] { return ReadTestFile("/tmp/requests") == "type=crec&act=post&id=5\n"; }));
     (void)logsink::Take();
-    rSkippedS += 25;
+    rLimitSkipS += 25;
     std::size_t iDelayed = 0;  // the second such line tells that the wait went on after the first
     EXPECT_TRUE(Await([&iDelayed] { return (iDelayed += logsink::Take().size()) >= 2; }));
     EXPECT_EQ(Processes(), 1u);
-    rSkippedS += 6;
+    rLimitSkipS += 6;
   });
   Post(5);
   rClock.join();
@@ -120,7 +121,7 @@ TEST_F(TrackerTest, PostIsGivenUpAfterTwoMinutes) {
   UseScript("echo \"ERROR\\n\";");
   std::thread rClock([] {
     EXPECT_TRUE(Await([] { return ReadTestFile("/tmp/requests") == "type=crec&act=post&id=4\n"; }));
-    rSkippedS += 121;
+    rLimitSkipS += 121;
   });
   Post(4);
   rClock.join();
@@ -188,7 +189,7 @@ TEST_F(TrackerStopTest, ScriptThatIsDeadIsGivenUpWithAllItsPosts) {
   const Poster rPoster({6, 7});
   EXPECT_TRUE(Await([] { return Processes() >= 1; }));
   theTracker.limitStop();
-  rSkippedS += 11;
+  rWatchSkipS += 11;
   EXPECT_TRUE(rPoster.EndsInTheStop());
   const Texts astrLines = logsink::TakeTexts();
   ASSERT_GE(astrLines.size(), 7u);
@@ -202,9 +203,9 @@ TEST_F(TrackerStopTest, ScriptHasTenSecondsFromTheBeginningOfTheStop) {
   UseHeldScript();
   const Poster rPoster({1, 2});
   EXPECT_TRUE(AwaitRequests(1, 1));
-  rSkippedS += 20;  // before the stop
+  rWatchSkipS += 20;  // before the stop
   theTracker.limitStop();
-  rSkippedS += 5;
+  rWatchSkipS += 5;
   theTracker.limitStop();
   for (const int iRequest : {1, 2}) LetAnswer(iRequest);
   EXPECT_TRUE(rPoster.EndsInTheStop());
@@ -217,7 +218,7 @@ TEST_F(TrackerStopTest, ScriptThatAnswersHearsOfAllCallsHoweverLongThatTakes) {
   for (int i = 1; i <= 4; i++) {
     EXPECT_TRUE(AwaitRequests(1, i));
     theTracker.limitStop();
-    rSkippedS += 7;
+    rWatchSkipS += 7;
     theTracker.limitStop();
     LetAnswer(i);
   }
@@ -239,7 +240,7 @@ TEST_F(TrackerStopTest, PostThatComesLateInALongStopIsSent) {
   UseScript("echo \"ok\\n\";");
   Post(1);
   theTracker.limitStop();
-  rSkippedS += 60;  // of conversions
+  rWatchSkipS += 60;  // of conversions
   theTracker.limitStop();
   Post(2);
   EXPECT_EQ(ReadTestFile("/tmp/requests"), Requests(1, 2));
@@ -255,10 +256,10 @@ TEST_F(TrackerTest, RefusedPostIsTold) {
 TEST_F(TrackerTest, ProcessIsReplacedByExitMessageAfterTenMinutes) {
   UseScript("echo \"ok\\n\";");
   Post(1);
-  rSkippedS += 590;
+  rLimitSkipS += 590;
   Post(2);
   EXPECT_EQ(Processes(), 1u);
-  rSkippedS += 11;
+  rLimitSkipS += 11;
   Post(3);
   EXPECT_EQ(Processes(), 2u);
   EXPECT_EQ(ReadTestFile("/tmp/requests"),

@@ -13,10 +13,12 @@
 #include "LambdaAct.h"
 #include "NotingAct.h"
 #include "RecorderBench.h"
+#include "TestClocks.h"
 #include "TestFiles.h"
 #include "TestTime.h"
 #include "TestTools.h"
 #include "bgact.h"
+#include "bgact_tracker.h"
 #include "ftime.h"
 #include "logging.h"
 #include "morvex_crec.h"
@@ -509,6 +511,166 @@ TEST_F(LoopTraceTest, StopDuringTheTraceKeepsTheRecorderForItsWorkers) {
   (void)rBoot.RecorderUseBoardsLoop();
   rTeller.join();
   EXPECT_EQ(rDiary.Notes(), Texts({"ready", "finalize", "slow thread", "released", "slow deleted", "channel deleted"}));
+}
+
+// -- posts ------------------------------------------------------------------------------------------------------------
+
+// The real interpreter runs the post-call script, which notes each request and answers it when it may.
+class LoopPostTest : public LoopTraceTest {
+ protected:
+  void SetUp() override {
+    LoopTraceTest::SetUp();
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)mkdir("/var/morvex/cmd", 0777);
+    (void)unlink("/tmp/requests");
+    for (int i = 1; i <= LAST_POST; i++) (void)unlink(Answer(i).c_str());
+    WriteTestFile("/var/morvex/cmd/tracker.php",
+                  "<?php while (($line = fgets(STDIN)) !== false) {\n"
+                  "  $id = (int)substr($line, strlen('type=crec&act=post&id='));\n"
+                  "  file_put_contents('/tmp/requests', \"$id \", FILE_APPEND);\n"
+                  "  while (!file_exists(\"/tmp/answer$id\")) { usleep(10000); clearstatcache(); }\n"
+                  "  echo \"ok\\n\";\n"
+                  "}\n");
+    init_bgact();
+  }
+  static constexpr int LAST_POST = 4;
+  static std::string Answer(int iCallID) { return "/tmp/answer" + std::to_string(iCallID); }
+  // As the end of a recording does it, on the main thread.
+  static void Post(int iFirst, int iLast) {
+    mainQueue(new LambdaAct([=] {
+      for (int i = iFirst; i <= iLast; i++) {
+        auto* prAct = new CallPostAct;
+        prAct->iCallID = i;
+        queueAction(prAct);
+      }
+    }));
+  }
+  static bool AwaitRequests(const std::string& strIDs) {
+    return Await([&] { return ReadTestFile("/tmp/requests") == strIDs; });
+  }
+  // Two passes and more of the loop, to its last one at the latest.
+  void Passes() {
+    rDiary.Note("passes");
+    const int iBefore = rDiary.Count("pass");
+    for (int i = 0; i < 2; i++) mainQueue(new LambdaAct([this] { rDiary.Note("pass"); }));
+    EXPECT_TRUE(AwaitNote("pass", iBefore + 2));
+  }
+  // Lets ten seconds pass again and again.
+  template <class Condition>
+  static bool AwaitWithSkips(Condition fHolds) {
+    return Await([&] {
+      testclocks::rWatchSkipS += 11;
+      return fHolds();
+    });
+  }
+  static std::size_t Refused() { return TakeLinesOf("4 LineCom shutting down, not sending msg").size(); }
+};
+
+TEST_F(LoopPostTest, StopGivesUpPostsToAScriptThatIsSilent) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Post(1, 3);
+    EXPECT_TRUE(AwaitRequests("1 "));
+    (void)logsink::Take();
+    fAppTerminate = true;
+    std::size_t iRefused = 0;
+    EXPECT_TRUE(AwaitWithSkips([&iRefused] { return (iRefused += Refused()) == 3; }));
+  });
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "1 ");
+}
+
+TEST_F(LoopPostTest, StopLetsAScriptThatAnswersHearOfAllCalls) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Post(1, LAST_POST);
+    EXPECT_TRUE(AwaitRequests("1 "));
+    fAppTerminate = true;
+    std::string strHeard;
+    for (int i = 1; i <= LAST_POST; i++) {
+      EXPECT_TRUE(AwaitRequests(strHeard += std::to_string(i) + " "));
+      Passes();
+      testclocks::rWatchSkipS += 7;
+      Passes();
+      WriteTestFile(Answer(i), "");
+    }
+  });
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "1 2 3 4 ");
+  EXPECT_EQ(TakeLinesOf("5 LineCom reply"), Texts(LAST_POST, "5 LineCom reply: ok\n"));
+}
+
+TEST_F(LoopPostTest, TraceGoesWithoutPostsToAScriptThatIsSilentAndTheyGoOnInIt) {
+  std::atomic<bool> fGoOn{false};
+  (void)RunWith([&] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Post(1, 2);
+    EXPECT_TRUE(AwaitRequests("1 "));
+    AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
+    EXPECT_TRUE(AwaitNote("slow thread"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(AwaitNote("finalize"));
+    testclocks::rWatchSkipS += 5;
+    Passes();
+    fGoOn = true;  // all other work is waited for
+    EXPECT_TRUE(AwaitNote("slow deleted"));
+    Passes();
+    EXPECT_FALSE(Exists("/recordings/log/dch.log"));
+    EXPECT_TRUE(AwaitWithSkips([] { return Exists("/recordings/log/dch.log"); }));
+    for (int i = 1; i <= 2; i++) WriteTestFile(Answer(i), "");
+    EXPECT_TRUE(AwaitRequests("1 2 "));
+    EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
+    EXPECT_EQ(TakeLinesOf("5 LineCom reply"), Texts(2, "5 LineCom reply: ok\n"));
+    Trace(/*fOn=*/false);
+    Event(E_CHG_RcvDTMF);
+    EXPECT_TRUE(AwaitNote("event 12"));
+  });
+}
+
+TEST_F(LoopPostTest, TraceWaitsForOtherWorkThoughTheScriptIsSilent) {
+  std::atomic<bool> fGoOn{false};
+  (void)RunWith([&] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Post(1, 1);
+    EXPECT_TRUE(AwaitRequests("1 "));
+    AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
+    EXPECT_TRUE(AwaitNote("slow thread"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(AwaitNote("finalize"));
+    testclocks::rWatchSkipS += 60;
+    Passes();
+    EXPECT_FALSE(Exists("/recordings/log/dch.log"));
+    fGoOn = true;
+    EXPECT_TRUE(AwaitWithSkips([] { return Exists("/recordings/log/dch.log"); }));
+    EXPECT_EQ(rDiary.Count("slow deleted"), 1);
+    WriteTestFile(Answer(1), "");
+  });
+}
+
+TEST_F(LoopPostTest, StopDuringTheTraceGivesUpPostsToAScriptThatIsSilent) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+    Post(1, 2);
+    EXPECT_TRUE(AwaitRequests("1 "));
+    (void)logsink::Take();
+    fAppTerminate = true;
+    std::size_t iRefused = 0;
+    EXPECT_TRUE(AwaitWithSkips([&iRefused] { return (iRefused += Refused()) == 2; }));
+  });
+}
+
+TEST_F(LoopPostTest, StopDuringTheTraceLetsAScriptThatAnswersHearOfAllCalls) {
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+    Post(1, 2);
+    EXPECT_TRUE(AwaitRequests("1 "));
+    fAppTerminate = true;
+    EXPECT_TRUE(Await([] { return !TakeLinesOf("5 reactor exit").empty(); }));
+    for (int i = 1; i <= 2; i++) WriteTestFile(Answer(i), "");
+  });
+  EXPECT_EQ(ReadTestFile("/tmp/requests"), "1 2 ");
 }
 
 TEST_F(LoopTraceTest, TraceSwitchedOffBeforeItBeginsIsNone) {
