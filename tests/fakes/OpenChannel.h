@@ -8,6 +8,7 @@
 template <class Channel>
 class OpenChannel : public Channel {
  public:
+  using Channel::acRecordBuf;
   using Channel::AlwaysClearInfo;
   using Channel::BasicRecordingPreparation;
   using Channel::CanStereo;
