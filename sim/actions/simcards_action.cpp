@@ -13,7 +13,6 @@
 namespace simcards {
 namespace {
 
-constexpr int MAX_CHANNEL = 100000;
 constexpr int MAX_STATE = 0xFFFF;
 constexpr long long MAX_DWORD = 0xFFFFFFFFLL;
 constexpr double DEFAULT_TONE_DB = -10.0;

@@ -12,6 +12,8 @@
 
 namespace simcards {
 
+constexpr int MAX_CHANNEL = 100000;  // also of circuits
+
 // Channels or circuits, both ends included.
 struct Range {
   int iFirst = 0;

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "shpa3api.h"
+#include "simcards_action.h"
 
 namespace simcards {
 namespace {
@@ -82,7 +83,7 @@ bool ParseEvent(const std::string& strLine, TraceEvent& rEvent) {
   const int iFields =
       std::sscanf(strLine.c_str(), "[%d] %d %x %x %x %x", &rEvent.iCh, &rEvent.iSecond,  // NOLINT(cert-err34-c)
                   &rEvent.dwCode, &rEvent.dwSubReason, &rEvent.dwXtraInfo, &rEvent.dwDataLength);
-  if (iFields != 6 || rEvent.iCh < 0) return false;
+  if (iFields != 6 || rEvent.iCh < 0 || rEvent.iCh > MAX_CHANNEL) return false;
   char acAnew[80];
   (void)std::snprintf(acAnew, sizeof acAnew, EVENT_FORM, rEvent.iCh, rEvent.iSecond, rEvent.dwCode, rEvent.dwSubReason,
                       rEvent.dwXtraInfo, rEvent.dwDataLength);

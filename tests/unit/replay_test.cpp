@@ -160,6 +160,8 @@ TEST(Replay, WrongLinesOfEventsAreNamed) {
        "dch.log:2: expected an event or data, found \"[05] 1 0000000e 00000000 00000000 00000000\""},
       {"negative channel", std::string(DCH) + "[-1]        1 0000000e 00000000 00000000 00000000\n",
        "dch.log:2: expected an event or data, found \"[-1]        1 0000000e 00000000 00000000 00000000\""},
+      {"a channel that no action takes", std::string(DCH) + "[100001]        1 0000000e 00000000 00000000 00000000\n",
+       "dch.log:2: expected an event or data, found \"[100001]        1 0000000e 00000000 00000000 00000000\""},
       {"cut in the last line", DCH + strGood + "[05]        1 0000000e 00000000",
        "dch.log:3: expected a line feed at the end of the file, found \"[05]        1 0000000e 00000000\""},
       {"time goes back", DCH + strGood + "[05]        0 0000000e 00000000 00000000 00000000\n",
