@@ -21,6 +21,7 @@ class OpenChannel : public Channel {
   using Channel::DtmfAction;
   using Channel::fCalcLoudness;
   using Channel::fCallBusy;
+  using Channel::fCardMayWrite;
   using Channel::fDigitFreeze;
   using Channel::fDontRecord;
   using Channel::fHasConnectedNum;
@@ -38,6 +39,7 @@ class OpenChannel : public Channel {
   using Channel::fToEmail;
   using Channel::fUsePressedDigitsForRemote;
   using Channel::GetNewRecOnDmd;
+  using Channel::hAudioFile;
   using Channel::iActiveCallID;
   using Channel::iBaseCh;
   using Channel::iBaseRecCh;
@@ -51,7 +53,9 @@ class OpenChannel : public Channel {
   using Channel::iMixBufIx;
   using Channel::InCall;
   using Channel::InCallMaybeChanged;
+  using Channel::iRecordBufSize;
   using Channel::iRecordByteCnt;
+  using Channel::iRecordOffset;
   using Channel::iRecSource;
   using Channel::MayStartRecording;
   using Channel::NewLineHealth;
