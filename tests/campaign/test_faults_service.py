@@ -13,6 +13,7 @@ import pytest
 
 from bench import Row, remoteid_of, rows_of
 from harness import order, wait_until
+from test_neighbour import NOBODY
 
 CARDS = "card ATP8 1001 8"
 SETTINGS = {
@@ -69,6 +70,17 @@ def service(answer):
             listener.shutdown(socket.SHUT_RDWR)
             for peer in peers:
                 peer.close()
+
+
+@contextmanager
+def neighbours_fifo(_bench):
+    """User nobody was first under the name of the service socket."""
+    SERVICE.unlink(missing_ok=True)
+    subprocess.run([*NOBODY, "mkfifo", SERVICE], check=True)
+    try:
+        yield
+    finally:
+        SERVICE.unlink()
 
 
 def served(answer):
@@ -149,6 +161,7 @@ def no_popen(bench):
 
 ROWS = [
     Row("service socket absent", nothing, ["Error connecting to socket"], story=message),
+    Row("a neighbour's FIFO at the service socket's name", neighbours_fifo, ["Error connecting to socket"], story=message),
     Row("service that never accepts", served(None), ["Error reading reply from socket"], story=message),
     Row("service that never answers", served(lambda peer: None), ["Error reading reply from socket"], story=message),
     Row("service that answers after 2 s", served(slowly), story=message),

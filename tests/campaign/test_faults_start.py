@@ -11,12 +11,14 @@ import pytest
 
 from bench import Bench, pattern, rows_of
 
-from harness import LIMIT_S, can_connect, rows, server, sql, wait_until
+from harness import LIMIT_S, can_connect, order, rows, server, sql, wait_until
+from test_neighbour import NOBODY
 
 CARD = "card ATP8 1001 8\n"
 STATION_CARD = "card DST8 1001 8\n"
 DATA = Path("/var/morvex/data")
 CONTROL_SOCKET = Path("/tmp/morvex_crec")
+SECRET = Path("/var/secret")
 QUICK = {"sleep_divisor": 10}
 NO_SERVER = 'DB connect error {n} connection to server on socket "/var/run/postgresql/.s.PGSQL.5432" failed: {text}'
 NO_SERVICE = "Error connecting to socket"  # no row has one
@@ -88,6 +90,27 @@ def taken_socket(_bench):
         CONTROL_SOCKET.rmdir()
 
 
+def neighbour_at_the_socket(command):
+    """User nobody was first under the name of the control socket. It makes way, and nothing that it leads to changes."""
+
+    @contextmanager
+    def fault(_bench):
+        subprocess.run(["rm", "-rf", CONTROL_SOCKET, SECRET], check=True)
+        SECRET.write_text("nobody shall read this\n")
+        SECRET.chmod(0o600)
+        subprocess.run([*NOBODY, *command, CONTROL_SOCKET], check=True)
+        before = SECRET.stat()
+        yield
+        assert (SECRET.read_text(), SECRET.stat()[:4]) == ("nobody shall read this\n", before[:4])
+
+    return fault
+
+
+def takes_orders(bench):
+    bench.daemon.wait_orders()
+    assert order("warm up") == "E0: Unknown commmand\n"
+
+
 def no_orders(_bench):
     assert not can_connect()
 
@@ -124,6 +147,16 @@ ROWS = [
             "Socket communication error: Failure, could not start listening.",
         ],
         story=no_orders,
+    ),
+    Start(
+        "a neighbour's link at the control socket's name",
+        fault=neighbour_at_the_socket(["ln", "-s", SECRET]),
+        story=takes_orders,
+    ),
+    Start(
+        "a neighbour's FIFO at the control socket's name",
+        fault=neighbour_at_the_socket(["mkfifo"]),
+        story=takes_orders,
     ),
     Start(
         "no room for the driver's configuration",
