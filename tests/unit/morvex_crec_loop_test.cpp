@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include "Diary.h"
 #include "LambdaAct.h"
 #include "NotingAct.h"
+#include "ReactorBench.h"
 #include "RecorderBench.h"
 #include "TestClocks.h"
 #include "TestFiles.h"
@@ -30,8 +32,16 @@ using testtools::Exists;
 namespace {
 
 std::function<void(DWORD, const SSM_EVENT&)> OnWaitForEvent;  // main thread only
+std::function<void()> OnOrder;                                // reactor thread only
 
 }  // namespace
+
+// Stands between the arrival of an order and all that the reactor does with it.
+extern "C" ssize_t recv(int hSocket, void* pvText, size_t iBytes, int iFlags) {
+  const ssize_t iGot = recvfrom(hSocket, pvText, iBytes, iFlags, nullptr, nullptr);
+  if (OnOrder) OnOrder();
+  return iGot;
+}
 
 // Shows how the loop asks the driver.
 extern "C" int SsmWaitForEventA(DWORD dwTimeOut, PSSM_EVENT pEvent) {
@@ -389,6 +399,27 @@ TEST_F(LoopTest, StopWaitsForTheWorkersAndTheirActions) {
   rTeller.join();
   EXPECT_EQ(rDiary.Notes(),
             Texts({"slow thread", "finalize", "released", "slow main", "slow completed", "slow deleted"}));
+}
+
+TEST_F(LoopTest, OrderThatArrivesWhileTheLoopIsLeftIsDropped) {
+  std::atomic<bool> fArrived{false};
+  OnOrder = [&fArrived] {
+    fArrived = true;
+    EXPECT_TRUE(Await([] { return g_prReactor->fClosing.load(); }));
+  };
+  AtStart([this](CRecorder&) { rDiary.Note("ready"); });
+  std::thread rClient;
+  EXPECT_EQ(RunWith([&] {
+              EXPECT_TRUE(AwaitNote("ready"));
+              EXPECT_TRUE(Await([] { return Exists(CREC_SOCKET_PATH); }));
+              rClient = std::thread([] { EXPECT_EQ(AskOnce("reconfig"), "OK\n"); });
+              EXPECT_TRUE(Await([&fArrived] { return fArrived.load(); }));
+            }),
+            0);
+  OnOrder = nullptr;
+  rClient.join();
+  EXPECT_EQ(TakeLinesOf("5 Command"), Texts({"5 Command: 'reconfig' Param: ''"}));
+  EXPECT_FALSE(rBoot.RunOneAction());  // an action of a recorder that is gone
 }
 
 TEST_F(LoopTest, StopDrainsInStepsOfTwoHundredMilliseconds) {
