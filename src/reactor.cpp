@@ -28,6 +28,9 @@ constexpr int SOCKET_BACKLOG = 5;
 // A client sends its order with the connection. One that stays silent must not close the socket to all others.
 constexpr int CLIENT_PATIENCE_MS = 5000;
 constexpr int CLIENT_STEP_MS = 100;
+// Each order that is served while the process ends holds its end up by a pass of the main loop. A client in a loop must
+// not do so for ever; all others are served until the end.
+constexpr int MAX_ORDERS_AT_STOP = 100;
 constexpr useconds_t CLOSE_STEP_US = 10'000;
 
 // -- socket -----------------------------------------------------------------------------------------------------------
@@ -137,7 +140,9 @@ void CrecReactor::run() {
   ServerPipe rPipe(fClosing);
   const bool fListening = rPipe.init(CREC_SOCKET_PATH);
   if (!fListening) lg(LOG_ERR, "Socket communication error: Failure, could not start listening.");
-  while (fListening && !fClosing && rPipe.waitForMsg()) {
+  int iOrdersLeft = MAX_ORDERS_AT_STOP;
+  while (fListening && !fClosing && iOrdersLeft > 0 && rPipe.waitForMsg()) {
+    if (fAppTerminate) iOrdersLeft--;
     lg(LOG_NOTICE, "Msg received: %s", rPipe.strReceived.c_str());
     if (const char* acReply = ReplyTo(rPipe.strReceived)) rPipe.sendReply(acReply);
   }
