@@ -44,7 +44,7 @@ constexpr int RESCUE_TRIES = 100;  // each with another name
 
 // Whether a command must keep away from this name. From one that is free it may: it fails, and its status tells.
 bool IsForeign(const std::string& strPath) {
-  return !OpenPlain(strPath.c_str(), O_RDONLY).IsOpen() && errno != ENOENT;
+  return !IsPlainFile(strPath.c_str()) && errno != ENOENT;
 }
 
 // Runs a command that reads one file and writes another. Its status; -1 when it could not run.

@@ -1,5 +1,6 @@
 // A path is taken name by name, each opened below the folder before it. So no name is resolved twice, and nobody can
-// exchange a folder between a look at it and its use.
+// exchange a folder between a look at it and its use. Only looks and removals go on without, where a process has no
+// descriptor left: what was to be deleted would otherwise stay.
 #include "plainfile.h"
 
 #include <fcntl.h>
@@ -191,6 +192,32 @@ class Walk {
   char acName[NAME_MAX + 2];  // a name that is too long stays so, for the system to refuse
 };
 
+// -- a path where nothing opens any more ------------------------------------------------------------------------------
+
+bool IsOutOfDescriptors() {
+  return errno == EMFILE || errno == ENFILE;
+}
+
+// Whether each folder below the trusted ones is one itself, and no link to one. Weaker than a walk: whoever exchanges
+// one behind the look has the use of the path led elsewhere.
+bool IsStraight(std::string_view strPath) {
+  char acFolder[PATH_MAX];
+  for (std::size_t uiEnd = strPath.find('/', TrustedBytes(strPath)); uiEnd != std::string_view::npos;
+       uiEnd = strPath.find('/', uiEnd + 1)) {
+    const std::string_view strFolder = strPath.substr(0, uiEnd);
+    errno = ENAMETOOLONG;
+    if (strFolder.size() >= sizeof acFolder) return false;
+    acFolder[strFolder.copy(acFolder, sizeof acFolder - 1)] = '\0';
+    struct stat rStat {};
+    if (lstat(acFolder, &rStat) != 0) return false;
+    errno = ENOTDIR;
+    if (!S_ISDIR(rStat.st_mode)) return false;
+    errno = EPERM;
+    if (strFolder.substr(strFolder.rfind('/')) == "/..") return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 Descriptor& Descriptor::operator=(Descriptor&& rFrom) noexcept {
@@ -236,12 +263,21 @@ bool MakeWay(const char* acPath) {
 
 bool LookAt(const char* acPath, struct stat& rStat) {
   Walk rWalk(acPath);
-  return rWalk.ToLastName() && fstatat(rWalk.Folder(), rWalk.Name(), &rStat, AT_SYMLINK_NOFOLLOW) == 0;
+  if (rWalk.ToLastName()) return fstatat(rWalk.Folder(), rWalk.Name(), &rStat, AT_SYMLINK_NOFOLLOW) == 0;
+  return IsOutOfDescriptors() && IsStraight(acPath) && lstat(acPath, &rStat) == 0;
+}
+
+bool IsPlainFile(const char* acPath) {
+  struct stat rStat {};
+  if (!LookAt(acPath, rStat)) return false;
+  errno = EPERM;
+  return IsPlain(rStat);
 }
 
 bool RemoveName(const char* acPath) {
   Walk rWalk(acPath);
-  return rWalk.ToLastName() && unlinkat(rWalk.Folder(), rWalk.Name(), 0) == 0;
+  if (rWalk.ToLastName()) return unlinkat(rWalk.Folder(), rWalk.Name(), 0) == 0;
+  return IsOutOfDescriptors() && IsStraight(acPath) && unlinkat(AT_FDCWD, acPath, 0) == 0;
 }
 
 bool MoveTo(const char* acFrom, const char* acTo) {

@@ -44,8 +44,11 @@ Descriptor OpenPlain(const char* acPath, int iAccess);
 // Frees a name for a tool that opens it by itself: a plain file stays, all else goes. A folder with something in it
 // keeps that under another name beside. True when the name is free or a plain file's.
 bool MakeWay(const char* acPath);
-// What stands under a name, itself and not what it leads to. False when nothing does or its folders do not open.
+// What stands under a name, itself and not what it leads to. False when nothing does or its folders do not open. This
+// one and the two below do their work also where no descriptor is left.
 bool LookAt(const char* acPath, struct stat& rStat);
+// Whether that is a plain file.
+bool IsPlainFile(const char* acPath);
 // Removes a name, and nothing that it leads to. A folder stays; false then, and for a name that is not there.
 bool RemoveName(const char* acPath);
 // Gives a file another name, also in another folder of its disk. Replaces nothing: EEXIST when the new name is taken.

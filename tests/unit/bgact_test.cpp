@@ -332,6 +332,17 @@ TEST_F(BgActTest, DeleteFileActRemovesItsFileOnAWorker) {
   EXPECT_FALSE(Exists("/recordings/gone.wav"));
 }
 
+TEST_F(BgActTest, DeleteFileActNeedsNoDescriptor) {
+  WriteTestFile("/recordings/gone.wav", "x");
+  auto* prAct = new DeleteFileAct;
+  prAct->strFilename = "/recordings/gone.wav";
+  {
+    const testtools::NoMoreDescriptors rNone;
+    queueAction(prAct);
+  }
+  EXPECT_FALSE(Exists("/recordings/gone.wav"));
+}
+
 TEST_F(BgActTest, DeleteFileActIgnoresAMissingFile) {
   auto* prAct = new DeleteFileAct;
   prAct->strFilename = "/recordings/never.wav";

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -19,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "TestFiles.h"
+#include "TestTools.h"
 
 namespace {
 std::function<void()> AfterUnlink;  // what a neighbour does behind each name that goes
@@ -394,6 +395,80 @@ TEST_F(PlainFile, RemovedNameLeavesWhatItLeadsTo) {
   fs::create_directory_symlink("/tmp/private", "/recordings/way");
   EXPECT_FALSE(RemoveName("/recordings/way/secret"));
   ExpectSecretIsUntouched();
+}
+
+// From none up to as many as lead to the last folder but one.
+TEST_F(PlainFile, NoDescriptorIsNeededToLookAndToRemove) {
+  for (int iFree = 0; iFree < 4; iFree++) {
+    SCOPED_TRACE(iFree);
+    WriteTestFile(NAME, "text");
+    fs::create_symlink(SECRET, "/recordings/2024/link");
+    struct stat rStat {};
+    {
+      const testtools::NoMoreDescriptors rLimit(iFree);
+      EXPECT_TRUE(IsPlainFile(NAME.c_str()));
+      EXPECT_TRUE(LookAt("/recordings/2024/link", rStat));
+      EXPECT_TRUE(RemoveName(NAME.c_str()));
+      EXPECT_TRUE(RemoveName("/recordings/2024/link"));
+      EXPECT_FALSE(RemoveName("/recordings/2024/01"));
+      EXPECT_FALSE(RemoveName(NAME.c_str()));
+      EXPECT_EQ(ENOENT, errno);
+      EXPECT_FALSE(IsPlainFile(NAME.c_str()));
+      EXPECT_EQ(ENOENT, errno);
+    }
+    EXPECT_TRUE(S_ISLNK(rStat.st_mode));
+    EXPECT_FALSE(fs::exists(NAME));
+    EXPECT_FALSE(fs::is_symlink("/recordings/2024/link"));
+    ExpectSecretIsUntouched();
+  }
+}
+
+TEST_F(PlainFile, WithoutDescriptorsNoLinkIsFollowedEither) {
+  fs::create_directory_symlink("/tmp/private", "/recordings/way");
+  const struct {
+    const char* acLabel;
+    std::string strPath;
+    int iErrno;
+  } rRows[] = {
+      {"link", "/recordings/way/secret", ENOTDIR},
+      {"link behind two slashes", "/recordings//way//secret", ENOTDIR},
+      {"a folder behind a link", "/recordings/way/folder/secret", ENOTDIR},
+      {"a way out", "/recordings/2024/../../tmp/private/secret", EPERM},
+      {"no folder", "/recordings/2023/secret", ENOENT},
+      {"a path that is too long", "/recordings/" + std::string(PATH_MAX, 'x') + "/secret", ENAMETOOLONG},
+  };
+  const testtools::NoMoreDescriptors rLimit;
+  for (const auto& rRow : rRows) {
+    struct stat rStat {};
+    EXPECT_FALSE(LookAt(rRow.strPath.c_str(), rStat)) << rRow.acLabel;
+    EXPECT_FALSE(RemoveName(rRow.strPath.c_str())) << rRow.acLabel;
+    EXPECT_EQ(rRow.iErrno, errno) << rRow.acLabel;
+    EXPECT_EQ(0, access(SECRET.c_str(), F_OK)) << rRow.acLabel;
+  }
+}
+
+TEST_F(PlainFile, WithoutDescriptorsTheSharedFolderMayBeALinkToo) {
+  fs::rename("/recordings", "/tmp/private/disk");
+  fs::create_directory_symlink("/tmp/private/disk", "/recordings");
+  WriteTestFile(NAME, "text");
+  {
+    const testtools::NoMoreDescriptors rLimit;
+    EXPECT_TRUE(RemoveName(NAME.c_str()));
+  }
+  EXPECT_FALSE(fs::exists(NAME));
+  EXPECT_TRUE(fs::remove("/recordings"));
+}
+
+TEST_F(PlainFile, OnlyAPlainFileIsOne) {
+  WriteTestFile(NAME, "text");
+  EXPECT_TRUE(IsPlainFile(NAME.c_str()));
+  for (const Obstacle& rRow : OBSTACLES) {
+    SCOPED_TRACE(rRow.acLabel);
+    fs::remove_all(NAME);
+    rRow.Put(NAME);
+    EXPECT_FALSE(IsPlainFile(NAME.c_str()));
+    EXPECT_EQ(EPERM, errno);
+  }
 }
 
 TEST_F(PlainFile, MovedFileReplacesNone) {
