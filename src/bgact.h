@@ -71,7 +71,8 @@ class AudioConvAct : public ThreadAct {
   void MoveToCalls();
   void KeepActive();
 
-  bool fLost = false;  // has been told
+  bool fSourceStays = false;  // until there is an encrypted file, or none can be made
+  bool fLost = false;         // has been told
 };
 
 // A message to the service socket that the main thread does not wait for.

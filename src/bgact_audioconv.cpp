@@ -117,7 +117,8 @@ void AudioConvAct::Convert() {
   }
 }
 
-// The final file takes the place of the one that the channel wrote.
+// The final file takes the place of the one that the channel wrote. Where that is to be encrypted and the disk did not
+// take it, the source outlives a power cut until the encrypted file is on disk.
 void AudioConvAct::ReplaceSource(bool fWhole) {
   {
     const Descriptor rFinal = OpenPlain(strFullFilenameFinal.c_str(), O_RDONLY);
@@ -128,7 +129,8 @@ void AudioConvAct::ReplaceSource(bool fWhole) {
     RescueSource();
     return;
   }
-  DeleteOrTell(strFullFilename);
+  fSourceStays = fWhole && !fDurable;
+  if (!fSourceStays) DeleteOrTell(strFullFilename);
   if (!fWhole) ReportLoss();
 }
 
@@ -163,6 +165,7 @@ void AudioConvAct::Encrypt() {
       "morvex_crypt -e -i " + escapeShellArg(strFullFilenameFinal) + " -o " + escapeShellArg(strArchiveFilename);
   const bool fStored =
       ExecFromTo(strCommand, strFullFilenameFinal, strArchiveFilename) == 0 && MakeDurable(strArchiveFilename);
+  if (fSourceStays) DeleteOrTell(strFullFilename);
   DeleteOrTell(strFullFilenameFinal);
   if (!fStored) ReportLoss();
 }

@@ -527,6 +527,39 @@ TEST_F(PowerLossTest, SourceOfWhatIsNotOnDiskIsRescued) {
   }
 }
 
+TEST_F(PowerLossTest, SourceStaysUntilTheEncryptedFileIsOnDiskWhereTheClearOneIsNot) {
+  (void)MadeBy("mkdir -p /recordings/day /recordings/rectmp/day");
+  rRecorder.fALE = true;
+  for (const ERecEncodings eRecEnc : {RECENC_GSM, RECENC_MP3}) {
+    PutTool("sox", "#!/bin/sh\nfor last; do :; done\necho made > \"$last\"\n");
+    UseNames(eRecEnc, "/recordings/rectmp/day/call", "/recordings/day/call");
+    RecordText("audio");
+    (void)disksteps::Take();
+    disksteps::Refuse = [](const std::string& strStep) {
+      return strStep == "fsync /recordings/rectmp/day/call" ? EIO : 0;
+    };
+    rAct.performThread();
+    disksteps::Refuse = nullptr;
+    EXPECT_EQ(disksteps::Take(),
+              Texts({"fsync /recordings/day/call", "fsync /recordings/day", "fsync /recordings",
+                     "unlink /recordings/rectmp/day/call.g711", "unlink /recordings/rectmp/day/call"}));
+    EXPECT_EQ(TakeErrors(), Texts({"C-api error at Sync of recording file: Input/output error"}));
+    EXPECT_EQ(ReadTestFile("/recordings/day/call"), "sealed:made\n");
+  }
+}
+
+TEST_F(PowerLossTest, ClearAudioGoesAlsoWhenNeitherFileIsOnDisk) {
+  rRecorder.fALE = true;
+  UseNames(RECENC_GSM, "/tmp/area/call", "/recordings/call");
+  RecordSound();
+  disksteps::Refuse = [](const std::string& strStep) { return strStep.rfind("fsync", 0) == 0 ? EIO : 0; };
+  rAct.performThread();
+  EXPECT_EQ(TakeErrors(),
+            Texts({"C-api error at Sync of recording file: Input/output error",
+                   "C-api error at Sync of recording file: Input/output error", "Recording lost: /recordings/call"}));
+  EXPECT_EQ(MadeBy("ls /tmp/area"), "");
+}
+
 TEST_F(PowerLossTest, PlainRecordingThatIsNotOnDiskIsToldAndStays) {
   UseNames(RECENC_G711A, "/recordings/call.wav");
   RecordText("audio");
