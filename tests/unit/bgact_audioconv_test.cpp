@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -245,6 +247,14 @@ TEST_F(AudioConvTest, FailedCheckIsIgnored) {
   EXPECT_EQ(Extra(), "chk: \r\nline: 3\r\n");
 }
 
+TEST_F(AudioConvTest, CheckIsOfTheWavFileAfterAFailedMp3Conversion) {
+  UseNames(RECENC_MP3, "/recordings/call.mp3");
+  rRecorder.fRecCheck = true;
+  RecordText("no sound file at all");
+  rAct.performThread();
+  EXPECT_EQ(ReadTestFile(TOOLS_LOG), "reccheck</recordings/call.wav><12>\n");
+}
+
 TEST_F(AudioConvTest, EncryptionMovesTheClearFileIntoTheArchive) {
   UseNames(RECENC_G711A, "/tmp/area/call.wav", "/recordings/call.wav");
   rRecorder.fALE = true;
@@ -388,6 +398,31 @@ TEST_F(LastCopyTest, SecureDeletionSparesWhatIsRescued) {
   rAct.performThread();
   EXPECT_EQ(ReadTestFile("/recordings/rescued/call.wav.g711"), "audio");
   for (const std::string& strLine : logsink::TakeTexts()) EXPECT_EQ(strLine.find("shred"), std::string::npos);
+}
+
+TEST_F(LastCopyTest, SecureDeletionTakesAllThatFinishingRemoves) {
+  WriteTestFile(SECURE_DELETE, "");
+  rRecorder.fALE = true;
+  UseNames(RECENC_MP3, "/tmp/area/call.mp3", "/recordings/call.mp3");
+  RecordSound();
+  std::vector<std::ifstream> arBytes;  // they keep the bytes readable when the names are gone
+  for (const char* acName : {"/tmp/area/call.mp3.raw", "/tmp/area/call.mp3.info"}) {
+    WriteTestFile(acName, "recording");
+    arBytes.emplace_back(acName);
+  }
+  rAct.performThread();
+  const Texts astrLog = logsink::TakeTexts();
+  Texts astrShredded;
+  std::copy_if(astrLog.begin(), astrLog.end(), std::back_inserter(astrShredded),
+               [](const std::string& strLine) { return strLine.find("shred") != std::string::npos; });
+  EXPECT_EQ(astrShredded,
+            Texts({"5 Exec: shred -u '/tmp/area/call.mp3.g711'", "5 Exec: shred -u '/tmp/area/call.mp3.raw'",
+                   "5 Exec: shred -u '/tmp/area/call.mp3.info'", "5 Exec: shred -u '/tmp/area/call.mp3'"}));
+  for (std::ifstream& rBytes : arBytes) {
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(rBytes), {}).find("recording"), std::string::npos);
+  }
+  EXPECT_EQ(MadeBy("ls /tmp/area"), "");
+  EXPECT_EQ(ReadTestFile("/recordings/call.mp3").substr(0, 7), "sealed:");
 }
 
 TEST_F(LastCopyTest, FolderOfRescuedRecordingsOnAnotherDiskLeavesTheSourceInItsPlace) {

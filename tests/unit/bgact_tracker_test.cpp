@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <atomic>
@@ -10,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "FakeDatabase.h"
+#include "FakeRecorder.h"
 #include "LogSink.h"
 #include "TestClocks.h"
 #include "TestFiles.h"
@@ -17,6 +20,7 @@
 #include "bgact.h"
 #include "bgact_tracker.h"
 #include "ftime.h"
+#include "logging.h"
 
 using testclocks::rLimitSkipS;
 using testclocks::rWatchSkipS;
@@ -289,6 +293,28 @@ TEST_F(TrackerTest, WithoutAPoolThePostRunsOnTheCallersThread) {
   prAct->iCallID = 6;
   queueAction(prAct);
   EXPECT_EQ(ReadTestFile("/tmp/requests"), "type=crec&act=post&id=6\n");
+}
+
+// Tells of a mail in the log, in which the post tells of itself.
+class MailingRecorder : public FakeRecorder {
+ public:
+  void EmailRecording(int iID, int /*iContactID*/) override { lg(LOG_NOTICE, "Mail %d", iID); }
+};
+
+TEST_F(TrackerTest, FinishedCallIsMailedBeforeItIsPosted) {
+  UseScript("echo \"ok\\n\";");
+  MailingRecorder rRecorder;
+  rRecorder.fNeedCallPost = true;
+  AudioConvAct rAct;
+  rAct.prDB = &rRecorder.rDatabase;
+  rAct.prRecorder = &rRecorder;
+  rAct.iActiveCallID = 41;
+  rAct.fToEmail = true;
+  rAct.performMain();
+  const Texts astrLog = logsink::TakeTexts();
+  ASSERT_GE(astrLog.size(), 2u);
+  EXPECT_EQ(astrLog[0], "5 Mail 1");
+  EXPECT_EQ(astrLog[1], "5 Call Post id=1");
 }
 
 TEST_F(TrackerTest, PoolEndsTheScriptWhenItCloses) {

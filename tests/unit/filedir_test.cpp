@@ -14,6 +14,7 @@
 #include "LogSink.h"
 #include "TestFiles.h"
 #include "TestTools.h"
+#include "fstring.h"
 
 using namespace std::string_literals;
 
@@ -192,6 +193,24 @@ TEST_F(DeleteFnTest, SecureDeletionDestroysTheBytes) {
   EXPECT_FALSE(file_exists("file"));
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(rBytes), {}).find("recording"), std::string::npos);
   EXPECT_EQ(logsink::TakeTexts(), Texts{"5 Exec: shred -u 'file'"});
+}
+
+TEST_F(DeleteFnTest, FileThatIsNotShreddedStaysAndCountsAsFailed) {
+  SecureOn();
+  WriteTestFile("file", "recording");
+  testtools::WriteScript(strFolder + "/shred", "#!/bin/sh\nexit 1\n");
+  const std::string strPath = StdStringNullSafe(getenv("PATH"));
+  for (const std::string& strTools : {strFolder, strFolder + "/no tools"}) {
+    ASSERT_EQ(setenv("PATH", strTools.c_str(), 1), 0);
+    EXPECT_FALSE(DeleteFn("file"));
+    EXPECT_EQ(logsink::TakeTexts(), Texts{"5 Exec: shred -u 'file'"});
+  }
+  ASSERT_EQ(setenv("PATH", strPath.c_str(), 1), 0);
+  {
+    const testtools::NoMoreDescriptors rNone;
+    EXPECT_FALSE(DeleteFn("file"));
+  }
+  EXPECT_EQ(ReadTestFile("file"), "recording");
 }
 
 TEST_F(DeleteFnTest, SecureDeletionOfASecondNameLeavesTheBytesAlone) {
