@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "callcodes.h"
@@ -69,8 +70,8 @@ class BaseChannel {
   // -- orders about the call at hand ----------------------------------------------------------------------------------
   // The remote number as stored: its last digits masked when so configured. Latin-1.
   std::string GetDbRemoteNum() const;
-  // The order "change_local": as LocalNumberChanged for a call, or for one on its way; elsewhere nothing changes.
-  // Always true.
+  // The order "change_local": as LocalNumberChanged for a call. One on its way starts with it, without a cut, and takes
+  // it along when it does not come; elsewhere nothing changes. Always true.
   bool ChangeLocalOrder(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart);
   // A change from outside; stopstart cuts the recording. strRemotePhoneNum has no effect here. Always true.
   // The number comes by value, here and below: callers hand in fields of this channel, which change on the way.
@@ -350,7 +351,13 @@ class BaseChannel {
   // when it leaves the number filter; false after a local one, which bars only the part that belongs to it.
   void PhoneNumberChanged(bool stopIsFinal);
   void UpdateActiveNumbers(const std::string& strDbRemoteNum);
+  void TransferTo(std::string strLocalPhoneNum);
   void TakeMonitoredNum(std::string strLocalPhoneNum);
+  void LogLocalChange(const std::string& strLocalPhoneNum) const;
+  // Forgets a waiting order whose call has not come, or has made way for another.
+  void DropStaleOrder();
+  // At the start of a call.
+  void TakeWaitingOrder();
   // Judges the collected digits once the last one is DIGIT_EXPIRY_S old, or at once; on a line that delivers no number,
   // what was dialled becomes the remote number.
   void CheckDigitsExpired(bool fForceExpired);
@@ -359,8 +366,14 @@ class BaseChannel {
   std::string strPrevRemoteNum;  // stored form
   std::string strPrevConnectedNum;
   std::string strNonMonitoredNum;  // local number kept aside while the call is on a non-monitored phone
-  time_t rDigitTime = 0;           // last digit
-  bool fToEmail = false;           // the recording is to be mailed
+  struct WaitingOrder {
+    std::string strLocalNum;
+    std::string strRemoteNum;  // announces the call that it is for
+    bool stopstart;
+  };
+  std::optional<WaitingOrder> rWaitingOrder;
+  time_t rDigitTime = 0;  // last digit
+  bool fToEmail = false;  // the recording is to be mailed
 
   // -- BaseChannel_record.cpp -----------------------------------------------------------------------------------------
   void DetermineDbRemoteId();

@@ -28,9 +28,11 @@ constexpr time_t REMOTE_NUM_EXPIRY_S = 11;    // a remote number this old no lon
 
 void BaseChannel::RingingStarted() {
   const time_t rNow = GetSrTime();
-  fRinging = true;
   const bool isAfterPause = rLastRing != 0 && rNow - rLastRing > RING_PAUSE_NEW_CALL_S;
-  if (rFirstRing == 0 || isAfterPause) {
+  const bool isNewRing = rFirstRing == 0 || isAfterPause;
+  if (isNewRing) DropStaleOrder();  // while not yet ringing: a number of long ago announces no other call
+  fRinging = true;
+  if (isNewRing) {
     rFirstRing = rNow;
     WhenNewRing();
   }
@@ -89,6 +91,7 @@ void BaseChannel::InCallMaybeChanged() {
   if (fCallBusyToSet) {
     lg(LOG_NOTICE, "[%d] Call starts", iChannel);
     CheckRemoteExpired();  // while not yet busy: the number of a call long gone is not taken for this one
+    TakeWaitingOrder();    // likewise: the call starts with it, and is not cut
     fCallBusy = true;
     WhenCallStarts();
   } else {

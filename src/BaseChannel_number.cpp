@@ -9,6 +9,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "ftime.h"
@@ -53,6 +54,7 @@ void BaseChannel::SetRemoteNum(std::string strNum) {
 }
 
 void BaseChannel::RemoteNumberChanged() {
+  DropStaleOrder();  // by the age of the number before
   rRemoteNumTime = GetSrTime();
   lg(LOG_NOTICE, "[%d] Remote: %s", iChannel, strRemoteNum.c_str());
   const std::string strDbRemoteNum = GetDbRemoteNum();
@@ -89,25 +91,56 @@ bool BaseChannel::ChangeLocalNum(std::string strLocalPhoneNum) {
 }
 
 // A local number outlives its call. So it is not left on a line that the order finds without one, by a number that
-// stands from the call before, or by none; but a call that is announced by its number may be told its local party.
+// stands from the call before, or by none; but a call that is announced by its number may be told its local party. That
+// order waits for its call: one that never comes leaves the line as it was.
 bool BaseChannel::ChangeLocalOrder(std::string strLocalPhoneNum, const std::string& strRemotePhoneNum, bool stopstart) {
-  if (fCallBusy || IsCallComing()) {
-    return LocalNumberChanged(std::move(strLocalPhoneNum), strRemotePhoneNum, stopstart);
+  if (fCallBusy) return LocalNumberChanged(std::move(strLocalPhoneNum), strRemotePhoneNum, stopstart);
+  if (!IsCallComing()) {
+    LogNoCall();
+    return true;
   }
-  LogNoCall();
+  LogLocalChange(strLocalPhoneNum);
+  rWaitingOrder = WaitingOrder{std::move(strLocalPhoneNum), strRemoteNum, stopstart};
   return true;
+}
+
+void BaseChannel::DropStaleOrder() {
+  if (rWaitingOrder && (!IsCallComing() || strRemoteNum != rWaitingOrder->strRemoteNum)) rWaitingOrder.reset();
+}
+
+// There is no recording yet that a transfer could cut.
+void BaseChannel::TakeWaitingOrder() {
+  DropStaleOrder();
+  const std::optional<WaitingOrder> rOrder = std::exchange(rWaitingOrder, std::nullopt);
+  if (!rOrder || strLocalNum == rOrder->strLocalNum) return;
+  if (rOrder->stopstart) {
+    TransferTo(rOrder->strLocalNum);
+  } else {
+    (void)ChangeLocalNum(rOrder->strLocalNum);
+  }
+}
+
+void BaseChannel::LogLocalChange(const std::string& strLocalPhoneNum) const {
+  lg(LOG_NOTICE, "[%d] LocalNumberChanged. Change: %s to: %s.", iChannel, strLocalNum.c_str(),
+     strLocalPhoneNum.c_str());
 }
 
 bool BaseChannel::LocalNumberChanged(std::string strLocalPhoneNum, const std::string& /*strRemotePhoneNum*/,
                                      bool stopstart) {
-  lg(LOG_NOTICE, "[%d] LocalNumberChanged. Change: %s to: %s.", iChannel, strLocalNum.c_str(),
-     strLocalPhoneNum.c_str());
+  LogLocalChange(strLocalPhoneNum);
   if (strLocalNum == strLocalPhoneNum) return true;
   if (!stopstart) return ChangeLocalNum(std::move(strLocalPhoneNum));
 
   // A transfer: what was said so far belongs to the old party, so this recording ends and another starts.
   lg(LOG_NOTICE, "[%d] LocalNumberChanged: STOP", iChannel);
   FinalizeRecording(/*fClearInfo=*/false);
+  TransferTo(std::move(strLocalPhoneNum));
+  lg(LOG_NOTICE, "[%d] LocalNumberChanged: START", iChannel);
+  TryStartRecording();
+  return true;
+}
+
+void BaseChannel::TransferTo(std::string strLocalPhoneNum) {
   if (strLocalPhoneNum.empty()) {
     lg(LOG_NOTICE, "[%d] LocalNumberChanged: Transfer to non-monitored phone", iChannel);
     strLocalNum = strNonMonitoredNum;
@@ -115,9 +148,6 @@ bool BaseChannel::LocalNumberChanged(std::string strLocalPhoneNum, const std::st
     lg(LOG_NOTICE, "[%d] LocalNumberChanged: Transfer to monitored phone", iChannel);
     TakeMonitoredNum(std::move(strLocalPhoneNum));
   }
-  lg(LOG_NOTICE, "[%d] LocalNumberChanged: START", iChannel);
-  TryStartRecording();
-  return true;
 }
 
 // From here on the number identifies the local side. The first number that the line had is kept as its own.

@@ -298,11 +298,114 @@ TEST_F(BaseChannelNumber, OrderedLocalNumberWantsACallOrOneOnItsWay) {
     rRow.Before();
     ForgetTraces();
     EXPECT_TRUE(rLine.ChangeLocalOrder("22", "0301234", /*stopstart=*/false));
-    EXPECT_EQ(Log(), rRow.fTaken
-                         ? Texts({"5 [7] LocalNumberChanged. Change: 11 to: 22.", "5 [7] Local Number Changed: 22."})
-                         : Texts({"5 [7] No active call for this channel"}));
+    EXPECT_EQ(Log().front(),
+              rRow.fTaken ? "5 [7] LocalNumberChanged. Change: 11 to: 22." : "5 [7] No active call for this channel");
+    OffHook();
     EXPECT_EQ(rLine.strLocalNum, rRow.fTaken ? "22" : "11");
     OnHook();
+  }
+}
+
+TEST_F(BaseChannelNumber, CallThatComesStartsWithTheOrderedLocalNumber) {
+  const struct {
+    const char* acLabel;
+    const char* acLocal;
+    bool stopstart;
+    Texts astrTaken;
+    const char* acExpected;
+  } rRows[] = {
+      {"a change", "22", false, {"5 [7] Local Number Changed: 22."}, "22"},
+      {"a transfer", "22", true, {"5 [7] LocalNumberChanged: Transfer to monitored phone"}, "22"},
+      {"a transfer to no number", "", true, {"5 [7] LocalNumberChanged: Transfer to non-monitored phone"}, "own"},
+      {"the number already held", "11", true, {}, "11"},
+  };
+  for (const auto& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    rLine.OwnNumber("own");
+    Change("11");
+    PassSeconds(60);
+    CallerId("0301234");
+    ForgetTraces();
+    EXPECT_TRUE(rLine.ChangeLocalOrder("33", "0301234", /*stopstart=*/false));  // the later order counts
+    EXPECT_TRUE(rLine.ChangeLocalOrder(rRow.acLocal, "0301234", rRow.stopstart));
+    EXPECT_EQ(Log(), Texts({"5 [7] LocalNumberChanged. Change: 11 to: 33.",
+                            std::string("5 [7] LocalNumberChanged. Change: 11 to: ") + rRow.acLocal + "."}));
+    EXPECT_EQ(rLine.strLocalNum, "11");
+    PassSeconds(9);
+    CallerId("0301234");  // told again
+    ForgetTraces();
+    OffHook();
+    Texts astrLog = Log();
+    Texts astrStart = {"5 [7] Call starts"};
+    astrStart.insert(astrStart.end(), rRow.astrTaken.begin(), rRow.astrTaken.end());
+    astrStart.emplace_back("5 [7] Outgoing call");
+    astrLog.resize(astrStart.size());
+    EXPECT_EQ(astrLog, astrStart);
+    EXPECT_EQ(Active("local"), rRow.acExpected);
+    EXPECT_EQ(Active("remote"), "0301234");
+    OnHook();
+    EXPECT_EQ(rLine.strLocalNum, rRow.acExpected);  // a local number outlives its call
+  }
+}
+
+TEST_F(BaseChannelNumber, OrderForACallThatDoesNotComeLeavesNothingBehind) {
+  const struct {
+    const char* acLabel;
+    std::function<void()> InTheCallsPlace;
+  } rRows[] = {
+      {"its number expires", [this] { PassSeconds(11); }},
+      {"another number comes", [this] { CallerId("0309999"); }},
+      {"another number comes late",
+       [this] {
+         PassSeconds(60);
+         CallerId("0309999");
+       }},
+      {"the same number comes late",
+       [this] {
+         PassSeconds(11);
+         CallerId("0301234");
+       }},
+      {"the number is taken back", [this] { CallerId(""); }},
+      {"a late ring",
+       [this] {
+         PassSeconds(60);
+         Ring();
+       }},
+      {"a late ring and another number",
+       [this] {
+         PassSeconds(60);
+         Ring();
+         CallerId("0309999");
+       }},
+      {"the caller gives up",
+       [this] {
+         rLine.BeOneThatRingsUntilPickup();
+         Ring();
+         PassSeconds(20);
+         RingStops();
+       }},
+      {"the line goes", [this] { rLine.ClearInfo(); }},
+      {"the line goes and comes back",
+       [this] {
+         rLine.ClearInfo();
+         CallerId("0301234");
+       }},
+  };
+  for (const auto& rRow : rRows) {
+    for (const bool stopstart : {false, true}) {
+      SCOPED_TRACE(rRow.acLabel);
+      rLine.OwnNumber("11");
+      CallerId("0301234");
+      EXPECT_TRUE(rLine.ChangeLocalOrder("22", "0301234", stopstart));
+      rRow.InTheCallsPlace();
+      OffHook();
+      EXPECT_EQ(Active("local"), "");  // the line
+      OnHook();
+      EXPECT_EQ(rLine.strLocalNum, "11");
+      EXPECT_EQ(rLine.OwnField(), "");
+      rLine.EndOfCall();
+      PassSeconds(60);
+    }
   }
 }
 
