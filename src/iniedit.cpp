@@ -3,13 +3,13 @@
 #include "iniedit.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
+#include <system_error>
 
 #include "durable.h"
 #include "filedir.h"
@@ -23,6 +23,8 @@ namespace {
 constexpr size_t PIECE_BYTES = 4999;  // a longer line is taken in pieces, each like a line of its own
 constexpr const char* TEMP_SUFFIX = ".tmp";
 constexpr mode_t FILE_MODE = 0666;
+
+namespace fs = std::filesystem;
 
 using IniSections = std::map<std::string, IniSectionData>;
 
@@ -150,15 +152,16 @@ bool WriteNew(const std::string& strPath, const std::string& strText) {
   return false;
 }
 
-// The file that a path means when that is a link, which is to stay one.
+// The file that a path means when that is a link, which is to stay one; also a file that is not there yet. Empty when
+// the link leads to itself, or past what may be entered.
 std::string WithoutLink(const std::string& strPath) {
-  struct stat rStat {};
-  if (lstat(strPath.c_str(), &rStat) != 0 || !S_ISLNK(rStat.st_mode)) return strPath;
-  char* acTarget = realpath(strPath.c_str(), nullptr);
-  if (acTarget == nullptr) return strPath;
-  std::string strTarget = acTarget;
-  free(acTarget);
-  return strTarget;
+  std::error_code rError;
+  const fs::path rNext = fs::read_symlink(strPath, rError);
+  if (rError) return strPath;
+  const fs::path rTarget = fs::canonical(strPath, rError);
+  if (!rError) return rTarget;
+  if (rError != std::errc::no_such_file_or_directory) return "";
+  return WithoutLink(fs::path(strPath).parent_path() / rNext);
 }
 
 void PutInPlace(const std::string& strNew, const std::string& strPath) {
@@ -218,6 +221,7 @@ void IniData::update(const std::string& strPath) const {
 
 void IniData::overwrite(const std::string& strPath) const {
   const std::string strTarget = WithoutLink(strPath);
+  if (strTarget.empty()) return;
   const std::string strTemp = strTarget + TEMP_SUFFIX;
   if (WriteNew(strTemp, dump())) PutInPlace(strTemp, strTarget);
 }

@@ -423,6 +423,26 @@ TEST_F(IniEditTest, LinkStaysAndItsFileIsExchanged) {
   EXPECT_EQ(ReadTestFile("elsewhere/tuned.ini.tmp"), "(no file)");
 }
 
+TEST_F(IniEditTest, FileThatALinkWaitsForIsMadeAtItsEnd) {
+  ASSERT_EQ(mkdir("elsewhere", 0700), 0);
+  ASSERT_EQ(symlink("next.ini", "elsewhere/first.ini"), 0);
+  ASSERT_EQ(symlink("elsewhere/first.ini", "file.ini"), 0);
+  ASSERT_EQ(symlink("no folder/tuned.ini", "nowhere.ini"), 0);
+  ASSERT_EQ(symlink("round.ini", "round.ini"), 0);
+  IniData rIni;
+  rIni.set("s", "a", "1");
+  for (const char* acName : {"file.ini", "nowhere.ini", "round.ini"}) {
+    rIni.update(acName);
+    rIni.overwrite(acName);
+    struct stat rStat {};
+    ASSERT_EQ(lstat(acName, &rStat), 0);
+    EXPECT_TRUE(S_ISLNK(rStat.st_mode)) << acName;
+  }
+  EXPECT_EQ(ReadTestFile("elsewhere/next.ini"), "[s]\na=1\n");
+  EXPECT_EQ(ReadTestFile("elsewhere/next.ini.tmp"), "(no file)");
+  EXPECT_EQ(ReadTestFile(".tmp"), "(no file)");
+}
+
 TEST_F(IniEditTest, LinkUnderTheTemporaryNameIsNotFollowed) {
   WriteTestFile("file.ini", "[s]\na=0\n");
   WriteTestFile("bystander", "stays");
