@@ -37,7 +37,7 @@ bool TRecorderBoot::LoadSettings() {
   prDatabase->GetConfigsPart(rConfigs, "crec");
   prDatabase->GetConfigsPart(rConfigsSys, "s");
   prDatabase->GetConfigsPart(rConfigsO, "o");
-  if (TextToInt(GetSysSetting("crec")) == 1) return true;
+  if (TextToLong(GetSysSetting("crec")) == 1) return true;
   lg(LOG_WARNING, "Card recording is disabled in database");
   return false;
 }

@@ -180,7 +180,7 @@ int GetDebianVersion() {
 }
 
 void TRecorderBoot::WriteConfig() {
-  if (TextToInt(ValueOf(rConfigs, "NoWriteIni")) == 1) {
+  if (TextToLong(ValueOf(rConfigs, "NoWriteIni")) == 1) {
     lg(LOG_WARNING, "Not writing ShConfig.ini");
     return;
   }
@@ -189,7 +189,7 @@ void TRecorderBoot::WriteConfig() {
   AddChannelTable(rData, *this);
   const int iDtpBlocks = AddBoards(rData, *this, GetDebianVersion());
   AddTrunkTables(rData, iDtpBlocks);
-  AddDebugView(rData, TextToInt(GetOSetting("TdmLogApi")) != 0);
+  AddDebugView(rData, TextToLong(GetOSetting("TdmLogApi")) != 0);
   rData.update(DRIVER_INI_FILE);
   (void)OpenAnew(DRIVER_INDEX_FILE);  // one that cannot be made shows when the driver starts
 }

@@ -164,5 +164,5 @@ int CRecorder::GetParamInt(const std::string& strParam) {
 }
 
 bool CRecorder::IsSpecial(const std::string& strSpecialName) {
-  return GetParamInt("Special_" + strSpecialName) != 0;
+  return TextToLong(ValueOf(prBoot->rConfigs, "Special_" + strSpecialName)) != 0;
 }

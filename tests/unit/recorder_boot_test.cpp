@@ -84,7 +84,7 @@ TEST_F(BootTest, LoadSettingsFillsTheThreeMapsInOrder) {
 }
 
 TEST_F(BootTest, MasterSwitchMustBeOne) {
-  for (const char* acValue : {"", "0", "2", "yes"}) {
+  for (const char* acValue : {"", "0", "2", "yes", "4294967297"}) {
     prDb->rParts["s"]["crec"] = acValue;
     EXPECT_FALSE(rBoot.LoadSettings()) << acValue;
     EXPECT_THAT(logsink::TakeTexts(), ElementsAre("4 Card recording is disabled in database")) << acValue;

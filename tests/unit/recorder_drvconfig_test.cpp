@@ -278,7 +278,7 @@ TEST_F(DrvConfigTest, BoardDmaIsSwitchedOffFromVersion10On) {
 TEST_F(DrvConfigTest, ApiLogChangesTheDebugView) {
   const std::string strLogging =
       "[DebugView]\nApiLogEnable=4\nDSTLogCreateMode=0\nDSTLogEnable=1\nOutputDTRRawData=1158\n";
-  for (const char* acValue : {"1", "-1", "2x"}) {
+  for (const char* acValue : {"1", "-1", "2x", "4294967296"}) {
     rBoot.rConfigsO["TdmLogApi"] = acValue;
     WriteTestFile(DRIVER_INI, "");
     EXPECT_THAT(Written({}), HasSubstr(strLogging)) << acValue;
@@ -301,7 +301,7 @@ TEST_F(DrvConfigTest, NoWriteIniLeavesBothFilesAlone) {
 }
 
 TEST_F(DrvConfigTest, NoWriteIniCountsOnlyAsOne) {
-  for (const char* acValue : {"0", "2", "", "yes"}) {
+  for (const char* acValue : {"0", "2", "", "yes", "4294967297"}) {
     rBoot.rConfigs["NoWriteIni"] = acValue;
     WriteTestFile(DRIVER_INI, "");
     EXPECT_THAT(Written({}), Not(IsEmpty())) << acValue;

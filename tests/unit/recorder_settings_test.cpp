@@ -112,7 +112,11 @@ TEST_F(SettingsTest, ChannelsReadTheCacheExceptByTheLiveSlot) {
 }
 
 TEST_F(SettingsTest, RecorderAndBoardSettingsOfChannels) {
-  rBoot.rConfigs = {{"R2NumSplit", "1"}, {"Syn100_SwapSides", "2x"}, {"Special_Pilot", "1"}, {"Special_Off", "0"}};
+  rBoot.rConfigs = {{"R2NumSplit", "1"},
+                    {"Syn100_SwapSides", "2x"},
+                    {"Special_Pilot", "1"},
+                    {"Special_Off", "0"},
+                    {"Special_High", "4294967296"}};
   EXPECT_EQ(rRecorder.GetParamInt("R2NumSplit"), 1);
   EXPECT_EQ(rRecorder.GetParamInt("OffHookThr"), 0);
   EXPECT_EQ(rRecorder.GetBoardParamStr(0, "SwapSides"), "2x");
@@ -120,6 +124,7 @@ TEST_F(SettingsTest, RecorderAndBoardSettingsOfChannels) {
   EXPECT_EQ(rRecorder.GetBoardParamInt(0, "AudioSens"), 6);
   EXPECT_TRUE(rRecorder.IsSpecial("Pilot"));
   EXPECT_FALSE(rRecorder.IsSpecial("Off"));
+  EXPECT_TRUE(rRecorder.IsSpecial("High"));
   EXPECT_FALSE(rRecorder.IsSpecial("Other"));
 }
 
