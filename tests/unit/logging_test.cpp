@@ -401,6 +401,18 @@ TEST_F(LoggingTest, FloodOfErrorsIsLimitedAndCounted) {
   EXPECT_EQ(logsink::TakeTexts(), Texts{}) << "told once";
 }
 
+TEST_F(LoggingTest, ErrorFileHasTheLastOfAFloodThatWasTold) {
+  for (int i = 1; i <= 20'000; i++) lg(LOG_ERR, "no space left for block %d", i);
+  std::string strLastTold;
+  for (const std::string& strLine : logsink::TakeTexts()) {
+    if (strLine.rfind("3 ", 0) == 0) strLastTold = strLine.substr(2);
+  }
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), strLastTold);
+  EXPECT_NE(strLastTold, "no space left for block 20000");
+  LogLeftOut();
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), strLastTold) << "what was held back stays out";
+}
+
 TEST_F(LoggingTest, FloodHindersNoOtherMessage) {
   for (int i = 0; i < 1000; i++) {
     errno = ENOSPC;

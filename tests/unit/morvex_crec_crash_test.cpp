@@ -1,6 +1,7 @@
 // Crashes of real processes, each with a second thread alive: without one the allocator takes no locks. What they
 // report is read where a log daemon reads it, from the socket /dev/log, and a limit that only a hang can reach stands
 // in for the supervisor.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -10,6 +11,8 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -29,6 +32,24 @@
 #endif
 
 using testtools::Await;
+
+namespace {
+
+bool fFramesAreCounted = false;  // a stack of frames at 0x1000, 0x2000 and so on, as deep as there is room
+
+using Backtrace = int(void**, int);
+const auto RealBacktrace = reinterpret_cast<Backtrace*>(dlsym(RTLD_NEXT, "backtrace"));
+
+}  // namespace
+
+// Stands in for the C library's.
+extern "C" int backtrace(void** apFrames, int iMax) {
+  if (!fFramesAreCounted) return RealBacktrace(apFrames, iMax);
+  for (std::uintptr_t i = 0; i < static_cast<std::uintptr_t>(iMax); i++) {
+    apFrames[i] = reinterpret_cast<void*>(0x1000 * (i + 1));  // NOLINT(performance-no-int-to-ptr)
+  }
+  return iMax;
+}
 
 namespace {
 
@@ -135,6 +156,19 @@ TEST_F(CrashTest, CrashIsLoggedWithItsBacktraceAndKillsByItsOwnSignal) {
     EXPECT_TRUE(EndsWith(astrLog[0], iSignal == SIGSEGV ? " Signal SIGSEGV" : " Signal SIGABRT")) << astrLog[0];
     for (const std::string& strMessage : astrLog) EXPECT_EQ(strMessage.find(strErrorPrio), 0u) << strMessage;
     EXPECT_TRUE(EndsWith(astrLog[1], "]")) << astrLog[1];  // "<binary>(<function>) [<address>]"
+  }
+}
+
+TEST_F(CrashTest, ReportLeavesOutItsOwnFrameAndNoOther) {
+  ExpectDiesOf(SIGSEGV, [] {
+    fFramesAreCounted = true;
+    (void)raise(SIGSEGV);
+  });
+  ASSERT_EQ(astrLog.size(), 15u);
+  for (std::size_t i = 1; i < astrLog.size(); i++) {
+    char acFrame[30];
+    (void)snprintf(acFrame, sizeof acFrame, "[0x%zx]", 0x1000 * (i + 1));
+    EXPECT_TRUE(EndsWith(astrLog[i], acFrame)) << astrLog[i];
   }
 }
 #endif
