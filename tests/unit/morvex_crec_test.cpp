@@ -440,14 +440,21 @@ TEST_F(RunTest, ApiLogIsOffByDefault) {
   (void)rmdir("/recordings/log");
   (void)Run();
   EXPECT_FALSE(Exists("/recordings/log"));
+  for (const std::string& strCall : simcards::TakeCalls()) {
+    EXPECT_NE(strCall.rfind("SsmSetLogAttribute", 0), 0u) << strCall;
+  }
 }
 
 TEST_F(RunTest, ApiLogIsSwitchedOnBySetting) {
   InstallCard();
   Set("o", {{"TdmLogApi", "1"}});
   Forget();
+  const mode_t iMask = umask(0);  // as the daemon runs
   (void)Run();
-  EXPECT_TRUE(Exists("/recordings/log"));
+  (void)umask(iMask);
+  struct stat rStat {};
+  ASSERT_EQ(stat("/recordings/log", &rStat), 0);
+  EXPECT_EQ(rStat.st_mode & 07777, 0777u);
   const Texts astrCalls = simcards::TakeCalls();
   EXPECT_EQ(Count(astrCalls, "SsmSetLogAttribute(2,36,-1,\"/recordings/log\")"), 1);
   (void)rmdir("/recordings/log");
