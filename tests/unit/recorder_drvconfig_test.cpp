@@ -1,6 +1,7 @@
 // Tests of the driver's configuration: whole files as the driver will read them.
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -75,6 +76,17 @@ TEST_F(DrvConfigTest, VersionOfTheOperatingSystem) {
     WriteTestFile(OS_NAME_STAND_IN, rRow.acText);
     EXPECT_EQ(GetDebianVersion(), rRow.iVersion) << rRow.acText;
   }
+}
+
+TEST_F(DrvConfigTest, VersionWithoutTheFileIsUnknown) {
+  const pid_t iPid = fork();  // what the file lies over is a file too, so the folder goes, in a namespace of a child
+  if (iPid == 0) {
+    const bool fGone = unshare(CLONE_NEWNS) == 0 && mount("none", "/etc", "tmpfs", 0, nullptr) == 0;
+    _exit(fGone && access(OS_NAME_FILE, F_OK) != 0 && GetDebianVersion() == -1 ? 0 : 1);
+  }
+  int iStatus = -1;
+  ASSERT_EQ(waitpid(iPid, &iStatus, 0), iPid);
+  EXPECT_EQ(iStatus, 0);
 }
 
 // -- whole files ------------------------------------------------------------------------------------------------------

@@ -189,6 +189,13 @@ TEST_F(ServicesTest, WithoutEnabledAccountTheMailGoesToMinusOne) {
   EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 ", "5 signal => email -recid 55 -1"));
 }
 
+TEST_F(ServicesTest, WithoutEnabledAccountAndEarlierRecordingAnEmptyLineIsAll) {
+  prDb->rUsersOfPhone[40] = {7};
+  rRecorder.EmailBackRecording(40, 1);
+  EXPECT_THAT(prDb->TakeCalls(), ElementsAre("GetUsersOfPhone 40", "GetCallBack 40 1"));
+  EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 "));
+}
+
 TEST_F(ServicesTest, WithoutEarlierRecordingNoMail) {
   prDb->rUsersOfPhone[40] = {7};
   prDb->rUserFields[7]["enabled"] = "1";
