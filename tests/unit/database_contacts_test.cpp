@@ -52,6 +52,26 @@ TEST(ContactTest, UnknownIdIsNullInSql) {
   EXPECT_EQ(rContact.StdStrContactID(), "2147483647");
 }
 
+TEST(ContactTest, IdOfMoreThan32BitsIsCutInSql) {
+  Contact rContact;
+  rContact.iCallerID = 2147483648;
+  rContact.iContactID = 4294967298;
+  EXPECT_EQ(rContact.StdStrCallerID(), "-2147483648");
+  EXPECT_EQ(rContact.StdStrContactID(), "2");
+}
+
+TEST_F(ContactsTest, IdOfMoreThan32BitsIsCutInEachStatement) {
+  Contact rContact;
+  rContact.iCallerID = 4294967297;
+  rContact.iContactID = 4294967298;
+  const Texts astrSent = Sent([&] { rDatabase.DeleteIfUnused(rContact); });
+  ASSERT_EQ(astrSent.size(), 2U);
+  EXPECT_EQ(astrSent[0].rfind("DELETE FROM CallerIDs WHERE id='1' AND", 0), 0U);
+  EXPECT_EQ(astrSent[1].rfind("DELETE FROM Contacts WHERE id='2' AND", 0), 0U);
+  EXPECT_EQ(Sent([&] { (void)rDatabase.GetCustomLocal(4294967299); }),
+            Texts{"SELECT * FROM LocalIdMapping  WHERE srcid=3"});
+}
+
 // -- numbers ----------------------------------------------------------------------------------------------------------
 
 TEST_F(ContactsTest, NewNumberMakesContactAndCallerId) {
