@@ -561,6 +561,20 @@ TEST_F(LineComTest, SignalStopFromAnotherThreadEndsTheWaitForAReply) {
   rStopper.join();
 }
 
+TEST_F(LineComTest, TimeOutsThatChangeDuringASendCountForIt) {
+  UseLoop("sleep 60");
+  rCom.SetReadTimeout(1000);
+  rCom.SetErrorTimeout(1000);
+  std::thread rOther([this] {
+    EXPECT_TRUE(Await([this] { return Requests() == "x\n"; }));
+    rCom.SetErrorTimeout(0);
+    rCom.SetReadTimeout(0);
+  });
+  EXPECT_FALSE(rCom.SendMsg("x\n", strReply));
+  rOther.join();
+  EXPECT_EQ(Requests(), "x\n");
+}
+
 TEST_F(LineComTest, StopSendsSigtermAndDoesNotWait) {
   UseLoop("trap '' TERM; echo hi");
   EXPECT_TRUE(rCom.SendMsg("x\n", strReply));
