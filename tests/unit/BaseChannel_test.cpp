@@ -524,6 +524,19 @@ TEST_F(BaseChannelTest, StepsOfASecondComeInOrder) {
       Log());
 }
 
+TEST_F(BaseChannelTest, FileStaysOpenUntilTheRulesOfKeepingHaveBeenAsked) {
+  SetConfig("RecNotOutg", "1");
+  OffHook();
+  (void)Log();
+  fHeadersTold = true;
+  OnHook();
+  fHeadersTold = false;
+  // The second header is that of the close.
+  EXPECT_EQ((Texts{"5 [7] Call stops", "7 header", "5 [7] Recording stopped (0 s)", "5 [7] Outgoing call: not keeping",
+                   "7 header"}),
+            Log());
+}
+
 // -- long recordings --------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelTest, LongCallIsCutIntoPartsOfItsOwn) {

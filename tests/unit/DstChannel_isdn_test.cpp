@@ -667,6 +667,22 @@ TEST_F(DstChannelIsdn, MissedCallHasTheFileOfTheRecordingBeforeItAndNotItsId) {
   EXPECT_EQ("-1", Kept("waittime"));
 }
 
+TEST_F(DstChannelIsdn, MissedCallHasTheWaitingTimeOfARecordingThatWasTooShort) {
+  AllowRecording();
+  rRecorder.rDatabase.rParts["o"]["RecMinDur"] = "10";
+  Init("ISDN", {{"MissedCalls", "1"}});
+  Text(ALERTING, "0301\n22", 1);
+  PassSeconds(3);
+  In(CONNECTED, "0301");
+  PassSeconds(7);
+  In(RELEASED, "0301");
+  PassSeconds(60);
+  Text(ALERTING, "0302\n22", 1);
+  Text(ABANDONED, "");
+  EXPECT_EQ(1U, KeptRows());
+  EXPECT_EQ("3", Kept("waittime"));
+}
+
 TEST_F(DstChannelIsdn, MissedCallOfARecordHasTheSameRow) {
   InitTenovis({{"MissedCalls", "1"}});
   rRecorder.fALE = true;  // the mark of a missed call replaces that of encryption
