@@ -207,7 +207,7 @@ def test_missing_script_is_told_by_php_and_no_failure(daemon):
 
 
 def test_stop_ends_the_child(daemon):
-    """Last: it ends the daemon."""
+    """From here on each test ends its daemon."""
     install(REPLY_DONE)
     call_id, mark = one_call(daemon)
     assert posted(daemon, mark) == success(call_id)
@@ -215,3 +215,32 @@ def test_stop_ends_the_child(daemon):
     assert daemon.stop() == 0
     wait_until("the child is gone", lambda: not is_running(pid))
     assert heard() == ["begin", request(call_id)]  # by a signal, without its exit message
+
+
+def start_again(daemon):
+    """A new process, as the test before has ended the one before."""
+    mark = daemon.mark()
+    daemon.launch()
+    daemon.wait_line("** STARTED **", mark)
+
+
+def test_stop_lets_a_busy_script_hear_of_all_calls(daemon):
+    """Together the answers take longer than a script that is silent is given."""
+    start_again(daemon)
+    install("sleep(3); " + REPLY_DONE)
+    calls = [one_call(daemon)[0] for _ in range(5)]
+    mark = daemon.mark()
+    assert daemon.stop() == 0
+    assert heard() == ["begin"] + [request(call_id) for call_id in calls]
+    assert told(daemon, mark)[-1] == "Post done"
+
+
+def test_stop_gives_up_a_silent_script(daemon):
+    start_again(daemon)
+    install("sleep(1000);")
+    calls = [one_call(daemon)[0] for _ in range(2)]
+    wait_until("the first is under way", lambda: heard() == ["begin", request(calls[0])])
+    mark = daemon.mark()
+    assert daemon.stop() == 0
+    given_up = ["LineCom shutting down, not sending msg", "LineCom SendMsg post failed", "Post done"]
+    assert told(daemon, mark) == given_up + [f"Call Post id={calls[1]}"] + given_up
