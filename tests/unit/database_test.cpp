@@ -11,6 +11,7 @@
 
 #include "LogSink.h"
 #include "PgServer.h"
+#include "TestClocks.h"
 #include "logging.h"
 
 // The connection: opening, pinging, losing and regaining it, quoting, errors, and the wait at start.
@@ -31,9 +32,11 @@ std::string FileText(const std::string& strName) {
 
 }  // namespace
 
-// Stands in for the C library's: the pauses of the wait take no time, and a test may act in them.
+// Stands in for the C library's: the pauses of the wait take no time, but that for which messages are counted as
+// repeated, and a test may act in them.
 extern "C" int nanosleep(const timespec* prPause, timespec* /*prRest*/) {
   rPauses.push_back(*prPause);
+  testclocks::rFloodSkipS += prPause->tv_sec;
   if (rOnPause) rOnPause();
   return 0;
 }
