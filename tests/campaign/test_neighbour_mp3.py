@@ -6,6 +6,7 @@ from pathlib import Path
 import pytest
 
 from bench import Row, rows_of, tool
+from sox_faults import LOST
 from test_neighbour import CARDS, SECRET, TREASURE, nothing, others_go_on, planted, prepare, swapped_in_mid_call
 
 __all__ = ["CARDS", "prepare"]
@@ -68,8 +69,8 @@ ROWS += [
     for what, kind, target in KINDS
 ]
 ROWS += [
-    Row("a link in the place of a running source", nothing, may=REFUSED, story=swapped_in_mid_call),
-    Row("the same with secure deletion", secure_deletion, may=REFUSED, story=swapped_in_mid_call),
+    Row("a link in the place of a running source", nothing, [LOST], may=REFUSED, story=swapped_in_mid_call),
+    Row("the same with secure deletion", secure_deletion, [LOST], may=REFUSED, story=swapped_in_mid_call),
 ]
 
 
