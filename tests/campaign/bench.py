@@ -225,8 +225,10 @@ class Bench:
         return self
 
     def start(self, **how):
+        self.control.set("sleep_divisor", 10)  # simulated cards need no time to power up
         self.launch(**how)
         self.daemon.wait_line("** STARTED **")
+        self.control.set("sleep_divisor", 1)
         self.connect_cards()
         self.daemon.wait_line("Error connecting to socket")  # nobody has heard the message of the start
         self.daemon.wait_orders()

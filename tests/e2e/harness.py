@@ -1,7 +1,7 @@
 """The whole daemon under test, seen as its users see it: process, log, cards, database rows and files.
 
 Runs inside `script/sandbox --postgres` only (CTest does that), so all paths are the daemon's ordinary ones and belong
-to this one test file. The daemon takes ten seconds to come up, so the tests of a file share one daemon where they can:
+to this one test file. The daemon takes a while to come up, so the tests of a file share one daemon where they can:
 
     CARDS = "card ATP8 1001 8"                      # the simulated cards, see docs/simulator.md
     SETTINGS = {"s": {"RecMinDur": "2"}}            # rows of Configs by part, beside those every run needs
@@ -127,10 +127,13 @@ class Daemon:
 
     store_settings = staticmethod(store_settings)
 
-    # MORVEX_WRAPPER puts the daemon under valgrind or a profiler.
-    def launch(self, argument="debug"):
-        """Starts the process and does not wait for anything."""
-        command = os.environ.get("MORVEX_WRAPPER", "").split() + [str(BUILD / "src" / "morvex_crec"), argument]
+    # MORVEX_WRAPPER puts the daemon under valgrind or a profiler, which would load the library for itself.
+    def launch(self, argument="debug", power_up=True):
+        """Starts the process and does not wait for anything. Without power_up its cards are up at once."""
+        wrapper = os.environ.get("MORVEX_WRAPPER", "").split()
+        command = wrapper + [str(BUILD / "src" / "morvex_crec"), argument]
+        if not power_up and not wrapper:
+            command = ["/usr/bin/env", f"LD_PRELOAD={BUILD / 'tests' / 'libpower_up.so'}", *command]
         self.process = subprocess.Popen(
             command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/"
         )
@@ -140,7 +143,7 @@ class Daemon:
 
     def start(self):
         """Starts the process and waits until it takes events from the cards."""
-        self.launch()
+        self.launch(power_up=False)
         self.wait_line("** STARTED **")
         return self
 
