@@ -160,6 +160,17 @@ def test_incoming_call_is_not_kept(daemon, settings):
     check_not_kept(daemon, mark, began(OUTSIDE), "Incoming call: not keeping")
 
 
+def test_number_of_a_call_that_is_not_kept_stays_known(daemon, settings):
+    settings(RecNotInc="1")
+    number = "0305550199"
+    assert rows(f"SELECT id FROM CallerIDs WHERE callerid = '{number}'") == []
+    mark = incoming(daemon, number)
+    check_not_kept(daemon, mark, began(number), "Incoming call: not keeping")
+    known = rows(f"SELECT contactid FROM CallerIDs WHERE callerid = '{number}'")
+    assert len(known) == 1
+    assert len(rows(f"SELECT id FROM Contacts WHERE id = {known[0]['contactid']}")) == 1
+
+
 def test_call_that_nobody_marked_is_not_kept(daemon, settings):
     settings(RecOnDemand="1")
     mark = incoming(daemon, OUTSIDE)
