@@ -36,10 +36,10 @@ std::function<void()> OnOrder;                                // reactor thread 
 
 }  // namespace
 
-// Stands between the arrival of an order and all that the reactor does with it.
+// Stands between the arrival of an order and all that the reactor does with it. Clients come here too; they wait.
 extern "C" ssize_t recv(int hSocket, void* pvText, size_t iBytes, int iFlags) {
   const ssize_t iGot = recvfrom(hSocket, pvText, iBytes, iFlags, nullptr, nullptr);
-  if (OnOrder) OnOrder();
+  if ((iFlags & MSG_DONTWAIT) != 0 && OnOrder) OnOrder();
   return iGot;
 }
 
