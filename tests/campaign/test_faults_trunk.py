@@ -4,8 +4,8 @@ import pytest
 
 from bench import Bench, Row, rows_of
 from day import counting, mixed_with_itself
-from harness import BLOCK_BYTES, path_of, rows, wait_until
-from test_faults_driver import refused
+from harness import BLOCK_BYTES, path_of, wait_until
+from test_faults_driver import call_that_the_card_goes_on_with, call_without_audio, refused
 
 CARDS = "card DTP-60 3001 60"
 SETTINGS = {"o": {"RecLocal": "1"}}
@@ -42,30 +42,11 @@ def one_call(bench, blocks=2):
     return bench.daemon.finished_call(active["remoteid"])
 
 
-def call_without_audio(bench):
-    """The card refuses the first direction: the call goes on without audio, and has its row."""
-    mark = bench.begin()
-    active = bench.daemon.active_call(1)
-    bench.wait_report("Error in SsmRecToMem: {text}", mark)
-    bench.end()
-    bench.daemon.finished_call(active["remoteid"])
-
-
 def direction_that_the_card_goes_on_with(bench):
     """The card refuses to stop the other direction: this call is whole. The next one finds that direction still being
     recorded; the one after it is whole again."""
     bench.check_whole(path_of(one_call(bench)))
     one_call(bench)
-
-
-def circuit_that_the_card_goes_on_with(bench):
-    """The card refuses to stop both: the file stays undecided and the row goes. The next call has no audio."""
-    mark = bench.one_call()
-    path = bench.file_of(mark)
-    bench.wait_report("Error in SsmStopRecMem: simulated failure", mark)
-    wait_until("no row", lambda: rows("SELECT id FROM ActiveCalls") == [])
-    assert path.exists()
-    call_without_audio(bench)
 
 
 def call_with(**columns):
@@ -107,7 +88,7 @@ ROWS = [
         "SsmStopRecToMem refused to both directions",
         refused("SsmStopRecToMem", 2),
         [STOP_REFUSED, STILL_RECORDED],
-        story=circuit_that_the_card_goes_on_with,
+        story=call_that_the_card_goes_on_with,
     ),
     Row("SpyGetCallInCh refused", refused("SpyGetCallInCh"), story=one_call),
     Row("SpyGetCallOutCh refused", refused("SpyGetCallOutCh"), story=one_call),
