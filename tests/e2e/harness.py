@@ -141,9 +141,9 @@ class Daemon:
         self.reader.start()
         return self
 
-    def start(self):
+    def start(self, power_up=False):
         """Starts the process and waits until it takes events from the cards."""
-        self.launch(power_up=False)
+        self.launch(power_up=power_up)
         self.wait_line("** STARTED **")
         return self
 

@@ -359,7 +359,8 @@ def test_call_of_a_daemon_that_was_killed(daemon):
     assert states() == (9, {dead: "unfinished"})
     assert ctl("status")[1].startswith("The recorder is not running: ")
 
-    next_life = Daemon(CARDS, SETTINGS).start()
+    # What is older than the process is known by the second, so a start of the usual length lies between.
+    next_life = Daemon(CARDS, SETTINGS).start(power_up=True)
     next_life.wait_orders()
     next_life.cards("ch 1 offhook")
     alive = next_life.active_call(2)["remoteid"]
