@@ -32,7 +32,10 @@ def started(daemon):
         mark = daemon.mark()
         order("reconfig")
         daemon.wait_line("RecOnDmd item", mark)  # the last line of the settings it loads
-        return order(f"silence {NO_CALL}") == UNKNOWN_CALL
+        mark = daemon.mark()
+        reply = order(f"silence {NO_CALL}")
+        daemon.wait_line("reactor reply: E", mark)  # the log of the first test begins behind it
+        return reply == UNKNOWN_CALL
 
     wait_until("an order is answered in time", is_answered_in_time)
 
