@@ -14,12 +14,15 @@ to this one test file. The daemon takes a while to come up, so the tests of a fi
 Waiting is always for a condition, with LIMIT_S as the time after which the test fails.
 """
 
+import fcntl
 import os
+import select
 import shutil
 import signal
 import socket
 import struct
 import subprocess
+import termios
 import threading
 import time
 from contextlib import contextmanager
@@ -153,12 +156,26 @@ class Daemon:
         wait_until("connection to the control socket", can_connect)
 
     def _read(self):
-        for raw in self.process.stdout:
-            with self.changed:
-                self.lines.append(raw.decode("utf-8", "backslashreplace").rstrip("\n"))
+        log = self.process.stdout.fileno()
+        rest = b""
+        more = True
+        while more:
+            select.select([log], [], [])
+            with self.changed:  # what is no longer in the pipe is among the lines
+                piece = os.read(log, 1 << 16)
+                more = piece != b""
+                *whole, rest = (rest + piece).split(b"\n")
+                if rest and not more:
+                    whole.append(rest)
+                self.lines += [raw.decode("utf-8", "backslashreplace") for raw in whole]
                 self.changed.notify_all()
-        with self.changed:
-            self.changed.notify_all()
+
+    def _has_all(self):
+        """Whether the lines are all that the daemon has written by now."""
+        if self.reader is None or not self.reader.is_alive():
+            return True
+        unread = fcntl.ioctl(self.process.stdout.fileno(), termios.FIONREAD, bytes(4))
+        return struct.unpack("i", unread) == (0,)
 
     @property
     def pid(self):
@@ -171,12 +188,15 @@ class Daemon:
     # -- log ---------------------------------------------------------------------------------------------------------
 
     def mark(self):
-        """The place in the log that a later wait_line or log_after begins at."""
+        """The place in the log that a later wait_line or log_after begins at: behind all that is written by now."""
         with self.changed:
+            self.changed.wait_for(self._has_all, LIMIT_S)
             return len(self.lines)
 
     def log_after(self, mark):
+        """What has been written by now."""
         with self.changed:
+            self.changed.wait_for(self._has_all, LIMIT_S)
             return self.lines[mark:]
 
     def wait_line(self, text, mark=0, limit=LIMIT_S):
