@@ -579,6 +579,13 @@ class LoopPostTest : public LoopTraceTest {
   static bool AwaitRequests(const std::string& strIDs) {
     return Await([&] { return ReadTestFile("/tmp/requests") == strIDs; });
   }
+  // Orders a trace while a worker has other work, which ends with fGoOn; the loop has begun to drain then.
+  void OrderTraceBesideWork(std::atomic<bool>& fGoOn) {
+    AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
+    EXPECT_TRUE(AwaitNote("slow thread"));
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(AwaitNote("finalize"));
+  }
   // Two passes and more of the loop, to its last one at the latest.
   void Passes() {
     rDiary.Note("passes");
@@ -635,10 +642,7 @@ TEST_F(LoopPostTest, TraceGoesWithoutPostsToAScriptThatIsSilentAndTheyGoOnInIt) 
     EXPECT_TRUE(AwaitNote("ready"));
     Post(1, 2);
     EXPECT_TRUE(AwaitRequests("1 "));
-    AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
-    EXPECT_TRUE(AwaitNote("slow thread"));
-    Trace(/*fOn=*/true);
-    EXPECT_TRUE(AwaitNote("finalize"));
+    OrderTraceBesideWork(fGoOn);
     testclocks::rWatchSkipS += 5;
     Passes();
     fGoOn = true;  // all other work is waited for
@@ -662,10 +666,7 @@ TEST_F(LoopPostTest, TraceWaitsForOtherWorkThoughTheScriptIsSilent) {
     EXPECT_TRUE(AwaitNote("ready"));
     Post(1, 1);
     EXPECT_TRUE(AwaitRequests("1 "));
-    AtStart([&](CRecorder&) { queueAction(new HeldAct(rDiary, fGoOn)); });
-    EXPECT_TRUE(AwaitNote("slow thread"));
-    Trace(/*fOn=*/true);
-    EXPECT_TRUE(AwaitNote("finalize"));
+    OrderTraceBesideWork(fGoOn);
     testclocks::rWatchSkipS += 60;
     Passes();
     EXPECT_FALSE(Exists("/recordings/log/dch.log"));
