@@ -20,12 +20,14 @@
 #include <vector>
 
 #include "LogSink.h"
+#include "PgServer.h"
 #include "TestFiles.h"
 #include "TestTools.h"
 #include "bgact.h"
 #include "database.h"
 #include "logging.h"
 #include "recorder_boot.h"
+#include "recorder_cluster.h"
 #include "signaling.h"
 #include "simcards.h"
 
@@ -36,6 +38,7 @@ namespace {
 
 constexpr const char* DRIVER_DIR = "/usr/local/lib/shcti";
 constexpr const char* TOOL_DIR = "/usr/local/lib/shcti/CurrentVersion/tools";
+constexpr const char* START_CTI = "SsmStartCti(\"/var/morvex/data/ShConfig.ini\",\"/var/morvex/data/ShIndex.ini\")";
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
 constexpr const char* PID_FILE = "/var/run/morvex_crec.pid";
 
@@ -43,6 +46,7 @@ const pthread_t rMainThread = pthread_self();
 std::atomic<long long> iWaitedUs{0};  // by the main thread, without waiting
 std::vector<useconds_t> aiSleeps;     // each of these waits; main thread only
 std::function<void()> OnSleep;        // main thread only
+int iDatabaseShutdowns = 0;           // main thread only
 bool fForkFails = false;
 bool fSetsidFails = false;
 bool fChdirFails = false;
@@ -63,6 +67,19 @@ extern "C" int usleep(useconds_t iMicros) {
   aiSleeps.push_back(iMicros);
   if (OnSleep) OnSleep();
   return 0;
+}
+
+extern "C" int nanosleep(const timespec* prWait, timespec* prRest) {
+  if (pthread_equal(pthread_self(), rMainThread) == 0) {
+    return clock_nanosleep(CLOCK_REALTIME, 0, prWait, prRest) == 0 ? 0 : -1;
+  }
+  iWaitedUs += prWait->tv_sec * 1'000'000LL + prWait->tv_nsec / 1000;
+  return 0;
+}
+
+extern "C" void dbi_shutdown() {
+  iDatabaseShutdowns++;
+  Real<void()>("dbi_shutdown")();
 }
 
 extern "C" time_t time(time_t* prTime) noexcept {
@@ -101,6 +118,7 @@ class ProcessTest : public testing::Test {
     OnSleep = nullptr;
     fForkFails = fSetsidFails = fChdirFails = false;
     g_prBoot = nullptr;
+    g_cfgPrefix.clear();
   }
   // Runs in a process of its own; the result is its wait status.
   static int InChild(const std::function<void()>& rRun) {
@@ -265,6 +283,39 @@ TEST_F(ProcessTest, StartThatCannotGoToTheBackgroundFails) {
   EXPECT_EQ(logsink::TakeTexts(), Texts());  // the start itself has not been reached
 }
 
+// -- the database of the process --------------------------------------------------------------------------------------
+
+// Each in a process of its own: what a start sets up stays.
+class DatabaseTest : public ProcessTest {
+ protected:
+  // The exit code tells the result of the run, and ten for each time that the database's library was shut down.
+  static void Run() {
+    (void)mkdir(DRIVER_DIR, 0777);
+    char acName[] = "morvex_crec";
+    char acMode[] = "nofork";
+    char* aacArguments[] = {acName, acMode, nullptr};
+    const int iResult = RunDaemon(2, aacArguments);
+    _exit(iResult + 10 * iDatabaseShutdowns);
+  }
+};
+
+TEST_F(DatabaseTest, WithoutAConnectionItsLibraryIsShutDownOnce) {
+  const pg::Outage rOutage;
+  const int iStatus = InChild(Run);
+  ASSERT_TRUE(WIFEXITED(iStatus));
+  EXPECT_EQ(WEXITSTATUS(iStatus), 11);
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "No database connection");
+}
+
+TEST_F(DatabaseTest, BehindTheRecorderItsLibraryIsShutDownOnce) {
+  const int iStatus = InChild([] {
+    fAppTerminate = true;
+    Run();
+  });
+  ASSERT_TRUE(WIFEXITED(iStatus));
+  EXPECT_EQ(WEXITSTATUS(iStatus), 12);  // stopped before the first look for cards
+}
+
 // -- start tries ------------------------------------------------------------------------------------------------------
 
 class TriesTest : public ProcessTest {
@@ -277,8 +328,8 @@ class TriesTest : public ProcessTest {
     (void)!chdir("/");  // a try before this one stands in the tool's directory
     (void)!system(("rm -rf /var/morvex/conf/* " + std::string(DRIVER_DIR) + "/*").c_str());
     (void)mkdir(DRIVER_DIR, 0777);
+    (void)pg::Sql("DELETE FROM Configs WHERE part = 'crec'");
     Set("s", {{"crec", "1"}});
-    Set("crec", {{"CardList", ""}, {"CardDriverVersion", ""}});
     Set("o", {{"TdmLogApi", "0"}});
     simcards::Reset();
     Forget();
@@ -386,6 +437,52 @@ TEST_F(TriesTest, DriverThatDoesNotStartIsAFailure) {
   const Texts astrLines = logsink::TakeTexts();
   EXPECT_EQ(astrLines.back(), "3 Error in SsmStartCti: boards not ready");
   EXPECT_EQ(Count(astrLines, "5 Old card count: 1"), 1);  // an empty list is one empty entry
+}
+
+TEST_F(TriesTest, DriverThatDoesNotStartLeavesTheFactsOfItsCardsAndTheOldList) {
+  InstallCard();
+  Set("crec", {{"CardList", "Syn1001,SynD"}});
+  Forget();
+  simcards::FailNext("SsmStartCti", 1000, -1, "no");
+  EXPECT_EQ(RecorderMain(), 1);
+  EXPECT_EQ(Get("crec", "Syn1001_Present"), "1");
+  EXPECT_EQ(Get("crec", "Syn1001_Model"), "ATP8");
+  EXPECT_EQ(Get("crec", "Syn1001_SN"), "1001");
+  EXPECT_EQ(Get("crec", "Syn1001_MaxChannels"), "8");
+  EXPECT_EQ(Get("crec", "SynD_Present"), "0");
+  EXPECT_EQ(Get("crec", "CardList"), "Syn1001,SynD");
+}
+
+// The driver is asked after half a second each, behind the twenty of the cards.
+TEST_F(TriesTest, StopWhileTheDriverStartsIsAFailure) {
+  for (const int iTry : {0, 1, 2}) {  // the try in which the stop comes; 0: before the first
+    SCOPED_TRACE(iTry);
+    InstallCard();
+    simcards::FailNext("SsmStartCti", 1000, -1, "no");
+    OnSleep = [iTry] { fAppTerminate = aiSleeps.size() == static_cast<size_t>(20 + iTry); };
+    EXPECT_EQ(RecorderMain(), 1);
+    EXPECT_EQ(aiSleeps, std::vector<useconds_t>(static_cast<size_t>(20 + iTry), 500'000));
+    EXPECT_EQ(Count(simcards::TakeCalls(), START_CTI), iTry);
+    const Texts astrLines = logsink::TakeTexts();
+    EXPECT_EQ(Count(astrLines, "5 Could not (yet) start: no"), iTry);
+    EXPECT_EQ(Count(astrLines, "5 Waiting for board init"), iTry);
+    EXPECT_EQ(Count(astrLines, "3 Error in SsmStartCti: no"), 0);
+    fAppTerminate = false;
+  }
+}
+
+TEST_F(TriesTest, InAClusterTheCardListIsThatOfTheNode) {
+  WriteTestFile("/var/morvex/conf/opt_cluster", "");
+  WriteTestFile("/var/morvex/conf/serial", "N1\n");
+  Set("crec", {{"CardList", "SynX"}, {"N1-CardList", "SynA,SynB,SynC"}});
+  Forget();
+  OnSleep = [] { fAppTerminate = aiSleeps.size() == 25; };  // in the pause behind the first try
+  EXPECT_EQ(RecorderMain(), 2);
+  const Texts astrLines = logsink::TakeTexts();
+  EXPECT_EQ(astrLines.front(), "5 Clustering is ON");
+  EXPECT_EQ(Count(astrLines, "5 Old card count: 3"), 1);
+  EXPECT_EQ(Get("crec", "N1-CardList"), "");
+  EXPECT_EQ(Get("crec", "CardList"), "SynX");
 }
 
 TEST_F(TriesTest, FewerCardsThanBeforeStartAtOnce) {

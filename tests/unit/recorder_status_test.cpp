@@ -167,6 +167,24 @@ TEST_F(RecorderStatusTest, RecheckAsksTheService) {
   EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 signal => sysinfo"));
 }
 
+TEST_F(RecorderStatusTest, WorkersAskTheServiceWhereThereAreSome) {
+  MainQueue rQueue;
+  MainQueue* const prBefore = g_prBoot;
+  g_prBoot = &rQueue;
+  init_bgact();
+  rRecorder.RecheckHealth();
+  EXPECT_TRUE(testtools::Await([] { return isBgQueueReady(); }));
+  EXPECT_TRUE(rQueue.RunOneAction());  // a worker is through with it
+  EXPECT_FALSE(rQueue.RunOneAction());
+  const Texts astrLines = logsink::TakeTexts();
+  ASSERT_EQ(astrLines.size(), 2U);
+  EXPECT_TRUE(astrLines[0] == "7 Bg Act 0\n" || astrLines[0] == "7 Bg Act 1\n") << astrLines[0];
+  EXPECT_EQ(astrLines[1], "5 signal => sysinfo");
+  close_bgact();
+  prBgActHandler = nullptr;
+  g_prBoot = prBefore;
+}
+
 TEST_F(RecorderStatusTest, OnlyBadHealthOfACheckedLineRaisesTheAlarm) {
   struct Row {
     const char* acLabel;
