@@ -116,7 +116,7 @@ class Control:
     DEFAULTS = {"threads_left": -1, "sleep_divisor": 1}
 
     def __init__(self):
-        size = 8 * len(self.FIELDS)
+        size = 8 * 2 * len(self.FIELDS)  # all values, then how often each was applied
         with open("/tmp/campaign_control", "wb+") as file:
             file.truncate(size)
             self.memory = mmap.mmap(file.fileno(), size)
@@ -132,8 +132,14 @@ class Control:
     def get(self, name):
         return struct.unpack_from("=q", self.memory, 8 * self.FIELDS.index(name))[0]
 
+    def applied(self, name):
+        """How often the daemon has met this field."""
+        return struct.unpack_from("=q", self.memory, 8 * (len(self.FIELDS) + self.FIELDS.index(name)))[0]
+
     @contextmanager
     def during(self, **values):
+        """Sets fields for a while, in which the daemon must meet each of them."""
+        before = {name: self.applied(name) for name in values}
         for name, value in values.items():
             self.set(name, value)
         try:
@@ -141,6 +147,8 @@ class Control:
         finally:
             for name in values:
                 self.set(name, self.DEFAULTS.get(name, 0))
+        for name in values:
+            assert self.applied(name) > before[name], f"{name} was not met"
 
 
 # The daemon finds its tools here, so that one of them can be missing or broken.

@@ -22,6 +22,17 @@ namespace {
 constexpr const char* CONTROL_FILE = "/tmp/campaign_control";
 constexpr const char* SLOW_FOLDER = "/recordings";
 
+enum EField {
+  FIELD_CLOCK_OFFSET,
+  FIELD_REFUSE_FORK,
+  FIELD_REFUSE_POPEN,
+  FIELD_THREADS_LEFT,
+  FIELD_REFUSE_THREADS,
+  FIELD_SLOW_WRITE,
+  FIELD_SLEEP_DIVISOR,
+  FIELD_COUNT
+};
+
 // The same order in bench.py. A count is how many of the next calls are refused.
 struct Control {
   std::atomic<std::int64_t> iClockOffsetS;
@@ -31,6 +42,8 @@ struct Control {
   std::atomic<std::int64_t> iRefuseThreads;  // and so often is it refused then
   std::atomic<std::int64_t> iSlowWriteUs;    // each write below SLOW_FOLDER takes this much longer
   std::atomic<std::int64_t> iSleepDivisor;   // usleep takes this part of its time
+  // How often each of these did something, so that a test sees that it did.
+  std::atomic<std::int64_t> iApplied[FIELD_COUNT];
 };
 static_assert(sizeof(std::atomic<std::int64_t>) == sizeof(std::int64_t));
 
@@ -51,13 +64,21 @@ Function* Next(const char* acName) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, acName));
 }
 
-bool Refused(std::atomic<std::int64_t> Control::*piCount) {
+void NoteApplied(EField eField) {
+  prControl->iApplied[eField]++;
+}
+
+bool Refused(std::atomic<std::int64_t> Control::*piCount, EField eField) {
   if (prControl == nullptr || (prControl->*piCount).load() <= 0) return false;
-  return (prControl->*piCount).fetch_sub(1) > 0;
+  if ((prControl->*piCount).fetch_sub(1) <= 0) return false;
+  NoteApplied(eField);
+  return true;
 }
 
 time_t ClockOffset() {
-  return prControl == nullptr ? 0 : static_cast<time_t>(prControl->iClockOffsetS.load());
+  const std::int64_t iOffsetS = prControl == nullptr ? 0 : prControl->iClockOffsetS.load();
+  if (iOffsetS != 0) NoteApplied(FIELD_CLOCK_OFFSET);
+  return static_cast<time_t>(iOffsetS);
 }
 
 void DelayWrite(int iFd) {
@@ -69,6 +90,7 @@ void DelayWrite(int iFd) {
     const std::int64_t iUs = prControl->iSlowWriteUs;
     const timespec rPause = {static_cast<time_t>(iUs / 1'000'000), static_cast<long>(iUs % 1'000'000 * 1000)};
     (void)nanosleep(&rPause, nullptr);
+    NoteApplied(FIELD_SLOW_WRITE);
   }
   errno = iErrno;
 }
@@ -100,7 +122,7 @@ int gettimeofday(timeval* prTime, void* /*pvZone*/) {
 }
 
 pid_t fork() {
-  if (Refused(&Control::iRefuseFork)) {
+  if (Refused(&Control::iRefuseFork, FIELD_REFUSE_FORK)) {
     errno = EAGAIN;
     return -1;
   }
@@ -109,7 +131,7 @@ pid_t fork() {
 }
 
 FILE* popen(const char* acCommand, const char* acMode) {
-  if (Refused(&Control::iRefusePopen)) {
+  if (Refused(&Control::iRefusePopen, FIELD_REFUSE_POPEN)) {
     errno = EAGAIN;
     return nullptr;
   }
@@ -120,7 +142,8 @@ FILE* popen(const char* acCommand, const char* acMode) {
 int pthread_create(pthread_t* prThread, const pthread_attr_t* prAttr, void* (*prStart)(void*), void* pvArgument) {
   if (prControl != nullptr && prControl->iThreadsLeft >= 0 && prControl->iThreadsLeft.fetch_sub(1) <= 0) {
     prControl->iThreadsLeft = 0;
-    if (Refused(&Control::iRefuseThreads)) return EAGAIN;
+    NoteApplied(FIELD_THREADS_LEFT);
+    if (Refused(&Control::iRefuseThreads, FIELD_REFUSE_THREADS)) return EAGAIN;
   }
   static auto* const prNext = Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
   return prNext(prThread, prAttr, prStart, pvArgument);
@@ -141,6 +164,7 @@ ssize_t write(int iFd, const void* pvData, size_t uiCount) {
 int usleep(useconds_t uiUs) {
   const std::int64_t iDivisor = prControl == nullptr ? 1 : prControl->iSleepDivisor.load();
   const std::int64_t iUs = iDivisor > 1 ? uiUs / iDivisor : uiUs;
+  if (iUs != uiUs) NoteApplied(FIELD_SLEEP_DIVISOR);
   const timespec rPause = {static_cast<time_t>(iUs / 1'000'000), static_cast<long>(iUs % 1'000'000 * 1000)};
   return nanosleep(&rPause, nullptr);
 }

@@ -11,6 +11,7 @@ from harness import path_of, wait_until
 
 CARDS = "card ATP8 1001 8"
 ENVIRONMENT = {"TZ": "CET-1CEST,M3.5.0,M10.5.0/3"}
+MINUTE_S = 60
 HOUR_S = 3600
 DAY_S = 24 * HOUR_S
 
@@ -37,6 +38,7 @@ def jump_in_mid_call(seconds):
             bench.wait_blocks(path, size // 2048 + 3)
             bench.end()
             call = bench.daemon.finished_call(remoteid_of(path))
+        assert seconds <= call["duration"] < seconds + MINUTE_S
         bench.check_whole(path_of(call), 4)
 
     return story

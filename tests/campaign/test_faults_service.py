@@ -19,6 +19,7 @@ CARDS = "card ATP8 1001 8"
 SETTINGS = {
     "crec": {"Syn1001_CheckLineStatus": "0,1,1,1,1,1,1,1"},  # the service process is told when one of these is offline
     "s": {"EmailRecs": "1"},  # asks for posts
+    "o": {"CalcChecksum": "md5"},
 }
 WATCHED = iter(range(7, 0, -1))  # a fresh one each time: a line that flickers is not told of
 SERVICE = Path("/tmp/morvex")
@@ -159,6 +160,11 @@ def no_popen(bench):
     return bench.control.during(refuse_popen=1)
 
 
+def files_without_a_sum(bench):
+    call = bench.daemon.finished_call(remoteid_of(bench.file_of(bench.one_call())))
+    assert call["callextra"] == "chk: \r\n"
+
+
 ROWS = [
     Row("service socket absent", nothing, ["Error connecting to socket"], story=message),
     Row("a neighbour's FIFO at the service socket's name", neighbours_fifo, ["Error connecting to socket"], story=message),
@@ -173,7 +179,7 @@ ROWS = [
         ["LineCom. Ensure program is started failed"],
         story=post_without_fork,
     ),
-    Row("popen refused to a call without commands", no_popen),
+    Row("popen refused to a checksum", no_popen, story=files_without_a_sum),
     Row(
         "no descriptor left for a recording",
         no_descriptor,
