@@ -198,10 +198,9 @@ nlohmann::json AsObject(const std::string& strLine) {
 
 void PrintJson(const std::vector<std::string>& vLines) {
   nlohmann::json rStatus = AsObject(vLines[0]);
-  rStatus["ch"] = nlohmann::json::array();
-  rStatus["cic"] = nlohmann::json::array();
-  for (std::size_t i = 1; i < vLines.size(); i++) {
-    rStatus[vLines[i].rfind("ch=", 0) == 0 ? "ch" : "cic"].push_back(AsObject(vLines[i]));
+  for (const char* acList : {"ch", "cic", "fail"}) rStatus[acList] = nlohmann::json::array();
+  for (std::size_t i = 1; i < vLines.size(); i++) {  // a line belongs to the list that its first field names
+    rStatus[vLines[i].substr(0, vLines[i].find('='))].push_back(AsObject(vLines[i]));
   }
   std::printf("%s\n", rStatus.dump(2).c_str());
 }

@@ -51,6 +51,10 @@ std::string CircuitLine(int nCic, const Circuit& rCircuit) {
          " " + Field("out_ch", rCircuit.rInfo.iCallOutCh);
 }
 
+std::string FaultLine(const std::string& strOperation, const Fault& rFault) {
+  return "fail=" + strOperation + " " + Field("times", rFault.iTimes);
+}
+
 }  // namespace
 
 std::vector<std::string> StatusLines() {
@@ -63,6 +67,7 @@ std::vector<std::string> StatusLines() {
   for (const auto& [nCic, rCircuit] : rState.rCircuits) {
     if (rCircuit.iState != S_SPY_STANDBY) vLines.push_back(CircuitLine(nCic, rCircuit));
   }
+  for (const auto& [strOperation, rFault] : rState.rFaults) vLines.push_back(FaultLine(strOperation, rFault));
   return vLines;
 }
 

@@ -7,7 +7,8 @@
 
 namespace simcards {
 
-// First one line about the whole, then one a channel ("ch=..."), then one a circuit that is not idle ("cic=...").
+// First one line about the whole, then one a channel ("ch=..."), then one a circuit that is not idle ("cic=..."), then
+// one an operation whose next calls are to fail ("fail=...").
 std::vector<std::string> StatusLines();
 
 }  // namespace simcards

@@ -4,7 +4,7 @@ from contextlib import contextmanager
 
 import pytest
 
-from bench import RECORDINGS, Row, rows_of
+from bench import RECORDINGS, Row, remoteid_of, rows_of
 from harness import BLOCK_BYTES, order, rows, sql, wait_until
 
 CARDS = """card ATP8 1001 8
@@ -17,12 +17,15 @@ def prepare(_bench):
     (RECORDINGS / "log").mkdir()
 
 
-def refused(operation, times=1):
+def refused(operation, times=1, result=-1):
+    """At least one call of the operation must come, and is refused."""
+
     @contextmanager
     def fault(bench):
-        bench.cards.do(f"fail {operation} {times}")
+        bench.cards.do(f"fail {operation} {times} result {result}")
         try:
             yield
+            assert f"fail={operation} times={times}" not in bench.cards.do("status"), f"{operation} was not called"
         finally:
             bench.cards.do(f"fail {operation} 0")
 
@@ -59,6 +62,15 @@ def incoming(bench):
     bench.end()
     bench.daemon.wait_line("[1] Call stops", mark)
     sql("DELETE FROM CallerIDs WHERE callerid = '0301234567'")
+
+
+def until_the_next_second(bench):
+    """A call that goes on until the state of its line is asked for."""
+    mark = bench.begin()
+    path = bench.file_of(mark)
+    wait_until("the question", lambda: "fail=SsmGetLineVoltage times=3" not in bench.cards.do("status"))
+    bench.end()
+    bench.daemon.finished_call(remoteid_of(path))
 
 
 def at_the_telephone(bench):
@@ -99,15 +111,14 @@ ROWS = [
     ),
     Row(
         "SsmWaitForEventA refused a hundred times",
-        refused("SsmWaitForEventA", "100 result -2"),  # -1 says that there was no event
+        refused("SsmWaitForEventA", 100, -2),  # -1 says that there was no event
         ["Error in SsmWaitForEventA: simulated failure"],
     ),
     Row("SsmClearCallerId refused", refused("SsmClearCallerId", 3), story=incoming),
     Row("SsmGetCallerIdA refused", refused("SsmGetCallerIdA"), story=incoming),
     Row("SsmClearRxDtmfBuf refused", refused("SsmClearRxDtmfBuf", 3), story=incoming),
     Row("SsmClearRxDtmfBuf refused at a station", refused("SsmClearRxDtmfBuf", 3), story=at_the_telephone),
-    Row("SsmGetLineVoltage refused", refused("SsmGetLineVoltage", 3), story=incoming),
-    Row("SsmGetChState refused", refused("SsmGetChState", 3), story=incoming),
+    Row("SsmGetLineVoltage refused", refused("SsmGetLineVoltage", 3), story=until_the_next_second),
     Row("SsmClearR2callToneBuf refused", refused("SsmClearR2callToneBuf", 3), story=incoming),
     Row("SsmStartRecBitFlow refused", refused("SsmStartRecBitFlow"), story=trace),
     Row("SsmRecToFile refused", refused("SsmRecToFile"), story=trace),

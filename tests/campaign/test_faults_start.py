@@ -117,7 +117,13 @@ def no_orders(_bench):
 
 def refused(operation, report=(), **other):
     cards = other.pop("cards", CARD) + f"fail {operation} 1\n"
-    return Start(f"{operation} refused at the start", cards=cards, report=list(report), **other)
+    story = None if report else was_called
+    return Start(f"{operation} refused at the start", cards=cards, report=list(report), story=story, **other)
+
+
+def was_called(bench):
+    """What was to be refused has been: nothing is left of that order."""
+    assert not [line for line in bench.cards.do("status") if line.startswith("fail=")]
 
 
 ROWS = [

@@ -99,7 +99,7 @@ ROWS = [
     Row("SsmClearRxDtmfBuf refused on a circuit", refused("SsmClearRxDtmfBuf", 2), story=digits),
     Row(
         "SsmWaitForEventA refused a hundred times on a trunk",
-        refused("SsmWaitForEventA", "100 result -2"),  # -1 says that there was no event
+        refused("SsmWaitForEventA", 100, -2),  # -1 says that there was no event
         ["Error in SsmWaitForEventA: simulated failure"],
     ),
 ]

@@ -86,6 +86,7 @@ TEST_F(CardsimTool, StatusAsTextAndAsJson) {
   const Ran rText = Cardsim("status");
   EXPECT_EQ(0, rText.iExit);
   EXPECT_NE(std::string::npos, rText.strOutput.find("\nch=1 board=0 board_ch=1 type=analogue state=1 voltage=8 "));
+  EXPECT_EQ(0, Cardsim("fail SsmRecToFile 2").iExit);
   const Ran rJson = Cardsim("status --json");
   EXPECT_EQ(0, rJson.iExit);
   const nlohmann::json rStatus = nlohmann::json::parse(rJson.strOutput);
@@ -94,6 +95,8 @@ TEST_F(CardsimTool, StatusAsTextAndAsJson) {
   EXPECT_EQ("station", rStatus["ch"][2]["type"]);
   EXPECT_EQ(8, rStatus["ch"][1]["voltage"]);
   EXPECT_EQ(0U, rStatus["cic"].size());
+  EXPECT_EQ(nlohmann::json::parse(R"([{"fail": "SsmRecToFile", "times": 2}])"), rStatus["fail"]);
+  EXPECT_EQ(0, Cardsim("fail SsmRecToFile 0").iExit);
 }
 
 TEST_F(CardsimTool, ScenarioRunsInOrderAndPlaysFilesBesideIt) {

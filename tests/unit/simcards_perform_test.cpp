@@ -222,7 +222,7 @@ TEST_F(SimPerform, FaultsSpeedAndOverruns) {
   EXPECT_NE(std::string::npos, vLines[0].find(" speed=4 ")) << vLines[0];
 }
 
-TEST_F(SimPerform, StatusTellsOfEveryChannelAndTheBusyCircuits) {
+TEST_F(SimPerform, StatusTellsOfChannelsBusyCircuitsAndFailuresToCome) {
   EventsOn();
   EXPECT_EQ("", Do("cic 30 ring in"));
   EXPECT_EQ("", Do("ch 0 offhook"));
@@ -230,8 +230,10 @@ TEST_F(SimPerform, StatusTellsOfEveryChannelAndTheBusyCircuits) {
   std::vector<BYTE> vRing(64);
   EXPECT_EQ(SSM_OK, SsmRecToMem(4, SSM_FORMAT_ALAW, vRing.data(), 64, 0));
   Advance(20);
+  EXPECT_EQ("", Do("fail SsmClearCallerId 3"));
+  EXPECT_EQ(-1, SsmClearCallerId(0));
   EXPECT_EQ("", Do("status"));
-  ASSERT_EQ(1U + 127U + 1U, vLines.size());
+  ASSERT_EQ(1U + 127U + 1U + 1U, vLines.size());
   EXPECT_EQ("boards=4 channels=127 events_on=1 queued=2 overruns=0 speed=0 slipped=0.000", vLines[0]);
   EXPECT_EQ("ch=0 board=0 board_ch=0 type=analogue state=1 voltage=8 recording=0 recorded=0 tracing=0 plays=silence",
             vLines[1]);
@@ -240,6 +242,7 @@ TEST_F(SimPerform, StatusTellsOfEveryChannelAndTheBusyCircuits) {
   EXPECT_EQ("ch=124 board=2 board_ch=119 type=trunk state=0 voltage=0 recording=0 recorded=0 tracing=0 plays=silence",
             vLines[125]);
   EXPECT_EQ("cic=30 state=2 in_ch=65 out_ch=95", vLines[128]);
+  EXPECT_EQ("fail=SsmClearCallerId times=2", vLines[129]);
 }
 
 TEST_F(SimPerform, WaitsEndWhenTheirConditionHolds) {
