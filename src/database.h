@@ -36,7 +36,7 @@ class DatabaseConnection {
   bool Reconnect();
   dbi_result Query(const std::string& strQuery);     // null on failure; the caller frees it
   bool ExecNonQuery(const std::string& strCommand);  // false, and logged, on failure
-  // The id that this connection drew last from a sequence.
+  // The id that this connection drew last from a sequence; 0, and logged, when it cannot be read.
   long long SequenceLast(const std::string& strSequence);
   // The text as an SQL literal, quotes included. Needs a live connection, throws without one: call Reconnect first.
   std::string Quote(const std::string& strText);

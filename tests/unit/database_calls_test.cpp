@@ -58,6 +58,15 @@ TEST_F(CallsTest, AddActiveCallHasIdsOfItsOwn) {
   EXPECT_EQ(pg::Sql("SELECT id,linenr FROM ActiveCalls"), "1|3");
 }
 
+TEST_F(CallsTest, IdThatCannotBeReadIsTold) {
+  (void)pg::Sql("ALTER SEQUENCE activecalls_id_seq RENAME TO away");
+  EXPECT_EQ(rDatabase.AddActiveCall(Row({{"linenr", "3"}})), 0);
+  (void)pg::Sql("ALTER SEQUENCE away RENAME TO activecalls_id_seq");
+  EXPECT_EQ(logsink::TakeTexts(),
+            (Texts{"3 DB error, new row without id: ActiveCalls_id_seq", "5 Added ActiveCalls to database (ID: 0)"}));
+  EXPECT_EQ(pg::Sql("SELECT id,linenr FROM ActiveCalls"), "1|3");
+}
+
 TEST_F(CallsTest, EveryColumnOfTheRowBuilderIsTaken) {
   const StringMap rFull = Row({{"callextra", "a: b\r\n"},
                                {"category", "1"},
