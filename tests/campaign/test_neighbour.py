@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 
-from bench import RECORDINGS, Row, rows_of
+from bench import RECORDINGS, Row, remoteid_of, rows_of
 from harness import order
 
 CARDS = "card ATP8 1001 8"
@@ -85,13 +85,16 @@ def planted(kind, target, suffixes, root=RECORDINGS):
     @contextmanager
     def fault(bench):
         before = treasure()
-        bench.calls_of_line_1 = count_of_last_call(bench)
+        bench.calls_of_line_1 = int(calls_of_line_1(bench)[-1].split("_")[3])
         names = names_to_come(bench, suffixes, root)
         as_nobody(kind, target, names)
-        assert any(os.path.lexists(name) for name in names)
+        made = [name.name for name in names if os.path.lexists(name)]
+        mark = bench.daemon.mark()
         try:
             yield
             assert treasure() == before
+            recorded = calls_of_line_1(bench, mark)
+            assert any(name.startswith(call) for call in recorded for name in made), "no name of his was met"
         finally:
             for name in names:
                 if name.is_dir() and not name.is_symlink():
@@ -102,10 +105,9 @@ def planted(kind, target, suffixes, root=RECORDINGS):
     return fault
 
 
-def count_of_last_call(bench):
+def calls_of_line_1(bench, mark=0):
     text = "[1] Recording to file "
-    last = [line for line in bench.daemon.log_after(0) if line.startswith(text)][-1]
-    return int(Path(last[len(text) :]).name.split(".")[0].split("_")[3])
+    return [remoteid_of(Path(line[len(text) :])) for line in bench.daemon.log_after(mark) if line.startswith(text)]
 
 
 @contextmanager
@@ -114,14 +116,14 @@ def folder_is_a_link(_bench, root=RECORDINGS):
     before = treasure()
     folder = root / datetime.now().strftime("%Y/%m/%d/%H")
     aside = root / "aside"
-    script = f"mv {folder} {aside} && ln -s {TREASURE} {folder}"
-    subprocess.run([*NOBODY, "sh", "-c", script], check=False)
-    was_moved = aside.exists()
+    was_there = folder.exists()  # not when an hour has just begun
+    script = f"ln -s {TREASURE} {folder}"
+    subprocess.run([*NOBODY, "sh", "-c", f"mv {folder} {aside} && {script}" if was_there else script], check=True)
     try:
         yield
         assert treasure() == before
     finally:
-        if was_moved:
+        if was_there:
             subprocess.run(["rm", "-rf", folder], check=True)
             aside.rename(folder)
 
@@ -158,6 +160,7 @@ def planted_for_a_trace(kind, target):
         for name in names:
             name.unlink(missing_ok=True)
         as_nobody(kind, target, names)
+        assert all(os.path.lexists(name) for name in names)
         try:
             yield
             assert treasure() == before

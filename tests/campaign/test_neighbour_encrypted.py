@@ -9,7 +9,7 @@ import pytest
 
 from bench import Row, install_encryption, rows_of
 from test_neighbour import CARDS, NOBODY, SECRET, SHARED, TREASURE, TREASURES
-from test_neighbour import folder_is_a_link, nothing, others_go_on, planted, swapped_in_mid_call
+from test_neighbour import folder_is_a_link, nothing, others_go_on, planted, swapped_in_mid_call, treasure
 from test_neighbour import prepare as prepare_recordings
 
 __all__ = ["CARDS"]
@@ -42,10 +42,12 @@ def kinds(shared):
 @contextmanager
 def root_is_a_link(_bench):
     """The neighbour has put a link in the place of the folder in the memory, which is his."""
+    before = treasure()
     aside = WORK.with_name("aside")
     subprocess.run([*NOBODY, "sh", "-c", f"mv {WORK} {aside} && ln -s {TREASURE} {WORK}"], check=True)
     try:
         yield
+        assert treasure() == before
     finally:
         subprocess.run(["rm", "-rf", WORK], check=True)
         aside.rename(WORK)
