@@ -7,8 +7,7 @@
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
 // A post-call script that does not answer holds neither up: a stop gives its posts up, and a trace goes without them,
-// as they touch no channel. Nor does a client that orders in a loop: at a stop its socket closes after a number of
-// orders, and a trace begins and ends while it goes on.
+// as they touch no channel.
 //
 // A stop and a trace take the same road: both drain the queues, and the first of them in a process shuts the channels
 // down; see fCalledShutDown. What decides is looked at once at the top of a pass, so a stop that arrives in a normal
@@ -50,8 +49,7 @@ struct MainLoop {
   // Never cleared: Shutdown runs once in a process, also when that was for a trace. A second trace, and a stop after a
   // trace, find the channels as normal passes have left them; see StopAfterTraceEndsNoCallAgain.
   bool fCalledShutDown = false;
-  std::optional<StopWatch> rDraining = std::nullopt;     // since the first stopping pass; none in normal passes
-  std::optional<StopWatch> rIdleWorkers = std::nullopt;  // since they first were, behind those passes' Shutdown
+  std::optional<StopWatch> rDraining = std::nullopt;  // since the first stopping pass; none in normal passes
 
   void Run() {
     bool fGoOn = true;
@@ -68,7 +66,6 @@ struct MainLoop {
 
   void NormalPass() {
     rDraining.reset();
-    rIdleWorkers.reset();
     WaitForEvent();
     if (!ShutdownOnce()) PeriodicOnNewSecond();
     (void)rBoot.RunOneAction();
@@ -82,9 +79,7 @@ struct MainLoop {
     (void)ShutdownOnce();
     bool fQueueIsEmpty = WorkersAreDrained();
     if (rBoot.RunOneAction()) fQueueIsEmpty = false;
-    if (!WorkersAreDrained() || !fCalledShutDown) return true;
-    if (!rIdleWorkers) rIdleWorkers.emplace();
-    if (!fQueueIsEmpty && (fAppTerminate || rIdleWorkers->Seconds() < MAX_QUEUE_DRAIN_S)) return true;
+    if (!WorkersAreDrained() || !fCalledShutDown || !fQueueIsEmpty) return true;
     if (!rRecorder.fBitStreamTracing) return false;
     RunBitStreamTrace(rBoot, rRecorder);
     return !fAppTerminate;

@@ -9,12 +9,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "filedir.h"
-#include "ftime.h"
 #include "lock.h"
 #include "logging.h"
 #include "plainfile.h"
@@ -190,15 +188,9 @@ void RunBitStreamTrace(TRecorderBoot& rBoot, CRecorder& rRecorder) {
   OpenSignallingFiles();
   (void)DTRSendRawData2A3(DTR_ALL, acZero, iDrvCh, DTR_CALLBACK_TYPE, DTR_ON, reinterpret_cast<LPBYTE>(DSTCallback));
 
-  const auto IsOver = [&rRecorder] { return fAppTerminate || !rRecorder.fBitStreamTracing; };
-  std::optional<StopWatch> rOver;
-  const auto IsOverForLong = [&] {
-    if (IsOver() && !rOver) rOver.emplace();
-    return rOver && rOver->Seconds() > MAX_QUEUE_DRAIN_S;
-  };
-  while (!IsOver()) {  // the action that ends the trace comes through the queue
+  while (!fAppTerminate && rRecorder.fBitStreamTracing) {  // the action that ends the trace comes through the queue
     (void)usleep(TRACE_POLL_US);
-    while (!IsOverForLong() && rBoot.RunOneAction()) (void)usleep(TRACE_POLL_US);
+    while (rBoot.RunOneAction()) (void)usleep(TRACE_POLL_US);
   }
 
   (void)SsmStopRecBitFlow(iDrvCh);

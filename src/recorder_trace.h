@@ -8,10 +8,6 @@
 class CRecorder;
 class TRecorderBoot;
 
-// So long may the queue hold up a trace's begin, or its end: by then only a client that orders in a loop still fills
-// it.
-constexpr double MAX_QUEUE_DRAIN_S = 10;
-
 // One trace run, entered by the main loop once everything has drained: no card event is taken while it lasts, queued
 // actions go on. Returns when the trace is switched off or the process is to stop.
 void RunBitStreamTrace(TRecorderBoot& rBoot, CRecorder& rRecorder);

@@ -705,37 +705,6 @@ TEST_F(LoopPostTest, StopDuringTheTraceLetsAScriptThatAnswersHearOfAllCalls) {
   EXPECT_EQ(ReadTestFile("/tmp/requests"), "1 2 ");
 }
 
-TEST_F(LoopTraceTest, ClientThatOrdersInALoopHoldsNoTraceUp) {
-  std::function<void()> Order = [&] {  // there is always one more behind it
-    if (fAppTerminate) return;
-    rDiary.Note("order");
-    mainQueue(new LambdaAct(Order));
-  };
-  (void)RunWith([&] {
-    EXPECT_TRUE(AwaitNote("ready"));
-    Trace(/*fOn=*/true);
-    mainQueue(new LambdaAct(Order));
-    EXPECT_TRUE(AwaitNote("finalize"));
-    const auto AwaitOrders = [this] { EXPECT_TRUE(AwaitNote("order", rDiary.Count("order") + 3)); };
-    AwaitOrders();
-    testclocks::rWatchSkipS += 5;
-    AwaitOrders();
-    EXPECT_FALSE(Exists("/recordings/log/dch.log"));
-    testclocks::rWatchSkipS += 5;
-    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
-    AwaitOrders();  // they are served in the trace
-    Trace(/*fOn=*/false);
-    EXPECT_TRUE(AwaitNote("off"));
-    AwaitOrders();
-    testclocks::rWatchSkipS += 5;
-    AwaitOrders();
-    EXPECT_TRUE(TakeLinesOf("5 Stopped").empty());
-    testclocks::rWatchSkipS += 6;
-    Event(E_CHG_RcvDTMF);
-    EXPECT_TRUE(AwaitNote("event 12"));
-  });
-}
-
 TEST_F(LoopTraceTest, TraceSwitchedOffBeforeItBeginsIsNone) {
   Trace(/*fOn=*/true);
   Trace(/*fOn=*/false);
