@@ -23,7 +23,7 @@ print(f"  cases                               {len(cases)}")
 print(f"  met, that is the call came that far {len(met)}")
 if any("whole" in case for case in met):
     print(f"  the call whole all the same         {count(lambda case: case.get('whole'))}")
-    print(f"  not whole, and told                 {count(lambda case: case.get('whole') is False)}")
+    print(f"  not whole, and told                 {count(lambda case: case.get('whole') is False and case['told'])}")
 for name, number in ends.items():
     print(f"  ended by {name:<26} {number}")
 if any("finished" in case for case in met):

@@ -77,6 +77,11 @@ def server_disk_full(_bench):
         FILLER.unlink()
 
 
+def backends():
+    """The server's processes for the daemon."""
+    return rows("SELECT pid FROM pg_stat_activity WHERE datname = 'morvex' AND pid <> pg_backend_pid()")
+
+
 def kill_backend():
     sql("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = 'morvex' AND pid <> pg_backend_pid()")
 
@@ -106,11 +111,13 @@ def in_mid_call(disturb, heal):
         path = bench.file_of(mark)
         remoteid = remoteid_of(path)
         bench.daemon.active_call(1)
+        before = backends()
         disturb()
         bench.wait_blocks(path, 4)
         heal()
         bench.end()
         bench.daemon.finished_call(remoteid)
+        assert backends() != before, "the connection is still the old one"
         bench.check_whole(path)
 
     return story
@@ -151,6 +158,7 @@ def waits_for_lock(tables, seconds):
         with locked(tables, seconds):
             mark = bench.begin()
             began = time.monotonic()
+            wait_until("somebody waits", lambda: rows("SELECT pid FROM pg_locks WHERE NOT granted"))
             bench.daemon.wait_line("Added ActiveCalls to database", mark)
             assert time.monotonic() - began < seconds + 2
         path = bench.file_of(mark)

@@ -121,6 +121,11 @@ def refused(operation, report=(), **other):
     return Start(f"{operation} refused at the start", cards=cards, report=list(report), story=story, **other)
 
 
+def two_tries_failed(bench):
+    tries = [line for line in bench.daemon.log_after(0) if line.startswith("Could not (yet) start: ")]
+    assert tries == ["Could not (yet) start: SsmStartCti: Board 0 is not ready"] * 2
+
+
 def was_called(bench):
     """What was to be refused has been: nothing is left of that order."""
     assert not [line for line in bench.cards.do("status") if line.startswith("fail=")]
@@ -133,7 +138,7 @@ ROWS = [
         settings={"o": {"RecEnc": "mp3"}},
     ),
     Start("database late", fault=late_server, report=[NO_SERVER]),
-    Start("driver ready at the third try", cards="start_failures 2\n" + CARD, story=lambda bench: None),
+    Start("driver ready at the third try", cards="start_failures 2\n" + CARD, story=two_tries_failed),
     refused("SsmGetDllVersion"),
     refused("SsmGetMaxUsableBoard"),
     refused("SsmSetRecVolume"),
