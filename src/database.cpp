@@ -90,7 +90,7 @@ bool DatabaseConnection::ExecNonQuery(const std::string& strCommand) {
 
 long long DatabaseConnection::SequenceLast(const std::string& strSequence) {
   const auto iID = static_cast<long long>(dbi_conn_sequence_last(conn, strSequence.c_str()));
-  // Ids begin at 1, so the row is there and nobody finds it again. The library has no error for it.
+  // Ids begin at 1. The row is there, under an id that its makers do not know; the library has no error for it.
   if (iID == 0) lg(LOG_ERR, "DB error, new row without id: %s", strSequence.c_str());
   return iID;
 }
