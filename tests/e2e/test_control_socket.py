@@ -207,6 +207,13 @@ def test_reconfig_takes_any_parameter(daemon):
     daemon.wait_line("DelOnDmdType: 1", mark)
 
 
+def in_time(message):
+    """The reply to an order that changes nothing when it is repeated. What workers have finished of the calls before
+    may stand in front of it for longer than it waits."""
+    replies = (order(message) for _ in range(10))
+    return next((reply for reply in replies if reply != TIME_OUT), TIME_OUT)
+
+
 @pytest.mark.parametrize(
     "before, reply",
     [("silence {}", OK), (f"silence {NO_CALL}", UNKNOWN_CALL), ("start {}", ""), ("delete {}", OK)],
@@ -215,8 +222,8 @@ def test_reconfig_takes_any_parameter(daemon):
 @pytest.mark.parametrize("parameter", ["", "22", "22|0301234567", "22|0301234567|0", "22|0301234567|1|more"])
 def test_change_local_replies_by_the_command_before(daemon, call, before, reply, parameter):
     order(before.format(call["remoteid"]))
-    assert order("chst 1") == OK  # changes nothing about it
-    assert order("change_local " + parameter) == reply
+    assert in_time("chst 1") == OK  # changes nothing about it
+    assert in_time("change_local " + parameter) == reply
 
 
 @pytest.mark.parametrize(
