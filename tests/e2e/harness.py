@@ -14,15 +14,14 @@ to this one test file. The daemon takes a while to come up, so the tests of a fi
 Waiting is always for a condition, with LIMIT_S as the time after which the test fails.
 """
 
-import fcntl
+import itertools
 import os
-import select
+import re
 import shutil
 import signal
 import socket
 import struct
 import subprocess
-import termios
 import threading
 import time
 from contextlib import contextmanager
@@ -39,6 +38,8 @@ LIMIT_S = 60
 AUDIO_BYTES_PER_S = 8000
 HEADER_BYTES = 56
 BLOCK_BYTES = 2048  # what the card reports at once
+
+PLACE = re.compile(rb"\0(\d+)\0")  # what tells a place in the log; no text that the daemon logs holds a NUL
 
 
 def wait_until(what, condition, limit=LIMIT_S):
@@ -113,9 +114,12 @@ class Daemon:
 
     def __init__(self, cards, settings=None):
         self.lines = []
+        self.numbers = itertools.count()
+        self.places = {}  # by their numbers, those that are not yet taken
         self.changed = threading.Condition()
         self.process = None
         self.reader = None
+        self.ended = None  # whether the log has
         self.install_cards(cards)
         store_settings({"s": {"crec": "1"}})
         store_settings(settings or {})
@@ -140,7 +144,8 @@ class Daemon:
         self.process = subprocess.Popen(
             command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/"
         )
-        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.ended = threading.Event()
+        self.reader = threading.Thread(target=self._read, args=(self.process.stdout, self.ended), daemon=True)
         self.reader.start()
         return self
 
@@ -155,27 +160,42 @@ class Daemon:
         self.wait_line("reactor started")
         wait_until("connection to the control socket", can_connect)
 
-    def _read(self):
-        log = self.process.stdout.fileno()
-        rest = b""
+    def _read(self, log, ended):
+        data = b""
         more = True
         while more:
-            select.select([log], [], [])
-            with self.changed:  # what is no longer in the pipe is among the lines
-                piece = os.read(log, 1 << 16)
-                more = piece != b""
-                *whole, rest = (rest + piece).split(b"\n")
-                if rest and not more:
-                    whole.append(rest)
-                self.lines += [raw.decode("utf-8", "backslashreplace") for raw in whole]
+            piece = os.read(log.fileno(), 1 << 16)
+            more = piece != b""
+            parts = PLACE.split(data + piece)
+            data = b""
+            with self.changed:
+                for text, number in itertools.zip_longest(parts[::2], parts[1::2]):
+                    *whole, data = (data + text).split(b"\n")
+                    self.lines += [raw.decode("utf-8", "backslashreplace") for raw in whole]
+                    if number is not None:
+                        self.places[int(number)] = len(self.lines)
+                if not more:
+                    if data:
+                        self.lines.append(data.decode("utf-8", "backslashreplace"))
+                    ended.set()
                 self.changed.notify_all()
 
-    def _has_all(self):
-        """Whether the lines are all that the daemon has written by now."""
-        if self.reader is None or not self.reader.is_alive():
-            return True
-        unread = fcntl.ioctl(self.process.stdout.fileno(), termios.FIONREAD, bytes(4))
-        return struct.unpack("i", unread) == (0,)
+    def _place(self):
+        """The number of lines that are written by now. It goes through the pipe behind them, as others may follow all the
+        time: there need be no moment at which nothing is left to read."""
+        if self.reader is None:
+            return len(self.lines)
+        number, ended = next(self.numbers), self.ended
+        if not ended.is_set():
+            pipe = os.open(f"/proc/self/fd/{self.process.stdout.fileno()}", os.O_WRONLY)
+            try:
+                os.write(pipe, b"\0%d\0" % number)
+            finally:
+                os.close(pipe)
+        with self.changed:
+            told = self.changed.wait_for(lambda: number in self.places or ended.is_set(), LIMIT_S)
+            assert told, f"the log is not read within {LIMIT_S} s"
+            return self.places.pop(number, len(self.lines))
 
     @property
     def pid(self):
@@ -189,15 +209,11 @@ class Daemon:
 
     def mark(self):
         """The place in the log that a later wait_line or log_after begins at: behind all that is written by now."""
-        with self.changed:
-            self.changed.wait_for(self._has_all, LIMIT_S)
-            return len(self.lines)
+        return self._place()
 
     def log_after(self, mark):
         """What has been written by now."""
-        with self.changed:
-            self.changed.wait_for(self._has_all, LIMIT_S)
-            return self.lines[mark:]
+        return self.lines[mark : self._place()]
 
     def wait_line(self, text, mark=0, limit=LIMIT_S):
         """The first log line after `mark` that begins with `text`."""
