@@ -160,13 +160,24 @@ def test_incoming_call_is_not_kept(daemon, settings):
     check_not_kept(daemon, mark, began(OUTSIDE), "Incoming call: not keeping")
 
 
-def test_number_of_a_call_that_is_not_kept_stays_known(daemon, settings):
-    settings(RecNotInc="1")
-    number = "0305550199"
-    assert rows(f"SELECT id FROM CallerIDs WHERE callerid = '{number}'") == []
+# An empty number is one like any other here.
+@pytest.mark.parametrize(
+    "setting, number, refusal",
+    [
+        ("RecOnDemand", "0305550197", "Store on demand: not keeping"),
+        ("NotRecEmptyNum", "", "Empty remote number: not keeping"),
+        ("RecNotInc", "0305550199", "Incoming call: not keeping"),
+    ],
+)
+def test_number_of_a_call_that_is_not_kept_stays_known(daemon, settings, setting, number, refusal):
+    settings(**{setting: "1"})
+    select = f"SELECT contactid FROM CallerIDs WHERE callerid = '{number}'"
+    sql(f"DELETE FROM CallerIDs WHERE callerid = '{number}'")
     mark = incoming(daemon, number)
-    check_not_kept(daemon, mark, began(number), "Incoming call: not keeping")
-    known = rows(f"SELECT contactid FROM CallerIDs WHERE callerid = '{number}'")
+    daemon.active_call(LINE)
+    assert rows(select) == []  # not before it is refused
+    check_not_kept(daemon, mark, began(number), refusal)
+    known = rows(select)
     assert len(known) == 1
     assert len(rows(f"SELECT id FROM Contacts WHERE id = {known[0]['contactid']}")) == 1
 

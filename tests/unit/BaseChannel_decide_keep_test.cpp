@@ -410,6 +410,34 @@ TEST_F(BaseChannelKeep, CustomIdentityIsTheLocalParty) {
   EXPECT_THAT(Orders(), ElementsAre("StoreOnDemand 62 61"));
 }
 
+TEST_F(BaseChannelKeep, LocalNumberOfACallStaysKnownThoughTheCallWasTooShort) {
+  SetConfig("RecMinDur", "11");
+  (void)rLine.ChangeLocalNum("27");
+  CallerId("099");
+  (void)Talk(10);
+  EXPECT_EQ(rDatabase.rNumbers.count("27"), 1u);  // with the active row
+  OnHook();
+  EXPECT_EQ(rDatabase.rNumbers.count("27"), 1u);
+  EXPECT_EQ(rDatabase.rNumbers.count("099"), 0u);
+}
+
+TEST_F(BaseChannelKeep, LocalNumberTakenInMidCallStaysKnownUnlessTheCallWasTooShort) {
+  SetConfig("RecMinDur", "11");
+  (void)Talk(10);
+  (void)rLine.ChangeLocalNum("27");
+  OnHook();
+  EXPECT_EQ(rDatabase.rNumbers.count("27"), 0u);
+
+  SetConfig("RecMinDur", "10");
+  SetConfig("RecNotOutg", "1");
+  const std::string strFile = Talk(10);
+  (void)rLine.ChangeLocalNum("28");
+  EXPECT_EQ(rDatabase.rNumbers.count("28"), 0u);
+  OnHook();
+  EXPECT_EQ(rDatabase.rNumbers.count("28"), 1u);
+  EXPECT_FALSE(Exists(strFile));
+}
+
 TEST_F(BaseChannelKeep, TooShortRecordingKeepsTheNumbers) {
   SetConfig("RecMinDur", "11");
   CallerId("0301234");
