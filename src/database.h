@@ -115,7 +115,7 @@ class Database : public IDatabase {
   enum EFind { FIND_ROW, FIND_NONE, FIND_FAILED };
   // Hands the first row of a query to Take; leaves rContact alone when there is none.
   EFind Find(const std::string& strSelect, void (*Take)(const DatabaseResult&, Contact&), Contact& rContact);
-  // Inserts a row into Contacts and gives its id; -1, and logged, on failure.
+  // Inserts a row into Contacts and gives its id; -1, and logged, on failure, also when only the id cannot be read.
   long long CreateContact(const std::string& strName);
   std::string SelectCallerID(const std::string& strCallerID);
 

@@ -1,7 +1,9 @@
 // Contacts: finding or creating the rows under which calls are filed. A contact is a person or a line; numbers
 // (CallerIDs) and lines (Lines) point to it. Operations that create look first and insert two rows when nothing is
 // found: the contact, then what points to it. The two commit separately, so a failure of the second leaves a contact
-// that nothing points to, and the result then has iContactID without the other id.
+// that nothing points to, and the result then has iContactID without the other id. A contact whose id cannot be read
+// stays alone too, and the result knows none: a number or line with contact 0 would be found under it for ever, while
+// one that has no row yet gets its contact at the next look-up.
 #include "database.h"
 
 #include <sstream>
@@ -78,7 +80,8 @@ long long Database::CreateContact(const std::string& strName) {
   const std::string strInsert =
       "INSERT INTO Contacts (name,extra,parentcontact) VALUES (" + rSharedConn.Quote(strName) + ",'',0)";
   if (!rSharedConn.ExecNonQuery(strInsert)) return -1;
-  return rSharedConn.SequenceLast("contacts_id_seq");
+  const long long iID = rSharedConn.SequenceLast("contacts_id_seq");
+  return iID != 0 ? iID : -1;
 }
 
 // Lines are not looked at: a contact that only a line holds counts as unused. Ids of -1 match no row.

@@ -145,6 +145,20 @@ TEST_F(ContactsTest, FailedInsertOfTheNumberLeavesTheContact) {
   EXPECT_EQ(pg::Sql("SELECT id,name FROM Contacts"), "1|Anna");
 }
 
+TEST_F(ContactsTest, NumberOfAContactWithoutIdWaitsForTheNextLookUp) {
+  pg::Sql("ALTER SEQUENCE contacts_id_seq RENAME TO away");
+  Contact rContact;
+  EXPECT_EQ(Sent([&] { rContact = rDatabase.GetOrCreateCallerIDContact("21", "", true, "Anna"); }),
+            (Texts{"SELECT id,contactid,islocal from callerids where callerid='21' AND deleted=0",
+                   "INSERT INTO Contacts (name,extra,parentcontact) VALUES ('Anna','',0)",
+                   "SELECT currval('contacts_id_seq')"}));
+  pg::Sql("ALTER SEQUENCE away RENAME TO contacts_id_seq");
+  EXPECT_EQ(Told(rContact), DEFAULT_CONTACT);
+  EXPECT_EQ(pg::TakeLogLines(), Texts{"3 DB error, new row without id: contacts_id_seq"});
+  EXPECT_EQ(Told(rDatabase.GetOrCreateCallerIDContact("21", "", true, "Anna")), "1 2 -1 remote");
+  EXPECT_EQ(pg::Sql("SELECT id,name FROM Contacts ORDER BY id"), "1|Anna\n2|Anna");
+}
+
 // -- lines ------------------------------------------------------------------------------------------------------------
 
 TEST_F(ContactsTest, NewLineMakesContactAndLine) {
@@ -183,6 +197,16 @@ TEST_F(ContactsTest, FailedInsertOfTheLineLeavesTheContact) {
   const pg::RefusingTable rRefusing("Lines");
   EXPECT_EQ(Told(rDatabase.GetOrCreateLineContact(7, 1, "Sales")), "-1 1 -1 remote");
   EXPECT_EQ(pg::TakeLogLines(), Texts{pg::RefusingTableLine("lines")});
+}
+
+TEST_F(ContactsTest, LineOfAContactWithoutIdWaitsForTheNextLookUp) {
+  pg::Sql("ALTER SEQUENCE contacts_id_seq RENAME TO away");
+  EXPECT_EQ(Told(rDatabase.GetOrCreateLineContact(7, 1, "Sales")), DEFAULT_CONTACT);
+  pg::Sql("ALTER SEQUENCE away RENAME TO contacts_id_seq");
+  EXPECT_EQ(pg::TakeLogLines(), Texts{"3 DB error, new row without id: contacts_id_seq"});
+  EXPECT_EQ(pg::Sql("SELECT count(*) FROM Lines"), "0");
+  EXPECT_EQ(Told(rDatabase.GetOrCreateLineContact(7, 1, "")), "-1 2 1 remote");
+  EXPECT_EQ(pg::Sql("SELECT id,name FROM Contacts ORDER BY id"), "1|Sales\n2|");
 }
 
 // -- removal ----------------------------------------------------------------------------------------------------------
