@@ -7,7 +7,7 @@
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
 // A post-call script that does not answer holds neither up: a stop gives its posts up, and a trace goes without them,
-// as they touch no channel.
+// as they touch no channel. Nor does a client that orders in a loop: the reactor leaves time between two orders then.
 //
 // A stop and a trace take the same road: both drain the queues, and the first of them in a process shuts the channels
 // down; see fCalledShutDown. What decides is looked at once at the top of a pass, so a stop that arrives in a normal
@@ -65,6 +65,7 @@ struct MainLoop {
   bool StopWanted() const { return fAppTerminate || rRecorder.fBitStreamTracing; }
 
   void NormalPass() {
+    rRecorder.fDraining = false;
     rDraining.reset();
     WaitForEvent();
     if (!ShutdownOnce()) PeriodicOnNewSecond();
@@ -74,6 +75,7 @@ struct MainLoop {
   // False: leave the loop. Idle workers, then an empty queue, then idle workers again: a worker hands its action to the
   // queue before it counts as idle, so nothing that is still on its way can be missed.
   bool StoppingPass() {
+    rRecorder.fDraining = true;
     if (!rDraining) rDraining.emplace();
     (void)usleep(STOPPING_PAUSE_US);
     (void)ShutdownOnce();

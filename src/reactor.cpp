@@ -17,6 +17,7 @@
 #include <string>
 
 #include "logging.h"
+#include "recorder.h"
 
 CrecReactor* g_prReactor = nullptr;
 
@@ -28,9 +29,11 @@ constexpr int SOCKET_BACKLOG = 5;
 // A client sends its order with the connection. One that stays silent must not close the socket to all others.
 constexpr int CLIENT_PATIENCE_MS = 5000;
 constexpr int CLIENT_STEP_MS = 100;
-// Each order that is served while the process ends holds its end up by a pass of the main loop. A client in a loop must
-// not do so for ever; all others are served until the end.
-constexpr int MAX_ORDERS_AT_STOP = 100;
+// While the main loop drains for a stop or a trace, each order holds that up by a pass. So that a client in a loop does
+// not do so for ever, the loop has time between two orders to find its queue empty: two passes, and what an order
+// takes.
+constexpr int PAUSE_WHILE_DRAINING_MS = 1000;
+constexpr int PAUSE_STEP_MS = 50;
 constexpr useconds_t CLOSE_STEP_US = 10'000;
 
 // -- socket -----------------------------------------------------------------------------------------------------------
@@ -51,9 +54,10 @@ class ServerPipe {
   ServerPipe& operator=(const ServerPipe&) = delete;
 
   bool init(const char* acSocketPath);
-  // Ends the last connection, waits for the next one and for its order. False: the socket is of no use any more.
+  // Waits for a connection and for its order. False: the socket is of no use any more.
   bool waitForMsg();
   void sendReply(const char* acMsg);
+  void hangUp() { CloseFd(hSocketIO); }
 
   std::string strReceived;
 
@@ -96,7 +100,6 @@ bool ServerPipe::init(const char* acSocketPath) {
 }
 
 bool ServerPipe::waitForMsg() {
-  CloseFd(hSocketIO);
   pollfd rListening = {hSocket, POLLIN, 0};
   if (poll(&rListening, 1, -1) < 0) {  // also the way out: close_reactor sends a signal
     LogSocketError("select");
@@ -140,13 +143,20 @@ void CrecReactor::run() {
   ServerPipe rPipe(fClosing);
   const bool fListening = rPipe.init(CREC_SOCKET_PATH);
   if (!fListening) lg(LOG_ERR, "Socket communication error: Failure, could not start listening.");
-  int iOrdersLeft = MAX_ORDERS_AT_STOP;
-  while (fListening && !fClosing && iOrdersLeft > 0 && rPipe.waitForMsg()) {
-    if (fAppTerminate) iOrdersLeft--;
+  while (fListening && !fClosing && rPipe.waitForMsg()) {
     lg(LOG_NOTICE, "Msg received: %s", rPipe.strReceived.c_str());
     if (const char* acReply = ReplyTo(rPipe.strReceived)) rPipe.sendReply(acReply);
+    rPipe.hangUp();
+    PauseWhileDraining();
   }
   lg(LOG_NOTICE, "reactor exit");
+}
+
+void CrecReactor::PauseWhileDraining() const {
+  for (int iPausedMs = 0; iPausedMs < PAUSE_WHILE_DRAINING_MS && prRecorder->fDraining && !fClosing;
+       iPausedMs += PAUSE_STEP_MS) {
+    (void)usleep(PAUSE_STEP_MS * 1000);
+  }
 }
 
 void* CrecReactor::run_it(void* pThis) {

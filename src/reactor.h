@@ -4,7 +4,7 @@
 // Files:     reactor.cpp socket and thread, reactor_orders.cpp ReplyTo, DoWaitOnMain and what the orders do.
 // Threads:   init_, close_reactor: main. run: the reactor thread. performMain, completed of its actions: main.
 // Ownership: g_prReactor is made and deleted by init_ and close_reactor; an action belongs to the queue once queued.
-// Bounds:    once the process is to end a hundred orders are served.
+// Bounds:    while the main loop stops or traces, an order a second is served.
 // Errors:    socket failures are logged; after a failed wait the thread ends and the socket stays silent.
 #pragma once
 
@@ -39,6 +39,9 @@ class CrecReactor {
   std::atomic<bool> fTraceStopWaits{false};
   std::atomic<int> iTraceChNr{0};  // driver channel of the last "bittrace_start"
   CRecorder* prRecorder;
+
+ private:
+  void PauseWhileDraining() const;
 };
 
 extern CrecReactor* g_prReactor;  // null when no reactor runs

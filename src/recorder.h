@@ -4,7 +4,7 @@
 //            recorder_services.cpp what channels and the web side ask for, recorder_status.cpp health of the lines.
 //            What only passes a question on to the boot object stands beside the answer: recorder_settings.cpp,
 //            recorder_boards.cpp, recorder_conditions.cpp.
-// Threads:   main, except fBitStreamTracing (read by the reactor).
+// Threads:   main, except fBitStreamTracing and fDraining (read by the reactor).
 // Ownership: owns the channels; the boot object (recorder_boot.h) outlives it.
 #pragma once
 
@@ -103,6 +103,8 @@ class CRecorder : public ICRecorder {
   std::string strSerial;                // the unit's identifier
   TRecorderBoot* prBoot = nullptr;      // not owned
   std::atomic<bool> fBitStreamTracing{false};
+  // The main loop takes no events: it stops, or traces, and waits for an empty queue to end that or to begin it.
+  std::atomic<bool> fDraining{false};
   int iBitStreamChNr = 0;     // driver channel, the one to trace
   bool fInitializing = true;  // silences NewLineHealth until all channels exist
   time_t lastEventReportTime = 0;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -36,9 +37,10 @@ class Client {
     hSocket = -1;
   }
   bool IsConnected() const { return fConnected; }
-  void Send(const std::string& strText) const {
-    EXPECT_EQ(send(hSocket, strText.data(), strText.size(), MSG_NOSIGNAL), static_cast<ssize_t>(strText.size()));
+  bool TrySend(const std::string& strText) const {
+    return send(hSocket, strText.data(), strText.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(strText.size());
   }
+  void Send(const std::string& strText) const { EXPECT_TRUE(TrySend(strText)) << strerror(errno); }
   // All until the server closes.
   std::string Read() const {
     std::string strAll;

@@ -705,6 +705,37 @@ TEST_F(LoopPostTest, StopDuringTheTraceLetsAScriptThatAnswersHearOfAllCalls) {
   EXPECT_EQ(ReadTestFile("/tmp/requests"), "1 2 ");
 }
 
+// One kind of order is waited for, the other comes as fast as its client can.
+TEST_F(LoopTraceTest, ClientsThatOrderInALoopHoldUpNeitherTraceNorStop) {
+  std::atomic<bool> fOver{false};
+  const auto OrderInALoop = [&fOver](const char* acOrder) {
+    while (!fOver) {
+      const Client rClient;
+      if (rClient.IsConnected() && rClient.TrySend(acOrder)) (void)rClient.Read();
+    }
+  };
+  std::thread rWaiting(OrderInALoop, "chst 1");
+  std::thread rHasty(OrderInALoop, "reconfig");
+  const auto AwaitOrders = [] {
+    for (const char* acOrder : {"5 Msg received: chst 1", "5 Msg received: reconfig"}) {
+      EXPECT_TRUE(Await([acOrder] { return !TakeLinesOf(acOrder).empty(); }));
+    }
+  };
+  (void)RunWith([&] {
+    AwaitOrders();
+    Trace(/*fOn=*/true);
+    EXPECT_TRUE(Await([] { return Exists("/recordings/log/dch.log"); }));
+    AwaitOrders();  // they are served in the trace
+    Trace(/*fOn=*/false);
+    Event(E_CHG_RcvDTMF);
+    EXPECT_TRUE(AwaitNote("event 12"));
+    AwaitOrders();
+  });
+  fOver = true;
+  rWaiting.join();
+  rHasty.join();
+}
+
 TEST_F(LoopTraceTest, TraceSwitchedOffBeforeItBeginsIsNone) {
   Trace(/*fOn=*/true);
   Trace(/*fOn=*/false);

@@ -7,7 +7,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -179,18 +178,6 @@ TEST_F(ReactorTest, SilentClientDoesNotHoldUpTheClose) {
   const StopWatch rWatch;
   close_reactor();
   EXPECT_LT(rWatch.Seconds(), 4.5);  // the client's patience is five
-}
-
-// A client in a loop would hold the end up for ever, as each order costs the main loop a pass.
-TEST_F(ReactorTest, HundredOrdersAreServedOnceTheProcessIsToEnd) {
-  Start();
-  for (int i = 0; i < 5; i++) EXPECT_EQ(AskOnce("before"), "E0: Unknown commmand\n");
-  fAppTerminate = true;
-  for (int i = 0; i < 100; i++) EXPECT_EQ(AskOnce("behind"), "E0: Unknown commmand\n");
-  EXPECT_TRUE(Await([] { return !Client().IsConnected(); }));
-  const Texts astrLines = logsink::TakeTexts();
-  EXPECT_EQ(std::count(astrLines.begin(), astrLines.end(), "5 Msg received: behind"), 100);
-  EXPECT_EQ(astrLines.back(), "5 reactor exit");
 }
 
 TEST_F(ReactorTest, CloseWithoutAReactorDoesNothing) {
