@@ -179,6 +179,11 @@ def tool(name, script):
         os.symlink(real, place)
 
 
+def backends():
+    """The server's processes for the daemon."""
+    return rows("SELECT pid FROM pg_stat_activity WHERE datname = 'morvex' AND pid <> pg_backend_pid()")
+
+
 def install_encryption(_bench):
     """The appliance's encryption, which the machine has not."""
     program = Path("/tmp/morvex_crypt")

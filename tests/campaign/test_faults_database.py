@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from bench import Row, pattern, remoteid_of, rows_of
+from bench import Row, backends, pattern, remoteid_of, rows_of
 from harness import rows, server, sql, wait_until
 
 CARDS = "card ATP8 1001 8"
@@ -75,11 +75,6 @@ def server_disk_full(_bench):
         yield
     finally:
         FILLER.unlink()
-
-
-def backends():
-    """The server's processes for the daemon."""
-    return rows("SELECT pid FROM pg_stat_activity WHERE datname = 'morvex' AND pid <> pg_backend_pid()")
 
 
 def kill_backend():
