@@ -179,9 +179,12 @@ def tool(name, script):
         os.symlink(real, place)
 
 
+DAEMONS = "datname = 'morvex' AND application_name = ''"  # others say who they are: psql does
+
+
 def backends():
     """The server's processes for the daemon."""
-    return rows("SELECT pid FROM pg_stat_activity WHERE datname = 'morvex' AND pid <> pg_backend_pid()")
+    return rows(f"SELECT pid FROM pg_stat_activity WHERE {DAEMONS}")
 
 
 def install_encryption(_bench):
