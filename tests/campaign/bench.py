@@ -187,6 +187,25 @@ def backends():
     return rows(f"SELECT pid FROM pg_stat_activity WHERE {DAEMONS}")
 
 
+def waited_for(table):
+    """How many seconds the daemon has been waiting for a table, as the server tells."""
+    waiting = f"NOT granted AND relation = '{table}'::regclass AND {DAEMONS}"
+    seconds = "coalesce(max(extract(epoch FROM clock_timestamp() - waitstart)), 0)"
+    return rows(f"SELECT {seconds} AS it FROM pg_locks JOIN pg_stat_activity USING (pid) WHERE {waiting}")[0]["it"]
+
+
+@contextmanager
+def locked(table, seconds):
+    """Another client holds a table until the daemon has waited for it so long."""
+    held = f"SELECT 1 FROM pg_locks WHERE granted AND mode = 'AccessExclusiveLock' AND relation = '{table}'::regclass"
+    with subprocess.Popen(["psql", "-Xq"], stdin=subprocess.PIPE, text=True) as client:  # ends with its input
+        client.stdin.write(f"BEGIN; LOCK TABLE {table};\n")
+        client.stdin.flush()
+        wait_until("the lock", lambda: rows(held))
+        yield
+        wait_until(f"a wait of {seconds} s for {table}", lambda: waited_for(table) >= seconds)
+
+
 def install_encryption(_bench):
     """The appliance's encryption, which the machine has not."""
     program = Path("/tmp/morvex_crypt")

@@ -2,13 +2,12 @@
 
 import os
 import signal
-import subprocess
 import time
 from contextlib import contextmanager
 
 import pytest
 
-from bench import Row, rows_of, tool
+from bench import Row, locked, rows_of, tool
 from harness import rows, sql, wait_until
 
 CARDS = """card ATP8 1001 8
@@ -30,27 +29,18 @@ def measured(name, hang):
     return lambda bench: bench.count_bytes(name, CARRIERS, lambda: hang(bench))
 
 
-def call_beside(bench):
-    """A call on another line, which asks the database for everything that a call asks."""
-    mark = bench.begin(OTHER)
-    bench.file_of(mark, OTHER)
-    bench.end(OTHER)
-    bench.daemon.wait_line(f"[{OTHER + 1}] Recording stopped", mark)
+def call_beside(begins=nothing, ends=nothing):
+    """A call on another line, which asks the database for everything that a call asks. It begins and ends in hangs."""
 
+    def story(bench):
+        with begins(bench):
+            mark = bench.begin(OTHER)
+        bench.file_of(mark, OTHER)
+        with ends(bench):
+            bench.end(OTHER)
+        bench.daemon.wait_line(f"[{OTHER + 1}] Recording stopped", mark)
 
-def locked(table, seconds):
-    def hang(bench):
-        statement = f"BEGIN; LOCK TABLE {table}; SELECT pg_sleep({seconds}); COMMIT"
-        client = subprocess.Popen(["psql", "-Xq", "-c", statement], stdout=subprocess.DEVNULL)
-        held = (
-            "SELECT 1 FROM pg_locks WHERE granted AND mode = 'AccessExclusiveLock'"
-            f" AND relation = '{table}'::regclass"
-        )
-        wait_until("the lock", lambda: rows(held))
-        call_beside(bench)
-        assert client.wait() == 0
-
-    return hang
+    return story
 
 
 def backend_stopped(seconds):
@@ -115,9 +105,10 @@ def tool_sleeps(bench):
 SLOW = ["Event handling took: {text} s", "Periodic took: {text} s"]
 
 
-def lock_row(table, seconds, long=False):
+def lock_row(table, seconds, when="begins", long=False):
     name = f"{table} locked for {seconds} s"
-    return Row(name, nothing, may=SLOW, story=measured(name, locked(table, seconds)), long=long)
+    story = measured(name, call_beside(**{when: lambda _bench: locked(table, seconds)}))
+    return Row(name, nothing, may=SLOW, story=story, long=long)
 
 
 def stop_row(seconds, long=False):
@@ -126,10 +117,10 @@ def stop_row(seconds, long=False):
 
 
 ROWS = [
-    Row("nothing hangs", nothing, story=measured("nothing hangs", call_beside)),
+    Row("nothing hangs", nothing, story=measured("nothing hangs", call_beside())),
     lock_row("ActiveCalls", 0.2),
     lock_row("ActiveCalls", 1),
-    lock_row("Calls", 2),
+    lock_row("Calls", 2, when="ends"),
     lock_row("ActiveCalls", 10, long=True),
     stop_row(1),
     stop_row(10, long=True),
