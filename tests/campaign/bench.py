@@ -206,6 +206,13 @@ def locked(table, seconds):
         wait_until(f"a wait of {seconds} s for {table}", lambda: waited_for(table) >= seconds)
 
 
+def lasts(seconds, what, met):
+    """Waits until a hang is met, and lets it last so long; at the end it must still be met."""
+    wait_until(what, met)
+    time.sleep(seconds)  # the length of the hang is what is measured, not waited for
+    assert met(), f"no longer: {what}"
+
+
 def install_encryption(_bench):
     """The appliance's encryption, which the machine has not."""
     program = Path("/tmp/morvex_crypt")
@@ -299,6 +306,10 @@ class Bench:
         except AssertionError:
             assert self.held() == before
             raise
+
+    def waits_in(self, function):
+        """Whether the main thread sleeps in a function of the kernel with this in its name."""
+        return function in Path(f"/proc/{self.daemon.pid}/wchan").read_text()
 
     def memory_kib(self):
         text = Path(f"/proc/{self.daemon.pid}/status").read_text()

@@ -2,12 +2,12 @@
 
 import os
 import signal
-import time
 from contextlib import contextmanager
+from pathlib import Path
 
 import pytest
 
-from bench import Row, locked, rows_of, tool
+from bench import Row, backends, lasts, locked, rows_of, tool
 from harness import rows, sql, wait_until
 
 CARDS = """card ATP8 1001 8
@@ -43,26 +43,24 @@ def call_beside(begins=nothing, ends=nothing):
     return story
 
 
+def is_stopped(pid):
+    return Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[0] == "T"
+
+
 def backend_stopped(seconds):
+    """The daemon waits so long for the answer of a backend that is stopped."""
+
+    @contextmanager
     def hang(bench):
-        backends = rows(
-            "SELECT pid FROM pg_stat_activity WHERE datname = 'morvex' AND pid <> pg_backend_pid()"
-            " AND backend_type = 'client backend'"
-        )
-        assert backends
-        mark = bench.daemon.mark()
-        for row in backends:
-            os.kill(row["pid"], signal.SIGSTOP)
+        [backend] = backends()
+        pid = backend["pid"]
+        os.kill(pid, signal.SIGSTOP)
         try:
-            bench.begin(OTHER)
-            bench.daemon.wait_line(f"[{OTHER + 1}] Call starts", mark)
-            time.sleep(seconds)  # the length of the hang is what is measured, not waited for
+            yield
+            # Nothing but its connection to the server is what the main thread polls.
+            lasts(seconds, "the daemon waits for it", lambda: is_stopped(pid) and bench.waits_in("poll"))
         finally:
-            for row in backends:
-                os.kill(row["pid"], signal.SIGCONT)
-        bench.file_of(mark, OTHER)
-        bench.end(OTHER)
-        bench.daemon.wait_line(f"[{OTHER + 1}] Recording stopped", mark)
+            os.kill(pid, signal.SIGCONT)
 
     return hang
 
@@ -113,7 +111,7 @@ def lock_row(table, seconds, when="begins", long=False):
 
 def stop_row(seconds, long=False):
     name = f"backend stopped for {seconds} s"
-    return Row(name, nothing, may=SLOW, story=measured(name, backend_stopped(seconds)), long=long)
+    return Row(name, nothing, may=SLOW, story=measured(name, call_beside(begins=backend_stopped(seconds))), long=long)
 
 
 ROWS = [
