@@ -1,6 +1,7 @@
 """What hangs while eight lines carry counted audio, and how much of it is lost: figures, and a bound for each."""
 
 import os
+import re
 import signal
 from contextlib import contextmanager
 from pathlib import Path
@@ -16,7 +17,16 @@ card ATP8 1002 8
 SETTINGS = {"o": {"CalcChecksum": "md5"}}
 CARRIERS = range(1, 9)  # channels whose audio is counted
 OTHER = 9  # the channel whose call meets what hangs
-FSYNC = {"fsync": "on", "synchronous_commit": "on", "commit_delay": "10000", "commit_siblings": "0"}
+AT_ONCE = range(OTHER, OTHER + 7)
+COMMIT_MS = 10
+SLOW_COMMITS = {
+    "fsync": "on",
+    "synchronous_commit": "on",
+    "commit_delay": COMMIT_MS * 1000,
+    "commit_siblings": 0,
+    "log_statement": "none",  # else the text of a statement does not stand beside its duration
+    "log_min_duration_statement": 0,
+}
 
 
 @contextmanager
@@ -65,15 +75,27 @@ def backend_stopped(seconds):
     return hang
 
 
+def slow_inserts(log):
+    """How many rows the server took at least COMMIT_MS to insert and commit, by its log."""
+    took = re.findall(r"^LOG:  duration: ([0-9.]+) ms  statement: INSERT INTO (?:Active)?Calls\b", log, re.MULTILINE)
+    return len([ms for ms in took if float(ms) >= COMMIT_MS])
+
+
 @contextmanager
 def slow_commits(_bench):
-    """The server waits for its disk, and 10 ms more, at each commit."""
-    for name, value in FSYNC.items():
+    """The server waits for its disk, and COMMIT_MS more, at each commit."""
+    log = Path(os.environ["PGLOG"])
+    before = len(log.read_text())
+    for name, value in SLOW_COMMITS.items():
         sql(f"ALTER SYSTEM SET {name} = '{value}'")
     sql("SELECT pg_reload_conf()")
-    wait_until("the settings", lambda: rows("SELECT current_setting('commit_delay') AS it")[0]["it"] == "10000")
+    delay = str(COMMIT_MS * 1000)
+    wait_until("the settings", lambda: rows("SELECT current_setting('commit_delay') AS it")[0]["it"] == delay)
     try:
         yield
+        # Each call has a row in ActiveCalls, then one in Calls.
+        inserts = 2 * (len(CARRIERS) + len(AT_ONCE))
+        wait_until(f"{inserts} slow commits", lambda: slow_inserts(log.read_text()[before:]) == inserts)
     finally:
         sql("ALTER SYSTEM RESET ALL")
         sql("SELECT pg_reload_conf()")
@@ -81,11 +103,10 @@ def slow_commits(_bench):
 
 def calls_at_once(bench):
     """Seven calls begin in one moment, and end in one."""
-    others = range(OTHER, OTHER + 7)
-    marks = {channel: bench.begin(channel) for channel in others}
+    marks = {channel: bench.begin(channel) for channel in AT_ONCE}
     for channel, mark in marks.items():
         bench.file_of(mark, channel)
-    for channel in others:
+    for channel in AT_ONCE:
         bench.end(channel)
     for channel, mark in marks.items():
         bench.daemon.wait_line(f"[{channel + 1}] Recording stopped", mark)
