@@ -2,12 +2,11 @@
 
 import socket
 import threading
-import time
 from pathlib import Path
 
 import pytest
 
-from bench import Bench
+from bench import Bench, lasts
 from harness import wait_until
 
 CARDS = """card ATP8 1001 8
@@ -56,11 +55,11 @@ def test_log_daemon_that_hangs_holds_up_all_lines_as_long(service):
 
     def hang():
         log.reads.clear()
-        # More than the socket holds: whether the daemon waits for the log shows in what the cards are left with.
+        # More than the socket holds.
         waiting = int(Path("/proc/sys/net/unix/max_dgram_qlen").read_text()) + 5
         for _ in range(waiting):
             bench.cards.do(f"ch {TALKER} dtmf 1")
-        time.sleep(HANG_S)  # the length of the hang is what is measured, not waited for
+        lasts(HANG_S, "the daemon waits for room in the log's socket", lambda: bench.waits_in("unix_wait_for_peer"))
         log.reads.set()
 
     bench.count_bytes("log unread", CARRIERS, hang)
