@@ -1,6 +1,7 @@
 """A disk of recordings that turns read-only, or hangs, while calls run."""
 
 import os
+import re
 import subprocess
 import sys
 import time
@@ -11,7 +12,7 @@ import pytest
 
 from bench import RECORDINGS, Row, remoteid_of, rows_of
 from harness import HEADER_BYTES, wait_until
-from troubled import HANGS, READ_ONLY
+from troubled import HANGS, HELD, READ_ONLY
 
 CARDS = "card ATP8 1001 8"
 DISK = Path("/tmp/troubled")
@@ -84,11 +85,21 @@ def read_only_to_the_end(bench):
         assert audio_of(path).startswith(audio)
 
 
+def slow_events(bench, mark):
+    """How many seconds events took, where that was long."""
+    return re.findall(r"^Event handling took: ([\d.]+) s$", "\n".join(bench.daemon.log_after(mark)), re.MULTILINE)
+
+
 def hangs_in_mid_call(bench):
-    """All lines wait as long as the disk hangs, and go on behind it. No file loses what it had."""
-    _, path, audio = begun_call(bench)
+    """A write of the daemon hangs with the disk. All lines wait as long, and go on behind it. No file loses what it had."""
+    mark, path, audio = begun_call(bench)
+    who = f"{bench.daemon.pid} {path.name}"
     with while_there(HANGS):
-        time.sleep(HANG_S)
+        wait_until("a write hangs", lambda: HELD.exists() and HELD.read_text() == who)
+        time.sleep(HANG_S)  # the length of the hang
+    wait_until("its report", lambda: any(float(one) >= HANG_S for one in slow_events(bench, mark)))
+    [hung, seconds] = HELD.read_text().rsplit(" ", 1)
+    assert hung == who and float(seconds) >= HANG_S
     wait_until("audio again", lambda: path.stat().st_size > HEADER_BYTES + 2 * len(audio))
     bench.end()
     bench.daemon.finished_call(remoteid_of(path))
