@@ -113,6 +113,7 @@ class Control:
         "slow_write_us",
         "sleep_divisor",
     )
+    COUNTS = ("refuse_fork", "refuse_popen", "refuse_threads")
     DEFAULTS = {"threads_left": -1, "sleep_divisor": 1}
 
     def __init__(self):
@@ -138,7 +139,7 @@ class Control:
 
     @contextmanager
     def during(self, **values):
-        """Sets fields for a while, in which the daemon must meet each of them."""
+        """Sets fields for a while, in which the daemon must meet each of them: a count, to its end."""
         before = {name: self.applied(name) for name in values}
         for name, value in values.items():
             self.set(name, value)
@@ -147,8 +148,11 @@ class Control:
         finally:
             for name in values:
                 self.set(name, self.DEFAULTS.get(name, 0))
-        for name in values:
-            assert self.applied(name) > before[name], f"{name} was not met"
+        for name, value in values.items():
+            self.check_met(name, value, self.applied(name) - before[name])
+
+    def check_met(self, name, value, times):
+        assert times == value if name in self.COUNTS else times > 0, f"{name}={value} was met {times} times"
 
 
 # The daemon finds its tools here, so that one of them can be missing or broken.
