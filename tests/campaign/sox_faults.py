@@ -101,8 +101,12 @@ WORK = Path("/dev/shm/morvex")  # clear audio until it is encrypted
 
 @contextmanager
 def nothing_left_in_the_clear(inner, bench):
+    mark = bench.daemon.mark()
+    text = "] Recording to file "
     with inner(bench):
         yield
+        clear = [Path(line.split(text)[1]) for line in bench.daemon.log_after(mark) if text in line]
+        assert clear and all(WORK in path.parents and path.parent.is_dir() for path in clear)
         assert [path for path in WORK.rglob("*") if path.is_file()] == []
 
 
