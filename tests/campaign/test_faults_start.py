@@ -2,6 +2,8 @@
 
 import ctypes
 import os
+import re
+import signal
 import struct
 import subprocess
 import threading
@@ -154,6 +156,14 @@ def two_tries_failed(bench):
     assert tries == ["Could not (yet) start: SsmStartCti: Board 0 is not ready"] * 2
 
 
+def hears_of_children_again(bench):
+    """The command that became the daemon had SIGCHLD ignored, and tells so; the daemon has not."""
+    assert "CHLD       (17): IGNORE" in bench.daemon.log_after(0)
+    status = Path(f"/proc/{bench.daemon.pid}/status").read_text()
+    ignored = int(re.search(r"SigIgn:\s+(\w+)", status)[1], 16)
+    assert not ignored >> (signal.SIGCHLD - 1) & 1
+
+
 def was_called(bench):
     """What was to be refused has been: nothing is left of that order."""
     assert not [line for line in bench.cards.do("status") if line.startswith("fail=")]
@@ -162,8 +172,9 @@ def was_called(bench):
 ROWS = [
     Start(
         "SIGCHLD ignored at the start",
-        before="/usr/bin/env --ignore-signal=CHLD",
+        before="/usr/bin/env --ignore-signal=CHLD /usr/bin/env --list-signal-handling",
         settings={"o": {"RecEnc": "mp3"}},
+        story=hears_of_children_again,
     ),
     Start("database late", fault=late_server, report=[NO_SERVER]),
     Start("driver ready at the third try", cards="start_failures 2\n" + CARD, story=two_tries_failed),
