@@ -168,7 +168,10 @@ void* CrecReactor::run_it(void* pThis) {
 
 void init_reactor(CRecorder* prRecorder) {
   g_prReactor = new CrecReactor(prRecorder);
-  if (pthread_create(&g_prReactor->rThread, nullptr, CrecReactor::run_it, g_prReactor) != 0) g_prReactor->rThread = 0;
+  errno = pthread_create(&g_prReactor->rThread, nullptr, CrecReactor::run_it, g_prReactor);
+  if (errno == 0) return;
+  g_prReactor->rThread = 0;
+  LogSocketError("thread");
 }
 
 void close_reactor() {

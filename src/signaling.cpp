@@ -71,18 +71,35 @@ class ServiceSocket {
 }  // namespace
 
 void SignalObj::init() {
-  fStarted = pthread_create(&rThread, nullptr, &SignalObj::run_it, this) == 0;
+  const MutexLock rLock(rMutex);
+  (void)start();
+}
+
+bool SignalObj::start() {
+  if (!fStarted) fStarted = pthread_create(&rThread, nullptr, &SignalObj::run_it, this) == 0;
+  return fStarted;
+}
+
+bool SignalObj::append(const std::string& strSignal) {
+  const MutexLock rLock(rMutex);
+  if (!start()) return false;
+  rList.push_back(strSignal);
+  return true;
 }
 
 // The message under way is waited for, so closing takes as long as its time-out may.
 void SignalObj::close() {
   fPleaseStop = true;
-  if (fStarted) (void)pthread_join(rThread, nullptr);
+  if (isStarted()) (void)pthread_join(rThread, nullptr);
+}
+
+bool SignalObj::isStarted() {
+  const MutexLock rLock(rMutex);
+  return fStarted;
 }
 
 void SignalObj::schedule(const std::string& strSignal) {
-  const MutexLock rLock(rMutex);
-  rList.push_back(strSignal);
+  if (!append(strSignal)) lg(LOG_ERR, "Error creating thread");
 }
 
 void SignalObj::signal(const std::string& strSignal) {

@@ -190,6 +190,12 @@ ROWS = [
     Start("no thread for one worker", control={"threads_left": 1, "refuse_threads": 1}),
     Start("no thread for both workers", control={"threads_left": 1, "refuse_threads": 2}),
     Start(
+        "no thread for the orders",
+        control={"threads_left": 5, "refuse_threads": 1},  # service, two workers, two of the card library
+        report=["Socket communication error: thread: Resource temporarily unavailable"],
+        story=no_orders,
+    ),
+    Start(
         "control socket's name taken",
         fault=taken_socket,
         report=[

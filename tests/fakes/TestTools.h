@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 
@@ -59,5 +60,14 @@ class NoMoreDescriptors {
 
   rlimit rOld = {};
 };
+
+// Root may have threads beyond any limit, so this is for a process of its own.
+inline void LimitThreads(rlim_t uiMost) {
+  constexpr uid_t NOBODY = 65534;
+  rlimit rLimit{};
+  (void)getrlimit(RLIMIT_NPROC, &rLimit);
+  rLimit.rlim_cur = std::min(uiMost, rLimit.rlim_max);
+  if (setresuid(NOBODY, NOBODY, NOBODY) != 0 || setrlimit(RLIMIT_NPROC, &rLimit) != 0) _exit(2);
+}
 
 }  // namespace testtools

@@ -20,6 +20,7 @@
 using testtools::Await;
 using testtools::AWAIT_MS;
 using testtools::Exists;
+using testtools::LimitThreads;
 
 namespace {
 
@@ -159,15 +160,6 @@ TEST_F(BgActTest, WorkersAndTheirCommandsComeBehindTheLoop) {
   EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
   EXPECT_EQ(rDiary.Notes(), Texts({"10\n", "best-effort: prio 7\n"}));
   EXPECT_EQ(stdSystem("nice"), strOwn);
-}
-
-// Root may have threads beyond any limit, so this is for a process of its own.
-void LimitThreads(rlim_t uiMost) {
-  constexpr uid_t NOBODY = 65534;
-  rlimit rLimit{};
-  (void)getrlimit(RLIMIT_NPROC, &rLimit);
-  rLimit.rlim_cur = std::min(uiMost, rLimit.rlim_max);
-  if (setresuid(NOBODY, NOBODY, NOBODY) != 0 || setrlimit(RLIMIT_NPROC, &rLimit) != 0) _exit(2);
 }
 
 TEST_F(BgActTest, RefusedWorkersAreAskedForAgainAtEachAction) {

@@ -20,6 +20,7 @@
 
 using testtools::Await;
 using testtools::Exists;
+using testtools::LimitThreads;
 using testtools::NoMoreDescriptors;
 
 namespace {
@@ -213,6 +214,17 @@ TEST_F(ReactorFailureTest, SocketThatCannotBeMadeEndsTheThread) {
   }
   close_reactor();  // joins a thread that has ended
   EXPECT_EQ(g_prReactor, nullptr);
+}
+
+TEST_F(ReactorFailureTest, ThreadThatCannotBeHadIsTold) {
+  const auto Run = [this] {
+    LimitThreads(0);
+    init_reactor(&rRecorder);
+    const Texts astrLines = logsink::TakeTexts();
+    close_reactor();
+    _exit(astrLines == Texts({"3 Socket communication error: thread: Resource temporarily unavailable"}) ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ReactorFailureTest, PathThatIsTakenEndsTheThread) {

@@ -33,6 +33,8 @@ extern "C" int connect(int hSocket, const sockaddr* prAddress, socklen_t iBytes)
   return static_cast<int>(syscall(SYS_connect, hSocket, prAddress, iBytes));
 }
 
+using testtools::Await;
+using testtools::LimitThreads;
 using testtools::NoMoreDescriptors;
 
 namespace {
@@ -245,6 +247,25 @@ TEST_F(SignalingTest, MessageWithoutThreadIsOnlyLogged) {
   signal_service("sysinfo");
   EXPECT_EQ(logsink::TakeTexts(), Texts{"5 signal => sysinfo"});
   EXPECT_EQ(prSignalObj, nullptr);
+}
+
+TEST_F(SignalingTest, ThreadThatIsRefusedIsToldAndAskedForAgainAtEachMessage) {
+  const auto Run = [] {
+    LimitThreads(0);
+    init_signaling();
+    signal_service("lost");
+    LimitThreads(RLIM_INFINITY);
+    signal_service("sent");
+    Texts astrLines;
+    const Texts astrExpected = {"5 signal => lost", "3 Error creating thread", "5 signal => sent", "7 Signal: sent",
+                                "3 Error connecting to socket"};
+    const bool fAsExpected = Await([&] {
+      for (const std::string& strLine : logsink::TakeTexts()) astrLines.push_back(strLine);
+      return astrLines == astrExpected;
+    });
+    _exit(fAsExpected ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(SignalingTest, MayBeClosedWithoutStartAndStartedAgain) {
