@@ -45,7 +45,8 @@ void LogSocketError(const char* acWhere) {
 // One listening socket, and one connection at a time on it.
 class ServerPipe {
  public:
-  explicit ServerPipe(const std::atomic<bool>& fClosingToWatch) : fClosing(fClosingToWatch) {}
+  ServerPipe(const std::atomic<bool>& fClosingToWatch, const std::atomic<bool>& fDrainingToWatch)
+      : fClosing(fClosingToWatch), fDraining(fDrainingToWatch) {}
   ~ServerPipe() {
     CloseFd(hSocketIO);
     CloseFd(hSocket);  // the file stays; the next start removes it
@@ -54,10 +55,9 @@ class ServerPipe {
   ServerPipe& operator=(const ServerPipe&) = delete;
 
   bool init(const char* acSocketPath);
-  // Waits for a connection and for its order. False: the socket is of no use any more.
+  // Ends the last connection, waits for the next one and for its order. False: the socket is of no use any more.
   bool waitForMsg();
   void sendReply(const char* acMsg);
-  void hangUp() { CloseFd(hSocketIO); }
 
   std::string strReceived;
 
@@ -67,8 +67,10 @@ class ServerPipe {
     hFd = 0;
   }
   bool HasClientSent() const;
+  void PauseWhileDraining() const;
 
   const std::atomic<bool>& fClosing;
+  const std::atomic<bool>& fDraining;
   int hSocket = 0;    // 0: closed
   int hSocketIO = 0;  // the connection; 0: closed
   sockaddr_un local{};
@@ -100,6 +102,8 @@ bool ServerPipe::init(const char* acSocketPath) {
 }
 
 bool ServerPipe::waitForMsg() {
+  CloseFd(hSocketIO);
+  PauseWhileDraining();
   pollfd rListening = {hSocket, POLLIN, 0};
   if (poll(&rListening, 1, -1) < 0) {  // also the way out: close_reactor sends a signal
     LogSocketError("select");
@@ -128,6 +132,12 @@ bool ServerPipe::HasClientSent() const {
   return false;
 }
 
+void ServerPipe::PauseWhileDraining() const {
+  for (int iPausedMs = 0; iPausedMs < PAUSE_WHILE_DRAINING_MS && fDraining && !fClosing; iPausedMs += PAUSE_STEP_MS) {
+    (void)usleep(PAUSE_STEP_MS * 1000);
+  }
+}
+
 void ServerPipe::sendReply(const char* acMsg) {
   lg(LOG_NOTICE, "reactor reply: %s", acMsg);
   const std::string strLine = std::string(acMsg) + "\n";
@@ -140,23 +150,14 @@ void ServerPipe::sendReply(const char* acMsg) {
 
 void CrecReactor::run() {
   lg(LOG_NOTICE, "reactor started");
-  ServerPipe rPipe(fClosing);
+  ServerPipe rPipe(fClosing, prRecorder->fDraining);
   const bool fListening = rPipe.init(CREC_SOCKET_PATH);
   if (!fListening) lg(LOG_ERR, "Socket communication error: Failure, could not start listening.");
   while (fListening && !fClosing && rPipe.waitForMsg()) {
     lg(LOG_NOTICE, "Msg received: %s", rPipe.strReceived.c_str());
     if (const char* acReply = ReplyTo(rPipe.strReceived)) rPipe.sendReply(acReply);
-    rPipe.hangUp();
-    PauseWhileDraining();
   }
   lg(LOG_NOTICE, "reactor exit");
-}
-
-void CrecReactor::PauseWhileDraining() const {
-  for (int iPausedMs = 0; iPausedMs < PAUSE_WHILE_DRAINING_MS && prRecorder->fDraining && !fClosing;
-       iPausedMs += PAUSE_STEP_MS) {
-    (void)usleep(PAUSE_STEP_MS * 1000);
-  }
 }
 
 void* CrecReactor::run_it(void* pThis) {

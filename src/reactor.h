@@ -39,9 +39,6 @@ class CrecReactor {
   std::atomic<bool> fTraceStopWaits{false};
   std::atomic<int> iTraceChNr{0};  // driver channel of the last "bittrace_start"
   CRecorder* prRecorder;
-
- private:
-  void PauseWhileDraining() const;
 };
 
 extern CrecReactor* g_prReactor;  // null when no reactor runs
