@@ -90,9 +90,13 @@ bool IsReadByPeople(int hFile) {
 }
 
 void PrintLine(MessageText& rText) {
-  if (IsReadByPeople(STDOUT_FILENO)) MaskControls(rText.data(), rText.size());
-  rText.data()[rText.size()] = '\n';  // in the place of the closing NUL
-  WriteWhole(STDOUT_FILENO, rText.data(), rText.size() + 1);
+  size_t iLength = rText.size();
+  if (IsReadByPeople(STDOUT_FILENO)) {
+    if (iLength > 0 && rText.data()[iLength - 1] == '\n') iLength--;  // a message's own end of line is no second one
+    MaskControls(rText.data(), iLength);
+  }
+  rText.data()[iLength] = '\n';  // at the latest in the place of the closing NUL
+  WriteWhole(STDOUT_FILENO, rText.data(), iLength + 1);
 }
 
 std::int64_t NowMs() {

@@ -204,10 +204,13 @@ TEST_F(LoggingTest, DebugModeWritesOneLineAMessageToAFile) {
     const StdoutTo rRedirect(hFile);
     g_DebugMode = 1;
     lg(LOG_NOTICE, "%s", HOSTILE);
+    lg(LOG_NOTICE, "with its own end of line\n");
+    lg(LOG_NOTICE, "\n");
+    lg(LOG_NOTICE, "%s", "");
     lg(LOG_NOTICE, "next");
   }
   close(hFile);
-  EXPECT_EQ(ReadTestFile(LOG_FILE), HARMLESS + std::string("\nnext\n"));
+  EXPECT_EQ(ReadTestFile(LOG_FILE), HARMLESS + std::string("\nwith its own end of line\n\n\nnext\n"));
 }
 
 TEST_F(LoggingTest, ToolThatShowsDisplaysKeepsTheirLinesInAFile) {
