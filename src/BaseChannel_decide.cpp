@@ -1,6 +1,6 @@
 // Which calls are recorded and which recordings are kept.
 // Before a recording the number filter, the weekly schedule and recording on demand decide; they are asked at call
-// start and again with each change of a number (TryStartRecording). After it, when the file is closed, the rules of
+// start and again with each change of a number (TryStartRecording). After it, when the driver has stopped, the rules of
 // keeping run once a part (JudgeRecording): duration, an earlier delete order, store on demand, empty number,
 // direction. The first rule that refuses decides, so their order is part of what users see in the log. Deletion and
 // silencing on demand act in between.
