@@ -68,6 +68,11 @@ class BaseChannel {
   virtual int WriteChState() { return -1; }
 
   // -- orders about the call at hand ----------------------------------------------------------------------------------
+  // Whether an order with this call id is for this line. The empty id means a line without a call: a call that is not
+  // recorded has no id either, but a later number may still allow its recording.
+  bool IsMeantBy(const std::string& strCallId) const {
+    return strDbRemoteId == strCallId && !(strCallId.empty() && fCallBusy);
+  }
   // The remote number as stored: its last digits masked when so configured. Latin-1.
   std::string GetDbRemoteNum() const;
   // The order "change_local": as LocalNumberChanged for a call. One on its way starts with it, without a cut, and takes

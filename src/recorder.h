@@ -111,7 +111,7 @@ class CRecorder : public ICRecorder {
 
  private:
   BaseChannel* ChannelAt(int iDrvCh);                   // null for an index out of range
-  BaseChannel* FindCall(const std::string& strCallId);  // first channel whose call has this id, or null
+  BaseChannel* FindCall(const std::string& strCallId);  // first channel that the id means, or null
   void LoadDtmfCodes();
   void LoadSwitches();
   void ChooseRecordingRoot();

@@ -152,7 +152,7 @@ void CRecorder::ChannelDigit(int iBaseCh, char ch) {
 BaseChannel* CRecorder::FindCall(const std::string& strCallId) {
   assert(OnMainThread());
   for (BaseChannel* prChannel : vChannels) {
-    if (prChannel->strDbRemoteId == strCallId) return prChannel;
+    if (prChannel->IsMeantBy(strCallId)) return prChannel;
   }
   return nullptr;
 }

@@ -321,6 +321,36 @@ TEST_F(ServicesTest, FirstChannelWithTheIdTakesTheOrderAlsoForTheEmptyId) {
   EXPECT_FALSE(Ch(1).fSilencing);  // there is nothing to silence
 }
 
+TEST_F(ServicesTest, EmptyIdMeansNoLineInACallThatIsNotRecorded) {
+  rRecorder.fSilenceOnDemand = true;
+  rRecorder.iDelOnDmdType = 1;  // all calls
+  for (const bool isAnyFree : {true, false}) {
+    const int iExpected = isAnyFree ? ACT_DONE : ACT_UNKNOWN_CALL;
+    rRecorder.iNumberFilterType = 1;  // only listed numbers
+    rRecorder.astrNumberFilters = {"0301234"};
+    for (const std::size_t i : {0U, 1U, 2U}) {
+      Ch(i).fRecOnDmd = true;
+      if (i == 2 && isAnyFree) continue;
+      Ch(i).fInCall_ChState = true;
+      Ch(i).InCallMaybeChanged();
+      EXPECT_EQ(Ch(i).strDbRemoteId, "");  // refused, as the number is still to come
+    }
+    EXPECT_EQ(rRecorder.DelOnDmdAct(""), iExpected);
+    EXPECT_EQ(rRecorder.RecOnDmdAct("", /*fStart=*/true), iExpected);
+    EXPECT_EQ(rRecorder.SilencingAct("", /*fSound=*/false), iExpected);
+    EXPECT_FALSE(Ch(0).fDontRecord || Ch(1).fDontRecord || Ch(2).fDontRecord);
+    EXPECT_FALSE(Ch(0).fSilencing || Ch(1).fSilencing || Ch(2).fSilencing);
+    (void)logsink::Take();
+    Ch(0).strRemoteNum = "0301234";
+    Ch(0).RemoteNumberChanged();
+    EXPECT_THAT(logsink::TakeTexts(), ElementsAre("5 [1] Remote: 0301234", "5 [1] Recording on demand"));
+    for (const std::size_t i : {0U, 1U, 2U}) {
+      Ch(i).fInCall_ChState = false;
+      Ch(i).InCallMaybeChanged();
+    }
+  }
+}
+
 TEST_F(ServicesTest, DemandReachesTheCall) {
   BeginCall(2, "call");
   Ch(2).fRecOnDmd = true;
