@@ -186,7 +186,7 @@ class BaseChannel {
   int iBoardCh = -1;                 // channel on that board
   int iRecSource = SOURCE_OTHER;     // ECallSource, column "source"
   // Neither link is taken back at the end of a call.
-  int iLinkedCh = -1;  // driver channel mixed into this recording; -1: none
+  int iLinkedCh = -1;  // driver channel mixed into the recordings that start; -1: none
   int iBaseCh = -1;    // driver channel that this one is the linked side of; -1: none
 
   // -- the call -------------------------------------------------------------------------------------------------------
@@ -295,6 +295,9 @@ class BaseChannel {
   const AudioLaw* prLaw = &LAW_A;  // of this recording
   bool fSilencing = false;         // set by TrySetSilencing
   bool fDoStereo = false;
+  // Driver channel mixed into this recording; -1: none. It stays when the card names another partner, or none, in
+  // mid-call: a side that has not started with the recording would hold back the audio of the other.
+  int iMixedCh = -1;
   int iBaseRecCh = -1;    // driver channel whose recording this one feeds now; -1: none
   int iRecordOffset = 0;  // read position in acRecordBuf; a new recording sets it back
   int iRecordBufSize = 0;

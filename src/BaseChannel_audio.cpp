@@ -160,7 +160,7 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
   if (fSilencing) memset(buf, prLaw->ucSilence, static_cast<std::size_t>(len));
   if (iBaseRecCh != -1) {
     prRecorder->MixAudio(iBaseRecCh, buf, len);
-  } else if (iLinkedCh != -1) {
+  } else if (iMixedCh != -1) {
     MixAdd(buf, len, MIX_OWN);
   } else {
     WriteBuf(buf, len);

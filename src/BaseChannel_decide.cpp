@@ -84,6 +84,7 @@ void BaseChannel::TryStartRecording() {
 
 void BaseChannel::StartRecording() {
   fRecording = true;
+  iMixedCh = iLinkedCh;
   lg(LOG_NOTICE, "[%d] Starting recording", iChannel);
   BasicRecordingPreparation();
   iEncoding = prRecorder->eRecEnc == RECENC_G711U ? ENCODING_ULAW : ENCODING_ALAW;
@@ -92,7 +93,7 @@ void BaseChannel::StartRecording() {
   OpenAudioFile();
   iRecordOffset = 0;
   if (!StartDriver()) return;  // the call goes on as a recording without audio, and its file is judged at the stop
-  if (iLinkedCh != -1) prRecorder->MixIn(iChIx, iLinkedCh);
+  if (iMixedCh != -1) prRecorder->MixIn(iChIx, iMixedCh);
   lg(LOG_NOTICE, "[%d] Recording to file %s", iChannel, strFullFilename.c_str());
 }
 
@@ -119,7 +120,7 @@ struct BaseChannel::Verdict {
 void BaseChannel::StopRecording(bool& fClearInfo) {
   if (!fRecording) return;
   fRecording = false;
-  if (iLinkedCh != -1) prRecorder->StopMixIn(iLinkedCh);
+  if (iMixedCh != -1) prRecorder->StopMixIn(iMixedCh);
   if (!StopDriver()) {
     ClearInfo();  // no decision: the card may still be writing, so the file stays; the row goes in FinalizeRecording
     return;

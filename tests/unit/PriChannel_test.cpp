@@ -646,6 +646,45 @@ TEST_F(PriChannelAudio, AudioWithoutItsOtherSideIsNotWritten) {
   EXPECT_EQ(Wav(6, 1, Mixed("ABC", "abc", false)), KeptFile());
 }
 
+TEST_F(PriChannelAudio, RecordingKeepsThePartnerThatItBeganWith) {
+  struct Row {
+    const char* acLabel;
+    int iFirst, iThen;  // partners; IN is the circuit itself
+  };
+  const Row rRows[] = {
+      {"none, then one", IN, OUT}, {"one, then none", OUT, IN}, {"one, then one that does not exist", OUT, BAD_CH}};
+  for (const Row& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    MakePair();
+    simcards::SetSpyInfo(CIC, {IN, rRow.iFirst, "0301234", "22", ""});
+    Talk(IN);
+    std::string strOwn;
+    std::string strOther;
+    for (unsigned uiPiece = 1; uiPiece <= 7; uiPiece++) {
+      strOwn += Noise(2048, uiPiece);
+      Hear(IN, Noise(2048, uiPiece));
+      if (rRow.iFirst == OUT) {
+        strOther += Noise(2048, 10 + uiPiece);
+        Hear(OUT, Noise(2048, 10 + uiPiece));
+      }
+      if (uiPiece != 1) continue;
+      simcards::SetSpyInfo(CIC, {IN, rRow.iThen, "0301234", "22", ""});
+      Spy(IN, PRI_TALK, PRI_TALK);
+      (void)Log();
+    }
+    EXPECT_EQ(NOTHING, Log());
+    EXPECT_EQ(NOTHING, Cards());
+    EXPECT_TRUE(Line(IN).LocalNumberChanged("33", "", /*stopstart=*/true));  // the next part has the new one
+    ExpectSame(Wav(6, 1, rRow.iFirst == IN ? strOwn : Mixed(strOwn, strOther, false)), KeptFile());
+    Texts astrCards = {"SsmStopRecToMem(0)", "SsmRecToMem(0,6,4096,0)"};
+    if (rRow.iFirst == OUT) astrCards.insert(astrCards.begin(), "SsmStopRecToMem(1)");
+    if (rRow.iThen == OUT) astrCards.push_back("SsmRecToMem(1,6,4096,0)");
+    EXPECT_EQ(astrCards, Cards());
+    HangUp(IN);
+    ForgetTraces();
+  }
+}
+
 TEST_F(PriChannelAudio, SilencingCoversBothDirections) {
   rRecorder.fSilenceOnDemand = true;
   for (const bool fULaw : {false, true}) {
