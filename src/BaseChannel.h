@@ -153,6 +153,8 @@ class BaseChannel {
   // Tells the remote and the connected number as they stand: log, active row, recording rules. For a kind of line that
   // has written the connected number, or has more to do between a new remote number and telling it.
   void RemoteNumberChanged();
+  // The remote number has been told, as a new one or once more: its age begins.
+  void RemoteNumberTold();
   // Forgets the remote number.
   void RemoteExpired();
   // Forgets it when it is too old for a coming call. Does nothing during a call.
@@ -256,7 +258,8 @@ class BaseChannel {
   // Age reference of the remote number: now while the line rings, so that a number does not age meanwhile.
   time_t GetRemoteNumTime();
   bool IsCallComing();
-  int iWaitTime = 0;  // of this call, by GetWaitTime
+  bool fRemoteNumIsNew = false;  // told since the last call; one that stands from it announces no other
+  int iWaitTime = 0;             // of this call, by GetWaitTime
 
   // -- BaseChannel_decide.cpp -----------------------------------------------------------------------------------------
   // The audio of a part: file, driver, linked channel. A part without file or driver runs on without audio.

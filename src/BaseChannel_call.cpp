@@ -72,8 +72,13 @@ void BaseChannel::CheckRemoteExpired() {
 
 // Its number has come since the last call, and is not too old for it.
 bool BaseChannel::IsCallComing() {
-  const bool isNew = !strRemoteNum.empty() && rRemoteNumTime > rCallStopTime;
+  const bool isNew = !strRemoteNum.empty() && fRemoteNumIsNew;
   return isNew && GetSrTime() - GetRemoteNumTime() < REMOTE_NUM_EXPIRY_S;
+}
+
+void BaseChannel::RemoteNumberTold() {
+  rRemoteNumTime = GetSrTime();
+  fRemoteNumIsNew = true;
 }
 
 // Not told as a change: there is no call whose row or rules it could concern, and an empty number has no age.
@@ -130,6 +135,7 @@ bool BaseChannel::GuessDirection() {
 
 void BaseChannel::WhenCallStops() {
   rCallStopTime = GetSrTime();
+  fRemoteNumIsNew = false;
   FinalizeRecording(/*fClearInfo=*/true);
   strDbRemoteId.clear();  // what is ordered for this call from here on comes too late
   ClearLoudAlarm();       // of a call too short to be forgotten: the alarm has no call to name any more

@@ -55,7 +55,7 @@ void BaseChannel::SetRemoteNum(std::string strNum) {
 
 void BaseChannel::RemoteNumberChanged() {
   DropStaleOrder();  // by the age of the number before
-  rRemoteNumTime = GetSrTime();
+  RemoteNumberTold();
   lg(LOG_NOTICE, "[%d] Remote: %s", iChannel, strRemoteNum.c_str());
   const std::string strDbRemoteNum = GetDbRemoteNum();
   if (iActiveCallID != -1) UpdateActiveNumbers(strDbRemoteNum);

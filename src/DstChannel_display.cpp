@@ -470,7 +470,7 @@ void DST_Channel::AnalyseCID() {
   std::string strShown;
   if (ScanDisplay(acPhoneDisp, ScanRules(), strShown) && strShown == strRemoteNum) {
     lg(LOG_NOTICE, "[%d] Remote number refreshed", iChannel);
-    rRemoteNumTime = GetSrTime();
+    RemoteNumberTold();
   }
 }
 

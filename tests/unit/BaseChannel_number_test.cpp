@@ -289,6 +289,39 @@ TEST_F(BaseChannelNumber, OrderedLocalNumberWantsACallOrOneOnItsWay) {
          OnHook();
        },
        false},
+      {"a number in the second in which the call before ended",
+       [this] {
+         OffHook();
+         OnHook();
+         CallerId("0301234");
+       },
+       true},
+      {"the number of that call once more",
+       [this] {
+         SetConfig("RecMinDur", "10");
+         CallerId("0301234");
+         OffHook();
+         OnHook();
+         CallerId("0301234");
+       },
+       true},
+      {"a number after the clock was set back",
+       [this] {
+         OffHook();
+         OnHook();
+         SetClock(rNow - 3600);
+         CallerId("0301234");
+       },
+       true},
+      {"the number of a call before that",
+       [this] {
+         SetConfig("RecMinDur", "10");
+         CallerId("0301234");
+         OffHook();
+         OnHook();
+         SetClock(rNow - 3600);
+       },
+       false},
   };
   for (const auto& rRow : rRows) {
     SCOPED_TRACE(rRow.acLabel);

@@ -348,6 +348,22 @@ TEST_F(DisplayTest, NameAndNumberAreTakenTogether) {
   EXPECT_EQ("Jansen", Kept("connected"));
 }
 
+TEST_F(DisplayTest, RefreshedNumberOfTheCallBeforeAnnouncesAnother) {
+  AllowRecording();
+  rRecorder.rDatabase.rParts["o"]["RecMinDur"] = "10";
+  Init("NEC");
+  InCallFor(0);
+  Display("\nTALKING TO MEIER");
+  OnHook();  // too soon for the number to be forgotten
+  DMsg(DMSG_RING_ON);
+  ForgetTraces();
+  EXPECT_TRUE(prLine->ChangeLocalOrder("22", "MEIER", /*stopstart=*/false));
+  EXPECT_EQ((Texts{"5 [5] No active call for this channel"}), Log());
+  EXPECT_EQ((Texts{"5 [5] Remote number refreshed"}), Shown("\nTALKING TO MEIER"));
+  EXPECT_TRUE(prLine->ChangeLocalOrder("22", "MEIER", /*stopstart=*/false));
+  EXPECT_EQ((Texts{"5 [5] LocalNumberChanged. Change:  to: 22."}), Log());
+}
+
 TEST_F(DisplayTest, NewNameAloneIsAChangeTooAndTheNumberIsRefreshed) {
   rRecorder.rSpecials = {"Pilot"};
   Init();
