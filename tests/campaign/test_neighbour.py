@@ -9,13 +9,13 @@ import stat
 import subprocess
 import time
 from contextlib import contextmanager
-from datetime import datetime
+from datetime import datetime, timedelta
 from pathlib import Path
 
 import pytest
 
 from bench import RECORDINGS, Row, remoteid_of, rows_of
-from harness import order
+from harness import order, wait_until
 
 CARDS = "card ATP8 1001 8"
 SETTINGS = {"o": {"Monitoring": "1"}}
@@ -122,19 +122,32 @@ def calls_of_line_1(bench, mark=0):
 
 
 @contextmanager
+def made_a_folder(place):
+    """What is a link of the neighbour's into the treasure becomes a folder; the link is put aside."""
+    try:
+        yield
+        wait_until("a folder", lambda: place.is_dir() and not place.is_symlink())
+        aside = [path for path in place.parent.glob("aside_*") if path.is_symlink()]
+        assert [os.readlink(path) for path in aside] == [str(TREASURE)]
+    finally:
+        subprocess.run(["rm", "-rf", place, *place.parent.glob("aside_*")], check=True)
+
+
+@contextmanager
 def folder_is_a_link(_bench, root=RECORDINGS):
     """The folder of the hour is a link into the treasure."""
     before = treasure()
+    wait_until("an hour that lasts", lambda: datetime.now().hour == (datetime.now() + timedelta(seconds=10)).hour)
     folder = root / datetime.now().strftime("%Y/%m/%d/%H")
     aside = root / "aside"
     was_there = folder.exists()  # not when an hour has just begun
     script = f"ln -s {TREASURE} {folder}"
     subprocess.run([*NOBODY, "sh", "-c", f"mv {folder} {aside} && {script}" if was_there else script], check=True)
     try:
-        yield
+        with made_a_folder(folder):
+            yield
         assert treasure() == before
     finally:
-        subprocess.run(["rm", "-rf", folder], check=True)
         if was_there:
             aside.rename(folder)
 

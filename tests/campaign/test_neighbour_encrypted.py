@@ -9,7 +9,8 @@ import pytest
 
 from bench import Row, install_encryption, rows_of
 from test_neighbour import CARDS, NOBODY, SECRET, SHARED, TREASURE, TREASURES
-from test_neighbour import folder_is_a_link, nothing, others_go_on, planted, swapped_in_mid_call, treasure
+from test_neighbour import folder_is_a_link, made_a_folder, planted, treasure
+from test_neighbour import nothing, others_go_on, swapped_in_mid_call
 from test_neighbour import prepare as prepare_recordings
 
 __all__ = ["CARDS"]
@@ -46,10 +47,10 @@ def root_is_a_link(_bench):
     aside = WORK.with_name("aside")
     subprocess.run([*NOBODY, "sh", "-c", f"mv {WORK} {aside} && ln -s {TREASURE} {WORK}"], check=True)
     try:
-        yield
+        with made_a_folder(WORK):
+            yield
         assert treasure() == before
     finally:
-        subprocess.run(["rm", "-rf", WORK], check=True)
         aside.rename(WORK)
 
 
