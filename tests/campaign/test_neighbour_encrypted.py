@@ -10,7 +10,7 @@ import pytest
 from bench import Row, install_encryption, rows_of
 from test_neighbour import CARDS, NOBODY, SECRET, SHARED, TREASURE, TREASURES
 from test_neighbour import folder_is_a_link, made_a_folder, planted, treasure
-from test_neighbour import nothing, others_go_on, swapped_in_mid_call
+from test_neighbour import nothing, others_go_on, swapped_source_goes
 from test_neighbour import prepare as prepare_recordings
 
 __all__ = ["CARDS"]
@@ -59,7 +59,8 @@ def until_finished(bench):
     bench.settle()
 
 
-REFUSED = ["C-api error at {text}: {text}", "Recording lost: {path}"]
+LOST = "Recording lost: {path}"
+REFUSED = ["C-api error at {text}: {text}", LOST]
 ROWS = [
     Row(f"{what} at names in the memory", planted(kind, target, [".wav"], WORK), may=REFUSED, story=until_finished)
     for what, kind, target in kinds(SHARED_IN_MEMORY)
@@ -72,7 +73,7 @@ ROWS += [
     Row("the folder of the hour in the memory is a link", partial(folder_is_a_link, root=WORK), may=REFUSED),
     Row("the folder of the hour in the archive is a link", folder_is_a_link, may=REFUSED),
     Row("the folder in the memory is a link", root_is_a_link, may=REFUSED),
-    Row("a link in the place of a running recording", nothing, may=REFUSED, story=swapped_in_mid_call),
+    Row("a link in the place of a running recording", nothing, [LOST], story=swapped_source_goes),
 ]
 
 

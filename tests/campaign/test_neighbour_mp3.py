@@ -6,12 +6,14 @@ from pathlib import Path
 import pytest
 
 from bench import Row, rows_of, tool
+from harness import wait_until
 from sox_faults import LOST
-from test_neighbour import CARDS, SECRET, TREASURE, nothing, others_go_on, planted, prepare, swapped_in_mid_call
+from test_neighbour import CARDS, SECRET, TREASURE, nothing, others_go_on, planted, prepare, swapped_source_goes
 
 __all__ = ["CARDS", "prepare"]
 SETTINGS = {"o": {"RecEnc": "mp3"}}
 SECURE_DELETE = Path("/var/morvex/conf/opt_secure_delete")
+SHREDDED = Path("/tmp/shredded")
 KINDS = (
     ("links", "link", SECRET),
     ("links to a file to come", "link", TREASURE / "new"),
@@ -46,9 +48,18 @@ def one_call_until_finished(bench):
 def secure_deletion(_bench):
     SECURE_DELETE.touch()
     try:
-        yield
+        with tool("shred", f'echo "$*" >>{SHREDDED}; exec /usr/bin/shred "$@"'):
+            yield
     finally:
         SECURE_DELETE.unlink()
+
+
+def only_sources_are_shredded(bench):
+    """The source of another call is overwritten; the link in the place of one only goes."""
+    swapped_source_goes(bench)
+    source = bench.file_of(bench.one_call(channel=1), channel=1)
+    wait_until("its source overwritten", lambda: SHREDDED.exists() and not source.exists())
+    assert SHREDDED.read_text() == f"-u {source}\n"
 
 
 ROWS = [
@@ -69,8 +80,8 @@ ROWS += [
     for what, kind, target in KINDS
 ]
 ROWS += [
-    Row("a link in the place of a running source", nothing, [LOST], may=REFUSED, story=swapped_in_mid_call),
-    Row("the same with secure deletion", secure_deletion, [LOST], may=REFUSED, story=swapped_in_mid_call),
+    Row("a link in the place of a running source", nothing, [LOST], may=REFUSED, story=swapped_source_goes),
+    Row("the same with secure deletion", secure_deletion, [LOST], may=REFUSED, story=only_sources_are_shredded),
 ]
 
 
