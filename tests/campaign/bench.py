@@ -49,6 +49,8 @@ FIGURES = BUILD / "campaign"
 RECORDINGS = Path("/recordings")
 COPY = Path("/tmp/clean_call.wav")  # the audio of a clean call as it was before its conversion
 ENCRYPTED = 16  # of the flags of a row
+# Whoever started this waits for it, in a function whose name any other kernel tells.
+NAMELESS_KERNEL = Path(f"/proc/{os.getppid()}/wchan").read_text() == "0"
 SLOW_CALLS = 5
 RING_BYTES = 4096
 
@@ -312,8 +314,12 @@ class Bench:
             raise
 
     def waits_in(self, function):
-        """Whether the main thread sleeps in a function of the kernel with this in its name."""
-        return function in Path(f"/proc/{self.daemon.pid}/wchan").read_text()
+        """Whether the main thread sleeps in a function of the kernel with this in its name; sleeps at all where the
+        kernel keeps its names to itself."""
+        process = Path(f"/proc/{self.daemon.pid}")
+        if NAMELESS_KERNEL:
+            return (process / "stat").read_text().rpartition(")")[2].split()[0] == "S"
+        return function in (process / "wchan").read_text()
 
     def memory_kib(self):
         text = Path(f"/proc/{self.daemon.pid}/status").read_text()
