@@ -58,6 +58,7 @@ class AudioConvAct : public ThreadAct {
  private:
   // -- on a worker --
   void Convert();
+  void KeepInPlace();
   // Each true when the final file holds the whole recording.
   bool ConvertToGsm();
   bool ConvertToMp3();

@@ -58,10 +58,14 @@ bool CopyFile(const std::string& strFrom, const std::string& strTo) {
   return ExecFromTo("cp " + escapeShellArg(strFrom) + " " + escapeShellArg(strTo), strFrom, strTo) == 0;
 }
 
-// Makes a finished file outlive a power cut. One that is not there has been told of by whoever could not make it.
+void LogSyncError() {
+  LogCapiError("Sync of recording file");
+}
+
+// Makes what a tool has made outlive a power cut. A file that is not there is told by whoever asked for it.
 bool MakeDurable(const std::string& strPath) {
   if (SyncFile(strPath)) return true;
-  if (errno != ENOENT) LogCapiError("Sync of recording file");
+  if (errno != ENOENT) LogSyncError();
   return false;
 }
 
@@ -106,7 +110,7 @@ void AudioConvAct::Convert() {
   switch (eRecEnc) {
     case RECENC_G711A:
     case RECENC_G711U:
-      if (!prRecorder->fALE) (void)MakeDurable(strFullFilenameFinal);  // the channel wrote it
+      if (!prRecorder->fALE) KeepInPlace();
       break;
     case RECENC_GSM:
       ReplaceSource(ConvertToGsm());
@@ -114,6 +118,17 @@ void AudioConvAct::Convert() {
     case RECENC_MP3:
       ReplaceSource(ConvertToMp3());
       break;
+  }
+}
+
+// The channel wrote the final file. Somebody can have taken it away since; or there never was one, for a reason that
+// the log tells without the name.
+void AudioConvAct::KeepInPlace() {
+  if (SyncFile(strFullFilenameFinal)) return;
+  if (errno == ENOENT) {
+    ReportLoss();
+  } else {
+    LogSyncError();
   }
 }
 

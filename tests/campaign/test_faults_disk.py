@@ -101,6 +101,7 @@ def room_in_mid_call(bench):
 OPEN_FULL = "C-api error at OpenAudioFile: No space left on device"
 WRITE_FULL = "C-api error at Write to recording file: No space left on device"
 HEADER_FULL = "C-api error at Write header of {path}: No space left on device"
+LOST = "Recording lost: {path}"
 ROWS = [
     Row("disk full from the start", full, [WRITE_FULL, HEADER_FULL]),
     Row("disk fills up in mid-call", full_later, [WRITE_FULL], story=fills_in_mid_call),
@@ -110,8 +111,8 @@ ROWS = [
         [WRITE_FULL],
         story=room_in_mid_call,
     ),
-    Row("disk read-only", read_only, ["C-api error at OpenAudioFile: Read-only file system"]),
-    Row("disk without inodes", without_inodes, [OPEN_FULL]),
+    Row("disk read-only", read_only, ["C-api error at OpenAudioFile: Read-only file system", LOST]),
+    Row("disk without inodes", without_inodes, [OPEN_FULL, LOST]),
     Row("disk slow, 100 ms a write", slow, may=["Event handling took: {text} s", "Periodic took: {text} s"]),
 ]
 

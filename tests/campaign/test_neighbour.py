@@ -16,6 +16,7 @@ import pytest
 
 from bench import RECORDINGS, Row, remoteid_of, rows_of
 from harness import order, wait_until
+from sox_faults import LOST
 
 CARDS = "card ATP8 1001 8"
 SETTINGS = {"o": {"Monitoring": "1"}}
@@ -178,6 +179,26 @@ def link_stays(bench):
     swapped_in_mid_call(bench).unlink()
 
 
+def taken_away(whole_folder):
+    """A running recording is renamed, or the folder of its hour is: there is a row, the audio is elsewhere, and told."""
+
+    def story(bench):
+        mark = bench.begin()
+        path = bench.file_of(mark)
+        bench.wait_blocks(path)
+        taken = path.parent if whole_folder else path
+        elsewhere = RECORDINGS / "elsewhere"
+        subprocess.run([*NOBODY, "mv", "-T", taken, elsewhere], check=True)
+        bench.end()
+        bench.daemon.finished_call(remoteid_of(path))
+        bench.wait_report(f"Recording lost: {path}", mark)
+        assert not path.exists()
+        bench.check_whole(elsewhere / path.name if whole_folder else elsewhere)
+        subprocess.run(["rm", "-rf", elsewhere], check=True)
+
+    return story
+
+
 def others_go_on(bench):
     """While line 1 meets the neighbour, line 2 is recorded whole."""
     mark = bench.begin()
@@ -185,6 +206,17 @@ def others_go_on(bench):
     bench.clean_call(channel=1)
     bench.end()
     bench.daemon.wait_line("[1] Call stops", mark)
+
+
+def until_finished(bench):
+    """The neighbour stays until the recordings are filed: he would take them along."""
+    others_go_on(bench)
+    bench.settle()
+
+
+def one_call_until_finished(bench):
+    bench.one_call()
+    bench.settle()
 
 
 def planted_for_a_trace(kind, target):
@@ -228,7 +260,7 @@ UNSYNCED = "C-api error at Sync of recording file: Operation not permitted"  # n
 FULL_FOLDERS = [f"C-api error at Remove {RECORDINGS}/log/{name}: Is a directory" for name in TRACE_FILES]
 COPIES = [".wav.raw", ".wav.info"]
 ROWS = [
-    Row(f"{what} at the names of recordings", planted(kind, target, [".wav"]), may=[REFUSED], story=others_go_on)
+    Row(f"{what} at the names of recordings", planted(kind, target, [".wav"]), may=[REFUSED], story=until_finished)
     for what, kind, target in (
         ("links", "link", SECRET),
         ("links to a file to come", "link", TREASURE / "new"),
@@ -242,8 +274,10 @@ ROWS += [
     for what, kind, target in (("links", "link", SECRET), ("FIFOs", "fifo", "-"), ("folders", "folder", "-"))
 ]
 ROWS += [
-    Row("the folder of the hour is a link", folder_is_a_link, may=[REFUSED]),
+    Row("the folder of the hour is a link", folder_is_a_link, may=[REFUSED], story=one_call_until_finished),
     Row("a link in the place of a running recording", nothing, [UNSYNCED], story=link_stays),
+    Row("running recording renamed away", nothing, [LOST], story=taken_away(whole_folder=False)),
+    Row("folder of a running recording renamed away", nothing, [LOST], story=taken_away(whole_folder=True)),
 ]
 ROWS += [
     Row(f"{what} at the names of a trace", planted_for_a_trace(kind, target), report, story=trace)

@@ -10,7 +10,7 @@ import pytest
 from bench import Row, install_encryption, rows_of
 from test_neighbour import CARDS, NOBODY, SECRET, SHARED, TREASURE, TREASURES
 from test_neighbour import folder_is_a_link, made_a_folder, planted, treasure
-from test_neighbour import nothing, others_go_on, swapped_source_goes
+from test_neighbour import nothing, swapped_source_goes, until_finished
 from test_neighbour import prepare as prepare_recordings
 
 __all__ = ["CARDS"]
@@ -52,11 +52,6 @@ def root_is_a_link(_bench):
         assert treasure() == before
     finally:
         aside.rename(WORK)
-
-
-def until_finished(bench):
-    others_go_on(bench)
-    bench.settle()
 
 
 LOST = "Recording lost: {path}"

@@ -8,7 +8,8 @@ import pytest
 from bench import Row, rows_of, tool
 from harness import wait_until
 from sox_faults import LOST
-from test_neighbour import CARDS, SECRET, TREASURE, nothing, others_go_on, planted, prepare, swapped_source_goes
+from test_neighbour import CARDS, SECRET, TREASURE, nothing, one_call_until_finished, planted, prepare
+from test_neighbour import swapped_source_goes, until_finished
 
 __all__ = ["CARDS", "prepare"]
 SETTINGS = {"o": {"RecEnc": "mp3"}}
@@ -23,11 +24,6 @@ KINDS = (
 REFUSED = ["C-api error at {text}: {text}", "Conversion to MP3 failed, fn: {path}"]
 
 
-def until_finished(bench):
-    others_go_on(bench)
-    bench.settle()
-
-
 def planted_for_a_failure(kind, target):
     """The names of the fallback, which is asked for since sox fails."""
 
@@ -37,11 +33,6 @@ def planted_for_a_failure(kind, target):
             yield
 
     return fault
-
-
-def one_call_until_finished(bench):
-    bench.one_call()
-    bench.settle()
 
 
 @contextmanager

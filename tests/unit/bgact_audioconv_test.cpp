@@ -475,6 +475,37 @@ TEST_F(LastCopyTest, ClearAudioIsNotRescuedWhereThereIsEncryption) {
   EXPECT_EQ(std::count(astrErrors.begin(), astrErrors.end(), "Recording lost: /recordings/call.wav"), 1);
 }
 
+TEST_F(LastCopyTest, PlainRecordingThatWasTakenAwayIsToldAsLost) {
+  const AudioConvAct rFresh = rAct;
+  for (const ERecEncodings eRecEnc : {RECENC_G711A, RECENC_G711U}) {
+    for (const char* acTaken : {"/recordings/day/call.wav", "/recordings/day"}) {
+      SCOPED_TRACE(acTaken);
+      (void)MadeBy("mkdir -p /recordings/day");
+      rAct = rFresh;
+      UseNames(eRecEnc, "/recordings/day/call.wav");
+      RecordText("audio");
+      ASSERT_EQ(rename(acTaken, "/recordings/elsewhere"), 0);
+      rAct.performThread();
+      EXPECT_EQ(logsink::TakeTexts(), Texts({"3 Recording lost: /recordings/day/call.wav"}));
+      EXPECT_EQ(RowOfCall()["filename"], "call.wav");
+      (void)MadeBy("rm -rf /recordings/*");
+    }
+  }
+}
+
+// The folder goes while the file is waited for.
+TEST_F(LastCopyTest, PlainRecordingWhoseFolderGoesMeanwhileIsToldAsLost) {
+  (void)MadeBy("mkdir -p /recordings/day");
+  UseNames(RECENC_G711A, "/recordings/day/call.wav");
+  RecordText("audio");
+  disksteps::Refuse = [](const std::string& strStep) {
+    if (strStep == "fsync /recordings/day/call.wav") (void)rename("/recordings/day", "/recordings/elsewhere");
+    return 0;
+  };
+  rAct.performThread();
+  EXPECT_EQ(logsink::TakeTexts(), Texts({"3 Recording lost: /recordings/day/call.wav"}));
+}
+
 // -- power loss -------------------------------------------------------------------------------------------------------
 
 using PowerLossTest = LastCopyTest;
