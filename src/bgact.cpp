@@ -39,6 +39,11 @@ bool RunsAlone(const ThreadAct* prAct) {
   return prAct != nullptr && prAct->runsAlone();
 }
 
+void GiveUp(ThreadAct* prAct, const char* acReason) {
+  prAct->refused(acReason);
+  delete prAct;
+}
+
 }  // namespace
 
 // -- the pool ---------------------------------------------------------------------------------------------------------
@@ -62,6 +67,14 @@ void BgActHandler::close() {
   fPleaseStop = true;
   for (int ix = 0; ix < ATHREAD; ix++) {
     if (fStarted[ix]) (void)pthread_join(rThread[ix], nullptr);
+  }
+  std::list<ThreadAct*> rLeft;
+  {
+    const MutexLock rLock(rMutex);
+    rLeft.swap(rList);
+  }
+  for (ThreadAct* prAct : rLeft) {
+    if (RunsAlone(prAct)) GiveUp(prAct, "the process ends");
   }
 }
 
@@ -112,9 +125,7 @@ void BgActHandler::handleAction(ThreadAct* prAct) {
 }
 
 void BgActHandler::queue(ThreadAct* prAct) {
-  if (append(prAct)) return;
-  prAct->refused();
-  delete prAct;
+  if (!append(prAct)) GiveUp(prAct, "too many wait");
 }
 
 bool BgActHandler::append(ThreadAct* prAct) {
@@ -128,9 +139,11 @@ bool BgActHandler::append(ThreadAct* prAct) {
 }
 
 bool BgActHandler::ready() {
+  const bool fWorker = hasWorker();
   const MutexLock rLock(rMutex);
-  return rList.empty() && std::all_of(std::begin(eWork), std::end(eWork),
-                                      [](const std::atomic<EWork>& eOfWorker) { return eOfWorker == WORK_NONE; });
+  return (rList.empty() || !fWorker) &&
+         std::all_of(std::begin(eWork), std::end(eWork),
+                     [](const std::atomic<EWork>& eOfWorker) { return eOfWorker == WORK_NONE; });
 }
 
 bool BgActHandler::readyButAlone() {
@@ -154,8 +167,9 @@ void close_bgact() {
   theTracker.close();
 }
 
+// What runs alone may take minutes, which the calling thread cannot wait: it waits for a worker itself.
 void queueAction(ThreadAct* prAct) {
-  if (prBgActHandler != nullptr && prBgActHandler->hasWorker()) {
+  if (prBgActHandler != nullptr && (prBgActHandler->hasWorker() || RunsAlone(prAct))) {
     prBgActHandler->queue(prAct);
     return;
   }

@@ -3,7 +3,8 @@
 // part for a worker (performThread) and a part for the main thread (performMain, then completed).
 // Files:     bgact.cpp threads, queue and the short actions, bgact_audioconv.cpp AudioConvAct and calcSum.
 // Threads:   queueAction, isBgQueueReady: any. performThread: a worker. performMain, completed: main.
-//            Before init_bgact an action runs at once on the caller's thread, and completed is not called.
+//            Before init_bgact an action runs at once on the caller's thread, and completed is not called. So it does
+//            while the system refuses any worker; but what runs alone waits for one.
 // Ownership: queueAction takes the action over; the caller keeps no pointer.
 // Locks:     rMutex guards rList and is never held while an action runs.
 // Errors:    none of its own; a failed performThread still reaches performMain.
@@ -92,6 +93,7 @@ class BgActHandler {
  public:
   // Asks the system for the workers that are not there.
   void init();
+  // What is still listed is dropped; what runs alone hears of it.
   void close();
   // While the system has refused a worker, it is asked for it again at each action: one that is left alone may wait for
   // minutes in one action, and all others would wait with it.
@@ -102,7 +104,8 @@ class BgActHandler {
   void handleAction(ThreadAct* prAct);
   void queue(ThreadAct* prAct);
   // No queued and no running action. A worker is busy until the main queue has its action, so this answer and an empty
-  // main queue afterwards mean that no work is left anywhere.
+  // main queue afterwards mean that no work is left anywhere. Where the system refuses any worker, what waits for one
+  // does not count: only actions that run alone do.
   bool ready();
   // The same but for actions that run alone.
   bool readyButAlone();

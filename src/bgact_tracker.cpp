@@ -92,6 +92,6 @@ void CallPostAct::performThread() {
 
 void CallPostAct::performMain() {}
 
-void CallPostAct::refused() {
-  lg(LOG_ERR, "Call Post id=%d given up, too many wait", iCallID);
+void CallPostAct::refused(const char* acReason) {
+  lg(LOG_ERR, "Call Post id=%d given up, %s", iCallID, acReason);
 }

@@ -47,7 +47,7 @@ class CallPostAct : public ThreadAct {
   void performThread() override;
   void performMain() override;
   bool runsAlone() const override { return true; }
-  void refused() override;
+  void refused(const char* acReason) override;
 
   int iCallID = -1;
 };

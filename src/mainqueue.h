@@ -21,9 +21,10 @@ class ThreadAct {
   // actions (AwaitedAct in reactor_orders.cpp), and so that it stays unsaid where nobody can wait: see queueAction.
   virtual void completed() {}
   // True for work that waits for something which may be slow for hours. The workers run one such action at a time, so
-  // that all others go on, and the list holds a limited number: refused is called for one too many, before its end.
+  // that all others go on, and the list holds a limited number. One that will never run has a call of refused, before
+  // its end.
   virtual bool runsAlone() const { return false; }
-  virtual void refused() {}
+  virtual void refused(const char* /*acReason*/) {}
 };
 
 // The queue of one start try; TRecorderBoot (recorder_boot.h) is one.

@@ -40,9 +40,11 @@ class NotingAct : public ThreadAct {
   }
   void completed() override { rDiary.Note(strName + " completed"); }
 
- private:
+ protected:
   Diary& rDiary;
   std::string strName;
+
+ private:
   std::atomic<bool>* prHold;
   std::thread::id rMaker;
 };
@@ -202,9 +204,49 @@ class LonelyAct : public NotingAct {
  public:
   using NotingAct::NotingAct;
   bool runsAlone() const override { return true; }
-  void refused() override { iRefused++; }
-  static inline std::atomic<int> iRefused{0};
+  void refused(const char* acReason) override { rDiary.Note(strName + " refused: " + acReason); }
 };
+
+TEST_F(BgActTest, ActionThatRunsAloneWaitsForARefusedWorkerAndHoldsNobodyUp) {
+  const auto Run = [this] {
+    LimitThreads(0);
+    init_bgact();
+    queueAction(new LonelyAct(rDiary, "slow", &fHold));
+    queueAction(new NotingAct(rDiary, "quick"));
+    const bool fWaits = rDiary.Notes() == Texts({"quick thread here", "quick main here", "quick deleted"});
+    const bool fReady = isBgQueueReady();  // nobody is at it
+    LimitThreads(RLIM_INFINITY);
+    queueAction(new NotingAct(rDiary, "next"));
+    const bool fRuns = Await([this] { return rDiary.Count("slow thread") == 1; }) && !isBgQueueReady();
+    _exit(fWaits && fReady && fRuns ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(BgActTest, WaitForThePoolAsksForAWorkerForWhatWaits) {
+  const auto Run = [this] {
+    LimitThreads(0);
+    init_bgact();
+    queueAction(new LonelyAct(rDiary, "slow"));
+    LimitThreads(RLIM_INFINITY);
+    _exit(!isBgQueueReady() && Await([this] { return rDiary.Count("slow thread") == 1; }) ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(BgActTest, ClosingTellsWhatWaitsForARefusedWorker) {
+  const auto Run = [this] {
+    LimitThreads(0);
+    init_bgact();
+    for (const char* acName : {"1", "2"}) queueAction(new LonelyAct(rDiary, acName));
+    close_bgact();
+    _exit(rDiary.Notes() ==
+                  Texts({"1 refused: the process ends", "1 deleted", "2 refused: the process ends", "2 deleted"})
+              ? 0
+              : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
+}
 
 TEST_F(BgActTest, ActionThatRunsAloneOccupiesOneWorker) {
   init_bgact();
@@ -249,9 +291,9 @@ TEST_F(BgActTest, ActionsThatRunAloneWaitInALimitedNumber) {
   queueAction(new LonelyAct(rDiary, "running", &fHold));
   EXPECT_TRUE(Await([this] { return rDiary.Count("running thread") == 1; }));
   for (int i = 0; i < MAX_ALONE_WAITING; i++) queueAction(new LonelyAct(rDiary, "waiting"));
-  EXPECT_EQ(LonelyAct::iRefused, 0);
+  EXPECT_EQ(rDiary.Count("waiting refused: too many wait"), 0);
   queueAction(new LonelyAct(rDiary, "one too many"));
-  EXPECT_EQ(LonelyAct::iRefused, 1);
+  EXPECT_EQ(rDiary.Count("one too many refused: too many wait"), 1);
   EXPECT_EQ(rDiary.Count("one too many deleted"), 1);
   queueAction(new NotingAct(rDiary, "quick"));
   EXPECT_TRUE(Await([this] { return rDiary.Count("quick thread") == 1; }));

@@ -253,7 +253,7 @@ TEST_F(TrackerStopTest, PostThatComesLateInALongStopIsSent) {
 TEST_F(TrackerTest, RefusedPostIsTold) {
   CallPostAct rAct;
   rAct.iCallID = 8;
-  rAct.refused();
+  rAct.refused("too many wait");
   EXPECT_EQ(logsink::TakeTexts(), Texts({"3 Call Post id=8 given up, too many wait"}));
 }
 
