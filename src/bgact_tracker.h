@@ -21,11 +21,12 @@ class Tracker {
   ~Tracker();
   void init() REQUIRES(rMutex);
   void postCall(int iCallID);
-  // True when a post is under way and has had no answer for ten seconds, all of them since rWait began: the script
-  // counts as broken.
+  // True when a post is under way and has had no good answer for ten seconds, all of them since rWait began: the script
+  // counts as broken. "ERROR" is none: the ten seconds go on over all tries of the post.
   bool isSilent(const StopWatch& rWait);
   // To be called again and again while the process ends, with the first call as its beginning: a script that answers
-  // hears of all calls, however long that takes; a silent one is given up with all posts that wait for it.
+  // each post well within that time hears of all calls, however long that takes; one that is silent, or answers
+  // "ERROR" for as long, is given up with all posts that wait for it.
   void limitStop();
   void close();
 

@@ -181,9 +181,10 @@ class TrackerStopTest : public TrackerTest {
     return Await([&] { return ReadTestFile("/tmp/requests") == Requests(iFirst, iLast); });
   }
   // The script waits before each answer until it may give it.
-  static void UseHeldScript() {
+  static void UseHeldScript(const std::string& strAnswer = "ok") {
     (void)system("rm -f /tmp/answer*");
-    UseScript("while (!file_exists(\"/tmp/answer$n\")) { usleep(10000); clearstatcache(); } echo \"ok\\n\";");
+    UseScript("while (!file_exists(\"/tmp/answer$n\")) { usleep(10000); clearstatcache(); } echo \"" + strAnswer +
+              "\\n\";");
   }
   static void LetAnswer(int iRequest) { WriteTestFile("/tmp/answer" + std::to_string(iRequest), ""); }
 };
@@ -238,6 +239,25 @@ TEST_F(TrackerStopTest, ScriptThatAnswersHearsOfAllCallsHoweverLongThatTakes) {
                                  [](const std::string& strLine) { return strLine.find("5 LineCom answer") == 0; }),
                   astrLines.end());
   EXPECT_EQ(astrLines, astrExpected);
+}
+
+TEST_F(TrackerStopTest, AnswerOfAnErrorIsNoneAndItsTimeGoesOnOverAllTries) {
+  UseHeldScript("ERROR");
+  const StopWatch rWait;
+  const Poster rPoster({1});
+  EXPECT_TRUE(AwaitRequests(1, 1));
+  theTracker.limitStop();
+  rWatchSkipS += 7;
+  theTracker.limitStop();
+  LetAnswer(1);
+  EXPECT_TRUE(Await([] { return ReadTestFile("/tmp/requests") == Requests(1, 1) + Requests(1, 1); }));
+  EXPECT_FALSE(rPoster.HasEnded());
+  rWatchSkipS += 4;
+  EXPECT_TRUE(theTracker.isSilent(rWait));
+  EXPECT_TRUE(rPoster.EndsInTheStop());
+  const Texts astrLines = logsink::TakeTexts();
+  EXPECT_EQ(std::count(astrLines.begin(), astrLines.end(), "3 LineCom program reports ERROR"), 1);
+  EXPECT_EQ(std::count(astrLines.begin(), astrLines.end(), "3 LineCom SendMsg post failed"), 1);
 }
 
 TEST_F(TrackerStopTest, PostThatComesLateInALongStopIsSent) {
