@@ -142,34 +142,42 @@ bool WriteAll(int hFile, const std::string& strText) {
   return true;
 }
 
+// Removes what a refused step leaves; errno goes on telling of that step.
+bool TakeBack(const std::string& strPath) {
+  const int iErrno = errno;
+  (void)unlink(strPath.c_str());
+  errno = iErrno;
+  return false;
+}
+
 // A new file with this text, on disk when true. Whatever else had its name before is gone, but for a folder.
 bool WriteNew(const std::string& strPath, const std::string& strText) {
   (void)unlink(strPath.c_str());  // of a process that ended in between
   const Descriptor rFile(open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE));
   if (!rFile.IsOpen()) return false;
   if (WriteAll(rFile.Get(), strText) && fsync(rFile.Get()) == 0) return true;
-  (void)unlink(strPath.c_str());
-  return false;
+  return TakeBack(strPath);
 }
 
 // The file that a path means when that is a link, which is to stay one; also a file that is not there yet. Empty when
-// the link leads to itself, or past what may be entered.
+// the link leads to itself, or past what may be entered; errno then tells which.
 std::string WithoutLink(const std::string& strPath) {
   std::error_code rError;
   const fs::path rNext = fs::read_symlink(strPath, rError);
   if (rError) return strPath;
   const fs::path rTarget = fs::canonical(strPath, rError);
   if (!rError) return rTarget;
-  if (rError != std::errc::no_such_file_or_directory) return "";
+  if (rError != std::errc::no_such_file_or_directory) {
+    errno = rError.value();
+    return "";
+  }
   return WithoutLink(fs::path(strPath).parent_path() / rNext);
 }
 
-void PutInPlace(const std::string& strNew, const std::string& strPath) {
-  if (rename(strNew.c_str(), strPath.c_str()) != 0) {
-    (void)unlink(strNew.c_str());
-    return;
-  }
+bool PutInPlace(const std::string& strNew, const std::string& strPath) {
+  if (rename(strNew.c_str(), strPath.c_str()) != 0) return TakeBack(strNew);
   (void)SyncNames(strPath);  // when that is refused, a power cut can still bring the old file back, whole
+  return true;
 }
 
 }  // namespace
@@ -199,31 +207,31 @@ std::string IniData::merge(const std::string& strText) const {
 }
 
 // A file that is there and cannot be read is not taken for a missing one: its settings would be lost.
-void IniData::update(const std::string& strPath) const {
+bool IniData::update(const std::string& strPath) const {
   std::string strText;
   switch (ReadWhole(strPath, strText)) {
     case READ_MISSING:
-      overwrite(strPath);
-      return;
+      return overwrite(strPath);
     case READ_FAILED:
-      return;
+      return false;
     case READ_WHOLE:
       break;
   }
   const std::string strTarget = WithoutLink(strPath);
   const std::string strTemp = strTarget + TEMP_SUFFIX;
-  if (!WriteNew(strTemp, merge(strText))) return;
+  if (!WriteNew(strTemp, merge(strText))) return false;
   // The exchange as a command, as people look for it in the log and can do it by hand: the new file's owner and mode
-  // are the result. A copy itself would pass through an empty file.
+  // are the result. A copy itself would pass through an empty file. Like that of any command, the line tells what is
+  // tried.
   lg(LOG_NOTICE, "Command: cp -p %s %s", escapeShellArg(strTemp).c_str(), escapeShellArg(strTarget).c_str());
-  PutInPlace(strTemp, strTarget);
+  return PutInPlace(strTemp, strTarget);
 }
 
-void IniData::overwrite(const std::string& strPath) const {
+bool IniData::overwrite(const std::string& strPath) const {
   const std::string strTarget = WithoutLink(strPath);
-  if (strTarget.empty()) return;
+  if (strTarget.empty()) return false;
   const std::string strTemp = strTarget + TEMP_SUFFIX;
-  if (WriteNew(strTemp, dump())) PutInPlace(strTemp, strTarget);
+  return WriteNew(strTemp, dump()) && PutInPlace(strTemp, strTarget);
 }
 
 std::string IniData::dump() const {

@@ -4,7 +4,8 @@
 // Text:      "[section]" lines, "key=value" lines, and lines of neither kind, which are copied. There is no comment
 //            syntax: a comment with a "=" is a key line with a key that nobody sets. No quoting, no continuation.
 // Threads:   main, at start. The name of the temporary file is fixed, so one writer a file.
-// Errors:    none is reported; a file that cannot be opened, read or written stays as it is, whole.
+// Errors:    nothing is logged; a file that cannot be opened, read or written stays as it is, whole. The result is
+//            false then, and errno that of the refused step.
 #pragma once
 
 #include <map>
@@ -23,9 +24,9 @@ class IniData {
   void replaceSection(const std::string& strSection);
   // Merges into the file, by a new file "<file>.tmp" that takes its place and so has an owner and a mode of its own. A
   // missing file gets what overwrite writes, so no defaults. May run again.
-  void update(const std::string& strPath) const;
+  bool update(const std::string& strPath) const;
   // Puts a new file with the forced values alone in the place of whatever file has this name.
-  void overwrite(const std::string& strPath) const;
+  bool overwrite(const std::string& strPath) const;
   // The text that overwrite would write.
   std::string dump() const;
   // The text that update would put in the place of a file with this text; lines are kept byte for byte, in order.

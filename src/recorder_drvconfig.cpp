@@ -190,6 +190,6 @@ void TRecorderBoot::WriteConfig() {
   const int iDtpBlocks = AddBoards(rData, *this, GetDebianVersion());
   AddTrunkTables(rData, iDtpBlocks);
   AddDebugView(rData, TextToLong(GetOSetting("TdmLogApi")) != 0);
-  rData.update(DRIVER_INI_FILE);
+  if (!rData.update(DRIVER_INI_FILE)) LogCapiError(("Update of " + std::string(DRIVER_INI_FILE)).c_str());
   (void)OpenAnew(DRIVER_INDEX_FILE);  // one that cannot be made shows when the driver starts
 }

@@ -340,7 +340,7 @@ TEST_F(IniEditTest, MissingFileGetsTheSetValuesAlone) {
   rIni.setDefault("s", "c", "3");
   rIni.setDefault("u", "d", "4");
   rIni.replaceSection("s");
-  rIni.update("new.ini");
+  EXPECT_TRUE(rIni.update("new.ini"));
   EXPECT_EQ(ReadTestFile("new.ini"), "[s]\na=1\n[t]\nb=2\n");
   EXPECT_EQ(ReadTestFile("new.ini.tmp"), "(no file)");
   EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{});
@@ -370,8 +370,9 @@ TEST_F(IniEditTest, OverwriteWritesWhatDumpTells) {
 TEST_F(IniEditTest, FileThatCannotBeWrittenIsSkipped) {
   IniData rIni;
   rIni.set("s", "a", "1");
-  rIni.overwrite("missing folder/file.ini");
-  rIni.update("missing folder/file.ini");
+  EXPECT_FALSE(rIni.overwrite("missing folder/file.ini"));
+  EXPECT_FALSE(rIni.update("missing folder/file.ini"));
+  EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(ReadTestFile("missing folder/file.ini"), "(no file)");
   EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{});
 }
@@ -432,8 +433,12 @@ TEST_F(IniEditTest, FileThatALinkWaitsForIsMadeAtItsEnd) {
   IniData rIni;
   rIni.set("s", "a", "1");
   for (const char* acName : {"file.ini", "nowhere.ini", "round.ini"}) {
-    rIni.update(acName);
-    rIni.overwrite(acName);
+    const bool fPlace = acName == "file.ini"s;
+    EXPECT_EQ(rIni.update(acName), fPlace) << acName;
+    EXPECT_EQ(rIni.overwrite(acName), fPlace) << acName;
+    if (acName == "round.ini"s) {
+      EXPECT_EQ(errno, ELOOP);
+    }
     struct stat rStat {};
     ASSERT_EQ(lstat(acName, &rStat), 0);
     EXPECT_TRUE(S_ISLNK(rStat.st_mode)) << acName;
@@ -466,16 +471,17 @@ TEST_F(IniEditTest, FullDiskLeavesTheFileWhole) {
   }
   IniData rIni;
   rIni.set("s", "a", "1");
-  rIni.update("disk/file.ini");
+  EXPECT_FALSE(rIni.update("disk/file.ini"));
+  EXPECT_EQ(errno, ENOSPC);
   EXPECT_EQ(ReadTestFile("disk/file.ini"), strTuned);
   EXPECT_EQ(ReadTestFile("disk/file.ini.tmp"), "(no file)");
-  rIni.update("disk/new.ini");
+  EXPECT_FALSE(rIni.update("disk/new.ini"));
   EXPECT_EQ(ReadTestFile("disk/new.ini"), "(no file)");  // a short one would be taken for somebody's
   EXPECT_EQ(logsink::TakeTexts(), std::vector<std::string>{});
 
   ASSERT_EQ(unlink("disk/filler"), 0);
   rFiller.close();
-  rIni.update("disk/file.ini");
+  EXPECT_TRUE(rIni.update("disk/file.ini"));
   EXPECT_EQ(ReadTestFile("disk/file.ini"), strTuned + "a=1\n");
   ASSERT_EQ(umount("disk"), 0);
 }
@@ -496,7 +502,9 @@ TEST_F(IniEditTest, RefusedStepLeavesTheOldFileAndNoTemporary) {
     IniData rIni;
     rIni.set("s", "a", "1");
     strRefused = acStep;
-    rIni.update("file.ini");
+    errno = 0;
+    EXPECT_FALSE(rIni.update("file.ini"));
+    EXPECT_EQ(errno, acStep == "fread"s ? EBADF : EIO);  // as the stand-in fails
     EXPECT_EQ(strRefused, "");
     EXPECT_EQ(ReadTestFile("file.ini"), "[s]\na=0\n");
     EXPECT_EQ(ReadTestFile("file.ini.tmp"), "(no file)");

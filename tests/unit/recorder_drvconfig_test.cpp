@@ -320,6 +320,27 @@ TEST_F(DrvConfigTest, NoWriteIniCountsOnlyAsOne) {
   }
 }
 
+TEST_F(DrvConfigTest, FileWithoutRoomForTheNewOneStaysAndIsTold) {
+  const std::string strTemporary = DRIVER_INI + std::string(".tmp");
+  WriteTestFile(DRIVER_INI, "mine\n");
+  ASSERT_EQ(mkdir(strTemporary.c_str(), 0700), 0);
+  EXPECT_EQ(Written({}), "mine\n");
+  EXPECT_THAT(logsink::TakeTexts(),
+              ElementsAre("3 C-api error at Update of /var/morvex/data/ShConfig.ini: File exists"));
+  ASSERT_EQ(rmdir(strTemporary.c_str()), 0);
+  EXPECT_EQ(ReadTestFile(DRIVER_INDEX), "");  // it is made all the same
+}
+
+TEST_F(DrvConfigTest, FileThatCannotBeExchangedStaysAndIsToldBehindTheCommand) {
+  WriteTestFile(DRIVER_INI, "mine\n");
+  ASSERT_EQ(mount(DRIVER_INI, DRIVER_INI, nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(Written({}), "mine\n");
+  ASSERT_EQ(umount(DRIVER_INI), 0);
+  EXPECT_THAT(logsink::TakeTexts(),
+              ElementsAre("5 Command: cp -p '/var/morvex/data/ShConfig.ini.tmp' '/var/morvex/data/ShConfig.ini'",
+                          "3 C-api error at Update of /var/morvex/data/ShConfig.ini: Device or resource busy"));
+}
+
 TEST_F(DrvConfigTest, IndexThatExistsIsEmptied) {
   WriteTestFile(DRIVER_INDEX, "[old]\n");
   (void)Written({});
