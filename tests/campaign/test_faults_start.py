@@ -217,7 +217,10 @@ ROWS = [
     Start(
         "no room for the driver's configuration",
         fault=full_data_disk,
-        report=["Error in SsmStartCti: SsmStartCti: [SystemConfig] lacks TotalBoards"],  # the one that is there
+        report=[
+            "C-api error at Update of /var/morvex/data/ShConfig.ini: No space left on device",
+            "Error in SsmStartCti: SsmStartCti: [SystemConfig] lacks TotalBoards",  # the one that is there
+        ],
         records=False,
         exit_status=1,
         long=True,  # it is tried for 20 seconds
