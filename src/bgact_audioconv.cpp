@@ -201,7 +201,8 @@ bool AudioConvAct::ConvertToGsm() {
 }
 
 // After a failure only the final name changes. The archive name keeps its ".mp3": the encrypted file goes there under
-// that name, and without encryption no checksum is found; see Mp3FallbackKeepsTheArchiveName.
+// that name, and without encryption no checksum is found; see Mp3FallbackKeepsTheArchiveName. The side files keep
+// theirs too and stay, also where the live copy is clear audio of what is encrypted.
 bool AudioConvAct::ConvertToMp3() {
   const std::string bitrate = fStereo ? MP3_KBIT_STEREO : MP3_KBIT_MONO;
   const std::string strCommand = "sox " + escapeShellArg(strFullFilename) + " -C " + escapeShellArg(bitrate) + ".4 " +
