@@ -266,14 +266,15 @@ int spawn_me() {
   if (iPid > 0) return 0;
   if (setsid() < 0) return 1;
   if (chdir("/") != 0) return 1;
-  if (FILE* hPidFile = fopen(PID_FILE, "w")) {  // without it the daemon runs all the same
+  if (FILE* hPidFile = fopen(PID_FILE, "we")) {  // without it the daemon runs all the same
     (void)fprintf(hPidFile, "%d\n", getpid());
     (void)fclose(hPidFile);
   }
   for (int iFd = 0; iFd <= 2; iFd++) (void)close(iFd);
-  (void)open("/dev/null", O_RDWR);  // takes 0, the two copies take 1 and 2
+  // Takes 0, and the two copies take 1 and 2: for the children too.
+  (void)open("/dev/null", O_RDWR);  // NOLINT(android-cloexec-open)
   for (int iCopy = 1; iCopy <= 2; iCopy++) {
-    if (dup(0) < 0) break;
+    if (dup(0) < 0) break;  // NOLINT(android-cloexec-dup)
   }
   return -1;
 }
