@@ -57,7 +57,7 @@ constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
 constexpr const char* LOG_SOCKET = "/dev/log";
 [[maybe_unused]] constexpr std::size_t BLOCK_BYTES =
     2000;  // more than the caches of a thread take, so that its arena is locked
-constexpr int HANG_MS = 60'000;
+constexpr int HANG_MS = 20'000;
 const std::string strErrorPrio = "<" + std::to_string(LOG_USER | LOG_ERR) + ">";
 
 class LogSocket {
