@@ -7,12 +7,14 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <string>
 
 #include "flood.h"
@@ -30,9 +32,10 @@ namespace {
 constexpr const char* ERROR_FILE = "/var/morvex/data/err_crec.dat";
 Mutex rErrorFileMutex;  // keeps the messages of lg apart; the crash handler, which could hold it, asks for none
 Mutex rLimitMutex;
-// Apart, as the texts of some warnings are made by a telephone system: its many kinds must not take the errors' places.
-FloodLimit rErrorLimit GUARDED_BY(rLimitMutex);
-FloodLimit rWarningLimit GUARDED_BY(rLimitMutex);
+// Apart, as the texts of some warnings are made by a telephone system, and those of orders by anyone: their many kinds
+// must not take the errors' places.
+enum ELimit { LIMIT_ERRORS, LIMIT_WARNINGS, LIMIT_OFTEN, LIMITS };
+FloodLimit raLimits[LIMITS] GUARDED_BY(rLimitMutex);
 std::atomic<bool> fHasLeftOut{false};      // as the limits have it, for those who have nothing limited to log
 constexpr size_t SHORT_TEXT_BYTES = 1024;  // nearly every message fits; it then needs no allocation
 
@@ -106,13 +109,13 @@ std::int64_t NowMs() {
 }
 
 bool HasLeftOut() REQUIRES(rLimitMutex) {
-  return rErrorLimit.HasLeftOut() || rWarningLimit.HasLeftOut();
+  return std::any_of(std::begin(raLimits), std::end(raLimits),
+                     [](const FloodLimit& rLimit) { return rLimit.HasLeftOut(); });
 }
 
-bool MayLeave(int iPrio, const char* acText) {
+bool MayLeave(ELimit eLimit, const char* acText) {
   const MutexLock rLock(rLimitMutex);
-  FloodLimit& rLimit = iPrio <= LOG_ERR ? rErrorLimit : rWarningLimit;
-  const bool fMayLeave = rLimit.Admit(acText, NowMs());
+  const bool fMayLeave = raLimits[eLimit].Admit(acText, NowMs());
   fHasLeftOut = HasLeftOut();
   return fMayLeave;
 }
@@ -120,7 +123,9 @@ bool MayLeave(int iPrio, const char* acText) {
 bool TakeLeftOut(bool fAll, FloodLimit::LeftOut& rLeftOut) {
   if (!fHasLeftOut) return false;
   const MutexLock rLock(rLimitMutex);
-  const bool fTaken = rErrorLimit.Take(NowMs(), fAll, rLeftOut) || rWarningLimit.Take(NowMs(), fAll, rLeftOut);
+  const std::int64_t iNowMs = NowMs();
+  const bool fTaken = std::any_of(std::begin(raLimits), std::end(raLimits),
+                                  [&](FloodLimit& rLimit) { return rLimit.Take(iNowMs, fAll, rLeftOut); });
   fHasLeftOut = HasLeftOut();
   return fTaken;
 }
@@ -162,13 +167,21 @@ void lg(int prio, const char* format, ...) {
   va_start(args, format);
   MessageText rText(format, args);
   va_end(args);
-  if (!MayLeave(prio, rText.data())) return;
+  if (!MayLeave(prio <= LOG_ERR ? LIMIT_ERRORS : LIMIT_WARNINGS, rText.data())) return;
   va_start(args, format);  // anew: the first use has consumed the arguments
   VSend(prio, format, args);
   va_end(args);
   if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
   const MutexLock rLock(rErrorFileMutex);  // else the texts of two threads could mix
   ReplaceErrorFile(rText.data(), rText.size());
+}
+
+void lgOften(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  MessageText rText(format, args);
+  va_end(args);
+  if (MayLeave(LIMIT_OFTEN, rText.data())) lg(LOG_NOTICE, "%s", rText.data());
 }
 
 void LogCapiError(const char* where) {

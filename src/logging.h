@@ -1,13 +1,13 @@
 // logging: the log function of the whole daemon, the error file, and the process-wide flags that logging asks.
-// Repeated errors and warnings are limited, each kind by itself: see flood.h. A warning with the count and the last
-// text tells what was left out, as soon as the kind may speak again and anything is logged.
-// Standard output of debug mode gets the text as it is while a program reads it from a pipe; on a terminal, and in a
-// file that the daemon itself writes, control characters within a message are masked.
+// Repeated errors and warnings are limited, each kind by itself, and what lgOften logs: see flood.h. A warning with the
+// count and the last text tells what was left out, as soon as the kind may speak again and anything is logged. Standard
+// output of debug mode gets the text as it is while a program reads it from a pipe; on a terminal, and in a file that
+// the daemon itself writes, control characters within a message are masked.
 //
 // Threads:   all operations: any. A call is one write to its target; the error file holds whichever message came last.
 // Locks:     the limits and the error file have one each. lg takes both for errors, one after the other, and the first
-//            for warnings; while something is left out, lg of any level and LogLeftOut take it too. WriteErrCrec takes
-//            none.
+//            for warnings, as lgOften does; while something is left out, lg of any level and LogLeftOut take it too.
+//            WriteErrCrec takes none.
 // Errors:    an error file that cannot be opened is ignored.
 #pragma once
 
@@ -25,6 +25,8 @@ extern std::atomic<bool> fAppTerminate;
 // and LOG_DEBUG details. Outside text goes in through "%s". LOG_ERR and worse also replace the error file, until
 // shutdown has begun and unless g_fErrorFile is false.
 void lg(int prio, const char* format, ...) __attribute__((format(printf, 2, 3)));
+// As lg with LOG_NOTICE, but limited as errors are: for normal events that anyone can cause in a loop.
+void lgOften(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Logs the present errno at LOG_ERR: "C-api error at <where>: <text>".
 void LogCapiError(const char* where);
 // Tells what has been left out and not been told yet; for the end of the process.

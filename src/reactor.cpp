@@ -139,7 +139,7 @@ void ServerPipe::PauseWhileDraining() const {
 }
 
 void ServerPipe::sendReply(const char* acMsg) {
-  lg(LOG_NOTICE, "reactor reply: %s", acMsg);
+  lgOften("reactor reply: %s", acMsg);
   const std::string strLine = std::string(acMsg) + "\n";
   (void)send(hSocketIO, strLine.data(), strLine.size(), MSG_NOSIGNAL);  // a client that is gone has its own reasons
 }
@@ -154,7 +154,7 @@ void CrecReactor::run() {
   const bool fListening = rPipe.init(CREC_SOCKET_PATH);
   if (!fListening) lg(LOG_ERR, "Socket communication error: Failure, could not start listening.");
   while (fListening && !fClosing && rPipe.waitForMsg()) {
-    lg(LOG_NOTICE, "Msg received: %s", rPipe.strReceived.c_str());
+    lgOften("Msg received: %s", rPipe.strReceived.c_str());
     if (const char* acReply = ReplyTo(rPipe.strReceived)) rPipe.sendReply(acReply);
   }
   lg(LOG_NOTICE, "reactor exit");

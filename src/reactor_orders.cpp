@@ -257,7 +257,7 @@ const char* CrecReactor::ReplyTo(const std::string& strMsg) {
   const std::size_t iBlank = strMsg.find(' ');
   const std::string strOrder = strMsg.substr(0, iBlank);
   const std::string strParam = iBlank == std::string::npos ? "" : strMsg.substr(iBlank + 1);
-  lg(LOG_NOTICE, "Command: '%s' Param: '%s'", strOrder.c_str(), strParam.c_str());
+  lgOften("Command: '%s' Param: '%s'", strOrder.c_str(), strParam.c_str());
   for (const OrderRow& rRow : ORDERS) {
     if (strOrder == rRow.acWord) return RunOrder(*this, rRow, strParam);
   }

@@ -78,6 +78,8 @@ class ReactorBench : public RecorderBench {
     g_prBoot = nullptr;
     fAppTerminate = false;
     (void)unlink(CREC_SOCKET_PATH);
+    LogLeftOut();  // of many orders, which the next test would be told
+    (void)logsink::Take();
   }
 
   void Start() {

@@ -447,6 +447,18 @@ TEST_F(LoggingTest, FloodOfWarningsIsLimitedAndCounted) {
   EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
 }
 
+TEST_F(LoggingTest, FloodOfEventsThatAnyoneCausesIsLimitedAndCounted) {
+  constexpr int MESSAGES = 20'000;
+  for (int i = 1; i <= MESSAGES; i++) lgOften("order %d of %s", i, "somebody");
+  LogLeftOut();
+  const Flood rFlood = TakeFlood("order ", LOG_NOTICE);
+  EXPECT_GE(rFlood.iTold, 100);
+  EXPECT_LT(rFlood.iTold, MESSAGES / 2);
+  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, MESSAGES);
+  EXPECT_EQ(rFlood.strLastCounted, "order 20000 of somebody");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
+}
+
 TEST_F(LoggingTest, ManyKindsOfWarningsHinderNoError) {
   const pid_t iChild = fork();  // what it leaves in the limits would reach other tests
   ASSERT_NE(-1, iChild);

@@ -107,9 +107,21 @@ TEST_F(ReactorTest, OrderInPiecesIsItsFirstPiece) {
   EXPECT_EQ(rSplit.Read(), "E0: Unknown commmand\n");
 }
 
-TEST_F(ReactorTest, ThousandClientsInARow) {
+TEST_F(ReactorTest, ThousandClientsInARowAreServedAndTheLogOfThemIsLimited) {
   Start();
+  LogLeftOut();
+  (void)logsink::TakeTexts();
   for (int i = 0; i < 1000; i++) ASSERT_EQ(AskOnce("bittrace_stop"), "ERR: already stopped\n") << i;
+  EXPECT_EQ(Ask("chst 1"), "OK\n");  // all of theirs has been logged
+  LogLeftOut();
+  long iTold = 0;
+  long iLeftOut = 0;
+  for (const std::string& strLine : logsink::TakeTexts()) {
+    if (strLine.find("left out: ") != std::string::npos) iLeftOut += std::stol(strLine.substr(2));
+    if (strLine.rfind("5 ", 0) == 0) iTold++;
+  }
+  EXPECT_LT(iTold, 3000 / 2);
+  EXPECT_EQ(iTold + iLeftOut, 3003);
 }
 
 TEST_F(ReactorTest, ManyClientsAtOnceAreServedOneByOne) {
