@@ -13,35 +13,65 @@ is about to be committed. Held against each of these states:
     The recording is on disk as it goes into the archive before its row says so, and from then on.
 
 Audio in /dev/shm does not outlast a power loss, so there the first rule begins with what encryption writes to the disk.
+
+Where sox fails, the copy in its place is that step. Where the copy fails too, the recording is rescued: it moves as it
+is, or stays where it is when the disk cannot move it, and is on disk before its row says anything.
 """
 
 import json
 import os
 import subprocess
 import sys
+from contextlib import contextmanager
 from dataclasses import replace
 from pathlib import Path
 
 import pytest
 
-from day import CARDS, CLEAR, DISK, MODES, WORK_ROOTS, Cards, Mode, Service
+from bench import unchanged_environment
+from day import CARDS, CLEAR, DISK, MEMORY, MODES, TOOLS, WORK_ROOTS, Cards, Mode, Service
 from day import begin, end, install_tools, is_archived, recorded
-from harness import AUDIO_BYTES_PER_S, RECORDINGS, Daemon, path_of, rows, sql, wait_until
+from harness import AUDIO_BYTES_PER_S, BUILD, RECORDINGS, Daemon, rows, sql, wait_until
 
 FORGET = Path("/forget")
 JOURNAL = Path("/tmp/journal")
 SECURE_DELETE = Path("/var/morvex/conf/opt_secure_delete")
 LINES = (1, 9, 17)  # analogue, station, trunk
 ROUNDS = int(os.environ.get("POWERLOSS_ROUNDS", "2"))
-SHORT = {("alaw-clear", False), ("ulaw-stereo-memory", False), ("gsm-clear", True), ("mp3-disk", False)}
+
+# How a recording is finished: as it should be, or with the tools that fail.
+DONE, COPIED, RESCUED, STAYED = "done", "copied", "rescued", "stayed"
+BROKEN = {DONE: [], COPIED: ["sox"], RESCUED: ["sox", "cp"], STAYED: ["sox", "cp"]}
+HALF = '#!/bin/sh\nfor last; do :; done; echo x >"$last"; exit 1\n'  # a part of a file is what they leave
+ROOTS = {CLEAR: "/disk", DISK: "/disk/rectmp", MEMORY: "/memory"}
+
+SHORT = {
+    ("alaw-clear", DONE, False),
+    ("ulaw-stereo-memory", DONE, False),
+    ("gsm-clear", DONE, True),
+    ("mp3-disk", DONE, False),
+    ("mp3-disk", COPIED, False),
+    ("gsm-clear", RESCUED, True),
+}
+
+
+def can_end(mode, finish):
+    """Whether there is such an end to a recording. Nothing is rescued where clear audio must not be left about."""
+    return finish == DONE or (mode.converts and (finish == COPIED or mode.secrecy == CLEAR))
 
 
 def chosen():
-    every = [(mode, secure_delete) for mode in MODES for secure_delete in (False, True)]
+    every = [
+        (mode, finish, secure_delete)
+        for finish in BROKEN
+        for mode in MODES
+        for secure_delete in (False, True)
+        if can_end(mode, finish)
+    ]
     if part := os.environ.get("POWERLOSS_PART"):
         number, parts = (int(text) for text in part.split("/"))
         return every[number - 1 :: parts]
-    return [(mode, secure_delete) for mode, secure_delete in every if (str(mode), secure_delete) in SHORT]
+    return [(mode, *how) for mode, *how in every if (str(mode), *how) in SHORT]
 
 
 # -- the disk --------------------------------------------------------------------------------------------------------
@@ -88,33 +118,55 @@ def service():
     service.stop()
 
 
+@contextmanager
+def broken(tools):
+    for name in tools:
+        (TOOLS / name).write_text(HALF)
+        (TOOLS / name).chmod(0o755)
+    yield
+    for name in tools:
+        (TOOLS / name).unlink()
+
+
 # -- the journal -----------------------------------------------------------------------------------------------------
 
 
 class Recording:
     """One recording's way through its files: as written, converted, encrypted; and what the disk owes it."""
 
-    def __init__(self, call, mode):
-        archive = f"/disk/{call['directory']}/{call['filename']}"
-        clear = archive
-        if mode.secrecy != CLEAR:
-            root = "/disk/rectmp" if mode.secrecy == DISK else "/memory"
-            clear = f"{root}/{call['directory']}/{call['filename']}"
-        self.stages = [clear, archive] if mode.secrecy != CLEAR else [archive]
-        if mode.converts:
-            self.stages.insert(0, f"{clear}.g711")
-        self.name = call["filename"]
+    def __init__(self, call, mode, finish):
+        wanted = call["remoteid"] + mode.extension
+        name = wanted if finish == DONE else call["remoteid"] + ".wav"
+        assert call["filename"] == name
+        work = f"{ROOTS[mode.secrecy]}/{call['directory']}"
+        self.stages = [f"{work}/{wanted}.g711"] if mode.converts else []
+        if finish == RESCUED:
+            self.stages.append(f"/disk/rescued/{wanted}.g711")
+        elif finish != STAYED:
+            self.stages.append(f"{work}/{name}")
+            if mode.secrecy != CLEAR:
+                self.stages.append(f"/disk/{call['directory']}/{wanted}")
+        self.name = name
         self.complete = {}  # the digest of each file when it had all its content
         self.gone = -1  # the last stage that is destroyed
         self.in_row = False
 
+    @property
+    def final(self):
+        """Where it is in the end."""
+        return RECORDINGS / self.stages[-1].removeprefix("/disk/")
+
     # A file is complete as it was before somebody removed or shredded it, or at the end.
     def learn(self, lines):
         for line in lines:
-            if line["path"] in self.stages and line["now"] and line["by"] != "shred":
-                self.complete[line["path"]] = line["now"]
+            path = line["path"].split(" ")[-1]  # of a rename the new one
+            if path in self.stages and line["now"] and line["by"] != "shred":
+                self.complete[path] = line["now"]
 
+    # A rescue is no destruction: the same file is at its next stage.
     def destroys(self, line):
+        if line["op"] == "rename" and line["path"].split(" ")[1] in self.stages:
+            return False
         return line["by"] == "shred" or line["op"] in ("unlink", "rename")
 
     def follow(self, line):
@@ -129,7 +181,7 @@ class Recording:
         if self.in_row and disk.get(self.stages[-1]) != self.complete[self.stages[-1]]:
             return "the row says so, and the recording is not on disk"
         later = self.stages[self.gone + 1 :]
-        if self.gone < 0 or later[0].startswith("/memory"):
+        if self.gone < 0 or (later and later[0].startswith("/memory")):
             return None
         if not any(disk.get(path) == self.complete[path] for path in later):
             return f"{self.stages[self.gone]} is gone, and what was made of it is not on disk"
@@ -179,28 +231,43 @@ def named(value):
     return ("unlink", "shred")[value] if isinstance(value, bool) else str(value)
 
 
-@pytest.mark.parametrize(("mode", "secure_delete"), chosen(), ids=named)
-def test_every_state_of_the_disk(disk, service, mode: Mode, secure_delete):
+def started(mode, finish):
+    """A daemon that finds the tools as this end has them, and for a rescue a disk that can move them."""
+    wrapper = os.environ.get("MORVEX_WRAPPER", "")
+    if finish == RESCUED:
+        libraries = ":".join(str(BUILD / "tests" / name) for name in ("libpower_up.so", "libcampaign_rename.so"))
+        wrapper += f" /usr/bin/env LD_PRELOAD={libraries}"
+    with unchanged_environment(MORVEX_WRAPPER=wrapper):
+        return Daemon(CARDS, mode.settings).start()
+
+
+@pytest.mark.parametrize(("mode", "finish", "secure_delete"), chosen(), ids=named)
+def test_every_state_of_the_disk(disk, service, mode: Mode, finish, secure_delete):
     sql("TRUNCATE Calls, ActiveCalls")
     SECURE_DELETE.unlink(missing_ok=True)
     if secure_delete:
         SECURE_DELETE.touch()
-    daemon = Daemon(CARDS, mode.settings).start()
-    try:
-        daemon.wait_orders()
-        cards = Cards()
-        record(daemon, cards, ROUNDS)
-        assert daemon.stop() == 0
-    finally:
-        if daemon.running:
-            daemon.kill()
+    with broken(BROKEN[finish]):
+        daemon = started(mode, finish)
+        try:
+            daemon.wait_orders()
+            cards = Cards()
+            record(daemon, cards, ROUNDS)
+            assert daemon.stop() == 0
+        finally:
+            if daemon.running:
+                daemon.kill()
 
     calls = rows("SELECT * FROM Calls")
     assert len(calls) == ROUNDS * len(LINES)
-    for call in calls:
-        assert is_archived(path_of(call).read_bytes(), call["filename"], replace(mode, late=cards.late))
-    states = check_journal([Recording(call, mode) for call in calls])
+    recordings = [Recording(call, mode, finish) for call in calls]
+    held = replace(mode, late=cards.late, encoding=mode.encoding if finish == DONE else "alaw")
+    for recording in recordings:
+        assert is_archived(recording.final.read_bytes(), recording.name, held)
+    rescued = {f"Recording rescued: {recording.final}" for recording in recordings if finish in (RESCUED, STAYED)}
+    assert {line for line in daemon.lines if line.startswith("Recording rescued: ")} == rescued
+    states = check_journal(recordings)
     if report := os.environ.get("POWERLOSS_REPORT"):
-        told = {"mode": str(mode), "shred": secure_delete, "states": states, "recordings": len(calls)}
+        told = {"mode": str(mode), "finish": finish, "shred": secure_delete, "states": states, "recordings": len(calls)}
         with open(report, "a") as lines:
             lines.write(json.dumps(told) + "\n")
