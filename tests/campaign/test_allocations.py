@@ -66,6 +66,7 @@ def orders():
 
 
 def count_allocations(orders, daemon, cards, line, threads):
+    forget_files()
     orders.give(daemon, threads, 0)
     pass_call(daemon, cards, line)
     no_children(daemon)
@@ -115,6 +116,7 @@ def test_allocations(kind, orders):
     for threads in THREADS:
         count = count_allocations(orders, daemon, cards, line, threads)
         cases.extend((threads, number) for number in range(1, count + 1))
+    forget_files()
     wrong = []
     for case in share_of(cases, SHARE, f"{SEED} {kind}"):
         told = {"kind": kind, "case": f"{case[0]} {case[1]}"}

@@ -23,6 +23,7 @@ import json
 import os
 import random
 import re
+import shutil
 import signal
 import subprocess
 import zlib
@@ -40,8 +41,8 @@ SHARE = os.environ.get("CAMPAIGN_SHARE", "1/250")
 SEED = os.environ.get("CAMPAIGN_SEED", "1")
 REPORT = os.environ.get("CAMPAIGN_REPORT")
 
-FILE_CALLS = "openat write pwrite64 lseek close chmod fchmod fchmodat unlink unlinkat rename mkdir fsync".split()
-CALLS = [*FILE_CALLS, "clone", "clone3", "vfork", "sendto"]
+# Every call asks for each of these.
+CALLS = "openat mkdirat write pwrite64 close fchmod unlinkat fsync pipe2 clone3 sendto".split()
 ERRORS = ["ENOSPC", "EIO", "EMFILE", "EINTR", "EAGAIN"]
 KILL = "KILL"
 ERRORS_OF = {"close": [], "sendto": ["EINTR", "EAGAIN"]}
@@ -158,7 +159,8 @@ class Case:
 
 
 def count_calls(daemon, cards, line, threads):
-    """How often each thread asks for each system call during one call, at most."""
+    """How often each thread asks for each system call during one call that makes its folders, at most."""
+    forget_files()
     trace = Trace(daemon, threads, f"trace={','.join(CALLS)}")
     pass_call(daemon, cards, line)
     no_children(daemon)
@@ -170,10 +172,13 @@ def count_calls(daemon, cards, line, threads):
 
 
 def all_cases(daemon, cards, line, kills):
+    counts = {threads: count_calls(daemon, cards, line, threads) for threads in THREADS}
+    unmet = set(CALLS).difference(*counts.values())
+    assert not unmet, f"nothing asks for {unmet}"
     return [
         Case(threads, call, number, fault)
-        for threads in THREADS
-        for call, count in count_calls(daemon, cards, line, threads).items()
+        for threads, calls in counts.items()
+        for call, count in calls.items()
         for number in range(1, count + 1)
         for fault in ([KILL] if kills else ERRORS_OF.get(call, ERRORS))
     ]
@@ -247,8 +252,12 @@ def refuse(daemon, cards, line, mode, case, told):
 
 
 def forget_files():
+    """With their folders, so that the next call makes its own."""
     for path in files() | set(ORIGINALS.iterdir()):
         path.unlink()
+    for root in WORK_ROOTS.values():
+        for year in root.glob("[0-9]*"):
+            shutil.rmtree(year)
 
 
 def report(told):
