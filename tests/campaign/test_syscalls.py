@@ -32,8 +32,8 @@ from pathlib import Path
 
 import pytest
 
-from day import CARDS, CLEAR, MODES, ORIGINALS, WORK_ROOTS, Cards, Mode, Service
-from day import begin, end, install_tools, is_archived, is_whole, recorded
+from day import CARDS, CLEAR, MODES, ORIGINALS, TURN_BACK, WORK_ROOTS, Cards, Mode, Service
+from day import begin, end, install_tools, is_archived, is_final, is_whole, md5, recorded
 from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, sql, wait_until
 from test_crash import ERROR_FILE, check_left, children_of
 
@@ -123,12 +123,31 @@ def files():
 
 
 def is_in_order(call, mode):
-    """Whether the recording of a row is whole. One that could not be converted may be there as it was written."""
+    """Whether the recording of a row is whole, encrypted where the mode says so. One that could not be converted may
+    hold what was written."""
     path = path_of(call)
     if not path.exists():
         return False
     data = path.read_bytes()
-    return is_archived(data, call["filename"], mode) or (mode.converts and is_whole(data, call["linenr"], mode))
+    if mode.secrecy != CLEAR:
+        data = data.translate(TURN_BACK)
+    return is_final(data, call["filename"], mode) or (mode.converts and is_whole(data, call["linenr"], mode))
+
+
+def clean_call(daemon, cards, line, mode):
+    """A call that nothing befalls: one row, one file in the archive as the mode has it, and nothing else. By its id."""
+    last, known, active = before_call()
+    pass_call(daemon, cards, line)
+    no_children(daemon)
+    not_late(cards)
+    calls = rows(f"SELECT * FROM Calls WHERE id > {last}")
+    assert len(calls) == 1, f"{len(calls)} rows"
+    path = path_of(calls[0])
+    assert files() - known == {path}, f"{sorted(map(str, files() - known))} of {path}"
+    data = path.read_bytes()
+    assert is_archived(data, calls[0]["filename"], mode), f"{path} is not whole"
+    assert rows("SELECT id FROM ActiveCalls") == active
+    return {calls[0]["remoteid"]: (calls[0], md5(data))}
 
 
 def check_plays(path, mode):
@@ -175,6 +194,7 @@ def all_cases(daemon, cards, line, kills):
     counts = {threads: count_calls(daemon, cards, line, threads) for threads in THREADS}
     unmet = set(CALLS).difference(*counts.values())
     assert not unmet, f"nothing asks for {unmet}"
+    forget_files()
     return [
         Case(threads, call, number, fault)
         for threads, calls in counts.items()
@@ -228,11 +248,10 @@ def check_refused(daemon, cards, line, mode, before, mark, met, told):
     for path in new_files:
         check_plays(path, mode)
 
-    last = last_id()
-    pass_call(daemon, cards, line)
-    calls = rows(f"SELECT * FROM Calls WHERE id > {last}")
-    not_late(cards)
-    assert len(calls) == 1 and is_in_order(calls[0], mode), f"the next call is not whole; this one: {what}"
+    try:
+        clean_call(daemon, cards, line, mode)
+    except AssertionError as error:
+        raise AssertionError(f"the next call: {error}; this one: {what}") from None
 
 
 def refuse(daemon, cards, line, mode, case, told):
