@@ -32,6 +32,7 @@ from pathlib import Path
 
 import pytest
 
+from bench import NO_TROUBLE, TROUBLE
 from day import CARDS, CLEAR, MODES, ORIGINALS, TURN_BACK, WORK_ROOTS, Cards, Mode, Service
 from day import begin, end, install_tools, is_archived, is_final, is_whole, md5, recorded
 from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, sql, wait_until
@@ -48,7 +49,6 @@ KILL = "KILL"
 ERRORS_OF = {"close": [], "sendto": ["EINTR", "EAGAIN"]}
 THREADS = {"main": slice(0, 1), "behind": slice(1, 4)}  # of the process, in the order in which they began
 AUDIO_BYTES = 4096
-TOLD = re.compile(r"error|fail|lost|not ", re.IGNORECASE)
 
 # Line kinds and modes, so that each kind, encoding and way of secrecy comes once.
 PAIRS = {
@@ -218,7 +218,9 @@ def before_call():
 
 
 def is_told(daemon, mark):
-    return ERROR_FILE.exists() or any(TOLD.search(text) for text in daemon.log_after(mark))
+    """Whether anything was reported, at level 3 or 4."""
+    lines = daemon.log_after(mark)
+    return ERROR_FILE.exists() or any(TROUBLE.match(text) and not NO_TROUBLE.match(text) for text in lines)
 
 
 def wait_for_end(daemon, mark, before):
