@@ -9,7 +9,7 @@ Every recording that the log or a row tells of is looked at after each kill:
     in Calls           final file whole, byte by byte, with the checksum of the row; so it stays for all lives to come
     stopped            whole in one of its places: as written, converted, or encrypted
     running            as far as its header says it plays and is what the line carried; the header is at most
-                       HEADER_AGE_S older than the kill
+                       HEADER_AGE_S older than the kill; its row is in ActiveCalls once the log has told so
 
 Where the machine was too slow for its own simulated cards, which they tell, only the audio is not compared.
 
@@ -97,13 +97,17 @@ class Left:
     def __init__(self, lines, mode):
         self.mode = mode
         self.sources = {}
+        self.added = set()  # those whose row is in ActiveCalls: the main thread adds it as it begins to record
         self.stopped = set()
         running = {}
+        name = None
         for text in lines:
             if found := re.match(r"\[(\d+)\] Recording to file (.*)$", text):
                 name = Path(found[2]).name.removesuffix(".g711")
                 self.sources[name] = Path(found[2])
                 running[found[1]] = name
+            elif text.startswith("Added ActiveCalls to database (ID: "):
+                self.added.add(name)
             elif found := re.match(r"\[(\d+)\] Recording stopped \(", text):
                 self.stopped.add(running.pop(found[1]))
 
@@ -191,6 +195,7 @@ def check_left(lines, mode, settled, told):
         if name in in_calls:
             continue
         told["no_row"] += name not in active
+        assert name in active or name in left.stopped or name not in left.added, f"running without its row: {source}"
         if name in left.stopped:
             place = left.is_safe(name)
             assert place, f"stopped and lost: {source}; there is {left.found(name)}"
