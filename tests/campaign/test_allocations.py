@@ -5,8 +5,8 @@
     CAMPAIGN_REPORT   a file that gets one JSON line a case
 
 As in test_syscalls.py, with a preloaded library in the place of strace. A daemon without memory may end: then by a
-signal within DEATH_S, with its report in err_crec.dat, and what it leaves is what a kill may leave. One that goes on
-has the call whole or says that something went wrong, and the next call is whole.
+signal within DEATH_S, with its report in err_crec.dat, and what it leaves is what a kill may leave; the next start is
+clean. One that goes on has the call whole or says that something went wrong. Either way the next call is whole.
 """
 
 import json
@@ -23,7 +23,7 @@ from day import Service, install_tools
 from harness import BUILD
 from test_crash import ERROR_FILE
 from test_syscalls import PAIRS, THREADS, Late, before_call, check_death, check_refused, forget_files
-from test_syscalls import mode_of, no_children, pass_call, share_of, start
+from test_syscalls import mode_of, no_children, pass_call, share_of, start, start_again
 
 SHARE = os.environ.get("CAMPAIGN_SHARE", "1/400")
 SEED = os.environ.get("CAMPAIGN_SEED", "1")
@@ -74,6 +74,7 @@ def count_allocations(orders, daemon, cards, line, threads):
 
 
 def refuse(orders, daemon, cards, line, mode, case, told):
+    """One case. The daemon that is there for the next one."""
     threads, number = case
     before = before_call()
     ERROR_FILE.unlink(missing_ok=True)
@@ -92,9 +93,11 @@ def refuse(orders, daemon, cards, line, mode, case, told):
         told["died"] = signal.Signals(-status).name if status < 0 else status
         assert status in DEATHS, f"ended with {status}"
         assert ERROR_FILE.exists() and ERROR_FILE.read_text().startswith("Signal SIG"), "died without a report"
-        check_death(daemon, cards, mode, mark, told)
-        return
+        settled = {}
+        check_death(daemon, cards, mode, mark, settled, told)
+        return start_again(line, mode, settled)
     check_refused(daemon, cards, line, mode, before, mark, "it", told)
+    return daemon, cards
 
 
 def is_dying(daemon):
@@ -121,7 +124,7 @@ def test_allocations(kind, orders):
     for case in share_of(cases, SHARE, f"{SEED} {kind}"):
         told = {"kind": kind, "case": f"{case[0]} {case[1]}"}
         try:
-            refuse(orders, daemon, cards, line, mode, case, told)
+            daemon, cards = refuse(orders, daemon, cards, line, mode, case, told)
         except Late:
             told["late"] = True
             daemon.kill()
