@@ -28,6 +28,23 @@ for name, number in ends.items():
     print(f"  ended by {name:<26} {number}")
 if any("finished" in case for case in met):
     print(f"  recordings looked at after the end  {sum(recordings(case) for case in met if 'finished' in case)}")
+
+
+def split(title, part):
+    """Lines of all cases that were met, by the call or by what befell it."""
+    groups = collections.defaultdict(list)
+    for case in met:
+        groups[part(case["case"].split())].append(case)
+    print(f"  {title:<10} met  whole  told")
+    for name, group in sorted(groups.items()):
+        whole = sum(1 for case in group if case.get("whole"))
+        lost = sum(1 for case in group if case.get("whole") is False and case["told"])
+        print(f"  {name:<10} {len(group):>3}  {whole:>5}  {lost:>4}")
+
+
+if any(len(case["case"].split()) == 4 for case in met):  # thread, call, number and what befell it
+    split("call", lambda words: words[1])
+    split("fault", lambda words: words[-1])
 late = sum(1 for case in cases if case.get("late"))
 if late:
     print(f"  left out: machine too slow          {late}")

@@ -1,6 +1,6 @@
 """Each allocation of one call fails once.
 
-    CAMPAIGN_SHARE    "3/40": the third of forty shares of all cases, dealt by the seed; default "1/400"
+    CAMPAIGN_SHARE    "3/40": the third of forty shares of all cases, dealt by the seed; default "1/700"
     CAMPAIGN_SEED     default 1
     CAMPAIGN_REPORT   a file that gets one JSON line a case
 
@@ -25,7 +25,7 @@ from test_crash import ERROR_FILE
 from test_syscalls import PAIRS, THREADS, Late, before_call, check_death, check_refused, forget_files
 from test_syscalls import mode_of, no_children, pass_call, share_of, start, start_again
 
-SHARE = os.environ.get("CAMPAIGN_SHARE", "1/400")
+SHARE = os.environ.get("CAMPAIGN_SHARE", "1/700")
 SEED = os.environ.get("CAMPAIGN_SEED", "1")
 REPORT = os.environ.get("CAMPAIGN_REPORT")
 DEATH_S = 10

@@ -1,16 +1,21 @@
 """Each system call of one call fails once, each way; and the process is killed in each of them.
 
-    CAMPAIGN_SHARE    "3/40": the third of forty shares of all cases, dealt by the seed; default "1/250"
+    CAMPAIGN_SHARE    "3/40": the third of forty shares of all cases, dealt by the seed; default "1/500", of starts
+                      "1/1400"
     CAMPAIGN_SEED     default 1
     CAMPAIGN_REPORT   a file that gets one JSON line a case
 
 A whole daemon runs in a sandbox, with real files and a real database. strace counts what the main thread, and what the
 threads behind it (service messages and workers), ask of the kernel during one call; then, call by call, it refuses the
-n-th such request of one thread with one of ERRORS, or kills the process in it. After each refusal
+n-th such request of one thread with one of ERRORS, or kills the process in it. Left alone are the thread that takes
+orders, which a call has nothing to do with, and those of the simulated cards. After each refusal
 
     the daemon runs, and the next call on that line is whole, row and bytes;
     the call itself is whole, or the log or err_crec.dat says that something went wrong;
     every file of it that holds audio in the clear can be played.
+
+A start is met in the same ways, from its loader to its last line. Then the driver's configuration is the old one or the
+new one, whole; and the daemon passes a call that is whole, or has said why not. The start after it is clean.
 
 Two requests are refused less. close: by kills alone, as Linux closes the descriptor also when it reports an error, and
 strace does not. sendto: with what a live connection can answer, as after any other error the database's library waits
@@ -28,6 +33,7 @@ import shutil
 import signal
 import subprocess
 import zlib
+from collections import Counter
 from dataclasses import dataclass, replace
 from pathlib import Path
 
@@ -37,9 +43,9 @@ from bench import NO_TROUBLE, TROUBLE
 from day import CARDS, CLEAR, MODES, ORIGINALS, TURN_BACK, WORK_ROOTS, Cards, Mode, Service
 from day import begin, end, install_tools, is_archived, is_final, is_whole, md5, recorded
 from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, sql, wait_until
-from test_crash import ERROR_FILE, check_left, check_settled, children_of
+from test_crash import DRIVER_INI, ERROR_FILE, TUNED, check_left, check_settled, children_of
 
-SHARE = os.environ.get("CAMPAIGN_SHARE", "1/250")
+SHARE = os.environ.get("CAMPAIGN_SHARE", "1/500")
 SEED = os.environ.get("CAMPAIGN_SEED", "1")
 REPORT = os.environ.get("CAMPAIGN_REPORT")
 
@@ -59,6 +65,16 @@ PAIRS = {
     "trunk": (17, "alaw-stereo-clear"),
     "secret": (1, "ulaw-stereo-memory"),
 }
+
+# A start, from its loader to its last line, in a mode that makes a folder then. It asks for each of these calls.
+START = "station"
+START_SHARE = os.environ.get("CAMPAIGN_SHARE", "1/1400")
+START_CALLS = "openat mkdir write ftruncate close unlink unlinkat rename fsync clone3 sendto".split()
+STARTED = ("** STARTED **", "reactor started")  # the second when the first is what was refused
+IDLE = "waiting for exit"
+START_LIMIT_S = 300  # a start that finds no cards tries for minutes
+NOT_LOADED = "error while loading shared libraries"
+QUICK_LIBRARY = BUILD / "tests" / "libfailing.so"
 
 
 # -- strace ----------------------------------------------------------------------------------------------------------
@@ -300,9 +316,8 @@ def appliance():
 @pytest.fixture
 def quick_start(monkeypatch):
     """Half seconds pass quickly, where the build has the library for it: the sanitizers' builds do not."""
-    library = BUILD / "tests" / "libfailing.so"
-    if library.exists():
-        monkeypatch.setenv("MORVEX_WRAPPER", f"env LD_PRELOAD={library}")
+    if QUICK_LIBRARY.exists():
+        monkeypatch.setenv("MORVEX_WRAPPER", f"env LD_PRELOAD={QUICK_LIBRARY}")
 
 
 def start(mode):
@@ -319,7 +334,7 @@ def start(mode):
 
 
 def start_again(line, mode, settled):
-    """The start after a death: it is clean, what was finished is as it was, and a call is whole. That call is settled."""
+    """The start after a death is clean, what was finished is as it was, and a call is whole. It is settled then."""
     daemon, cards = start(mode)
     try:
         check_settled(settled)
@@ -411,4 +426,128 @@ def test_refusals(kind, quick_start):
         forget_files()
     cards.close()
     assert daemon.stop() == 0
+    assert not wrong, "\n".join(wrong)
+
+
+# -- starts ----------------------------------------------------------------------------------------------------------
+
+
+class TracedStart:
+    """A start whose main thread strace watches from its first instruction on, until it is let go."""
+
+    def __init__(self, mode, *expressions):
+        preload = ["-E", f"LD_PRELOAD={QUICK_LIBRARY}"] if QUICK_LIBRARY.exists() else []
+        options = [word for expression in expressions for word in ("-e", expression)]
+        # -D: the process that was started becomes the daemon, not strace. -I2: SIGTERM lets it go.
+        words = ["strace", "-D", "-I2", "-o", str(Trace.OUTPUT), *preload, *options]
+        Trace.OUTPUT.unlink(missing_ok=True)
+        ERROR_FILE.unlink(missing_ok=True)
+        self.daemon = Daemon(CARDS, mode.settings)
+        with pytest.MonkeyPatch.context() as patch:
+            patch.setenv("MORVEX_WRAPPER", " ".join(words))
+            self.daemon.launch()
+
+    def wait(self):
+        """Until it has come up, or has given up, or has ended. Whether it has come up."""
+        wait_until("start or end", lambda: self.said(*STARTED, IDLE) or not self.daemon.running, START_LIMIT_S)
+        return self.daemon.running and self.said(*STARTED)
+
+    def said(self, *texts):
+        return any(line.startswith(texts) for line in self.daemon.log_after(0))
+
+    def let_go(self):
+        """What strace has written up to the end of the start."""
+        if tracer := self.tracer():
+            os.kill(tracer, signal.SIGTERM)
+            wait_until("end of strace", lambda: not self.tracer())
+        text = Trace.OUTPUT.read_text()
+        return text[: text.find(STARTED[0])] if STARTED[0] in text else text
+
+    def tracer(self):
+        with contextlib.suppress(OSError):
+            return int(re.search(r"TracerPid:\s+(\d+)", Path(f"/proc/{self.daemon.pid}/status").read_text())[1])
+        return 0
+
+
+def start_cases(mode):
+    start = TracedStart(mode, f"trace={','.join(START_CALLS)}")
+    assert start.wait()
+    counts = Counter(re.findall(r"^(\w+)\(", start.let_go(), re.MULTILINE))
+    assert start.daemon.stop() == 0
+    unmet = set(START_CALLS).difference(counts)
+    assert not unmet, f"nothing asks for {unmet}"
+    return [
+        Case("main", call, number, fault)
+        for call, count in counts.items()
+        for number in range(1, count + 1)
+        for fault in [*ERRORS_OF.get(call, ERRORS), KILL]
+    ]
+
+
+def driver_files(mode):
+    """The driver's configuration as an earlier start and a technician have left it, and as a start makes it of that."""
+    texts = []
+    for log_api in ("1", "0"):
+        daemon = Daemon(CARDS, {**mode.settings, "o": {**mode.settings["o"], "TdmLogApi": log_api}}).start()
+        assert daemon.stop() == 0
+        if log_api == "1":
+            with DRIVER_INI.open("a") as ini:
+                ini.write(TUNED)
+        texts.append(DRIVER_INI.read_bytes())
+    assert texts[0] != texts[1] and all(TUNED.encode() in text for text in texts)
+    return texts
+
+
+def misfortune_at_start(line, mode, case, told):
+    """One start. Whether it served a call, or has said why not."""
+    start = TracedStart(mode, *case.expressions)
+    daemon = start.daemon
+    try:
+        told["up"] = start.wait()
+        told["met"] = "(INJECTED)" in start.let_go() or not daemon.running
+        if case.fault == KILL and not told["up"]:
+            assert daemon.wait_exit() == -signal.SIGKILL
+            return
+        told["whole"] = False
+        if told["up"]:
+            try:
+                clean_call(daemon, Cards(), line, mode)
+                told["whole"] = True
+            except (OSError, AssertionError) as error:
+                told["call"] = str(error).split("\n")[0]
+        told["told"] = is_told(daemon, 0) or NOT_LOADED in "\n".join(daemon.log_after(0))
+        if daemon.running:
+            daemon.terminate()
+        told["status"] = daemon.wait_exit()
+        assert told["status"] >= 0, f"ended by {told['status']}"
+        assert told["whole"] or told["told"], f"no call, and nothing tells why: {told.get('call', '')}"
+    finally:
+        if daemon.running:
+            daemon.kill()
+
+
+def test_starts(quick_start):
+    line, mode = mode_of(START)
+    old, new = driver_files(mode)
+    wrong = []
+    for case in share_of(start_cases(mode), START_SHARE, f"{SEED} start"):
+        told = {"kind": "start", "case": str(case)}
+        DRIVER_INI.write_bytes(old)
+        shutil.rmtree(WORK_ROOTS[mode.secrecy])
+        try:
+            misfortune_at_start(line, mode, case, told)
+            assert DRIVER_INI.read_bytes() in (old, new), f"neither the old nor the new {DRIVER_INI.name}"
+            told["new"] = DRIVER_INI.read_bytes() == new
+            if not told.get("whole"):
+                daemon, _ = start_again(line, mode, {})
+                assert daemon.stop() == 0
+                assert DRIVER_INI.read_bytes() == new
+                assert list(DRIVER_INI.parent.glob("*.tmp")) == []
+        except Late:
+            told["late"] = True
+        except (OSError, AssertionError) as error:
+            told["wrong"] = str(error).split("\n")[0]
+            wrong.append(f"{case}: {told['wrong']}")
+        report(told)
+        forget_files()
     assert not wrong, "\n".join(wrong)
