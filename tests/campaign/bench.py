@@ -393,6 +393,13 @@ class Bench:
         assert data == expected.read_bytes()
         expected.unlink()
 
+    @staticmethod
+    def check_header(path, lost_blocks):
+        """The header of a finished A-law recording tells of all its audio, also of blocks that could not be written."""
+        data = path.read_bytes()
+        assert lost_blocks > 0 and len(data) > HEADER_BYTES
+        assert data[:HEADER_BYTES] == header(channels=1, length=len(data) - HEADER_BYTES + lost_blocks * BLOCK_BYTES)
+
     def check_whole(self, path, blocks=2):
         """As is_whole; the audio itself only where the cards say that the machine was fast enough for the last call."""
         self.check_whole_bytes(path.read_bytes(), blocks)
