@@ -49,6 +49,23 @@ FIGURES = BUILD / "campaign"
 RECORDINGS = Path("/recordings")
 COPY = Path("/tmp/clean_call.wav")  # the audio of a clean call as it was before its conversion
 ENCRYPTED = 16  # of the flags of a row
+
+
+@dataclass(frozen=True)
+class Encoding:
+    """What becomes of the recordings of a site: the code in their rows, their names' ending, and sox's options."""
+
+    code: int
+    suffix: str
+    options: tuple = None  # None: they stay as recorded
+
+
+ENCODINGS = {
+    "alaw": Encoding(554, ".wav"),
+    "gsm": Encoding(551, ".wav", ("-e", "gsm-full-rate")),
+    "mp3": Encoding(801, ".mp3", ("-C", "16.4")),
+}
+
 # Whoever started this waits for it, in a function whose name any other kernel tells.
 NAMELESS_KERNEL = Path(f"/proc/{os.getppid()}/wchan").read_text() == "0"
 SLOW_CALLS = 5
@@ -254,6 +271,7 @@ class Bench:
         self.environment = environment or {}
         self.late = 0  # bytes that the daemon had come too late for when the last call began
         self.cards = None  # a connection that stays, so that it is there when no descriptor is left
+        self.encoding = ENCODINGS[(settings or {}).get("o", {}).get("RecEnc", "alaw")]
         self.daemon = Daemon(cards, settings)
 
     def launch(self, argument="debug", before=""):
@@ -377,19 +395,15 @@ class Bench:
         return call
 
     def compare_final(self, original, call):
-        """The file that the row names, against the bytes that were played or their conversion."""
-        final = path_of(call)
+        """The row and the file that it names, against the bytes that were played or their conversion."""
+        assert call["encoding"] == self.encoding.code
+        assert call["filename"] == call["remoteid"] + self.encoding.suffix
         data = archived(call)
-        options = {
-            554: None,  # A-law, as recorded
-            551: ["-e", "gsm-full-rate"],
-            801: ["-C", "16.4"],
-        }[call["encoding"]]
-        if options is None:
+        if self.encoding.options is None:
             assert data == original.read_bytes()
             return
-        expected = original.with_name("expected" + final.suffix)
-        subprocess.run(["sox", original, *options, expected], check=True)
+        expected = original.with_name("expected" + self.encoding.suffix)
+        subprocess.run(["sox", original, *self.encoding.options, expected], check=True)
         assert data == expected.read_bytes()
         expected.unlink()
 
