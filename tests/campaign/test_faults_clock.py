@@ -14,6 +14,7 @@ ENVIRONMENT = {"TZ": "CET-1CEST,M3.5.0,M10.5.0/3"}
 MINUTE_S = 60
 HOUR_S = 3600
 DAY_S = 24 * HOUR_S
+BEFORE_S = 5  # how long before a change its call begins
 
 
 def moved(seconds):
@@ -44,32 +45,35 @@ def jump_in_mid_call(seconds):
     return story
 
 
-def over_the_change(year, month, day, hour_utc):
-    """A call that begins two seconds before a change of the hour and ends behind it."""
+def over_the_change(change, minute_before, hour_behind):
+    """A call that begins before a change of the hour and ends behind it, and one behind it: both named by local time."""
 
     def story(bench):
-        change = datetime(year, month, day, hour_utc, tzinfo=timezone.utc).timestamp()
-        offset = int(change - time.time()) - 2
+        offset = int(change.timestamp() - time.time()) - BEFORE_S
         with bench.control.during(clock_offset_s=offset):
             mark = bench.begin()
             path = bench.file_of(mark)
-            wait_until("the change", lambda: time.time() + offset > change + 1)
+            wait_until("the change", lambda: time.time() + offset > change.timestamp() + 1)
             bench.end()
             call = bench.daemon.finished_call(remoteid_of(path))
-            assert 1 <= call["duration"] <= 6
+            assert BEFORE_S <= call["duration"] <= BEFORE_S + 5
+            assert call["filename"].startswith(minute_before)
             bench.check_whole(path_of(call), 8)
-            _, _ = bench.clean_call()
+            behind, _ = bench.clean_call()
+            assert behind["filename"].startswith(hour_behind)
 
     return story
 
 
+SPRING = datetime(2027, 3, 28, 1, tzinfo=timezone.utc)
+AUTUMN = datetime(2027, 10, 31, 1, tzinfo=timezone.utc)
 ROWS = [
     Row("clock an hour back during a call", nothing, story=jump_in_mid_call(-HOUR_S)),
     Row("clock a day forward during a call", nothing, story=jump_in_mid_call(DAY_S)),
     Row("call with the clock an hour back", moved(-HOUR_S)),
     Row("call with the clock a day ahead", moved(DAY_S)),
-    Row("summer time begins during a call", nothing, story=over_the_change(2027, 3, 28, 1)),
-    Row("summer time ends during a call", nothing, story=over_the_change(2027, 10, 31, 1)),
+    Row("summer time begins during a call", nothing, story=over_the_change(SPRING, "20270328_0159", "20270328_03")),
+    Row("summer time ends during a call", nothing, story=over_the_change(AUTUMN, "20271031_0259", "20271031_02")),
 ]
 
 
