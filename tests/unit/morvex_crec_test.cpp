@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -17,6 +18,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "LogSink.h"
@@ -143,8 +145,22 @@ TEST_F(ProcessTest, CardDriverIsThereWhenItsPathIs) {
   ASSERT_EQ(rename("/usr/local/lib/shcti.away", DRIVER_DIR), 0);
 }
 
+using Limits = std::vector<std::pair<rlim_t, rlim_t>>;
+
+Limits LimitsOfTheProcess() {
+  Limits rLimits;
+  for (int iResource = 0; iResource < RLIM_NLIMITS; iResource++) {
+    rlimit rLimit{};
+    EXPECT_EQ(getrlimit(static_cast<__rlimit_resource>(iResource), &rLimit), 0) << iResource;
+    rLimits.emplace_back(rLimit.rlim_cur, rLimit.rlim_max);
+  }
+  return rLimits;
+}
+
 TEST_F(ProcessTest, LimitsStayAsTheyAre) {
+  const Limits rBefore = LimitsOfTheProcess();
   setLimits();
+  EXPECT_EQ(LimitsOfTheProcess(), rBefore);
 }
 
 struct SleepRow {
