@@ -2,23 +2,26 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstring>
+#include <map>
 #include <mutex>
+#include <utility>
 
 #include "CardBench.h"
 
 namespace {
 
 constexpr DWORD ALL = 0xFFFFFFFF;
+constexpr std::size_t BIT_BYTES = 40;  // of a piece
 
 // What the callbacks were given; they know no object of the test.
 struct Seen {
   std::mutex rMutex;
   std::condition_variable rChanged;
-  std::string strBits;                 // guarded by rMutex, as all that follows
-  std::vector<std::string> astrLines;  // "0 S 1: 01" for data, "1 1008 2 3 'text'" for events
-  int iBitCh = -1;
+  std::map<int, std::string> rBits;    // by channel; guarded by rMutex, as all that follows
+  std::vector<std::string> astrLines;  // "1 data 2e: 01", "1 event 1008 2 3 'text' 4"
   std::string strTime;
 };
 
@@ -29,8 +32,7 @@ Seen& TheSeen() {
 
 BOOL TakeBits(int nCh, DWORD dwLen, LPBYTE pucData, WORD, WORD) {
   const std::lock_guard<std::mutex> rGuard(TheSeen().rMutex);
-  TheSeen().iBitCh = nCh;
-  TheSeen().strBits.append(reinterpret_cast<char*>(pucData), dwLen);
+  TheSeen().rBits[nCh].append(reinterpret_cast<char*>(pucData), dwLen);
   TheSeen().rChanged.notify_all();
   return 1;
 }
@@ -63,13 +65,23 @@ class Shpa3Trace : public CardBench {
  protected:
   Shpa3Trace() {
     simcards::AddBoard(0, 3, CH_DST);
-    TheSeen().strBits.clear();
+    TheSeen().rBits.clear();
     TheSeen().astrLines.clear();
   }
   int Signals(int nCh, bool fOn) {
     char acNothing[1] = {0};
     return DTRSendRawData2A3(ALL, acNothing, nCh, 255, fOn ? 1 : 0,
                              fOn ? reinterpret_cast<LPBYTE>(&TakeSignal) : nullptr);
+  }
+  // Bytes of bits, and lines.
+  using Counts = std::pair<std::size_t, std::ptrdiff_t>;
+  static Counts CountsOf(int nCh) {
+    const std::lock_guard<std::mutex> rGuard(TheSeen().rMutex);
+    const std::vector<std::string>& astrLines = TheSeen().astrLines;
+    const std::string strChannel = std::to_string(nCh) + " ";
+    return {TheSeen().rBits[nCh].size(), std::count_if(astrLines.begin(), astrLines.end(), [&](const auto& strLine) {
+              return strLine.find(strChannel) == 0;
+            })};
   }
   template <typename F>
   void Await(F fnHolds) {
@@ -110,25 +122,34 @@ TEST_F(Shpa3Trace, BitsAreFlagsWithFramesBetween) {
   ASSERT_EQ(SSM_OK, SsmStartRecBitFlow(2, TakeBits));
   simcards::PushEvent(E_RCV_DSTDChannel, 2, 0x1008, 2, 0, "Hi");
   const std::string strFrame("\x08\x10\x02\x00Hi\x7e", 7);
-  Await([&] { return TheSeen().strBits.find(strFrame) != std::string::npos && TheSeen().strBits.size() >= 120; });
+  Await([&] {
+    const std::string& strSoFar = TheSeen().rBits[2];
+    return strSoFar.find(strFrame) != std::string::npos && strSoFar.size() >= 3 * BIT_BYTES;
+  });
   ASSERT_EQ(SSM_OK, SsmStopRecBitFlow(2));
-  std::string strRest = TheSeen().strBits;
+  const std::string strBits = TheSeen().rBits[2];  // no lock: nobody writes
+  std::string strRest = strBits;
   strRest.erase(strRest.find(strFrame), strFrame.size());
   EXPECT_EQ(std::string(strRest.size(), 0x7E), strRest);
-  EXPECT_EQ(0U, TheSeen().strBits.size() % 40);
-  EXPECT_EQ(2, TheSeen().iBitCh);
+  EXPECT_EQ(0U, strBits.size() % BIT_BYTES);
+  EXPECT_EQ(1U, TheSeen().rBits.size()) << "bits of a channel that nobody traces";
 }
 
 TEST_F(Shpa3Trace, NothingComesAfterTheEnd) {
   ASSERT_EQ(SSM_OK, SsmStartRecBitFlow(1, TakeBits));
   ASSERT_EQ(SSM_OK, Signals(1, true));
-  Await([] { return !TheSeen().astrLines.empty() && !TheSeen().strBits.empty(); });
+  Await([] { return !TheSeen().astrLines.empty() && !TheSeen().rBits[1].empty(); });
   ASSERT_EQ(SSM_OK, SsmStopRecBitFlow(1));
   ASSERT_EQ(SSM_OK, Signals(1, false));
-  const std::size_t iBits = TheSeen().strBits.size(), iLines = TheSeen().astrLines.size();  // no lock: nobody writes
+  const Counts rEnded = CountsOf(1);
   simcards::PushEvent(E_RCV_DSTDChannel, 1, 0x0008, 0, 0);
-  EXPECT_EQ(iBits, TheSeen().strBits.size());
-  EXPECT_EQ(iLines, TheSeen().astrLines.size());
+  // Meanwhile another channel's trace has as much to tell as the ended one would have.
+  ASSERT_EQ(SSM_OK, SsmStartRecBitFlow(2, TakeBits));
+  ASSERT_EQ(SSM_OK, Signals(2, true));
+  simcards::PushEvent(E_RCV_DSTDChannel, 2, 0x0008, 0, 0);
+  Await(
+      [] { return TheSeen().rBits[2].size() >= 3 * BIT_BYTES && TheSeen().astrLines.back() == "2 event 8 0 0 '' 0"; });
+  EXPECT_EQ(rEnded, CountsOf(1));
   EXPECT_EQ(SSM_OK, SsmStopRecBitFlow(1)) << "stopping what does not run is no failure";
   EXPECT_EQ(SSM_OK, Signals(1, false));
 }
