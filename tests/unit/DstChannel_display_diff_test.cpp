@@ -24,6 +24,7 @@ unsigned long FromEnvironment(const char* acName, unsigned long iDefault) {
 TEST(DisplayDifference, ChannelAndOracleAgree) {
   const unsigned long iDisplays = FromEnvironment("MORVEX_DISPLAYS", DISPLAYS);
   const unsigned long iSeed = FromEnvironment("MORVEX_DISPLAY_SEED", SEED);
+  ASSERT_GT(iDisplays, 0UL);
   printf("%lu displays, seed %lu\n", iDisplays, iSeed);
   std::mt19937_64 rRandom(iSeed);
   DisplayGenerator rGenerator([&rRandom](unsigned iBelow) { return static_cast<unsigned>(rRandom() % iBelow); });
