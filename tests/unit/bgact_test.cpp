@@ -185,7 +185,7 @@ TEST_F(BgActTest, WorkerThatIsMissingBesideAnotherIsAskedForAgainAtEachAction) {
     init_bgact();
     int iProbes = 0;
     for (; rDiary.Count("probe thread here") == iProbes && iProbes < 10'000; iProbes++) {
-      LimitThreads(static_cast<rlim_t>(iProbes + 1));
+      LimitThreads(static_cast<rlim_t>(iProbes) + 1);
       queueAction(new NotingAct(rDiary, "probe"));
     }
     queueAction(new NotingAct(rDiary, "held", &fHold));
