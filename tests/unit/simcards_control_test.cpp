@@ -2,6 +2,7 @@
 
 #include "simcards_control.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -98,7 +99,8 @@ TEST_F(SimControl, StopEndsWaitsAndConnections) {
   rWaiting.Send("ch 0 flash\nwait recording 1 timeout 1000\n");
   EXPECT_EQ("OK", rWaiting.Line());
   simcards::StopControl();
-  EXPECT_NE("OK", rWaiting.Line());
+  // The end of the connection can come before the answer.
+  EXPECT_THAT(rWaiting.Line(), testing::AnyOf("ERROR the cards stop", "<end>"));
   EXPECT_EQ("<end>", rIdle.Line());
   EXPECT_FALSE(Client(Path()).fConnected);
   EXPECT_FALSE(std::filesystem::exists(Path()));
