@@ -1,8 +1,8 @@
 """Power loss at every step of finishing: what would a machine find on its disk if the power went now?
 
-    POWERLOSS_PART     "2/6": the second sixth of all modes, each with and without secure deletion; else a short choice
+    POWERLOSS_PART     "2/6": the second sixth of all runs: modes, ends, with and without secure deletion; else a few
     POWERLOSS_ROUNDS   so many calls on each line (default 2); the stop of the daemon ends the last
-    POWERLOSS_REPORT   a file that gets one JSON line a mode
+    POWERLOSS_REPORT   a file that gets one JSON line a run
 
 The recordings lie on the disk of forgetful.py, which tells after each operation of any program what its worst state is:
 what no fsync has named is not there. A trigger on Calls puts a mark between these operations, at the moment when a row
