@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import BLOCK_BYTES, Daemon, can_connect, control_client, path_of, rows, sql, wait_until
+from harness import BLOCK_BYTES, LIMIT_S, Daemon, can_connect, control_client, path_of, rows, sql, wait_until
 
 CARDS = "card ATP8 1001 8"
 SETTINGS = {"o": {"RecEnc": "mp3"}, "s": {"EmailRecs": "1", "DTMF1": "*1", "DTMFact1": "email"}}
@@ -133,6 +133,7 @@ def test_conversion_holds_nothing_of_the_daemons(daemon):
     with ExitStack() as held:
         service = held.enter_context(listener("/tmp/morvex", socket.SOCK_STREAM))
         service.listen(len(MAILED))
+        service.settimeout(LIMIT_S)
         mailed = [begin(daemon, line) for line in MAILED]
         for line in MAILED:
             daemon.cards(f"ch {line - 1} dtmf *1")
