@@ -2,6 +2,7 @@
 
     CAMPAIGN_SHARE    "3/40": the third of forty shares of all cases, dealt by the seed; default "1/500", of starts
                       "1/1400"
+    CAMPAIGN_CALLS    "rename fsync": these system calls only; default: all
     CAMPAIGN_SEED     default 1
     CAMPAIGN_REPORT   a file that gets one JSON line a case
 
@@ -46,6 +47,7 @@ from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, sql,
 from test_crash import DRIVER_INI, ERROR_FILE, TUNED, check_left, check_settled, children_of
 
 SHARE = os.environ.get("CAMPAIGN_SHARE", "1/500")
+ONLY_CALLS = os.environ.get("CAMPAIGN_CALLS", "").split()
 SEED = os.environ.get("CAMPAIGN_SEED", "1")
 REPORT = os.environ.get("CAMPAIGN_REPORT")
 
@@ -217,6 +219,7 @@ def all_cases(daemon, cards, line, kills):
         Case(threads, call, number, fault)
         for threads, calls in counts.items()
         for call, count in calls.items()
+        if call in (ONLY_CALLS or CALLS)
         for number in range(1, count + 1)
         for fault in ([KILL] if kills else ERRORS_OF.get(call, ERRORS))
     ]
@@ -479,6 +482,7 @@ def start_cases(mode):
     return [
         Case("main", call, number, fault)
         for call, count in counts.items()
+        if call in (ONLY_CALLS or START_CALLS)
         for number in range(1, count + 1)
         for fault in [*ERRORS_OF.get(call, ERRORS), KILL]
     ]
