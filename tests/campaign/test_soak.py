@@ -1,7 +1,7 @@
 """Hundreds of lines for as long as one likes: what the daemon holds of the machine stays as it was.
 
     SOAK_LINES     how many (default 80)
-    SOAK_MINUTES   how long (default 0.5)
+    SOAK_MINUTES   how long (default 2)
     SOAK_PERIOD_S  so long are there calls between two rests (default 8)
     SOAK_SEED      what decides about calls (default 1)
     SOAK_REPORT    a file that gets one JSON line a rest
@@ -32,7 +32,7 @@ from day import Cards, Mode, Service, begin, end, is_whole, md5
 from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, Daemon, order, path_of, rows, sql, store_settings, wait_until
 
 LINES = int(os.environ.get("SOAK_LINES", "80"))
-MINUTES = float(os.environ.get("SOAK_MINUTES", "0.5"))
+MINUTES = float(os.environ.get("SOAK_MINUTES", "2"))
 PERIOD_S = float(os.environ.get("SOAK_PERIOD_S", "8"))
 SEED = os.environ.get("SOAK_SEED", "1")
 REPORT = os.environ.get("SOAK_REPORT")
