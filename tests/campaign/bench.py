@@ -285,7 +285,7 @@ class Bench:
             **self.environment,
         }
         words = " ".join(f"{name}={value}" for name, value in values.items())
-        wrapper = f"{os.environ.get('MORVEX_WRAPPER', '')} {before} /usr/bin/env {words}"
+        wrapper = f"{before} /usr/bin/env {words} {os.environ.get('MORVEX_WRAPPER', '')}"
         with unchanged_environment(MORVEX_WRAPPER=wrapper):
             self.daemon.launch(argument)
         return self
