@@ -6,7 +6,8 @@
 
 Every recording that the log or a row tells of is looked at after each kill:
 
-    in Calls           final file whole, byte by byte, with the checksum of the row; so it stays for all lives to come
+    in Calls           one that the log tells of; final file whole, byte by byte, with the checksum of the row; so it
+                       stays for all lives to come
     stopped            whole in one of its places: as written, converted, or encrypted
     running            as far as its header says it plays and is what the line carried; the header is at most
                        HEADER_AGE_S older than the kill; its row is in ActiveCalls once the log has told so
@@ -171,6 +172,17 @@ def check_calls(names, mode):
     return kept
 
 
+def last_row():
+    return rows("SELECT coalesce(max(id), 0) AS id FROM Calls")[0]["id"]
+
+
+def check_told(names, last, began):
+    """The log has told of as many recordings as began, and of all that the rows behind `last` name."""
+    assert len(names) >= began
+    for call in rows(f"SELECT * FROM Calls WHERE id > {last}"):
+        assert call["filename"] in names, f"row {call['remoteid']} of a recording that never began"
+
+
 def check_settled(settled):
     """What was finished in earlier lives is as it was, row and file."""
     found = {call["remoteid"]: call for call in rows("SELECT * FROM Calls")}
@@ -226,12 +238,17 @@ def live(rng, mode, settled, told):
         assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
         check_settled(settled)
         cards = Cards()
+        last = last_row()
         day = BusyDay(rng, cards)
-        day.run(rng.uniform(1, 14))
+        day.run(rng.uniform(0.5, 13))
+        cards.do("wait handled")
+        began = day.calls
+        day.run(rng.uniform(0, 1))
         told.update(calls=day.calls, with_children=rng.random() < 1 / 3, late_bytes=cards.overruns())
         told["children"] = kill(daemon, told["with_children"])
         cards.close()
         assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
+        check_told(Left(daemon.log_after(0), mode).sources, last, began)
         check_left(daemon.log_after(0), replace(mode, late=told["late_bytes"] > 0), settled, told)
     except BaseException:
         print("\n".join(daemon.log_after(0)[-300:]))
@@ -289,11 +306,13 @@ def test_kills():
     daemon = Daemon(CARDS).start()
     cards = Cards()
     day = BusyDay(random.Random(SEED), cards)
-    mark = len(rows("SELECT id FROM Calls"))
+    last = last_row()
     day.run(3)
     assert daemon.stop() == 0
     check_settled(settled)
-    assert len(rows("SELECT id FROM Calls")) == mark + day.calls
-    check_calls(Left(daemon.log_after(0), MODES[0]).sources, MODES[0])
+    assert len(rows(f"SELECT id FROM Calls WHERE id > {last}")) == day.calls
+    names = Left(daemon.log_after(0), MODES[0]).sources
+    check_told(names, last, day.calls)
+    assert len(check_calls(names, MODES[0])) == day.calls
     assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
     cards.close()
