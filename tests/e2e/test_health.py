@@ -231,24 +231,26 @@ def test_quiet_voice_and_call_progress_tones_do_not(daemon, service):
     assert service.messages == []
 
 
-def test_recording_is_mailed_to_the_user_of_the_line(daemon, service):
+def call_to_mail(daemon, line):
+    """A call of which a mail is asked for: its row."""
     mark = daemon.mark()
-    daemon.cards("ch 7 offhook", "ch 7 dtmf *1")
-    daemon.wait_line("[8] Action to perform: email", mark)
-    call = daemon.active_call(8)
-    daemon.cards("ch 7 onhook")
-    finished = daemon.finished_call(call["remoteid"])
+    daemon.cards(f"ch {line - 1} offhook", f"ch {line - 1} dtmf *1")
+    daemon.wait_line(f"[{line}] Action to perform: email", mark)
+    call = daemon.active_call(line)
+    daemon.cards(f"ch {line - 1} onhook")
+    return daemon.finished_call(call["remoteid"])
+
+
+def test_recording_is_mailed_to_the_user_of_the_line(daemon, service):
+    finished = call_to_mail(daemon, 8)
     service.wait(b"email -recid %d 31" % finished["id"])
 
 
 def test_recording_of_a_line_without_user_is_not_mailed(daemon, service):
-    mark = daemon.mark()
-    daemon.cards("ch 3 offhook", "ch 3 dtmf *1")
-    daemon.wait_line("[4] Action to perform: email", mark)
-    call = daemon.active_call(4)
-    daemon.cards("ch 3 onhook")
-    daemon.finished_call(call["remoteid"])
-    assert service.messages == []
+    call_to_mail(daemon, 4)
+    # Messages keep their order: a mail of that call would come before the one of this.
+    finished = call_to_mail(daemon, 8)
+    service.wait(b"email -recid %d 31" % finished["id"])
 
 
 # -- a service that does not work --------------------------------------------------------------------------------------
