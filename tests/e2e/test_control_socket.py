@@ -378,19 +378,13 @@ def test_many_clients_at_once_get_their_own_replies(daemon):
     # None of these waits for the main thread, which would tell some of so many clients to be out of time.
     stopped = "ERR: already stopped\n"
     commands = {"bittrace_stop": stopped, "bittrace_stop 7": stopped, "hello": UNKNOWN_COMMAND, "sounds": UNKNOWN_COMMAND}
-    wrong = []
-
-    def ask(command, reply):
-        got = order(command)
-        if got != reply:
-            wrong.append((command, got))
-
-    threads = [threading.Thread(target=ask, args=item) for item in list(commands.items()) * 8]
+    replies = []
+    threads = [threading.Thread(target=lambda c=command: replies.append((c, order(c)))) for command in [*commands] * 8]
     for thread in threads:
         thread.start()
     for thread in threads:
         thread.join()
-    assert wrong == []
+    assert sorted(replies) == sorted([*commands.items()] * 8)
 
 
 # -- the end ---------------------------------------------------------------------------------------------------------
