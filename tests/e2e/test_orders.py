@@ -211,8 +211,9 @@ def test_call_that_nobody_demanded_leaves_nothing(daemon):
 def test_line_without_the_option_is_left_alone(daemon, word):
     call = begin(daemon, 1)
     assert order(f"{word} {call['remoteid']}") == REFUSED_START
+    mark = daemon.mark()
     press(daemon, 1, word)
-    daemon.wait_line("[1] RecOnDmd not done, the option is off")
+    daemon.wait_line("[1] RecOnDmd not done, the option is off", mark)
     length = grow(call)
     hang_up(daemon, 1)
     counted_audio(path_of(daemon.finished_call(call["remoteid"])), length)
