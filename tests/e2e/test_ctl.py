@@ -5,6 +5,7 @@ import os
 import pty
 import re
 import select
+import signal
 import subprocess
 import time
 from pathlib import Path
@@ -247,7 +248,7 @@ def test_watch_for_scripts_is_an_object_a_line(daemon, calls):
             assert json.loads(watch.stdout.readline()) == expected_json(daemon, calls)
         assert time.monotonic() - started > 1.9
         watch.stdout.close()  # nobody reads on
-        assert watch.wait(60) != 1
+        assert watch.wait(60) == -signal.SIGPIPE
 
 
 # -- around it -------------------------------------------------------------------------------------------------------
