@@ -26,7 +26,7 @@ import time
 from dataclasses import replace
 from pathlib import Path
 
-from bench import NO_TROUBLE, TROUBLE
+from bench import TROUBLE
 from day import CARDS, CLEAR, PARTNER, TRUNK_LINES
 from day import Cards, Mode, Service, begin, end, is_whole, md5
 from harness import AUDIO_BYTES_PER_S, HEADER_BYTES, Daemon, order, path_of, rows, sql, store_settings, wait_until
@@ -121,7 +121,7 @@ def trouble(daemon):
     """What the log has said of trouble; what has been read is forgotten, as there are hours of it."""
     with daemon.changed:
         said, daemon.lines[:] = daemon.lines[:], []
-    return [line for line in said if TROUBLE.match(line) and not NO_TROUBLE.match(line)]
+    return [line for line in said if TROUBLE.match(line)]
 
 
 def rest(daemon, cards, calls, late):
