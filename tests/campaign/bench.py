@@ -35,6 +35,7 @@ from harness import (
     BLOCK_BYTES,
     BUILD,
     HEADER_BYTES,
+    LIMIT_S,
     SOURCE,
     Daemon,
     counting,
@@ -42,6 +43,7 @@ from harness import (
     order,
     path_of,
     rows,
+    sql,
     wait_until,
 )
 
@@ -286,6 +288,7 @@ class Bench:
             make_tools()
         self.environment = environment or {}
         self.late = 0  # bytes that the daemon had come too late for when the last call began
+        self.talking = set()  # channels with a call that has begun and not ended
         self.cards = None  # a connection that stays, so that it is there when no descriptor is left
         self.encoding = ENCODINGS[(settings or {}).get("o", {}).get("RecEnc", "alaw")]
         self.daemon = Daemon(cards, settings)
@@ -365,6 +368,7 @@ class Bench:
         """Takes a channel off hook, with the counting pattern on it. Its line in the log begins at the mark."""
         mark = self.daemon.mark()
         self.late = self.cards.overruns()
+        self.talking.add(channel)
         self.cards.do(*self.begins(channel))
         return mark
 
@@ -373,7 +377,12 @@ class Bench:
         return [f"ch {channel} play counting", f"ch {channel} offhook"]
 
     def end(self, channel=0):
-        self.cards.do(f"ch {channel} onhook")
+        self.cards.do(self.ends(channel))
+        self.talking.discard(channel)
+
+    @staticmethod
+    def ends(channel):
+        return f"ch {channel} onhook"
 
     def file_of(self, mark, channel=0):
         """The file that a call that began at the mark is recorded to, as the log tells it."""
@@ -487,6 +496,24 @@ class Bench:
     # -- a row -------------------------------------------------------------------------------------------------------
 
     def run(self, row):
+        try:
+            self.live_through(row)
+        except BaseException:
+            if self.daemon.running:
+                self.clear()
+            raise
+
+    def clear(self):
+        """Behind a row that has failed in the middle: its calls end, and what of them stays in the database goes."""
+        for channel in sorted(self.talking):
+            self.end(channel)
+        self.cards.do("wait handled")
+        try:
+            self.settle(limit=15)
+        except AssertionError:
+            sql("DELETE FROM ActiveCalls")
+
+    def live_through(self, row):
         daemon = self.daemon
         self.settle()
         before = self.held()
@@ -526,9 +553,10 @@ class Bench:
         said = [line for line in self.daemon.log_after(mark) if TROUBLE.match(line)]
         assert [line for line in said if not any(one.fullmatch(line) for one in announced)] == []
 
-    def settle(self):
+    @staticmethod
+    def settle(limit=LIMIT_S):
         """Waits until no call is left, neither running nor being finished."""
-        wait_until("no active calls", lambda: rows("SELECT id FROM ActiveCalls") == [])
+        wait_until("no active calls", lambda: rows("SELECT id FROM ActiveCalls") == [], limit)
 
     def stop(self):
         if self.daemon.running:

@@ -28,8 +28,9 @@ class BENCH(Bench):
             f"cic {channel} talk in caller {REMOTE} callee {LOCAL}",
         ]
 
-    def end(self, channel=0):
-        self.cards.do(f"cic {channel} idle")
+    @staticmethod
+    def ends(channel):
+        return f"cic {channel} idle"
 
 
 def one_call(bench, blocks=2):
