@@ -10,8 +10,8 @@ A campaign is a table of rows. One daemon serves many rows, since it has to live
     def test_fault(bench, row):
         bench.run(row)
 
-A row injects its fault, goes through one call unless it has a story of its own, waits for its report, heals, and then
-makes a call that must be whole: its bytes are compared with what was played. What the daemon reported meanwhile is the
+A row injects its fault, goes through its story, which is a call that must be whole unless the row has one of its own,
+waits for its report, heals, and then makes a call that must be whole: its bytes are compared with what was played. What the daemon reported meanwhile is the
 report and nothing else; descriptors and threads are as many as before; the process is the same.
 """
 
@@ -112,7 +112,7 @@ class Row:
     fault: Callable
     report: list = field(default_factory=list)  # each must come, and no other trouble may
     may: list = field(default_factory=list)  # and these may come: the order of two events decides
-    story: Callable = None  # takes the bench while the fault is there; else one call
+    story: Callable = None  # takes the bench while the fault is there; else a clean call
     clean: bool = True  # a clean call can follow in this process
     long: bool = False  # not in the short form
 
@@ -455,6 +455,14 @@ class Bench:
         self.daemon.wait_line(f"[{channel + 1}] Call stops", mark)
         return mark
 
+    def row_without_audio(self):
+        """A call whose file cannot be opened: its row names a recording, and there is none."""
+        mark = self.one_call()
+        path = self.file_of(mark)
+        call = self.daemon.finished_call(remoteid_of(path))
+        assert (path_of(call), call["encoding"]) == (path, 554)
+        assert not path.exists()
+
     def recorded(self, channel=0):
         """Bytes that the card has recorded of a channel's call so far."""
         line = next(line for line in self.cards.do("status") if line.startswith(f"ch={channel} "))
@@ -520,7 +528,7 @@ class Bench:
         mark = daemon.mark()
         began = time.monotonic()
         with row.fault(self):
-            (row.story or Bench.one_call)(self)
+            (row.story or Bench.clean_call)(self)
             for line in row.report:
                 self.wait_report(line, mark)
         healed = time.monotonic()

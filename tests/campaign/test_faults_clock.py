@@ -45,6 +45,12 @@ def jump_in_mid_call(seconds):
     return story
 
 
+def with_another_clock(bench):
+    """The call is whole, and its row tells how long it was."""
+    call, _ = bench.clean_call()
+    assert 0 <= call["duration"] < MINUTE_S
+
+
 def over_the_change(change, minute_before, hour_behind):
     """A call that begins before a change of the hour and ends behind it, and one behind it: both named by local time."""
 
@@ -70,8 +76,8 @@ AUTUMN = datetime(2027, 10, 31, 1, tzinfo=timezone.utc)
 ROWS = [
     Row("clock an hour back during a call", nothing, story=jump_in_mid_call(-HOUR_S)),
     Row("clock a day forward during a call", nothing, story=jump_in_mid_call(DAY_S)),
-    Row("call with the clock an hour back", moved(-HOUR_S)),
-    Row("call with the clock a day ahead", moved(DAY_S)),
+    Row("call with the clock an hour back", moved(-HOUR_S), story=with_another_clock),
+    Row("call with the clock a day ahead", moved(DAY_S), story=with_another_clock),
     Row("summer time begins during a call", nothing, story=over_the_change(SPRING, "20270328_0159", "20270328_03")),
     Row("summer time ends during a call", nothing, story=over_the_change(AUTUMN, "20271031_0259", "20271031_02")),
 ]

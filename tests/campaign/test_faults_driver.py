@@ -5,7 +5,7 @@ from contextlib import contextmanager
 import pytest
 
 from bench import RECORDINGS, Row, remoteid_of, rows_of
-from harness import BLOCK_BYTES, order, rows, sql, wait_until
+from harness import order, path_of, rows, sql, wait_until
 
 CARDS = """card ATP8 1001 8
 card DST8 1002 8
@@ -53,14 +53,14 @@ def call_that_the_card_goes_on_with(bench):
 
 
 def incoming(bench):
-    """A call with a caller id and digits, which asks the card for both."""
+    """A call with a caller id and digits, which asks the card for both. It is whole."""
     bench.cards.do("ch 0 ring on", "ch 0 callerid 0301234567")
     mark = bench.begin()
-    bench.file_of(mark)
+    path = bench.file_of(mark)
     bench.cards.do("ch 0 dtmf 12")
-    wait_until("audio", lambda: bench.recorded() >= BLOCK_BYTES)
+    bench.wait_blocks(path)
     bench.end()
-    bench.daemon.wait_line("[1] Call stops", mark)
+    bench.check_whole(path_of(bench.daemon.finished_call(remoteid_of(path))))
     sql("DELETE FROM CallerIDs WHERE callerid = '0301234567'")
 
 
