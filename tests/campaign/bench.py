@@ -468,13 +468,28 @@ class Bench:
         line = next(line for line in self.cards.do("status") if line.startswith(f"ch={channel} "))
         return int(re.search(r" recorded=(\d+)", line)[1])
 
-    def count_bytes(self, name, channels, hang):
+    def count_bytes(self, name, channels, hang, harmless=False):
         """Calls with counted audio run on `channels` while `hang` does its worst; what their files lack is counted.
 
         The ring of a line holds half a second; an absence of the main thread beyond that loses audio on every line. The
         bound is the time from the beginning of the hang to the end of the calls, since a busy machine adds an absence
-        of its own.
+        of its own. A harmless hang costs nothing. Where the cards say that the machine was too slow, it is made again; a
+        few times, not for ever.
         """
+        for _ in range(SLOW_CALLS):
+            late = self.cards.overruns()
+            missing, repeated, until_end = self.count_once(name, channels, hang)
+            if not harmless:
+                assert max(missing) <= until_end * AUDIO_BYTES_PER_S + RING_BYTES
+            elif self.cards.overruns() == late:
+                assert (sum(missing), repeated) == (0, 0)
+            else:
+                continue
+            return
+        raise AssertionError(f"the main thread came too late for the cards, {SLOW_CALLS} times")
+
+    def count_once(self, name, channels, hang):
+        """Missing bytes of each line, repeated ones of all, and the seconds from the hang to the end of the calls."""
         marks = {channel: self.begin(channel) for channel in channels}
         paths = [self.file_of(mark, channel) for channel, mark in marks.items()]
         for path in paths:
@@ -484,22 +499,38 @@ class Bench:
         took = time.monotonic() - began
         for path in paths:
             self.wait_blocks(path, path.stat().st_size // BLOCK_BYTES + 4)
+        ends = {}  # of each line: what the card has recorded before its end, and the seconds that this end took
         for channel, mark in marks.items():
+            ending = time.monotonic()
+            before = self.recorded(channel)
             self.end(channel)
             self.daemon.wait_line(f"[{channel + 1}] Recording stopped", mark)
+            ends[channel] = before, time.monotonic() - ending
         until_end = time.monotonic() - began
+        for path, end in zip(paths, ends.values()):
+            self.check_length(path, *end)
         found = [heard(path.read_bytes()[HEADER_BYTES:], reach_s=until_end) for path in paths]
         missing = [one["missing"] for one in found]
+        repeated = sum(one["repeated"] for one in found)
         figure(
             self.campaign,
             f"{name}: bytes",
             missing_most=max(missing),
             missing_all=sum(missing),
-            repeated_all=sum(one["repeated"] for one in found),
+            repeated_all=repeated,
             played_all=sum(one["played"] for one in found),
             hang_s=round(took, 2),
         )
-        assert max(missing) <= until_end * AUDIO_BYTES_PER_S + RING_BYTES
+        return missing, repeated, until_end
+
+    @staticmethod
+    def check_length(path, before, end_s):
+        """A recording is as long as its call, in header and file."""
+        data = path.read_bytes()
+        length = len(data) - HEADER_BYTES
+        assert data[:HEADER_BYTES] == header(channels=1, length=length)
+        most = before + end_s * AUDIO_BYTES_PER_S + BLOCK_BYTES  # the cards themselves may come that late
+        assert before // BLOCK_BYTES * BLOCK_BYTES <= length <= most
 
     # -- a row -------------------------------------------------------------------------------------------------------
 
