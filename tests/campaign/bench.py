@@ -73,6 +73,10 @@ ENCODINGS = {
 NAMELESS_KERNEL = Path(f"/proc/{os.getppid()}/wchan").read_text() == "0"
 SLOW_CALLS = 5
 RING_BYTES = 4096
+LOG_BURST = 100  # messages of a kind that leave at once
+LOG_PER_S = 100 / 60  # and then
+GROWTH_KIB = 512  # in a flood; of 100,000 messages each may leave five bytes behind
+SANITIZED = BUILD.name in ("asan", "tsan")  # these keep freed memory back
 
 # Of the texts of levels 3 and 4 those that are no trouble: a busy machine has slow handlers, too.
 SLOW_HANDLERS = ("Event handling took: %.4f s", "Periodic took: %.4f s")
@@ -531,6 +535,37 @@ class Bench:
         assert data[:HEADER_BYTES] == header(channels=1, length=length)
         most = before + end_s * AUDIO_BYTES_PER_S + BLOCK_BYTES  # the cards themselves may come that late
         assert before // BLOCK_BYTES * BLOCK_BYTES <= length <= most
+
+    # -- floods ------------------------------------------------------------------------------------------------------
+
+    def told_and_left_out(self, text, mark):
+        """How many messages of a kind the log has, and how many it says were left out."""
+        said = self.daemon.log_after(mark)
+        counted = re.compile(r"(\d+) messages like this one left out: " + re.escape(text))
+        return said.count(text), sum(int(found[1]) for found in map(counted.fullmatch, said) if found)
+
+    def check_flood(self, text, count, mark, began):
+        """So many messages of a kind have come since `began`: few are told, and told and counted are all of them."""
+
+        def accounted():
+            self.cards.do("ch 7 dtmf 1")  # what was left out is told before something else
+            told, left_out = self.told_and_left_out(text, mark)
+            return told + left_out == count and told
+
+        told = wait_until(f"{count} times, told or counted: {text}", accounted)
+        assert told <= LOG_BURST + (time.monotonic() - began) * LOG_PER_S + 1
+
+    def own_kib(self):
+        """Memory that no file backs."""
+        text = Path(f"/proc/{self.daemon.pid}/status").read_text()
+        return sum(int(re.search(rf"{name}:\s+(\d+)", text)[1]) for name in ("RssAnon", "VmSwap"))
+
+    @contextmanager
+    def flat_memory(self):
+        before = self.own_kib()
+        yield
+        grown = self.own_kib() - before
+        assert SANITIZED or grown <= GROWTH_KIB, f"{grown} KiB more"
 
     # -- a row -------------------------------------------------------------------------------------------------------
 

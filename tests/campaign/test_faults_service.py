@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from bench import Bench, Row, remoteid_of, rows_of
+from bench import LOG_BURST, Bench, Row, remoteid_of, rows_of
 from harness import order, wait_until
 from test_neighbour import NOBODY
 
@@ -165,6 +165,38 @@ def files_without_a_sum(bench):
     assert call["callextra"] == "chk: \r\n"
 
 
+def orders_in_a_loop(bench):
+    """A client orders as fast as it is answered, while a call is recorded whole. Its orders are counted in the log, and
+    leave nothing behind."""
+    began = time.monotonic()
+    mark = bench.daemon.mark()
+    answers = []
+    over = threading.Event()
+
+    def order_on():
+        while not over.is_set():
+            answers.append(order(ORDER))
+
+    with bench.flat_memory():
+        client = threading.Thread(target=order_on)
+        client.start()
+        try:
+            bench.clean_call(blocks=12)
+        finally:
+            over.set()
+            client.join()
+        assert set(answers) == {UNKNOWN} and len(answers) > 5 * LOG_BURST
+        for text in LOG_OF_AN_ORDER:
+            bench.check_flood(text, len(answers), mark, began)
+
+
+ORDER = "flood of orders"
+UNKNOWN = "E0: Unknown commmand\n"
+LOG_OF_AN_ORDER = (
+    f"Msg received: {ORDER}",
+    "Command: 'flood' Param: 'of orders'",
+    f"reactor reply: {UNKNOWN.strip()}",
+)
 ROWS = [
     Row("service socket absent", nothing, ["Error connecting to socket"], story=message),
     Row("a neighbour's FIFO at the service socket's name", neighbours_fifo, ["Error connecting to socket"], story=message),
@@ -180,6 +212,12 @@ ROWS = [
         story=post_without_fork,
     ),
     Row("popen refused to a checksum", no_popen, story=files_without_a_sum),
+    Row(
+        "a client that orders in a loop",
+        nothing,
+        [f"{{n}} messages like this one left out: {text}" for text in LOG_OF_AN_ORDER],
+        story=orders_in_a_loop,
+    ),
     Row(
         "no descriptor left for a recording",
         no_descriptor,
