@@ -178,6 +178,18 @@ ROWS = [
     ),
     Start("database late", fault=late_server, report=[NO_SERVER]),
     Start("driver ready at the third try", cards="start_failures 2\n" + CARD, story=two_tries_failed),
+    Start(
+        "driver never ready",
+        cards="start_failures 9999\n" + CARD,
+        report=["Error in SsmStartCti: SsmStartCti: Board 0 is not ready"],
+        records=False,
+        exit_status=1,
+        long=True,  # it is tried for 20 seconds
+    ),
+    refused("SsmSetLogAttribute", settings={"o": {"TdmLogApi": "1"}}),
+    refused("SsmGetMaxCh"),
+    refused("SsmGetChType"),
+    refused("SsmGetChHdInfo"),
     refused("SsmGetDllVersion"),
     refused("SsmGetMaxUsableBoard"),
     refused("SsmSetRecVolume"),
