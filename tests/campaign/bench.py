@@ -11,8 +11,9 @@ A campaign is a table of rows. One daemon serves many rows, since it has to live
         bench.run(row)
 
 A row injects its fault, goes through its story, which is a call that must be whole unless the row has one of its own,
-waits for its report, heals, and then makes a call that must be whole: its bytes are compared with what was played. What the daemon reported meanwhile is the
-report and nothing else; descriptors and threads are as many as before; the process is the same.
+waits for its report, heals, and then makes a call that must be whole: its bytes are compared with what was played. What
+the daemon reported meanwhile is the report and nothing else; descriptors and threads are as many as before; the process
+is the same.
 """
 
 import json
@@ -83,7 +84,7 @@ SLOW_HANDLERS = ("Event handling took: %.4f s", "Periodic took: %.4f s")
 
 
 def texts_of_trouble():
-    """What the log says at levels 3 and 4, as the table of docs/behaviour.md has it. Behind a text its places may follow."""
+    """What the log says at levels 3 and 4, as the table of docs/behaviour.md has it. Places may stand behind a text."""
     table = (SOURCE / "docs" / "behaviour.md").read_text().split("## Log lines of level 3 and 4\n")[1]
     texts = []
     for cell in re.findall(r"^\| [34] \| (.*?) \| ", table, re.MULTILINE):
@@ -477,8 +478,8 @@ class Bench:
 
         The ring of a line holds half a second; an absence of the main thread beyond that loses audio on every line. The
         bound is the time from the beginning of the hang to the end of the calls, since a busy machine adds an absence
-        of its own. A harmless hang costs nothing. Where the cards say that the machine was too slow, it is made again; a
-        few times, not for ever.
+        of its own. A harmless hang costs nothing. Where the cards say that the machine was too slow, it is made again;
+        a few times, not for ever.
         """
         for _ in range(SLOW_CALLS):
             late = self.cards.overruns()

@@ -16,7 +16,7 @@ import pytest
 
 from bench import Bench, pattern, rows_of
 
-from harness import LIMIT_S, can_connect, order, rows, server, sql, wait_until
+from harness import LIMIT_S, can_connect, order, server, sql, wait_until
 from test_neighbour import NOBODY
 
 CARD = "card ATP8 1001 8\n"

@@ -201,8 +201,8 @@ def taken_away(whole_folder):
 
 
 def both_are_whole(bench):
-    """What the neighbour left makes way: line 1 is recorded whole, and line 2 beside it. He stays until the recordings are
-    filed: he would take them along."""
+    """What the neighbour left makes way: line 1 is recorded whole, and line 2 beside it. He stays until the recordings
+    are filed: he would take them along."""
     late = bench.cards.overruns()
     mark = bench.begin()
     path = bench.file_of(mark)
