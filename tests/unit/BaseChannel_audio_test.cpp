@@ -261,7 +261,7 @@ TEST_F(BaseChannelAudio, FileThatCannotBeOpenedIsReportedOnceAndTheAudioDropped)
   HearOwn(Noise(2048, 1));
   Seconds(5);
   OnHook();
-  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (5 s)"}), Log());
+  EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (5 s)", "3 Recording lost: " + FILE_1}), Log());
 }
 
 TEST_F(BaseChannelAudio, FolderThatCannotBeMadeIsReportedByTheFileAlone) {
