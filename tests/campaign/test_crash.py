@@ -32,7 +32,7 @@ from day import CARDS, CLEAR, MODES, ORIGINALS, WORK_ROOTS, BusyDay, Cards, Serv
 from day import channels_of, expected_audio, header_lengths, install_tools, is_archived, is_final, is_whole
 from day import line_of, md5
 from harness import AUDIO_BYTES_PER_S, BLOCK_BYTES, HEADER_BYTES, Daemon
-from harness import order, path_of, rows, store_settings, wait_until
+from harness import path_of, rows, store_settings, wait_until
 
 KILLS = int(os.environ.get("CRASH_KILLS", "3"))
 SEED = os.environ.get("CRASH_SEED", "1")

@@ -41,9 +41,9 @@ from pathlib import Path
 import pytest
 
 from bench import TROUBLE
-from day import CARDS, CLEAR, MODES, ORIGINALS, TURN_BACK, WORK_ROOTS, Cards, Mode, Service
+from day import CARDS, CLEAR, MODES, ORIGINALS, TURN_BACK, WORK_ROOTS, Cards, Service
 from day import begin, end, install_tools, is_archived, is_final, is_whole, md5, recorded
-from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, sql, wait_until
+from harness import BUILD, HEADER_BYTES, RECORDINGS, Daemon, path_of, rows, wait_until
 from test_crash import DRIVER_INI, ERROR_FILE, TUNED, check_left, check_settled, children_of
 
 SHARE = os.environ.get("CAMPAIGN_SHARE", "1/500")
