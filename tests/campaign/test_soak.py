@@ -45,6 +45,7 @@ CLOCK_S = 2  # a row counts whole seconds, a recording half rings
 SETTLING_RESTS = 1
 GROWTH_KB = 512  # a burst of work leaves some of its room behind, most of all on a busy machine
 ERROR_FILE = Path("/var/morvex/data/err_crec.dat")
+TRUNK_IS_UP = "PRI-line of card Syn3001 is available"  # a warning, by the first call on it
 
 # The lines of a busy day, and behind them as many analogue ones as are asked for.
 DAY_LINES = TRUNK_LINES.stop - 1
@@ -124,11 +125,11 @@ def trouble(daemon):
     return [line for line in said if TROUBLE.match(line)]
 
 
-def rest(daemon, cards, calls, late):
+def rest(daemon, cards, calls, late, warnings):
     """Waits until nothing is left to do; looks at all that there is, and clears it away."""
     wait_until("all calls are in Calls", lambda: rows("SELECT count(*) FROM Calls") == [{"count": calls}], REST_LIMIT_S)
     wait_until("no call runs", lambda: rows("SELECT id FROM ActiveCalls") == [])
-    assert trouble(daemon) == []
+    assert trouble(daemon) == warnings
     assert not ERROR_FILE.exists(), ERROR_FILE.read_text()
     found = [check_call(call, late) for call in rows("SELECT * FROM Calls")]
     for call in rows("SELECT directory, filename FROM Calls"):
@@ -156,7 +157,8 @@ def test_soak():
         moments = plan(rng)
         talk(cards, moments)
         assert order("reconfig") == "OK\n"
-        rests.append(rest(daemon, cards, len(moments) // 2, cards.overruns() - before))
+        warnings = [] if rests else [TRUNK_IS_UP]
+        rests.append(rest(daemon, cards, len(moments) // 2, cards.overruns() - before, warnings))
         print(rests[-1])
         if REPORT:
             with open(REPORT, "a", encoding="utf-8") as report:
