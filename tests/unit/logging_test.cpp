@@ -391,15 +391,20 @@ Flood TakeFlood(const std::string& strMessage, int iPrio = LOG_ERR) {
   return rFlood;
 }
 
-TEST_F(LoggingTest, FloodOfErrorsIsLimitedAndCounted) {
-  constexpr int MESSAGES = 20'000;
-  for (int i = 1; i <= MESSAGES; i++) lg(LOG_ERR, "no space for block %d", i);
+// The flood has just come: "<message>1" to "<message>20000".
+constexpr int FLOOD_MESSAGES = 20'000;
+void ExpectLimitedAndCounted(const std::string& strMessage, int iPrio) {
   LogLeftOut();
-  const Flood rFlood = TakeFlood("no space for block ");
+  const Flood rFlood = TakeFlood(strMessage, iPrio);
   EXPECT_GE(rFlood.iTold, 100);
-  EXPECT_LT(rFlood.iTold, MESSAGES / 2);
-  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, MESSAGES);
-  EXPECT_EQ(rFlood.strLastCounted, "no space for block 20000");
+  EXPECT_LT(rFlood.iTold, FLOOD_MESSAGES / 2);
+  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, FLOOD_MESSAGES);
+  EXPECT_EQ(rFlood.strLastCounted, strMessage + std::to_string(FLOOD_MESSAGES));
+}
+
+TEST_F(LoggingTest, FloodOfErrorsIsLimitedAndCounted) {
+  for (int i = 1; i <= FLOOD_MESSAGES; i++) lg(LOG_ERR, "no space for block %d", i);
+  ExpectLimitedAndCounted("no space for block ", LOG_ERR);
   LogLeftOut();
   EXPECT_EQ(logsink::TakeTexts(), Texts{}) << "told once";
 }
@@ -436,26 +441,14 @@ TEST_F(LoggingTest, FloodHindersNoOtherMessage) {
 }
 
 TEST_F(LoggingTest, FloodOfWarningsIsLimitedAndCounted) {
-  constexpr int MESSAGES = 20'000;
-  for (int i = 1; i <= MESSAGES; i++) lg(LOG_WARNING, "no side for block %d", i);
-  LogLeftOut();
-  const Flood rFlood = TakeFlood("no side for block ", LOG_WARNING);
-  EXPECT_GE(rFlood.iTold, 100);
-  EXPECT_LT(rFlood.iTold, MESSAGES / 2);
-  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, MESSAGES);
-  EXPECT_EQ(rFlood.strLastCounted, "no side for block 20000");
+  for (int i = 1; i <= FLOOD_MESSAGES; i++) lg(LOG_WARNING, "no side for block %d", i);
+  ExpectLimitedAndCounted("no side for block ", LOG_WARNING);
   EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
 }
 
 TEST_F(LoggingTest, FloodOfEventsThatAnyoneCausesIsLimitedAndCounted) {
-  constexpr int MESSAGES = 20'000;
-  for (int i = 1; i <= MESSAGES; i++) lgOften("order %d of %s", i, "somebody");
-  LogLeftOut();
-  const Flood rFlood = TakeFlood("order ", LOG_NOTICE);
-  EXPECT_GE(rFlood.iTold, 100);
-  EXPECT_LT(rFlood.iTold, MESSAGES / 2);
-  EXPECT_EQ(rFlood.iTold + rFlood.iCounted, MESSAGES);
-  EXPECT_EQ(rFlood.strLastCounted, "order 20000 of somebody");
+  for (int i = 1; i <= FLOOD_MESSAGES; i++) lgOften("%s order %d", "another", i);
+  ExpectLimitedAndCounted("another order ", LOG_NOTICE);
   EXPECT_EQ(ReadTestFile(ERROR_FILE), OLD_CONTENT);
 }
 
