@@ -20,6 +20,7 @@
 #include "g711.h"
 #include "logging.h"
 #include "plainfile.h"
+#include "samples.h"
 #include "shpa3link.h"
 #include "wavheader.h"
 
@@ -83,11 +84,6 @@ static_assert(SSM_FORMAT_ALAW == LAW_A.wFormatTag && SSM_FORMAT_ULAW == LAW_U.wF
 // The law of a recording while the call runs. MP3 and GSM are made from A-law after the call.
 const AudioLaw& GetAudioLaw(ERecEncodings eRecEnc) {
   return eRecEnc == RECENC_G711U ? LAW_U : LAW_A;
-}
-
-BYTE SumOfSamples(const AudioLaw& rLaw, BYTE ucOne, BYTE ucOther) {
-  const int iSum = rLaw.ToLinear(ucOne) + rLaw.ToLinear(ucOther);
-  return rLaw.FromLinear(static_cast<short>(std::clamp(iSum, -32768, 32767)));
 }
 
 int LoudWindows(int iSeconds) {
@@ -199,7 +195,7 @@ void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
 void BaseChannel::MixMono(const BYTE* buf, int iLen, int iType) {
   BYTE* acPlace = acMixBuffer + iMixBufIx[iType];
   const int iOverlap = std::clamp(iMixBufIx[1 - iType] - iMixBufIx[iType], 0, iLen);  // the other side is there already
-  for (int i = 0; i < iOverlap; i++) acPlace[i] = SumOfSamples(*prLaw, acPlace[i], buf[i]);
+  MixSamples(*prLaw, acPlace, buf, static_cast<std::size_t>(iOverlap));
   memcpy(acPlace + iOverlap, buf + iOverlap, static_cast<std::size_t>(iLen - iOverlap));
 }
 

@@ -1,0 +1,12 @@
+// samples: the work on each sample of a recording.
+// A thousand lines deliver eight million samples a second, so what a sample costs is decided here. What the functions
+// of g711 make of a code, or of two, stands in tables, which the first call makes by these very functions. Threads:
+// any; pure functions.
+#pragma once
+
+#include <cstddef>
+
+#include "g711.h"
+
+// Adds the samples behind acFrom to those behind acInto, as they are heard together: sums in 16 bits, clipped.
+void MixSamples(const AudioLaw& rLaw, unsigned char* acInto, const unsigned char* acFrom, std::size_t uiSamples);

@@ -1,0 +1,47 @@
+#include "samples.h"
+
+#include <algorithm>
+#include <string>
+
+#include "AudioReference.h"
+
+namespace {
+
+constexpr int CODES = 256;
+
+const unsigned char* Bytes(const std::string& strBytes) {
+  return reinterpret_cast<const unsigned char*>(strBytes.data());
+}
+std::string MixedSamples(const AudioLaw& rLaw, std::string strInto, const std::string& strFrom) {
+  MixSamples(rLaw, reinterpret_cast<unsigned char*>(strInto.data()), Bytes(strFrom), strFrom.size());
+  return strInto;
+}
+
+TEST(Samples, EverySumIsThatOfTheFunctionsAndOfTheReference) {
+  std::string strOne, strOther;
+  for (int i = 0; i < CODES * CODES; i++) {
+    strOne += static_cast<char>(i / CODES);
+    strOther += static_cast<char>(i % CODES);
+  }
+  for (const AudioLaw& rLaw : {LAW_A, LAW_U}) {
+    SCOPED_TRACE(rLaw.acName);
+    std::string strSums;
+    for (int i = 0; i < CODES * CODES; i++) {
+      const int iSum =
+          rLaw.ToLinear(static_cast<unsigned char>(i / CODES)) + rLaw.ToLinear(static_cast<unsigned char>(i % CODES));
+      strSums += static_cast<char>(rLaw.FromLinear(static_cast<short>(std::clamp(iSum, -32768, 32767))));
+    }
+    const std::string strMixed = MixedSamples(rLaw, strOne, strOther);
+    ExpectSame(strSums, strMixed);
+    ExpectSame(Mixed(strOne, strOther, rLaw.wFormatTag == LAW_U.wFormatTag), strMixed);
+  }
+}
+
+TEST(Samples, SumsTouchNothingBehindThem) {
+  std::string strInto = "abcdefgh";
+  MixSamples(LAW_A, reinterpret_cast<unsigned char*>(strInto.data()), Bytes("ijkl"), 0);
+  EXPECT_EQ("abcdefgh", strInto);
+  EXPECT_EQ(Mixed("abc", "ijk", /*fULaw=*/false) + "defgh", MixedSamples(LAW_A, strInto, "ijk"));
+}
+
+}  // namespace
