@@ -11,14 +11,14 @@
 
 namespace simcards {
 
-// One audio file, read whole. G.711 files keep their bytes, so that playing into the same law changes nothing.
+// One audio file, read whole and held in both laws, of equal length. G.711 files keep their bytes in their own law, so
+// that playing into it changes nothing.
 struct AudioFile {
-  int nFormat = 0;  // SSM_FORMAT_...: acBytes holds the audio; 0: asSamples does
-  std::vector<BYTE> acBytes;
-  std::vector<std::int16_t> asSamples;
+  std::vector<BYTE> acAlaw, acUlaw;
 
-  long long Length() const;  // in samples
-  BYTE At(long long i, int nAsFormat) const;
+  const std::vector<BYTE>& In(int nFormat) const { return nFormat == SSM_FORMAT_ULAW ? acUlaw : acAlaw; }
+  long long Length() const { return static_cast<long long>(acAlaw.size()); }  // in samples
+  void AddSample(int iSample);
 };
 
 // Reads ".al" and ".ul" as raw G.711, anything else as WAV (8000 Hz, mono, G.711 or 16 bits). Null when the file cannot
@@ -32,8 +32,9 @@ class AudioSource {
   void SetTone(double dToneHz, double dLevelDb);  // dLevelDb: 0 is full scale
   void SetFile(std::shared_ptr<const AudioFile> prNewFile, bool fRepeat);
 
-  // The next iBytes bytes. iRecorded: bytes that the asking recording has already, the index of the counting pattern.
-  void Fill(BYTE* acOut, int iBytes, int nFormat, long long iRecorded) const;
+  // The iBytes bytes that come iAhead bytes from now. iRecorded: bytes that the asking recording has already, the index
+  // of the counting pattern.
+  void Fill(BYTE* acOut, int iBytes, int nFormat, long long iRecorded, int iAhead) const;
   // Time passes, whether somebody records or not.
   void Skip(int iBytes) { iPos += iBytes; }
 
@@ -43,14 +44,14 @@ class AudioSource {
  private:
   enum EKind { SILENCE, TONE, COUNTING, FILE };
   void Set(EKind eNewKind);
-  BYTE ToneByte(long long i, int nFormat) const;
-  BYTE FileByte(long long i, int nFormat) const;
+  void FillTone(BYTE* acOut, int iBytes, int nFormat, long long iFrom) const;
+  void FillFile(BYTE* acOut, int iBytes, int nFormat, long long iFrom) const;
 
   EKind eKind = SILENCE;
   long long iPos = 0;  // samples since the source was set
   double dHz = 0;
   double dAmplitude = 0;
-  std::shared_ptr<const AudioFile> prFile;
+  std::shared_ptr<const AudioFile> prFile;  // of a tone of whole Hz: one second of it
   bool fLoop = false;
 };
 

@@ -35,13 +35,6 @@ long long LostBytes(const MemRecording& rMem, int iBytes) {
   return std::max(0LL, iOldEnd - std::max(iOldStart, 0LL));
 }
 
-void WriteRing(MemRecording& rMem, const AudioSource& rSource, int iBytes) {
-  const auto iAt = static_cast<DWORD>(rMem.iWritten % rMem.dwSize);
-  const int iTail = std::min(iBytes, static_cast<int>(rMem.dwSize - iAt));
-  rSource.Fill(rMem.pBuf + iAt, iTail, rMem.nFormat, rMem.iWritten);
-  rMem.iWritten += iTail;
-}
-
 void QueueReport(State& rState, int nCh, const MemRecording& rMem) {
   QueuedEvent rQueued;
   rQueued.rEvent.wEventCode = E_PROC_RecordMem;
@@ -53,30 +46,25 @@ void QueueReport(State& rState, int nCh, const MemRecording& rMem) {
 
 void AdvanceMem(State& rState, int nCh, Channel& rChannel, int iBytes) {
   MemRecording& rMem = rChannel.rMem;
-  AudioSource rSource = rChannel.rSource;  // a copy that walks along the piece
   const EVENT_SET_INFO* prSetting = rState.SettingOf(E_PROC_RecordMem, nCh);
-  while (iBytes > 0) {
-    const auto iRingEnd = static_cast<int>(rMem.dwSize - rMem.iWritten % rMem.dwSize);
-    int iPiece = std::min(iBytes, iRingEnd);
+  for (int iMade = 0, iPiece = 0; iMade < iBytes; iMade += iPiece) {
+    const auto iAt = static_cast<int>(rMem.iWritten % rMem.dwSize);
+    iPiece = std::min(iBytes - iMade, static_cast<int>(rMem.dwSize) - iAt);
     const long long iReport = prSetting != nullptr ? NextReport(rMem, *prSetting) : -1;
     if (iReport > 0) iPiece = static_cast<int>(std::min<long long>(iPiece, iReport - rMem.iWritten));
     rState.iOverruns += LostBytes(rMem, iPiece);
-    WriteRing(rMem, rSource, iPiece);
-    rSource.Skip(iPiece);
-    iBytes -= iPiece;
+    rChannel.rSource.Fill(rMem.pBuf + iAt, iPiece, rMem.nFormat, rMem.iWritten, iMade);
+    rMem.iWritten += iPiece;
     if (rMem.iWritten == iReport) QueueReport(rState, nCh, rMem);
   }
 }
 
 void AdvanceFile(Channel& rChannel, int iBytes) {
-  AudioSource rSource = rChannel.rSource;
   BYTE acPiece[STEP_BYTES];
-  while (iBytes > 0) {
-    const int iPiece = std::min(iBytes, STEP_BYTES);
-    rSource.Fill(acPiece, iPiece, rChannel.rFile.Format(), rChannel.rFile.Written());
+  for (int iMade = 0, iPiece = 0; iMade < iBytes; iMade += iPiece) {
+    iPiece = std::min(iBytes - iMade, STEP_BYTES);
+    rChannel.rSource.Fill(acPiece, iPiece, rChannel.rFile.Format(), rChannel.rFile.Written(), iMade);
     rChannel.rFile.Write(acPiece, iPiece);
-    rSource.Skip(iPiece);
-    iBytes -= iPiece;
   }
 }
 

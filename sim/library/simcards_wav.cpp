@@ -73,30 +73,24 @@ struct WavScan {
 
 std::shared_ptr<AudioFile> FromG711(int nFormat, const std::string& strAudio) {
   auto prFile = std::make_shared<AudioFile>();
-  prFile->nFormat = nFormat;
-  prFile->acBytes.assign(strAudio.begin(), strAudio.end());
+  for (const char ch : strAudio) prFile->AddSample(LawToLinear(nFormat, static_cast<BYTE>(ch)));
+  (nFormat == SSM_FORMAT_ULAW ? prFile->acUlaw : prFile->acAlaw).assign(strAudio.begin(), strAudio.end());
   return prFile;
 }
 
 std::shared_ptr<AudioFile> FromPcm(const std::string& strAudio) {
   auto prFile = std::make_shared<AudioFile>();
   for (std::size_t i = 0; i + 2 <= strAudio.size(); i += 2) {
-    prFile->asSamples.push_back(static_cast<std::int16_t>(Little(strAudio, i, 2)));
+    prFile->AddSample(static_cast<std::int16_t>(Little(strAudio, i, 2)));
   }
   return prFile;
 }
 
 }  // namespace
 
-long long AudioFile::Length() const {
-  return static_cast<long long>(nFormat != 0 ? acBytes.size() : asSamples.size());
-}
-
-BYTE AudioFile::At(long long i, int nAsFormat) const {
-  const auto iAt = static_cast<std::size_t>(i);
-  if (nFormat == 0) return LinearToLaw(nAsFormat, asSamples[iAt]);
-  if (nFormat == nAsFormat) return acBytes[iAt];
-  return LinearToLaw(nAsFormat, LawToLinear(nFormat, acBytes[iAt]));
+void AudioFile::AddSample(int iSample) {
+  acAlaw.push_back(LinearToLaw(SSM_FORMAT_ALAW, iSample));
+  acUlaw.push_back(LinearToLaw(SSM_FORMAT_ULAW, iSample));
 }
 
 std::shared_ptr<const AudioFile> ReadAudioFile(const std::string& strPath, std::string& strWhy) {

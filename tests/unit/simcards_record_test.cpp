@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "CardBench.h"
@@ -87,6 +88,23 @@ TEST_F(SimRecord, CountingPatternStandsInTheRingByteForByte) {
     (void)Positions();
   }
   EXPECT_EQ(0, simcards::Overruns());
+}
+
+TEST_F(SimRecord, ToneIsItsSineSampleBySample) {
+  for (const double dHz : {1004.0, 437.5}) {  // the one repeats each second, the other does not
+    SCOPED_TRACE(dHz);
+    simcards::PlayTone(1, dHz, -10);
+    simcards::PlayTone(0, dHz, -10);  // shares what the other has
+    Start();
+    const double dAmplitude = 32767.0 * std::pow(10.0, -0.5);
+    for (int i = 0; i < 16900; i++) {
+      simcards::Advance(1);
+      const double dAngle = 6.283185307179586 * std::fmod(dHz * i / 8000.0, 1.0);
+      const auto iSample = static_cast<int>(std::lround(dAmplitude * std::sin(dAngle)));
+      ASSERT_EQ(simcards::LinearToLaw(SSM_FORMAT_ALAW, iSample), vRing[static_cast<std::size_t>(i) % RING]) << i;
+    }
+    EXPECT_EQ(SSM_OK, SsmStopRecToMem(1));
+  }
 }
 
 TEST_F(SimRecord, CountingBeginsAnewWithEachRecording) {
