@@ -61,13 +61,28 @@ class NoMoreDescriptors {
   rlimit rOld = {};
 };
 
-// Root may have threads beyond any limit, so this is for a process of its own.
+// How a thread of this process is, as in /proc: 'R' runs, 'S' sleeps until something wakes it.
+inline char ThreadState(pid_t iTid) {
+  const std::string strStat = ReadTestFile("/proc/self/task/" + std::to_string(iTid) + "/stat");
+  const size_t uiNameEnd = strStat.rfind(") ");
+  return uiNameEnd == std::string::npos ? '?' : strStat[uiNameEnd + 2];
+}
+
+// A user without rights who has no process in any other sandbox.
+inline uid_t OwnUser() {
+  struct stat rProcesses {};
+  if (stat("/proc/self/ns/pid", &rProcesses) != 0) _exit(2);
+  return static_cast<uid_t>(20'000 + rProcesses.st_ino % 40'000);  // neighbouring numbers while both exist
+}
+
+// Root may have threads beyond any limit, so this is for a process of its own. The limit counts all threads of the user
+// on the machine.
 inline void LimitThreads(rlim_t uiMost) {
-  constexpr uid_t NOBODY = 65534;
+  static const uid_t uiUser = OwnUser();
   rlimit rLimit{};
   (void)getrlimit(RLIMIT_NPROC, &rLimit);
   rLimit.rlim_cur = std::min(uiMost, rLimit.rlim_max);
-  if (setresuid(NOBODY, NOBODY, NOBODY) != 0 || setrlimit(RLIMIT_NPROC, &rLimit) != 0) _exit(2);
+  if (setresuid(uiUser, uiUser, uiUser) != 0 || setrlimit(RLIMIT_NPROC, &rLimit) != 0) _exit(2);
 }
 
 }  // namespace testtools

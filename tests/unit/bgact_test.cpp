@@ -21,6 +21,7 @@ using testtools::Await;
 using testtools::AWAIT_MS;
 using testtools::Exists;
 using testtools::LimitThreads;
+using testtools::ThreadState;
 
 namespace {
 
@@ -103,15 +104,26 @@ TEST_F(BgActTest, WorkerIsBusyUntilTheMainQueueHasItsAction) {
     using NotingAct::NotingAct;
     ~SlowlyDeleted() override { NotingAct::performThread(); }
   };
+  class TellingAct : public NotingAct {
+   public:
+    TellingAct(Diary& rDiaryToUse, std::atomic<pid_t>& rWorker) : NotingAct(rDiaryToUse, "a"), iWorker(rWorker) {}
+    void performThread() override {
+      NotingAct::performThread();
+      iWorker = gettid();  // from here on, only the lock of the main queue lets it sleep
+    }
+
+   private:
+    std::atomic<pid_t>& iWorker;
+  };
   MainQueue rQueue;
   g_prBoot = &rQueue;
   rQueue.queue(new SlowlyDeleted(rDiary, "held", &fHold));
   std::thread rEmptier([&rQueue] { rQueue.emptyQueue(); });
   EXPECT_TRUE(Await([this] { return rDiary.Notes() == Texts({"held thread"}); }));
+  std::atomic<pid_t> iWorker{0};
   init_bgact();
-  queueAction(new NotingAct(rDiary, "a"));
-  EXPECT_TRUE(Await([this] { return rDiary.Notes().back() == "a thread"; }));
-  (void)usleep(100'000);  // the worker now waits for the lock, and nothing shows that it does
+  queueAction(new TellingAct(rDiary, iWorker));
+  EXPECT_TRUE(Await([&iWorker] { return iWorker != 0 && ThreadState(iWorker) == 'S'; }));
   EXPECT_FALSE(isBgQueueReady());
   fHold = false;
   EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
@@ -178,13 +190,13 @@ TEST_F(BgActTest, RefusedWorkersAreAskedForAgainAtEachAction) {
   EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
 }
 
-// Nobody's other processes count too, so the limit is raised until it lets one worker through.
+// A sanitizer's threads count too, so the limit is raised until it lets one worker through.
 TEST_F(BgActTest, WorkerThatIsMissingBesideAnotherIsAskedForAgainAtEachAction) {
   const auto Run = [this] {
     LimitThreads(0);
     init_bgact();
     int iProbes = 0;
-    for (; rDiary.Count("probe thread here") == iProbes && iProbes < 10'000; iProbes++) {
+    for (; rDiary.Count("probe thread here") == iProbes && iProbes < 100; iProbes++) {
       LimitThreads(static_cast<rlim_t>(iProbes) + 1);
       queueAction(new NotingAct(rDiary, "probe"));
     }
@@ -227,7 +239,7 @@ TEST_F(BgActTest, WaitForThePoolAsksForAWorkerForWhatWaits) {
   const auto Run = [this] {
     LimitThreads(0);
     init_bgact();
-    queueAction(new LonelyAct(rDiary, "slow"));
+    queueAction(new LonelyAct(rDiary, "slow", &fHold));
     LimitThreads(RLIM_INFINITY);
     _exit(!isBgQueueReady() && Await([this] { return rDiary.Count("slow thread") == 1; }) ? 0 : 1);
   };
@@ -253,7 +265,7 @@ TEST_F(BgActTest, ActionThatRunsAloneOccupiesOneWorker) {
   for (const char* acName : {"slow 1", "slow 2", "slow 3"}) queueAction(new LonelyAct(rDiary, acName, &fHold));
   for (int i = 0; i < 5; i++) queueAction(new NotingAct(rDiary, "quick"));
   EXPECT_TRUE(Await([this] { return rDiary.Count("quick deleted") == 5; }));
-  EXPECT_EQ(rDiary.Count("slow 1 thread"), 1);
+  EXPECT_TRUE(Await([this] { return rDiary.Count("slow 1 thread") == 1; }));
   EXPECT_EQ(rDiary.Count("slow 2 thread"), 0);
   EXPECT_FALSE(isBgQueueReady());
   fHold = false;
@@ -310,10 +322,8 @@ TEST_F(BgActTest, IdlePoolStartsAnAction) {
 
 TEST_F(BgActTest, BusyWorkerTakesTheNextActionWithoutSleeping) {
   init_bgact();
-  const StopWatch rWatch;
-  for (int i = 0; i < 50; i++) queueAction(new NotingAct(rDiary, "a"));
-  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));
-  EXPECT_LT(rWatch.Seconds(), 15);  // a sleep after each would make 25 seconds and more
+  for (int i = 0; i < 1000; i++) queueAction(new NotingAct(rDiary, "a"));
+  EXPECT_TRUE(Await([] { return isBgQueueReady(); }));  // a sleep after each would make minutes
 }
 
 TEST_F(BgActTest, NullEntryIsSkipped) {
@@ -333,13 +343,13 @@ TEST_F(BgActTest, ClosingWaitsForTheRunningAndDropsTheQueued) {
     rNotRun.push_back(new NotingAct(rDiary, acName, &fHold));
     queueAction(rNotRun.back());
   }
-  std::atomic<bool> fAtIt{false};
-  std::thread rCloser([this, &fAtIt] {
-    fAtIt = true;
+  std::atomic<pid_t> iCloser{0};
+  std::thread rCloser([this, &iCloser] {
+    iCloser = gettid();
     ClosePool();
   });
-  EXPECT_TRUE(Await([&fAtIt] { return fAtIt.load(); }));
-  (void)usleep(200'000);  // the order to stop is the first act of close, and nothing shows that it was given
+  // The order to stop is the first act of close; the next is to wait for the workers.
+  EXPECT_TRUE(Await([&iCloser] { return iCloser != 0 && ThreadState(iCloser) == 'S'; }));
   EXPECT_EQ(rDiary.Notes().size(), 2u);
   fHold = false;
   rCloser.join();
