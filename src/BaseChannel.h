@@ -295,6 +295,7 @@ class BaseChannel {
   // left at the end of a recording is dropped too.
   void MixAdd(const BYTE* buf, int iLen, int iType);
   void MixMono(const BYTE* buf, int iLen, int iType);
+  void WriteLevelSides();
   const AudioLaw* prLaw = &LAW_A;  // of this recording
   bool fSilencing = false;         // set by TrySetSilencing
   bool fDoStereo = false;
@@ -308,8 +309,9 @@ class BaseChannel {
   // The card has this ring: it took a start, and no stop since. A stop that it refused leaves it so, and the next
   // recording has the same ring.
   bool fCardMayWrite = false;
-  int iMixBufIx[2] = {0, 0};    // bytes in acMixBuffer of each side
-  BYTE* acMixBuffer = nullptr;  // owned; BasicRecordingPreparation makes it
+  int iMixBufIx[2] = {0, 0};  // bytes in acMixBuffer of each side
+  // Owned; BasicRecordingPreparation makes it. In stereo one side stands behind the other, in mono both in one place.
+  BYTE* acMixBuffer = nullptr;
 
   // -- BaseChannel_audio.cpp: files -----------------------------------------------------------------------------------
   // Writes to the file and the live listener's copy, and measures loudness on the way.

@@ -35,6 +35,7 @@ constexpr int RECORD_BUF_BYTES = 2 * RECORD_REPORT_BYTES;  // one report may com
 // Of the size of a ring buffer.
 constexpr int MIX_SIDE_PER_RECORD_BUF = 2;                           // how far one side may be ahead
 constexpr int MIX_BUF_PER_RECORD_BUF = 2 * MIX_SIDE_PER_RECORD_BUF;  // both sides, since stereo keeps them apart
+constexpr int MIX_SIDE_BYTES = MIX_SIDE_PER_RECORD_BUF * RECORD_BUF_BYTES;
 constexpr int LOUDNESS_WINDOWS_PER_S = 2;
 constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / LOUDNESS_WINDOWS_PER_S;
 constexpr int LOUDNESS_SAMPLES_STEREO = 2 * LOUDNESS_SAMPLES_MONO;  // of both sides together
@@ -180,14 +181,23 @@ void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
   if (acMixBuffer == nullptr) return;  // audio of a partner that this recording was not told of
 
   if (fDoStereo) {
-    for (int k = 0; k < iLen; k++) acMixBuffer[2 * (iMixBufIx[iType] + k) + iType] = buf[k];
+    memcpy(acMixBuffer + iType * MIX_SIDE_BYTES + iMixBufIx[iType], buf, static_cast<std::size_t>(iLen));
   } else {
     MixMono(buf, iLen, iType);
   }
   iMixBufIx[iType] += iLen;
-  if (iMixBufIx[0] != iMixBufIx[1]) return;
+  if (iMixBufIx[0] == iMixBufIx[1]) WriteLevelSides();
+}
 
-  WriteBuf(acMixBuffer, fDoStereo ? 2 * iMixBufIx[0] : iMixBufIx[0]);
+void BaseChannel::WriteLevelSides() {
+  const int iLevel = iMixBufIx[0];
+  if (fDoStereo) {
+    BYTE acPairs[2 * MIX_SIDE_BYTES];
+    InterleaveSamples(acPairs, acMixBuffer, acMixBuffer + MIX_SIDE_BYTES, static_cast<std::size_t>(iLevel));
+    WriteBuf(acPairs, 2 * iLevel);
+  } else {
+    WriteBuf(acMixBuffer, iLevel);
+  }
   iMixBufIx[0] = 0;
   iMixBufIx[1] = 0;
 }

@@ -1,6 +1,7 @@
 #include "samples.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -35,4 +36,21 @@ const Tables& TablesOf(const AudioLaw& rLaw) {
 void MixSamples(const AudioLaw& rLaw, BYTE* acInto, const BYTE* acFrom, std::size_t uiSamples) {
   const Tables& rTables = TablesOf(rLaw);
   for (std::size_t i = 0; i < uiSamples; i++) acInto[i] = rTables.acSums[acInto[i]][acFrom[i]];
+}
+
+void InterleaveSamples(BYTE* acPairs, const BYTE* acFirst, const BYTE* acSecond, std::size_t uiSamples) {
+  constexpr std::size_t SAMPLES_AT_ONCE = 16;  // so many fill a vector register, for a loop of fixed length
+  std::size_t i = 0;
+  for (; i + SAMPLES_AT_ONCE <= uiSamples; i += SAMPLES_AT_ONCE) {
+    BYTE acBlock[2 * SAMPLES_AT_ONCE];
+    for (std::size_t k = 0; k < SAMPLES_AT_ONCE; k++) {
+      acBlock[2 * k] = acFirst[i + k];
+      acBlock[2 * k + 1] = acSecond[i + k];
+    }
+    memcpy(acPairs + 2 * i, acBlock, sizeof acBlock);
+  }
+  for (; i < uiSamples; i++) {
+    acPairs[2 * i] = acFirst[i];
+    acPairs[2 * i + 1] = acSecond[i];
+  }
 }

@@ -10,3 +10,6 @@
 
 // Adds the samples behind acFrom to those behind acInto, as they are heard together: sums in 16 bits, clipped.
 void MixSamples(const AudioLaw& rLaw, unsigned char* acInto, const unsigned char* acFrom, std::size_t uiSamples);
+// The samples of two channels in turns, 2 * uiSamples bytes; acPairs overlaps neither channel.
+void InterleaveSamples(unsigned char* acPairs, const unsigned char* acFirst, const unsigned char* acSecond,
+                       std::size_t uiSamples);

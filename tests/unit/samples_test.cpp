@@ -44,4 +44,19 @@ TEST(Samples, SumsTouchNothingBehindThem) {
   EXPECT_EQ(Mixed("abc", "ijk", /*fULaw=*/false) + "defgh", MixedSamples(LAW_A, strInto, "ijk"));
 }
 
+TEST(Samples, ChannelsAlternateAtAnyLengthAndPlace) {
+  const std::string strFirst = Noise(300, 1);
+  const std::string strSecond = Noise(300, 2);
+  for (std::size_t uiFrom = 0; uiFrom < 17; uiFrom++) {
+    for (std::size_t uiSamples = 0; uiSamples < 100; uiSamples++) {
+      std::string strPairs(300, '?');
+      InterleaveSamples(reinterpret_cast<unsigned char*>(strPairs.data()) + uiFrom, Bytes(strFirst) + uiFrom,
+                        Bytes(strSecond) + 2 * uiFrom, uiSamples);
+      const std::string strWanted = std::string(uiFrom, '?') + Interleaved(strFirst.substr(uiFrom, uiSamples),
+                                                                           strSecond.substr(2 * uiFrom, uiSamples));
+      ASSERT_EQ(strWanted + std::string(300 - strWanted.size(), '?'), strPairs) << uiFrom << ", " << uiSamples;
+    }
+  }
+}
+
 }  // namespace
