@@ -1,8 +1,10 @@
-// lock: a mutex and its guard whose use clang checks. A field says by GUARDED_BY which lock it needs, a function by
-// REQUIRES which one its caller holds, and -Wthread-safety refuses each use without it. For gcc they are plain code.
+// lock: a mutex, its guard and a wait under it, whose use clang checks. A field says by GUARDED_BY which lock it needs,
+// a function by REQUIRES which one its caller holds, and -Wthread-safety refuses each use without it. For gcc they are
+// plain code.
 // Threads:   any.
 #pragma once
 
+#include <condition_variable>
 #include <mutex>
 
 #ifdef __clang__
@@ -28,5 +30,18 @@ class THREAD_SAFETY(scoped_lockable) MutexLock {
   MutexLock& operator=(const MutexLock&) = delete;
 
  private:
-  std::lock_guard<std::mutex> rLock;
+  friend class ConditionVariable;
+  std::unique_lock<std::mutex> rLock;
+};
+
+// A thread's wait for what others change under the mutex. Wait gives it up meanwhile and holds it again afterwards. It
+// may also return for nothing, so it belongs into a loop that looks at what is waited for.
+class ConditionVariable {
+ public:
+  void Wait(MutexLock& rHeld) { rCondition.wait(rHeld.rLock); }
+  void NotifyOne() { rCondition.notify_one(); }
+  void NotifyAll() { rCondition.notify_all(); }
+
+ private:
+  std::condition_variable rCondition;
 };
