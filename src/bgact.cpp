@@ -1,5 +1,6 @@
-// The worker pool. Two workers poll one list; what they have run goes on to the main thread's queue (mainqueue.h).
-// Polling costs up to a second before a new action starts on an idle pool: nothing here is urgent.
+// The worker pool. Two workers share one list; what they have run goes on to the main thread's queue (mainqueue.h).
+// An idle worker wakes for each new action, and one that is through looks at the list before it waits. So what could
+// not run beside an action that runs alone needs no wake-up of its own: the worker that had that action takes it.
 #include "bgact.h"
 
 #include <sys/resource.h>
@@ -20,12 +21,10 @@ BgActHandler* prBgActHandler = nullptr;
 
 namespace {
 
-constexpr int IDLE_STEPS = 10;
 constexpr int WORKER_NICENESS = 10;
 // Of the kernel's interface, which the C library has no header for: best effort, and there the last of eight levels.
 constexpr int IOPRIO_OF_THREAD = 1;
 constexpr int IOPRIO_LAST = 2 << 13 | 7;
-constexpr useconds_t IDLE_STEP_US = 100'000;  // also the longest that an idle worker delays the end of the process
 
 // Two conversions must not compete with a loop that has a quarter of a second: the calling thread, and the commands
 // that it starts, come behind it for processor and disk. Without that they work all the same.
@@ -64,7 +63,11 @@ bool BgActHandler::hasWorker() {
 }
 
 void BgActHandler::close() {
-  fPleaseStop = true;
+  {
+    const MutexLock rLock(rMutex);  // or a worker that has just looked would wait for ever
+    fPleaseStop = true;
+  }
+  rWakeUp.NotifyAll();
   for (int ix = 0; ix < ATHREAD; ix++) {
     if (fStarted[ix]) (void)pthread_join(rThread[ix], nullptr);
   }
@@ -85,38 +88,36 @@ void* BgActHandler::run_it(void* pIx) {
 
 void BgActHandler::run(int ix) {
   LowerPriority();
-  while (!fPleaseStop) {
-    if (ThreadAct* prAct = take(ix)) {
-      lg(LOG_DEBUG, "Bg Act %d\n", ix);
-      handleAction(prAct);
-      // Only when the main queue has the action: see ready().
-      eWork[ix] = WORK_NONE;
-    } else {
-      eWork[ix] = WORK_NONE;
-      idle();
-    }
+  while (ThreadAct* prAct = take(ix)) {
+    lg(LOG_DEBUG, "Bg Act %d\n", ix);
+    handleAction(prAct);
+    // Only when the main queue has the action: see ready().
+    eWork[ix] = WORK_NONE;
   }
 }
 
 ThreadAct* BgActHandler::take(int ix) {
-  const MutexLock rLock(rMutex);
-  const auto it = std::find_if(rList.begin(), rList.end(),
-                               [this](const ThreadAct* prAct) { return !RunsAlone(prAct) || !isAloneRunning(); });
-  if (it == rList.end()) return nullptr;
-  ThreadAct* prAct = *it;
-  rList.erase(it);
-  eWork[ix] = RunsAlone(prAct) ? WORK_ALONE : WORK_ANY;
-  if (RunsAlone(prAct)) iAloneWaiting--;
-  return prAct;
+  MutexLock rLock(rMutex);
+  while (!fPleaseStop) {
+    const auto it = std::find_if(rList.begin(), rList.end(),
+                                 [this](const ThreadAct* prAct) { return !RunsAlone(prAct) || !isAloneRunning(); });
+    if (it == rList.end()) {
+      rWakeUp.Wait(rLock);
+      continue;
+    }
+    ThreadAct* prAct = *it;
+    rList.erase(it);
+    if (prAct == nullptr) continue;
+    eWork[ix] = RunsAlone(prAct) ? WORK_ALONE : WORK_ANY;
+    if (RunsAlone(prAct)) iAloneWaiting--;
+    return prAct;
+  }
+  return nullptr;
 }
 
 bool BgActHandler::isAloneRunning() const {
   return std::any_of(std::begin(eWork), std::end(eWork),
                      [](const std::atomic<EWork>& eOfWorker) { return eOfWorker == WORK_ALONE; });
-}
-
-void BgActHandler::idle() const {
-  for (int i = 0; i < IDLE_STEPS && !fPleaseStop; i++) (void)usleep(IDLE_STEP_US);
 }
 
 void BgActHandler::handleAction(ThreadAct* prAct) {
@@ -125,7 +126,11 @@ void BgActHandler::handleAction(ThreadAct* prAct) {
 }
 
 void BgActHandler::queue(ThreadAct* prAct) {
-  if (!append(prAct)) GiveUp(prAct, "too many wait");
+  if (append(prAct)) {
+    rWakeUp.NotifyOne();
+  } else {
+    GiveUp(prAct, "too many wait");
+  }
 }
 
 bool BgActHandler::append(ThreadAct* prAct) {

@@ -6,7 +6,7 @@
 //            Before init_bgact an action runs at once on the caller's thread, and completed is not called. So it does
 //            while the system refuses any worker; but what runs alone waits for one.
 // Ownership: queueAction takes the action over; the caller keeps no pointer.
-// Locks:     rMutex guards rList and is never held while an action runs.
+// Locks:     rMutex guards rList and is never held while an action runs. Idle workers wait with it (rWakeUp).
 // Errors:    none of its own; a failed performThread still reaches performMain.
 #pragma once
 
@@ -114,19 +114,19 @@ class BgActHandler {
   enum EWork { WORK_NONE, WORK_ANY, WORK_ALONE };
 
   static void* run_it(void* pIx);
-  // First of the list that may run now, worker ix busy with it from then on; null when there is none.
+  // Waits for an action that may run, and takes the first such, worker ix busy with it from then on; null when told to
+  // stop.
   ThreadAct* take(int ix);
   bool isAloneRunning() const;
   // False when too many of its kind wait.
   bool append(ThreadAct* prAct);
-  // One second, or until told to stop.
-  void idle() const;
 
   Mutex rStartMutex;  // held while workers are asked for
   pthread_t rThread[ATHREAD] = {};
   std::atomic<bool> fStarted[ATHREAD] = {};  // that rThread is one
   Mutex rMutex;
-  std::atomic<bool> fPleaseStop{false};
+  ConditionVariable rWakeUp;  // of an idle worker: for an action, or to stop
+  bool fPleaseStop GUARDED_BY(rMutex) = false;
   std::atomic<EWork> eWork[ATHREAD] = {};          // what that worker holds; begun under rMutex
   std::list<ThreadAct*> rList GUARDED_BY(rMutex);  // first in, first out, but for those that run alone
   int iAloneWaiting GUARDED_BY(rMutex) = 0;        // of rList

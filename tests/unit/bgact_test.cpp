@@ -314,10 +314,33 @@ TEST_F(BgActTest, ActionsThatRunAloneWaitInALimitedNumber) {
   EXPECT_EQ(rDiary.Count("waiting thread"), MAX_ALONE_WAITING);
 }
 
-TEST_F(BgActTest, IdlePoolStartsAnAction) {
+// As many waits of a second would be three times what Await allows.
+TEST_F(BgActTest, IdleWorkerWakesForAnAction) {
+  constexpr int ACTIONS = 60;
   init_bgact();
-  queueAction(new NotingAct(rDiary, "a"));
-  EXPECT_TRUE(Await([this] { return !rDiary.Notes().empty(); }));
+  int iQueued = 0;
+  EXPECT_TRUE(Await([this, &iQueued] {
+    if (!isBgQueueReady()) return false;
+    if (iQueued == ACTIONS) return true;
+    queueAction(new NotingAct(rDiary, "a"));
+    iQueued++;
+    return false;
+  }));
+  EXPECT_EQ(rDiary.Count("a deleted"), ACTIONS);
+}
+
+TEST_F(BgActTest, EachOfSeveralThreadsFindsAWorkerForItsAction) {
+  init_bgact();
+  std::vector<std::thread> rProducers;
+  for (const char* acName : {"1", "2", "3", "4"}) {
+    rProducers.emplace_back([this, acName] {
+      for (int i = 1; i <= 100; i++) {
+        queueAction(new NotingAct(rDiary, acName));
+        ASSERT_TRUE(Await([this, acName, i] { return rDiary.Count(acName + std::string(" deleted")) == i; }));
+      }
+    });
+  }
+  for (std::thread& rProducer : rProducers) rProducer.join();
 }
 
 TEST_F(BgActTest, BusyWorkerTakesTheNextActionWithoutSleeping) {
@@ -359,9 +382,14 @@ TEST_F(BgActTest, ClosingWaitsForTheRunningAndDropsTheQueued) {
   for (const NotingAct* prAct : rNotRun) delete prAct;
 }
 
-TEST_F(BgActTest, ClosingEndsAnIdlePool) {
-  init_bgact();
-  ClosePool();
+// As many waits of a tenth of a second would be twice what Await allows.
+TEST_F(BgActTest, ClosingWakesAnIdlePool) {
+  int iMade = 0;
+  EXPECT_TRUE(Await([this, &iMade] {
+    ClosePool();
+    init_bgact();
+    return ++iMade == 400;
+  }));
 }
 
 TEST_F(BgActTest, ClosingWithoutAPoolDoesNothing) {
