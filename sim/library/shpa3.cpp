@@ -19,7 +19,7 @@ namespace {
 
 // Fills the caller's record. Its own buffer takes the data when it is large enough, else it is pointed at ours.
 void Deliver(State& rState, SSM_EVENT& rEvent) {
-  QueuedEvent& rQueued = rState.rQueue.front();
+  QueuedEvent& rQueued = rState.rQueue.Front();
   void* pvBuffer = rEvent.pvBuffer;
   const DWORD dwBufferLength = rEvent.dwBufferLength;
   rEvent = rQueued.rEvent;
@@ -33,8 +33,11 @@ void Deliver(State& rState, SSM_EVENT& rEvent) {
     std::memcpy(pvBuffer, rQueued.strData.data(), rQueued.strData.size());
   }
   Channel* prChannel = rState.At(rEvent.nReference);
-  if (rQueued.iRecorded > 0 && prChannel != nullptr) prChannel->rMem.iTaken = rQueued.iRecorded;
-  rState.rQueue.pop_front();
+  if (rQueued.iRecorded > 0 && prChannel != nullptr) {
+    prChannel->rMem.iTaken = rQueued.iRecorded;
+    prChannel->rMem.iWaiting--;
+  }
+  rState.rQueue.Pop();
   rState.fHandling = true;
 }
 
@@ -163,11 +166,15 @@ int SsmWaitForEventA(DWORD dwTimeOut, PSSM_EVENT pEvent) {
   if (pEvent == nullptr) return rCall.Fail("no record given");
   State& rState = rCall.rState;
   rState.fHandling = false;
-  rState.rChanged.notify_all();
-  rState.rChanged.wait_for(rCall.rLock, std::chrono::milliseconds(dwTimeOut),
-                           [&] { return !rState.rQueue.empty() || rState.eMode == simcards::MODE_CLOSED; });
-  if (rState.rQueue.empty()) return SSM_EVENT_TIMEOUT;
+  rState.Changed();
+  if (rState.rQueue.IsEmpty()) {
+    rState.iTakers++;
+    rState.rArrived.wait_for(rCall.rLock, std::chrono::milliseconds(dwTimeOut),
+                             [&] { return !rState.rQueue.IsEmpty() || rState.eMode == simcards::MODE_CLOSED; });
+    rState.iTakers--;
+  }
+  if (rState.rQueue.IsEmpty()) return SSM_EVENT_TIMEOUT;
   Deliver(rState, *pEvent);
-  rState.rChanged.notify_all();
+  rState.Changed();
   return SSM_OK;
 }

@@ -47,8 +47,8 @@ int SsmRecToMem(int nCh, int nFormat, LPBYTE pBuf, DWORD dwBufSize, DWORD dwRese
   if (!IsFormat(nFormat)) return rCall.Fail("format " + std::to_string(nFormat) + " is not supported");
   if (pBuf == nullptr || dwBufSize < 2) return rCall.Fail("no buffer given");
   if (prChannel->rMem.fOn) return rCall.Fail("channel " + std::to_string(nCh) + " is being recorded");
-  prChannel->rMem = {true, nFormat, pBuf, dwBufSize, 0, 0};
-  rCall.rState.rChanged.notify_all();
+  prChannel->rMem = {true, nFormat, pBuf, dwBufSize, 0, 0, 0};
+  rCall.rState.Changed();
   return SSM_OK;
 }
 
@@ -58,8 +58,9 @@ int SsmStopRecToMem(int nCh) {
   if (rCall.Refused()) return rCall.iResult;
   Channel* prChannel = rCall.ChannelAt(nCh);
   if (prChannel == nullptr) return SSM_FAILED;
+  if (prChannel->rMem.iWaiting > 0) rCall.rState.DropReports(nCh);
   prChannel->rMem = simcards::MemRecording();
-  rCall.rState.DropReports(nCh);
+  rCall.rState.Changed();
   return SSM_OK;
 }
 

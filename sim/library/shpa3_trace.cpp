@@ -58,6 +58,6 @@ int DTRSendRawData2A3(DWORD dwNum, PCHAR pcData, int nCh, BYTE ucProcessType, WO
   if (!simcards::StartSignalTrace(nCh, pfnSignal)) return AlreadyTraced("DTRSendRawData2A3", nCh);
   simcards::State& rState = simcards::TheState();
   const std::lock_guard<std::mutex> rGuard(rState.rMutex);
-  rState.rChanged.notify_all();  // someone may wait for the trace
+  rState.Changed();  // someone may wait for the trace
   return SSM_OK;
 }

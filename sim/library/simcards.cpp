@@ -21,7 +21,7 @@ void SetSource(int nCh, F fnSet) {
   Channel* prChannel = rLocked.rState.At(nCh);
   if (prChannel == nullptr) return;
   fnSet(prChannel->rSource);
-  rLocked.rState.rChanged.notify_all();
+  rLocked.rState.Changed();
 }
 
 }  // namespace

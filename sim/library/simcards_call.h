@@ -65,6 +65,7 @@ class Call {
 
  private:
   void TakeFault() {
+    if (rState.rFaults.empty()) return;
     const auto it = rState.rFaults.find(acName);
     if (it == rState.rFaults.end()) return;
     fRefused = true;

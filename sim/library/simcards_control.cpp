@@ -140,7 +140,7 @@ class Server {
       State& rState = TheState();
       const std::lock_guard<std::mutex> rStateGuard(rState.rMutex);  // a wait must not miss the news
       fStop = true;
-      rState.rChanged.notify_all();
+      rState.Changed();
     }
     (void)unlink(strPath.c_str());
     shutdown(iListenFd, SHUT_RDWR);  // wakes accept

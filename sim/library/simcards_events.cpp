@@ -1,7 +1,5 @@
 // The event queue between the simulated cards and SsmWaitForEventA.
 
-#include <algorithm>
-
 #include "simcards_state.h"
 #include "simcards_trace.h"
 
@@ -38,22 +36,22 @@ void State::SetEvent(WORD wEvent, int nReference, const EVENT_SET_INFO& rSetting
     it = fNarrower ? rEventSettings.erase(it) : std::next(it);
   }
   rEventSettings[{wEvent, nReference}] = rSetting;
-  rChanged.notify_all();
+  Changed();
 }
 
 void State::Queue(QueuedEvent rQueued) {
   if (SettingOf(rQueued.rEvent.wEventCode, rQueued.rEvent.nReference) == nullptr) return;
   TraceEvent(rQueued);
-  rQueue.push_back(std::move(rQueued));
-  rChanged.notify_all();
+  rQueue.Push(std::move(rQueued));
+  if (iTakers > 0) rArrived.notify_one();
+  Changed();
 }
 
 void State::DropReports(int nCh) {
   const auto IsReport = [nCh](const QueuedEvent& rQueued) {
     return rQueued.rEvent.wEventCode == E_PROC_RecordMem && rQueued.rEvent.nReference == nCh && rQueued.iRecorded > 0;
   };
-  rQueue.erase(std::remove_if(rQueue.begin(), rQueue.end(), IsReport), rQueue.end());
-  rChanged.notify_all();
+  rQueue.RemoveIf(IsReport);
 }
 
 }  // namespace simcards

@@ -5,6 +5,7 @@
 #include "simcards_perform.h"
 
 #include <chrono>
+#include <thread>
 #include <type_traits>
 
 #include "simcards_pacing.h"
@@ -15,6 +16,9 @@
 namespace simcards {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
+constexpr auto REST = std::chrono::milliseconds(1);
 constexpr int OFF_HOOK_VOLTAGE = 8;
 constexpr int NO_REFERENCE = -1;
 constexpr const char* NO_RECORDER = "the recorder takes no events yet";
@@ -195,7 +199,7 @@ std::string DoOnRange(const A& rAction, const Range& rRange, [[maybe_unused]] co
     if (!strUnfit.empty()) return strUnfit;
   }
   for (int nCh = rRange.iFirst; nCh <= rRange.iLast; nCh++) Do(rAction, Line{rState, nCh, *rState.At(nCh), prFile});
-  rState.rChanged.notify_all();
+  rState.Changed();
   return "";
 }
 
@@ -242,38 +246,45 @@ bool IsPlayed(int /*nCh*/, const Channel& rChannel) {
   return !rChannel.rSource.Playing();
 }
 
-// How many channels of the range are so; one that has gone is not.
-int Count(State& rState, const Range& rRange, bool (*Is)(int nCh, const Channel& rChannel)) {
-  int iCount = 0;
+// Whether each, or none, of the channels of the range is so; one that has gone is not. Neither looks on once it knows.
+template <bool WANTED>
+bool Each(State& rState, const Range& rRange, bool (*Is)(int nCh, const Channel& rChannel)) {
   for (int nCh = rRange.iFirst; nCh <= rRange.iLast; nCh++) {
     const Channel* prChannel = rState.At(nCh);
-    if (prChannel != nullptr && Is(nCh, *prChannel)) iCount++;
+    if ((prChannel != nullptr && Is(nCh, *prChannel)) != WANTED) return false;
   }
-  return iCount;
+  return true;
 }
 
 bool Holds(State& rState, const actions::Wait& rWait) {
   const Range rAll{0, static_cast<int>(rState.vChannels.size()) - 1};
   const Range rRange = rWait.rChannels.value_or(rAll);
-  const int iSize = rRange.iLast - rRange.iFirst + 1;
-  const bool fHandled = rState.EventsOn() && rState.rQueue.empty() && !rState.fHandling;
+  const bool fHandled = rState.EventsOn() && rState.rQueue.IsEmpty() && !rState.fHandling;
   switch (rWait.eFor) {
     case WAIT_READY:
       return rState.EventsOn();
     case WAIT_HANDLED:
       return fHandled;
     case WAIT_IDLE:
-      return fHandled && Count(rState, rAll, IsRecorded) == 0;
+      return fHandled && Each<false>(rState, rAll, IsRecorded);
     case WAIT_RECORDING:
-      return Count(rState, rRange, IsRecorded) == iSize;
+      return Each<true>(rState, rRange, IsRecorded);
     case WAIT_STOPPED:
-      return Count(rState, rRange, IsRecorded) == 0;
+      return Each<false>(rState, rRange, IsRecorded);
     case WAIT_TRACED:
-      return Count(rState, rRange, IsTraced) == iSize;
+      return Each<true>(rState, rRange, IsTraced);
     case WAIT_PLAYED:
-      return Count(rState, rRange, IsPlayed) == iSize;
+      return Each<true>(rState, rRange, IsPlayed);
   }
   return false;
+}
+
+// False when the time is over.
+bool WaitForChange(State& rState, std::unique_lock<std::mutex>& rLock, Clock::time_point rUntil) {
+  rState.iWatchers++;
+  const bool fInTime = rState.rChanged.wait_until(rLock, rUntil) == std::cv_status::no_timeout;
+  rState.iWatchers--;
+  return fInTime;
 }
 
 // -- all actions ------------------------------------------------------------------------------------------------------
@@ -331,18 +342,23 @@ struct Performer {
     State& rState = TheState();
     std::unique_lock<std::mutex> rLock(rState.rMutex);
     const auto rUntil =
-        std::chrono::steady_clock::now() +
-        std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(rWait.dTimeoutS));
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(rWait.dTimeoutS));
     if (rWait.rChannels && rState.At(rWait.rChannels->iLast) == nullptr) {
       return "channel " + std::to_string(rWait.rChannels->iLast) + " does not exist";
     }
-    bool fGone = false;
-    const bool fDone = rState.rChanged.wait_until(rLock, rUntil, [&] {
-      fGone = rSession.fnGone != nullptr && rSession.fnGone();
-      return fGone || Holds(rState, rWait);
-    });
-    if (fGone) return "the cards stop";
-    return fDone ? "" : "it did not come about in time";
+    bool fInTime = true;
+    for (bool fPause = false;; fPause = !fPause) {
+      if (rSession.fnGone != nullptr && rSession.fnGone()) return "the cards stop";
+      if (Holds(rState, rWait)) return "";
+      if (!fInTime) return "it did not come about in time";
+      if (fPause) {  // thousands of lines change all the time: a change that did not bring it about brings a rest
+        rLock.unlock();
+        std::this_thread::sleep_for(REST);
+        rLock.lock();
+      } else {
+        fInTime = WaitForChange(rState, rLock, rUntil);
+      }
+    }
   }
 
   std::string operator()(const actions::Directory& rDirectory) const {

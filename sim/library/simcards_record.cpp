@@ -35,12 +35,14 @@ long long LostBytes(const MemRecording& rMem, int iBytes) {
   return std::max(0LL, iOldEnd - std::max(iOldStart, 0LL));
 }
 
-void QueueReport(State& rState, int nCh, const MemRecording& rMem) {
+void QueueReport(State& rState, int nCh, MemRecording& rMem) {
+  if (rState.SettingOf(E_PROC_RecordMem, nCh) == nullptr) return;
   QueuedEvent rQueued;
   rQueued.rEvent.wEventCode = E_PROC_RecordMem;
   rQueued.rEvent.nReference = nCh;
   rQueued.rEvent.dwParam = static_cast<DWORD>(rMem.iWritten % rMem.dwSize);
   rQueued.iRecorded = rMem.iWritten;
+  rMem.iWaiting++;
   rState.Queue(std::move(rQueued));
 }
 
@@ -80,7 +82,7 @@ void State::AdvanceAll(int iBytes) {
     rChannel.rSource.Skip(iBytes);
     fEnded = fEnded || (fPlaying && !rChannel.rSource.Playing());
   }
-  if (fEnded) rChanged.notify_all();  // somebody may wait for a file to be played
+  if (fEnded) Changed();  // somebody may wait for a file to be played
 }
 
 void State::Hear(int nCh, const std::string& strBytes) {

@@ -21,11 +21,12 @@ void State::ForgetCards() {
   iBoards = 0;
   vChannels.clear();
   rCircuits.clear();
-  rQueue.clear();
+  rQueue.Clear();
   strDelivered.clear();
   fHandling = false;
   rEventSettings.clear();
-  rChanged.notify_all();
+  rArrived.notify_all();
+  Changed();
 }
 
 void State::Forget() {

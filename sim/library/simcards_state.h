@@ -17,6 +17,7 @@
 #include "shpa3api.h"
 #include "simcards.h"
 #include "simcards_audio.h"
+#include "simcards_queue.h"
 #include "simcards_wav.h"
 
 namespace simcards {
@@ -35,6 +36,7 @@ struct MemRecording {
   DWORD dwSize = 0;
   long long iWritten = 0;  // bytes since the start
   long long iTaken = 0;    // bytes announced by reports that were taken
+  int iWaiting = 0;        // reports that wait to be taken
 };
 
 struct Channel {
@@ -58,12 +60,6 @@ struct Circuit {
   int iSecondCh = -1;  // driver channel of the other direction
 };
 
-struct QueuedEvent {
-  SSM_EVENT rEvent;
-  std::string strData;
-  long long iRecorded = 0;  // of E_PROC_RecordMem that the library makes: bytes since the recording started
-};
-
 struct Fault {
   int iTimes = 0;
   int iResult = SSM_FAILED;
@@ -78,14 +74,17 @@ enum EMode {
 
 struct State {
   std::mutex rMutex;
-  std::condition_variable rChanged;  // an event was queued or taken, a recording started or ended
+  std::condition_variable rArrived;  // an event was queued, or the cards have stopped: for SsmWaitForEventA
+  std::condition_variable rChanged;  // anything that a wait of the control socket may ask for
+  int iTakers = 0;                   // threads that wait for rArrived
+  int iWatchers = 0;                 // threads that wait for rChanged
 
   EMode eMode = MODE_CLOSED;
   int iBoards = 0;
   std::vector<std::unique_ptr<Channel>> vChannels;  // by driver channel
   std::map<int, Circuit> rCircuits;                 // by circuit number
 
-  std::deque<QueuedEvent> rQueue;
+  EventQueue rQueue;
   std::string strDelivered;  // data of the last event, when it did not fit the caller's buffer
   bool fHandling = false;    // the caller took an event and did not come back for the next one
   std::map<std::pair<WORD, int>, EVENT_SET_INFO> rEventSettings;  // by event code and reference, ALL_... included
@@ -100,6 +99,9 @@ struct State {
   void ForgetCards();    // likewise, but keeps what tests ask afterwards: calls, faults, overruns, last error
   void AddBoardChannels(int iBoardId, int iCount, int iChType);
   void Note(const std::string& strCall);
+  void Changed() {
+    if (iWatchers > 0) rChanged.notify_all();
+  }
 
   // -- events (simcards_events.cpp) -----------------------------------------------------------------------------------
   // The setting that holds for an event of a channel; null: the event is off.

@@ -34,7 +34,7 @@ std::string WholeLine(const State& rState) {
   (void)std::snprintf(acNumbers, sizeof acNumbers, "speed=%g slipped=%.3f", PacingSpeed(), PacingSlipped());
   return Field("boards", rState.iBoards) + " " + Field("channels", static_cast<long long>(rState.vChannels.size())) +
          " " + Field("events_on", rState.EventsOn() ? 1 : 0) + " " +
-         Field("queued", static_cast<long long>(rState.rQueue.size())) + " " + Field("overruns", rState.iOverruns) +
+         Field("queued", static_cast<long long>(rState.rQueue.Size())) + " " + Field("overruns", rState.iOverruns) +
          " " + acNumbers;
 }
 
