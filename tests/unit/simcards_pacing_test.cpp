@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include "CardBench.h"
@@ -50,6 +53,28 @@ TEST_F(SimPacing, EveryByteOfEveryLineArrives) {
   simcards::StopPacing();
   for (const Line& rLine : vLines) EXPECT_EQ(0, rLine.iWrong);
   EXPECT_EQ(0, simcards::Overruns());
+}
+
+// What the library costs is told from what its program costs by this name.
+TEST_F(SimPacing, ThreadOfTheLibraryIsNamed) {
+  const auto NamedThreads = [] {
+    int iNamed = 0;
+    for (const auto& rTask : std::filesystem::directory_iterator("/proc/self/task")) {
+      std::string strName;
+      (void)std::getline(std::ifstream(rTask.path() / "comm") >> std::ws, strName);
+      iNamed += strName == "simcards" ? 1 : 0;
+    }
+    return iNamed;
+  };
+  ASSERT_EQ(0, NamedThreads());
+  std::vector<BYTE> vRing(4096);
+  ASSERT_EQ(SSM_OK, SsmRecToMem(0, 6, vRing.data(), 4096, 0));
+  simcards::StartPacing(10);
+  SSM_EVENT rEvent;
+  ASSERT_EQ(SSM_OK, SsmWaitForEventA(20000, &rEvent));  // the thread is at work
+  EXPECT_EQ(1, NamedThreads());
+  simcards::StopPacing();
+  EXPECT_EQ(0, NamedThreads());
 }
 
 TEST_F(SimPacing, RunsAtEightThousandBytesASecondTimesTheSpeed) {
