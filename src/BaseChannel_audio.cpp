@@ -181,7 +181,8 @@ void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
   if (acMixBuffer == nullptr) return;  // audio of a partner that this recording was not told of
 
   if (fDoStereo) {
-    memcpy(acMixBuffer + iType * MIX_SIDE_BYTES + iMixBufIx[iType], buf, static_cast<std::size_t>(iLen));
+    BYTE* const acSide = iType == MIX_OWN ? acMixBuffer : acMixBuffer + MIX_SIDE_BYTES;
+    memcpy(acSide + iMixBufIx[iType], buf, static_cast<std::size_t>(iLen));
   } else {
     MixMono(buf, iLen, iType);
   }
