@@ -338,6 +338,7 @@ class BaseChannel {
   // -- BaseChannel_audio.cpp: loudness --------------------------------------------------------------------------------
   void ReadLoudnessSettings();
   void ClearLoudness();
+  void SetLoudnessWindow(int iSamples);
   void ClearLoudAlarm();
   void MeasureLoudness(const BYTE* buf, int len);
   // A loudness window is full: level, and the loud-voice count.
@@ -346,7 +347,7 @@ class BaseChannel {
   void PeriodicLoudAlarm();
   bool fCalcLoudness = false;
   int iCalcLoudnessSamples = 0;  // samples of a loudness window
-  int iCalcLoudnessIndex = 0;    // samples in the current window
+  int iCalcLoudnessIndex = 0;    // samples in the current window, fewer than it has
   double dLoudness = 0;          // sum of squares of the current window
   bool fHighDetect = false;      // loud-voice detection
   int iHighDbThr = 0;            // dB

@@ -39,7 +39,6 @@ constexpr int MIX_SIDE_BYTES = MIX_SIDE_PER_RECORD_BUF * RECORD_BUF_BYTES;
 constexpr int LOUDNESS_WINDOWS_PER_S = 2;
 constexpr int LOUDNESS_SAMPLES_MONO = SAMPLES_PER_S / LOUDNESS_WINDOWS_PER_S;
 constexpr int LOUDNESS_SAMPLES_STEREO = 2 * LOUDNESS_SAMPLES_MONO;  // of both sides together
-constexpr double LINEAR_SCALE = 3.0517578125e-05;                   // 1/32768
 constexpr double RMS_SILENCE = 1e-05;  // not above it: NO_SOUND_DB, since a logarithm needs something
 constexpr int NO_SOUND_DB = -30;
 constexpr int FULL_SCALE_DB = 70;
@@ -250,7 +249,7 @@ void BaseChannel::OpenAudioFile() {
   }
   iRecordByteCnt = 0;
   fDoStereo = prRecorder->fStereo && CanStereo();
-  iCalcLoudnessSamples = fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO;
+  SetLoudnessWindow(fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO);
 
   const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, /*uiAudioBytes=*/0);
   fHeaderWritten = WriteAll(hAudioFile, rHeader.data(), rHeader.size());
@@ -342,6 +341,14 @@ void BaseChannel::ClearLoudness() {
   ClearLoudAlarm();
 }
 
+// A window that the recording before has begun goes on in this one, if both have as many channels.
+void BaseChannel::SetLoudnessWindow(int iSamples) {
+  if (iSamples == iCalcLoudnessSamples) return;
+  iCalcLoudnessSamples = iSamples;
+  iCalcLoudnessIndex = 0;
+  dLoudness = 0;
+}
+
 void BaseChannel::ClearLoudAlarm() {
   iHighCnt = 0;
   iHighAge = 0;
@@ -349,11 +356,13 @@ void BaseChannel::ClearLoudAlarm() {
 }
 
 void BaseChannel::MeasureLoudness(const BYTE* buf, int len) {
-  for (int i = 0; i < len; i++) {
-    const double dSample = prLaw->ToLinear(buf[i]) * LINEAR_SCALE;
-    iCalcLoudnessIndex++;
-    dLoudness += dSample * dSample;
+  while (len > 0) {
+    const int iPart = std::min(len, iCalcLoudnessSamples - iCalcLoudnessIndex);
+    dLoudness = AddSquares(*prLaw, dLoudness, buf, static_cast<std::size_t>(iPart));
+    iCalcLoudnessIndex += iPart;
     if (iCalcLoudnessIndex == iCalcLoudnessSamples) NewLoudness();
+    buf += iPart;
+    len -= iPart;
   }
 }
 

@@ -991,6 +991,54 @@ TEST_F(BaseChannelLoudness, LevelIsTheRootOfTheMeanSquare) {
   EXPECT_EQ("AudioLevel: " + std::to_string(iLevel) + "\r\n", Level());
 }
 
+TEST_F(BaseChannelLoudness, PiecesOfAnyLengthMakeTheLevelsOfTheirWindows) {
+  Record(100, 1);
+  std::string strAudio = Noise(30 * LOUD.size(), 42);
+  double dSum = 0;
+  std::string strLevel;
+  std::size_t uiPiece = 1;
+  std::string strPiece;
+  for (std::size_t i = 0; i < strAudio.size(); i++) {
+    const auto ucLoudest = static_cast<unsigned char>(i / LOUD.size() * 4 + 7);  // each window is louder than the last
+    strAudio[i] = static_cast<char>((static_cast<unsigned char>(strAudio[i]) % ucLoudest) ^ 0xd5);
+    const double dSample = DecodeA(static_cast<unsigned char>(strAudio[i])) * 3.0517578125e-05;
+    dSum += dSample * dSample;
+    if ((i + 1) % LOUD.size() == 0) {
+      const auto iLevel = static_cast<int>(20 * std::log10(std::sqrt(dSum / static_cast<double>(LOUD.size()))) + 70.5);
+      strLevel = "AudioLevel: " + std::to_string(iLevel) + "\r\n";
+      dSum = 0;
+    }
+    strPiece += strAudio[i];
+    if (strPiece.size() < uiPiece) continue;
+    HearOwn(strPiece);
+    ASSERT_EQ(strLevel, Level()) << i;
+    strPiece.clear();
+    uiPiece = 1 + i % 1999;
+  }
+}
+
+TEST_F(BaseChannelLoudness, WindowBegunInStereoIsNoPartOfOneInMono) {
+  rRecorder.fStereo = true;
+  rRecorder.vChannels = {&rLine, &rLinked};
+  InitLines({{"LoudVoiceDetect", "1"}, {"LoudnessThr", "66"}, {"LoudnessLen", "1"}});
+  SetConfig("RecMinDur", "10");  // so that the next call knows of this one
+  rLine.fStereoLine = true;
+  RecordPair();
+  for (const char* const acSide : {"own", "linked"}) Hear(*acSide == 'o' ? DRIVER_CH : LINKED_CH, LOUD.substr(1000));
+  OnHook();
+  rLine.fStereoLine = false;
+  rLine.LinkWith(-1);
+  CallBench::OffHook();
+  HearOwn(LOUD);
+  HearOwn(QUIET);
+  ForgetTraces();
+  Seconds(1);
+  EXPECT_EQ(NOTHING, Log());
+  HearOwn(LOUD);
+  Seconds(1);
+  EXPECT_EQ((Texts{"5 [7] Loud audio detected"}), Log());
+}
+
 TEST_F(BaseChannelLoudness, StereoWindowHoldsBothSides) {
   rRecorder.fStereo = true;
   rRecorder.vChannels = {&rLine, &rLinked};

@@ -1,6 +1,7 @@
 #include "samples.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 #include "AudioReference.h"
@@ -42,6 +43,26 @@ TEST(Samples, SumsTouchNothingBehindThem) {
   MixSamples(LAW_A, reinterpret_cast<unsigned char*>(strInto.data()), Bytes("ijkl"), 0);
   EXPECT_EQ("abcdefgh", strInto);
   EXPECT_EQ(Mixed("abc", "ijk", /*fULaw=*/false) + "defgh", MixedSamples(LAW_A, strInto, "ijk"));
+}
+
+TEST(Samples, SquaresAddUpAsOneByOneToTheLastBit) {
+  for (const AudioLaw& rLaw : {LAW_A, LAW_U}) {
+    SCOPED_TRACE(rLaw.acName);
+    const std::string strAudio = Noise(100'000, 7);
+    double dWanted = 0;
+    double dSum = 0;
+    std::size_t uiLength = 0;
+    for (std::size_t uiFrom = 0; uiFrom < strAudio.size(); uiFrom += uiLength) {
+      uiLength = std::min(strAudio.size() - uiFrom, 1 + uiFrom % 997);
+      for (std::size_t i = uiFrom; i < uiFrom + uiLength; i++) {
+        const double dSample = rLaw.ToLinear(static_cast<unsigned char>(strAudio[i])) * 3.0517578125e-05;
+        dWanted += dSample * dSample;
+      }
+      dSum = AddSquares(rLaw, dSum, Bytes(strAudio) + uiFrom, uiLength);
+      ASSERT_EQ(0, memcmp(&dWanted, &dSum, sizeof dSum)) << uiFrom << ": " << dWanted << ", " << dSum;
+    }
+    EXPECT_EQ(dSum, AddSquares(rLaw, dSum, Bytes(strAudio), 0));
+  }
 }
 
 TEST(Samples, ChannelsAlternateAtAnyLengthAndPlace) {
