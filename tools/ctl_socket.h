@@ -10,6 +10,7 @@ constexpr std::size_t MAX_ORDER_BYTES = 100;  // the daemon reads no more
 // Exit status of morvex_ctl: one a kind of error, so that scripts need not read texts.
 enum ECtlExit {
   CTL_OK = 0,
+  CTL_NO_REPORT = 1,      // metrics: the recorder has left no report
   CTL_USAGE = 2,          // arguments that make no sense; nothing was sent
   CTL_UNKNOWN_ORDER = 3,  // E0
   CTL_UNKNOWN_CALL = 4,   // E2

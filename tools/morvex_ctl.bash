@@ -3,7 +3,7 @@ _morvex_ctl() {
   local cur=${COMP_WORDS[COMP_CWORD]}
   if ((COMP_CWORD == 1)); then
     mapfile -t COMPREPLY < <(compgen -W \
-      'silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local status watch --help' -- "$cur")
+      'silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local status watch metrics --help' -- "$cur")
     return
   fi
   case ${COMP_WORDS[1]} in

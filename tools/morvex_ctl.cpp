@@ -4,9 +4,11 @@
 #include <functional>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <regex>
 #include <string>
 
+#include "ctl_metrics.h"
 #include "ctl_socket.h"
 #include "ctl_status.h"
 #include "ctl_watch.h"
@@ -55,6 +57,16 @@ int Watch(bool fJson) {
   return CTL_USAGE;
 }
 
+int ShowMetrics() {
+  const std::optional<LoopReport> rReport = ReadLoopReport();
+  if (!rReport) {
+    std::cerr << "The recorder has left no report: " << LOOP_FILE << " cannot be read.\n";
+    return CTL_NO_REPORT;
+  }
+  std::cout << MetricsToText(*rReport);
+  return CTL_OK;
+}
+
 // The arguments of all subcommands; only the one that was given is used.
 struct Arguments {
   std::string strCallId, strLocal, strRemote;
@@ -68,7 +80,7 @@ class CommandLine {
   CommandLine() {
     rApp.require_subcommand(1);
     rApp.footer(
-        "Exit status: 0 OK, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
+        "Exit status: 0 OK, 1 no report, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
         "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database.");
     AddCallOrder("silence", "Replace the audio of a call by silence from now on");
     AddCallOrder("sound", "End the silence of a call");
@@ -90,6 +102,9 @@ class CommandLine {
     AddChangeLocal();
     AddView("status", "Lines with their health, and calls in progress", ShowStatus);
     AddView("watch", "The status, redrawn every second until a key is pressed", Watch);
+    rApp.add_subcommand("metrics", "What the recorder tells of its loop, as Prometheus reads it")->callback([this] {
+      pRun = ShowMetrics;
+    });
   }
 
   int Run(int argc, char** argv) {

@@ -21,6 +21,7 @@ CTL = BUILD / "tools" / "morvex_ctl"
 NO_CALL = "20240131_142305_007_42"
 OUTSIDE = "0301234567"
 USAGE = 2
+LOOP_REPORT = Path("/var/morvex/data/crec_loop")
 
 
 def ctl(*arguments, **environment):
@@ -253,7 +254,8 @@ def test_watch_for_scripts_is_an_object_a_line(daemon, calls):
 
 # -- around it -------------------------------------------------------------------------------------------------------
 
-SUBCOMMANDS = "silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local status watch".split()
+ORDERS = "silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local".split()
+SUBCOMMANDS = [*ORDERS, "status", "watch", "metrics"]
 
 
 def complete(*words):
@@ -347,6 +349,19 @@ def test_daemon_that_does_not_run(daemon):
     assert output.startswith("The recorder is not running: nobody serves /tmp/morvex_crec.\n\n")
     status, output, _ = ctl("status", "--json")
     assert (status, json.loads(output)["running"], json.loads(output)["lines"]) == (9, False, [])
+
+
+def test_metrics_of_a_report_that_outlives_its_daemon(daemon):
+    LOOP_REPORT.unlink(missing_ok=True)
+    assert ctl("metrics") == told(f"The recorder has left no report: {LOOP_REPORT} cannot be read.", 1)
+    LOOP_REPORT.write_text("loop_behind_seconds 0.0123\ntaken_bytes 12345\n")
+    os.utime(LOOP_REPORT, (time.time() - 1000,) * 2)
+    status, output, complaint = ctl("metrics")
+    assert (status, complaint) == (0, "")
+    samples = dict(line.split(" ") for line in output.splitlines() if not line.startswith("#"))
+    assert samples["morvex_crec_taken_bytes"] == "12345"
+    assert float(samples["morvex_crec_loop_age_seconds"]) >= 1000
+    assert float(samples["morvex_crec_loop_behind_seconds"]) >= 999
 
 
 def test_call_of_a_daemon_that_was_killed(daemon):
