@@ -47,7 +47,12 @@ int SsmRecToMem(int nCh, int nFormat, LPBYTE pBuf, DWORD dwBufSize, DWORD dwRese
   if (!IsFormat(nFormat)) return rCall.Fail("format " + std::to_string(nFormat) + " is not supported");
   if (pBuf == nullptr || dwBufSize < 2) return rCall.Fail("no buffer given");
   if (prChannel->rMem.fOn) return rCall.Fail("channel " + std::to_string(nCh) + " is being recorded");
-  prChannel->rMem = {true, nFormat, pBuf, dwBufSize, 0, 0, 0};
+  rCall.rState.CatchUp(nCh, *prChannel);
+  prChannel->rMem.fOn = true;
+  prChannel->rMem.nFormat = nFormat;
+  prChannel->rMem.pBuf = pBuf;
+  prChannel->rMem.dwSize = dwBufSize;
+  rCall.rState.Schedule(nCh, *prChannel);
   rCall.rState.Changed();
   return SSM_OK;
 }
@@ -58,6 +63,7 @@ int SsmStopRecToMem(int nCh) {
   if (rCall.Refused()) return rCall.iResult;
   Channel* prChannel = rCall.ChannelAt(nCh);
   if (prChannel == nullptr) return SSM_FAILED;
+  rCall.rState.CatchUp(nCh, *prChannel);
   if (prChannel->rMem.iWaiting > 0) rCall.rState.DropReports(nCh);
   prChannel->rMem = simcards::MemRecording();
   rCall.rState.Changed();
@@ -72,9 +78,11 @@ int SsmRecToFile(int nCh, LPCSTR pszFileName, int nFormat, DWORD dwStartPos, DWO
   if (pszFileName == nullptr) return rCall.Fail("no file name given");
   if (!IsFormat(nFormat)) return rCall.Fail("format " + std::to_string(nFormat) + " is not supported");
   if (prChannel->rFile.IsOpen()) return rCall.Fail("channel " + std::to_string(nCh) + " is recorded to a file already");
+  rCall.rState.CatchUp(nCh, *prChannel);
   if (!prChannel->rFile.Open(pszFileName, nFormat)) {
     return rCall.Fail(std::string("cannot write ") + pszFileName + ": " + std::strerror(errno));
   }
+  rCall.rState.Schedule(nCh, *prChannel);
   return SSM_OK;
 }
 
@@ -83,6 +91,7 @@ int SsmStopRecToFile(int nCh) {
   if (rCall.Refused()) return rCall.iResult;
   Channel* prChannel = rCall.ChannelAt(nCh);
   if (prChannel == nullptr) return SSM_FAILED;
+  rCall.rState.CatchUp(nCh, *prChannel);
   prChannel->rFile.Close();
   return SSM_OK;
 }

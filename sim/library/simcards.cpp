@@ -19,9 +19,7 @@ template <typename F>
 void SetSource(int nCh, F fnSet) {
   Locked rLocked;
   Channel* prChannel = rLocked.rState.At(nCh);
-  if (prChannel == nullptr) return;
-  fnSet(prChannel->rSource);
-  rLocked.rState.Changed();
+  if (prChannel != nullptr) rLocked.rState.SetSource(nCh, *prChannel, fnSet);
 }
 
 }  // namespace
@@ -130,7 +128,7 @@ void StopPacing() {
 
 void Advance(int iBytes) {
   Locked rLocked;
-  rLocked.rState.AdvanceAll(iBytes);
+  rLocked.rState.Advance(iBytes);
 }
 
 void Hear(int nCh, const std::string& strBytes) {

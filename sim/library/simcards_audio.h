@@ -36,7 +36,7 @@ class AudioSource {
   // of the counting pattern.
   void Fill(BYTE* acOut, int iBytes, int nFormat, long long iRecorded, int iAhead) const;
   // Time passes, whether somebody records or not.
-  void Skip(int iBytes) { iPos += iBytes; }
+  void Skip(long long iBytes) { iPos += iBytes; }
 
   const char* Name() const;  // "silence", "tone", "counting", "file"
   bool Playing() const;      // a file that has not come to its end

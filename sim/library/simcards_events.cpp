@@ -36,15 +36,17 @@ void State::SetEvent(WORD wEvent, int nReference, const EVENT_SET_INFO& rSetting
     it = fNarrower ? rEventSettings.erase(it) : std::next(it);
   }
   rEventSettings[{wEvent, nReference}] = rSetting;
+  iSettings++;
   Changed();
 }
 
-void State::Queue(QueuedEvent rQueued) {
-  if (SettingOf(rQueued.rEvent.wEventCode, rQueued.rEvent.nReference) == nullptr) return;
+bool State::Queue(QueuedEvent rQueued) {
+  if (SettingOf(rQueued.rEvent.wEventCode, rQueued.rEvent.nReference) == nullptr) return false;
   TraceEvent(rQueued);
   rQueue.Push(std::move(rQueued));
   if (iTakers > 0) rArrived.notify_one();
   Changed();
+  return true;
 }
 
 void State::DropReports(int nCh) {

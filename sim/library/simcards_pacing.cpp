@@ -20,8 +20,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr double BYTES_PER_S = 8000.0;
-constexpr int TICK_BYTES = 160;  // 20 ms at ordinary speed
 constexpr auto SHORTEST_TICK = std::chrono::milliseconds(1);
+constexpr int LINES_AT_ONCE = 64;  // the program's threads must not wait longer for the library's lock
 // More than this at once would overrun a small ring though its reader is quick; the cards' clock slips instead.
 constexpr long long MOST_BYTES_AT_ONCE = 1024;
 
@@ -54,23 +54,34 @@ class Pacer {
 
  private:
   void Run() {
-    const auto rTick = std::max<Clock::duration>(
-        SHORTEST_TICK, std::chrono::duration_cast<Clock::duration>(
-                           std::chrono::duration<double>(TICK_BYTES / (BYTES_PER_S * dSpeed))));
     const Clock::time_point rStart = Clock::now();
     long long iDone = 0;  // bytes made or slipped since rStart
-    for (Clock::time_point rNext = rStart + rTick; !StopBefore(rNext); rNext = std::max(rNext + rTick, Clock::now())) {
-      const std::chrono::duration<double> rElapsed = Clock::now() - rStart;
+    for (Clock::time_point rNext = rStart; !StopBefore(rNext);) {
+      const Clock::time_point rNow = Clock::now();
+      const std::chrono::duration<double> rElapsed = rNow - rStart;
       const long long iDue = std::llround(rElapsed.count() * BYTES_PER_S * dSpeed) - iDone;
-      const long long iNow = std::min(iDue, MOST_BYTES_AT_ONCE);
-      if (iNow > 0) {
-        State& rState = TheState();
-        const std::lock_guard<std::mutex> rGuard(rState.rMutex);
-        rState.AdvanceAll(static_cast<int>(iNow));
-      }
-      iSlippedBytes += iDue - iNow;
+      const long long iMade = std::min(iDue, MOST_BYTES_AT_ONCE);
       iDone += iDue;
+      iSlippedBytes += iDue - iMade;
+      rNext = std::max(rNow + SHORTEST_TICK, rStart + DurationOf(iDone + Make(iMade)));
     }
+  }
+
+  // Makes iBytes bytes of each line, and tells in how many the next ones are due.
+  static int Make(long long iBytes) {
+    State& rState = TheState();
+    std::unique_lock<std::mutex> rLock(rState.rMutex);
+    const long long iUntil = rState.iClock + iBytes;
+    while (!rState.RunClock(iUntil, LINES_AT_ONCE)) {
+      rLock.unlock();
+      rLock.lock();
+    }
+    return rState.NextLook();
+  }
+
+  Clock::duration DurationOf(long long iBytes) const {
+    const std::chrono::duration<double> rSeconds(static_cast<double>(iBytes) / (BYTES_PER_S * dSpeed));
+    return std::chrono::duration_cast<Clock::duration>(rSeconds);
   }
 
   bool StopBefore(Clock::time_point rUntil) {

@@ -52,6 +52,10 @@ struct Line {
 
   void Queue(WORD wCode, DWORD dwParam) const { QueueEvent(rState, wCode, nCh, dwParam); }
   void Queue(WORD wCode, const Message& rMessage) const { QueueEvent(rState, wCode, nCh, rMessage); }
+  template <typename F>
+  void Play(F fnSet) const {
+    rState.SetSource(nCh, rChannel, fnSet);
+  }
   void SetState(int iState) const {
     rChannel.iState = iState;
     if (rChannel.iType == CH_ANALOG) rChannel.iVoltage = iState == S_CALL_PICKUPED ? OFF_HOOK_VOLTAGE : DEFAULT_VOLTAGE;
@@ -121,19 +125,19 @@ void Do(const actions::Voltage& rVoltage, const Line& rLine) {
 }
 
 void Do(const actions::PlaySilence& /*rPlay*/, const Line& rLine) {
-  rLine.rChannel.rSource.SetSilence();
+  rLine.Play([](AudioSource& rSource) { rSource.SetSilence(); });
 }
 
 void Do(const actions::PlayCounting& /*rPlay*/, const Line& rLine) {
-  rLine.rChannel.rSource.SetCounting();
+  rLine.Play([](AudioSource& rSource) { rSource.SetCounting(); });
 }
 
 void Do(const actions::PlayTone& rPlay, const Line& rLine) {
-  rLine.rChannel.rSource.SetTone(rPlay.dHz, rPlay.dLevelDb);
+  rLine.Play([&](AudioSource& rSource) { rSource.SetTone(rPlay.dHz, rPlay.dLevelDb); });
 }
 
 void Do(const actions::PlayFile& rPlay, const Line& rLine) {
-  rLine.rChannel.rSource.SetFile(rLine.prFile, rPlay.fLoop);
+  rLine.Play([&](AudioSource& rSource) { rSource.SetFile(rLine.prFile, rPlay.fLoop); });
 }
 
 void Do(const actions::DChannel& rDChannel, const Line& rLine) {

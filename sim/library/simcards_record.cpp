@@ -1,6 +1,7 @@
 // Audio into the rings of SsmRecToMem and the files of SsmRecToFile, and the reports that go with it.
 
 #include <algorithm>
+#include <limits>
 
 #include "simcards_state.h"
 
@@ -9,8 +10,9 @@ namespace {
 
 constexpr int STEP_BYTES = 512;  // audio is made in pieces of at most this
 
-// The next report after iWritten bytes; a value that is never reached when nothing is to be reported.
-long long NextReport(const MemRecording& rMem, const EVENT_SET_INFO& rSetting) {
+constexpr long long NEVER = std::numeric_limits<long long>::max();
+
+long long ReportBehind(const MemRecording& rMem, const EVENT_SET_INFO& rSetting) {
   const long long iSize = rMem.dwSize;
   switch (rSetting.dwOutParamVal) {
     case MEM_BYTES:
@@ -36,24 +38,21 @@ long long LostBytes(const MemRecording& rMem, int iBytes) {
 }
 
 void QueueReport(State& rState, int nCh, MemRecording& rMem) {
-  if (rState.SettingOf(E_PROC_RecordMem, nCh) == nullptr) return;
   QueuedEvent rQueued;
   rQueued.rEvent.wEventCode = E_PROC_RecordMem;
   rQueued.rEvent.nReference = nCh;
   rQueued.rEvent.dwParam = static_cast<DWORD>(rMem.iWritten % rMem.dwSize);
   rQueued.iRecorded = rMem.iWritten;
-  rMem.iWaiting++;
-  rState.Queue(std::move(rQueued));
+  if (rState.Queue(std::move(rQueued))) rMem.iWaiting++;
 }
 
 void AdvanceMem(State& rState, int nCh, Channel& rChannel, int iBytes) {
   MemRecording& rMem = rChannel.rMem;
-  const EVENT_SET_INFO* prSetting = rState.SettingOf(E_PROC_RecordMem, nCh);
   for (int iMade = 0, iPiece = 0; iMade < iBytes; iMade += iPiece) {
     const auto iAt = static_cast<int>(rMem.iWritten % rMem.dwSize);
     iPiece = std::min(iBytes - iMade, static_cast<int>(rMem.dwSize) - iAt);
-    const long long iReport = prSetting != nullptr ? NextReport(rMem, *prSetting) : -1;
-    if (iReport > 0) iPiece = static_cast<int>(std::min<long long>(iPiece, iReport - rMem.iWritten));
+    const long long iReport = rState.NextReport(nCh, rMem);
+    iPiece = static_cast<int>(std::min<long long>(iPiece, iReport - rMem.iWritten));
     rState.iOverruns += LostBytes(rMem, iPiece);
     rChannel.rSource.Fill(rMem.pBuf + iAt, iPiece, rMem.nFormat, rMem.iWritten, iMade);
     rMem.iWritten += iPiece;
@@ -72,17 +71,24 @@ void AdvanceFile(Channel& rChannel, int iBytes) {
 
 }  // namespace
 
-void State::AdvanceAll(int iBytes) {
-  bool fEnded = false;
-  for (std::size_t i = 0; i < vChannels.size(); i++) {
-    Channel& rChannel = *vChannels[i];
-    if (rChannel.rMem.fOn) AdvanceMem(*this, static_cast<int>(i), rChannel, iBytes);
-    if (rChannel.rFile.IsOpen()) AdvanceFile(rChannel, iBytes);
-    const bool fPlaying = rChannel.rSource.Playing();
-    rChannel.rSource.Skip(iBytes);
-    fEnded = fEnded || (fPlaying && !rChannel.rSource.Playing());
+long long State::NextReport(int nCh, MemRecording& rMem) const {
+  if (rMem.iSettings != iSettings || rMem.iReport <= rMem.iWritten) {
+    const EVENT_SET_INFO* prSetting = SettingOf(E_PROC_RecordMem, nCh);
+    rMem.iReport = prSetting != nullptr ? ReportBehind(rMem, *prSetting) : NEVER;
+    rMem.iSettings = iSettings;
   }
-  if (fEnded) Changed();  // somebody may wait for a file to be played
+  return rMem.iReport;
+}
+
+void State::CatchUp(int nCh, Channel& rChannel) {
+  const long long iBehind = iClock - rChannel.iClock;
+  if (iBehind == 0) return;
+  if (rChannel.rMem.fOn) AdvanceMem(*this, nCh, rChannel, static_cast<int>(iBehind));
+  if (rChannel.rFile.IsOpen()) AdvanceFile(rChannel, static_cast<int>(iBehind));
+  const bool fPlaying = rChannel.rSource.Playing();
+  rChannel.rSource.Skip(iBehind);
+  rChannel.iClock = iClock;
+  if (fPlaying && !rChannel.rSource.Playing()) Changed();  // somebody may wait for the file to be played
 }
 
 void State::Hear(int nCh, const std::string& strBytes) {

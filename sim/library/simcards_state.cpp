@@ -25,6 +25,9 @@ void State::ForgetCards() {
   strDelivered.clear();
   fHandling = false;
   rEventSettings.clear();
+  for (std::vector<int>& vSlot : vSlots) vSlot.clear();
+  iInSlot = 0;
+  iBusyLines = 0;
   rArrived.notify_all();
   Changed();
 }
@@ -43,6 +46,7 @@ void State::AddBoardChannels(int iBoardId, int iCount, int iChType) {
     prChannel->iBoardId = iBoardId;
     prChannel->iBoardCh = i;
     prChannel->iType = iChType;
+    prChannel->iClock = iClock;
     prChannel->iVoltage = iChType == CH_ANALOG ? DEFAULT_VOLTAGE : 0;
     vChannels.push_back(std::move(prChannel));
   }

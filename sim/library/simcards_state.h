@@ -5,6 +5,7 @@
 //            library may still run while the process exits.
 #pragma once
 
+#include <array>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -26,6 +27,7 @@ constexpr int SSM_FAILED = -1;
 constexpr int DEFAULT_VOLTAGE = 48;  // of an analogue line that nobody uses
 constexpr WORD ALL_EVENTS = 0xFFFF;  // as SsmSetEvent has it
 constexpr int ALL_CHANNELS = -1;
+constexpr std::size_t CLOCK_SLOTS = 1024;
 constexpr std::size_t MAX_NOTED_CALLS = 1024;  // a daemon that runs for days never takes them
 
 // A recording into the caller's ring. Byte k since the start stands at k % dwSize.
@@ -37,9 +39,18 @@ struct MemRecording {
   long long iWritten = 0;  // bytes since the start
   long long iTaken = 0;    // bytes announced by reports that were taken
   int iWaiting = 0;        // reports that wait to be taken
+  long long iReport = 0;   // bytes at which the next report is due, by the settings of that number
+  int iSettings = -1;
 };
 
 struct Channel {
+  // What each look needs stands together.
+  long long iClock = 0;  // the cards' clock up to which the line's sound was made
+  long long iDue = -1;   // when the line is looked at next; -1: it has nothing to do
+  AudioSource rSource;
+  MemRecording rMem;
+  WavWriter rFile;
+
   int iBoardId = -1;
   int iBoardCh = -1;
   int iType = CH_UNKNOWN;
@@ -48,9 +59,6 @@ struct Channel {
   int iRxDigits = 0;  // digits since SsmClearRxDtmfBuf
   std::string strCallerId;
   std::string strCallerIdGiven;  // what SsmGetCallerIdA pointed at last; other threads leave it alone
-  AudioSource rSource;
-  MemRecording rMem;
-  WavWriter rFile;
 };
 
 struct Circuit {
@@ -88,6 +96,12 @@ struct State {
   std::string strDelivered;  // data of the last event, when it did not fit the caller's buffer
   bool fHandling = false;    // the caller took an event and did not come back for the next one
   std::map<std::pair<WORD, int>, EVENT_SET_INFO> rEventSettings;  // by event code and reference, ALL_... included
+  int iSettings = 0;                                              // how often they changed
+
+  long long iClock = 0;                              // bytes that each line has carried since the library was loaded
+  std::array<std::vector<int>, CLOCK_SLOTS> vSlots;  // driver channels by the time of the next look, modulo
+  std::size_t iInSlot = 0;                           // so many of the present slot have been looked at
+  int iBusyLines = 0;                                // lines that are due some time
 
   std::map<std::string, Fault> rFaults;
   std::string strLastError;
@@ -108,12 +122,32 @@ struct State {
   const EVENT_SET_INFO* SettingOf(WORD wEvent, int nReference) const;
   bool EventsOn() const { return eMode == MODE_BENCH || !rEventSettings.empty(); }
   void SetEvent(WORD wEvent, int nReference, const EVENT_SET_INFO& rSetting);
-  void Queue(QueuedEvent rQueued);  // drops the event when it is switched off
+  bool Queue(QueuedEvent rQueued);  // false: the event is switched off and dropped
   void DropReports(int nCh);        // a ring that is no longer written has nothing to report
 
   // -- audio (simcards_record.cpp) ------------------------------------------------------------------------------------
-  void AdvanceAll(int iBytes);
+  // Makes what the line has carried up to now: before its sound changes, and before a recording begins or ends.
+  void CatchUp(int nCh, Channel& rChannel);
+  // The number of bytes at which a recording reports next; never reached when nothing is to be reported.
+  long long NextReport(int nCh, MemRecording& rMem) const;
   void Hear(int nCh, const std::string& strBytes);
+  template <typename F>
+  void SetSource(int nCh, Channel& rChannel, F fnSet) {
+    CatchUp(nCh, rChannel);
+    fnSet(rChannel.rSource);
+    Schedule(nCh, rChannel);
+    Changed();
+  }
+
+  // -- the cards' clock (simcards_clock.cpp) --------------------------------------------------------------------------
+  // Enters the line for its next look, counted from where its sound was made up to; after each beginning.
+  void Schedule(int nCh, Channel& rChannel);
+  // Runs the clock to iUntil and looks at each line that becomes due; false when it has looked at iMost lines before
+  // it was there, so that others get the lock meanwhile.
+  bool RunClock(long long iUntil, int iMost);
+  int NextLook();            // bytes until a line may be due, at most 20 ms
+  void Advance(int iBytes);  // and makes the sound of all lines up to then
+  std::vector<int>& SlotOf(long long iTime) { return vSlots[static_cast<std::size_t>(iTime) % CLOCK_SLOTS]; }
 };
 
 State& TheState();
