@@ -304,7 +304,7 @@ class Site {
     unsigned char acHeader[WAV_HEADER_BYTES] = {};
     FuzzCheck(fread(acHeader, 1, sizeof acHeader, hFile) == sizeof acHeader, "a recording has its header");
     long iAudio = 0;
-    for (std::size_t i = WAV_HEADER_BYTES; i-- > WAV_HEADER_BYTES - WAV_LENGTH_BYTES;)
+    for (std::size_t i = WAV_HEADER_BYTES; i-- > WAV_HEADER_BYTES - sizeof(std::uint32_t);)
       iAudio = iAudio << 8 | acHeader[i];
     (void)fseek(hFile, 0, SEEK_END);
     FuzzCheck(ftell(hFile) == static_cast<long>(WAV_HEADER_BYTES) + iAudio, "the header counts the audio");

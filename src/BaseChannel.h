@@ -321,9 +321,10 @@ class BaseChannel {
   void CloseAudioFile();
   // The mode of a kept recording.
   void LetAllUseAudioFile();
-  // Brings the length fields of an open file up to date, so that the file plays up to here whatever happens next. The
-  // first time, and again until the disk has room for it, the whole header. False when it is not whole; an update that
-  // follows makes up for it, so only the last one reports: FinishAudioFileHeader.
+  // Brings the header of an open file up to date, so that the file plays up to here whatever happens next. The whole
+  // header in one write: all lines have theirs in the same second, and one that found no room is made up for. False
+  // when it is not written; an update that follows makes up for it, so only the last one reports:
+  // FinishAudioFileHeader.
   bool UpdateAudioFileHeader();
   void FinishAudioFileHeader();
   // The copy of a live listener: strFullFilenameFinal + ".raw" and ".info". Only with fMonitoring.
@@ -332,7 +333,6 @@ class BaseChannel {
   FILE* hAudioFile = nullptr;
   std::string strAudioFileName;  // of hAudioFile, when strFullFilename is that of the next part already
   int iRecordByteCnt = 0;        // audio bytes of hAudioFile
-  bool fHeaderWritten = false;   // false: a full disk had no room for it
   FILE* hRawFile = nullptr;      // monitoring copy
 
   // -- BaseChannel_audio.cpp: loudness --------------------------------------------------------------------------------

@@ -69,9 +69,9 @@ bool WriteAll(FILE* hFile, const void* pData, std::size_t uiLen) {
 }
 
 // Leaves the place of the audio alone, as a seek that does not find back to it would not.
-bool WriteAt(FILE* hFile, std::size_t uiOffset, const BYTE* acBytes, std::size_t uiCount) {
-  const ssize_t iWritten = pwrite(fileno(hFile), acBytes, uiCount, static_cast<off_t>(uiOffset));
-  if (iWritten == static_cast<ssize_t>(uiCount)) return true;
+bool WriteHeader(FILE* hFile, const WavHeader& rHeader) {
+  const ssize_t iWritten = pwrite(fileno(hFile), rHeader.data(), rHeader.size(), 0);
+  if (iWritten == static_cast<ssize_t>(rHeader.size())) return true;
   if (iWritten >= 0) errno = ENOSPC;  // cut short, which has no other reason
   return false;
 }
@@ -252,9 +252,8 @@ void BaseChannel::OpenAudioFile() {
   SetLoudnessWindow(fDoStereo ? LOUDNESS_SAMPLES_STEREO : LOUDNESS_SAMPLES_MONO);
 
   const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, /*uiAudioBytes=*/0);
-  fHeaderWritten = WriteAll(hAudioFile, rHeader.data(), rHeader.size());
   // A full disk may have room later: the audio leaves the place of the header free.
-  if (!fHeaderWritten && fseek(hAudioFile, WAV_HEADER_BYTES, SEEK_SET) != 0) {
+  if (!WriteAll(hAudioFile, rHeader.data(), rHeader.size()) && fseek(hAudioFile, WAV_HEADER_BYTES, SEEK_SET) != 0) {
     LogCapiError("OpenAudioFile");
     CloseIfOpen(hAudioFile, WRITE_RECORDING);
     return;
@@ -275,16 +274,7 @@ void BaseChannel::LetAllUseAudioFile() {
 
 bool BaseChannel::UpdateAudioFileHeader() {
   if (hAudioFile == nullptr) return true;
-  const WavHeader rHeader = MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, static_cast<DWORD>(iRecordByteCnt));
-  if (!fHeaderWritten) {
-    fHeaderWritten = WriteAt(hAudioFile, 0, rHeader.data(), rHeader.size());
-    return fHeaderWritten;
-  }
-  bool fWritten = true;
-  for (const std::size_t uiOffset : WAV_LENGTH_OFFSETS) {
-    fWritten = WriteAt(hAudioFile, uiOffset, rHeader.data() + uiOffset, WAV_LENGTH_BYTES) && fWritten;
-  }
-  return fWritten;
+  return WriteHeader(hAudioFile, MakeWavHeader(*prLaw, fDoStereo ? 2 : 1, static_cast<DWORD>(iRecordByteCnt)));
 }
 
 void BaseChannel::FinishAudioFileHeader() {

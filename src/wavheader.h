@@ -10,9 +10,6 @@
 #include "g711.h"
 
 constexpr std::size_t WAV_HEADER_BYTES = 56;
-// Where the fields stand that grow with the audio, 4 bytes each. All else of a header stays.
-constexpr std::size_t WAV_LENGTH_OFFSETS[] = {4, 44, 52};
-constexpr std::size_t WAV_LENGTH_BYTES = 4;
 
 using WavHeader = std::array<unsigned char, WAV_HEADER_BYTES>;
 

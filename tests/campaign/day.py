@@ -175,11 +175,6 @@ def line_of(path):
 # -- checks of one recording -----------------------------------------------------------------------------------------
 
 
-def header_lengths(data):
-    """What the three lengths of a header say of the audio, in the order in which they are written."""
-    return [int.from_bytes(data[at : at + 4], "little") - less for at, less in ((4, 48), (44, 0), (52, 0))]
-
-
 def is_whole(data, line, mode):
     """Whether these bytes are a finished recording of G.711: header and all audio, each byte as the line carried it."""
     audio = data[HEADER_BYTES:]

@@ -29,9 +29,9 @@ from dataclasses import replace
 from pathlib import Path
 
 from day import CARDS, CLEAR, MODES, ORIGINALS, WORK_ROOTS, BusyDay, Cards, Service
-from day import channels_of, expected_audio, header_lengths, install_tools, is_archived, is_final, is_whole
+from day import channels_of, expected_audio, install_tools, is_archived, is_final, is_whole
 from day import line_of, md5
-from harness import AUDIO_BYTES_PER_S, BLOCK_BYTES, HEADER_BYTES, Daemon
+from harness import AUDIO_BYTES_PER_S, BLOCK_BYTES, HEADER_BYTES, Daemon, header
 from harness import path_of, rows, store_settings, wait_until
 
 KILLS = int(os.environ.get("CRASH_KILLS", "3"))
@@ -145,10 +145,9 @@ def check_running(path, mode):
     """Seconds at the end of the file that its header does not tell of."""
     data = path.read_bytes()
     line = line_of(path)
-    lengths = header_lengths(data)
-    length = lengths[-1]  # written last, and what players go by
+    length = int.from_bytes(data[HEADER_BYTES - 4 : HEADER_BYTES], "little")  # what players go by
     audio = data[HEADER_BYTES:]
-    assert len(data) >= HEADER_BYTES and data[:4] == b"RIFF" and lengths == sorted(lengths, reverse=True), path
+    assert data[:HEADER_BYTES] == header(channels_of(line, mode), length, mode.law_tag), path
     assert length <= len(audio), path
     place = None if mode.late else first_difference(audio, expected_audio(line, mode, len(audio)))
     assert place is None, f"{path}: wrong from byte {place} of {len(audio)}"

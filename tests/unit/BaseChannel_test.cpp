@@ -21,7 +21,7 @@ bool fHeadersTold = false;  // each update of a header is a line of the log
 
 // Stands in for the C library's: nothing else writes at a place of a file.
 extern "C" ssize_t pwrite(int hFile, const void* pData, size_t uiBytes, off_t iPlace) {
-  if (fHeadersTold && iPlace == WAV_LENGTH_OFFSETS[0]) syslog(LOG_DEBUG, "header");
+  if (fHeadersTold) syslog(LOG_DEBUG, "header");
   return syscall(SYS_pwrite64, hFile, pData, uiBytes, iPlace);
 }
 
