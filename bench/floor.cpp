@@ -1,0 +1,236 @@
+// floor: the least that a program can do to record: takes the events of the cards and writes their audio with `write`,
+// on the same driver interface as the daemon, to as many files. What the daemon costs is held against what this costs.
+//
+// usage: floor FOLDER plain|stereo|mono LINES
+//
+// Starts the cards by the configuration that a daemon has left, says "started", waits for a line on its standard input,
+// starts the recordings and says "recording". SIGTERM ends it; then it prints how many events and bytes there were.
+// Of a pair stereo puts both sides byte beside byte into one file, mono the sums of their samples by a table.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "g711.h"
+#include "shpa3api.h"
+#include "wavheader.h"
+
+namespace {
+
+constexpr const char* DRIVER_INI = "/var/morvex/data/ShConfig.ini";
+constexpr const char* DRIVER_INDEX = "/var/morvex/data/ShIndex.ini";
+constexpr WORD ALL_EVENTS = 0xFFFF;
+constexpr int ALL_CHANNELS = -1;
+constexpr DWORD RING_BYTES = 4096;
+constexpr DWORD REPORT_BYTES = 2048;
+constexpr DWORD WAIT_MS = 200;
+constexpr int BLOCK_CIRCUITS = 30;  // of a trunk: so many channels of one direction, then as many of the other
+constexpr int FILE_MODE = 0666;
+constexpr std::uint32_t LENGTH_UNKNOWN = 0;
+
+enum EKind { KIND_PLAIN, KIND_STEREO, KIND_MONO };
+
+volatile std::sig_atomic_t fStop = 0;
+
+struct Side {
+  std::vector<BYTE> acRing = std::vector<BYTE>(RING_BYTES);
+  DWORD dwRead = 0;
+  std::vector<BYTE> acWaiting;  // of a pair, for the other side
+  std::size_t uiLine = 0;
+};
+
+struct Line {
+  int iFd = -1;
+  std::array<int, 2> aiChannels = {-1, -1};
+};
+
+[[noreturn]] void Die(const char* acWhat) {
+  perror(acWhat);
+  std::exit(1);
+}
+
+class Floor {
+ public:
+  Floor(EKind eTheKind, std::size_t uiLines) : eKind(eTheKind), vLines(uiLines) {
+    if (eKind == KIND_MONO) MakeSums();
+  }
+
+  void StartCards() {
+    if (SsmStartCti(DRIVER_INI, DRIVER_INDEX) != SSM_OK) DieOfCards();
+    EVENT_SET_INFO rSetting;
+    rSetting.dwWorkMode = EVENT_POLLING;
+    if (SsmSetEvent(ALL_EVENTS, ALL_CHANNELS, 1, &rSetting) != SSM_OK) DieOfCards();
+    rSetting.dwOutCondition = REPORT_BYTES;
+    rSetting.dwOutParamVal = MEM_BYTES;
+    if (SsmSetEvent(E_PROC_RecordMem, ALL_CHANNELS, 1, &rSetting) != SSM_OK) DieOfCards();
+    vSides.resize(static_cast<std::size_t>(SsmGetMaxCh()));
+  }
+
+  // Named like the daemon's files, so that the line stands in the same place.
+  void StartRecordings(const std::string& strFolder) {
+    for (std::size_t i = 0; i < vLines.size(); i++) {
+      Line& rLine = vLines[i];
+      rLine.aiChannels = ChannelsOf(static_cast<int>(i));
+      const std::string strName = strFolder + "/00000000_000000_" + std::to_string(i + 1) + "_01.wav";
+      rLine.iFd = open(strName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE);
+      if (rLine.iFd < 0) Die(strName.c_str());
+      const WavHeader rHeader = MakeWavHeader(LAW_A, eKind == KIND_STEREO ? 2 : 1, LENGTH_UNKNOWN);
+      Write(rLine, rHeader.data(), rHeader.size());
+      for (const int iCh : rLine.aiChannels) {
+        if (iCh >= 0) StartSide(iCh, i);
+      }
+    }
+  }
+
+  void Run() {
+    while (fStop == 0) {
+      BYTE acBuffer[EVENT_BUFFER_BYTES];
+      SSM_EVENT rEvent;
+      rEvent.pvBuffer = acBuffer;
+      rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
+      const int iResult = SsmWaitForEventA(WAIT_MS, &rEvent);
+      if (iResult == SSM_EVENT_TIMEOUT) continue;
+      if (iResult != SSM_OK) DieOfCards();
+      if (rEvent.wEventCode == E_PROC_RecordMem) Take(rEvent);
+    }
+  }
+
+  void Stop() {
+    for (const Line& rLine : vLines) {
+      for (const int iCh : rLine.aiChannels) {
+        if (iCh >= 0) (void)SsmStopRecToMem(iCh);
+      }
+      (void)close(rLine.iFd);
+    }
+    (void)SsmCloseCti();
+  }
+
+  void PrintCounts() const { printf("{\"events\": %lld, \"bytes\": %lld}\n", iEvents, iBytes); }
+
+ private:
+  [[noreturn]] static void DieOfCards() {
+    char acText[SSM_ERR_MSG_BYTES] = "";
+    SsmGetLastErrMsg(acText);
+    fprintf(stderr, "floor: %s\n", acText);
+    std::exit(1);
+  }
+
+  std::array<int, 2> ChannelsOf(int iIndex) const {
+    if (eKind == KIND_PLAIN) return {iIndex, -1};
+    const int iCh = iIndex / BLOCK_CIRCUITS * 2 * BLOCK_CIRCUITS + iIndex % BLOCK_CIRCUITS;
+    return {iCh, iCh + BLOCK_CIRCUITS};
+  }
+
+  void StartSide(int iCh, std::size_t uiLine) {
+    Side& rSide = vSides.at(static_cast<std::size_t>(iCh));
+    rSide.uiLine = uiLine;
+    if (SsmRecToMem(iCh, SSM_FORMAT_ALAW, rSide.acRing.data(), RING_BYTES, 0) != SSM_OK) DieOfCards();
+  }
+
+  void Take(const SSM_EVENT& rEvent) {
+    iEvents++;
+    Side& rSide = vSides[static_cast<std::size_t>(rEvent.nReference)];
+    const BYTE* acRing = rSide.acRing.data();
+    if (rEvent.dwParam < rSide.dwRead) {
+      Add(rSide, acRing + rSide.dwRead, RING_BYTES - rSide.dwRead);
+      rSide.dwRead = 0;
+    }
+    Add(rSide, acRing + rSide.dwRead, rEvent.dwParam - rSide.dwRead);
+    rSide.dwRead = rEvent.dwParam;
+  }
+
+  void Add(Side& rSide, const BYTE* acAudio, std::size_t uiBytes) {
+    if (uiBytes == 0) return;
+    Line& rLine = vLines[rSide.uiLine];
+    if (eKind == KIND_PLAIN) {
+      Write(rLine, acAudio, uiBytes);
+      return;
+    }
+    rSide.acWaiting.insert(rSide.acWaiting.end(), acAudio, acAudio + uiBytes);
+    WritePair(rLine);
+  }
+
+  void WritePair(Line& rLine) {
+    std::vector<BYTE>& acOne = vSides[static_cast<std::size_t>(rLine.aiChannels[0])].acWaiting;
+    std::vector<BYTE>& acOther = vSides[static_cast<std::size_t>(rLine.aiChannels[1])].acWaiting;
+    const std::size_t uiBytes = std::min(acOne.size(), acOther.size());
+    if (uiBytes == 0) return;
+    const std::size_t uiOut = eKind == KIND_STEREO ? 2 * uiBytes : uiBytes;
+    acOut.resize(std::max(acOut.size(), uiOut));
+    for (std::size_t i = 0; i < uiBytes; i++) {
+      if (eKind == KIND_STEREO) {
+        acOut[2 * i] = acOne[i];
+        acOut[2 * i + 1] = acOther[i];
+      } else {
+        acOut[i] = acSums[256U * acOne[i] + acOther[i]];
+      }
+    }
+    Write(rLine, acOut.data(), uiOut);
+    const auto iDone = static_cast<std::ptrdiff_t>(uiBytes);
+    acOne.erase(acOne.begin(), acOne.begin() + iDone);
+    acOther.erase(acOther.begin(), acOther.begin() + iDone);
+  }
+
+  void Write(const Line& rLine, const void* pvData, std::size_t uiBytes) {
+    if (write(rLine.iFd, pvData, uiBytes) != static_cast<ssize_t>(uiBytes)) Die("write");
+    iBytes += static_cast<long long>(uiBytes);
+  }
+
+  void MakeSums() {
+    acSums.resize(256 * 256);
+    for (unsigned i = 0; i < acSums.size(); i++) {
+      const int iSum = alaw2linear(static_cast<BYTE>(i / 256)) + alaw2linear(static_cast<BYTE>(i % 256));
+      acSums[i] = linear2alaw(static_cast<short>(std::clamp(iSum, -32768, 32767)));
+    }
+  }
+
+  EKind eKind;
+  std::vector<Line> vLines;
+  std::vector<Side> vSides;  // by driver channel
+  std::vector<BYTE> acOut;
+  std::vector<BYTE> acSums;
+  long long iEvents = 0;
+  long long iBytes = 0;
+};
+
+EKind KindOf(const char* acName) {
+  if (strcmp(acName, "plain") == 0) return KIND_PLAIN;
+  if (strcmp(acName, "stereo") == 0) return KIND_STEREO;
+  if (strcmp(acName, "mono") == 0) return KIND_MONO;
+  fprintf(stderr, "floor: no such kind: %s\n", acName);
+  std::exit(2);
+}
+
+void Say(const char* acText) {
+  (void)puts(acText);
+  (void)fflush(stdout);
+}
+
+}  // namespace
+
+int main(int iArgs, char** acArgs) {
+  if (iArgs != 4) {
+    fprintf(stderr, "usage: floor FOLDER plain|stereo|mono LINES\n");
+    return 2;
+  }
+  struct sigaction rAction {};
+  rAction.sa_handler = [](int) { fStop = 1; };
+  (void)sigaction(SIGTERM, &rAction, nullptr);
+  Floor rFloor(KindOf(acArgs[2]), std::strtoul(acArgs[3], nullptr, 10));
+  rFloor.StartCards();
+  Say("started");
+  (void)getchar();
+  rFloor.StartRecordings(acArgs[1]);
+  Say("recording");
+  rFloor.Run();
+  rFloor.Stop();
+  rFloor.PrintCounts();
+  return 0;
+}
