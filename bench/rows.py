@@ -1,0 +1,426 @@
+"""The rows of the benchmark. Each is a function of the seconds that are asked for and the folder for recordings; it gives
+the figures of one run. The daemon runs first, as the floor needs the configuration that it leaves.
+"""
+
+import json
+import os
+import signal
+import socket
+import subprocess
+import time
+from contextlib import contextmanager
+from pathlib import Path
+
+from bench import ENCODINGS, backends, locked
+from harness import AUDIO_BYTES_PER_S, counting, header, rows, sql
+from machine import BENCH, MONO, PLAIN, RECORDINGS, STEREO, Daemon, Floor, Follower, Machine, Trouble, Watch
+from machine import judged, rows_in
+
+SETTLE_S = 3
+CALL_LINES = 300  # that calls come and go on
+CALLS_AT_ONCE = 100
+STALLED_LINES = 1000
+
+
+# -- steady ----------------------------------------------------------------------------------------------------------
+
+
+def expected_bytes(machine, seconds):
+    return machine.channels * AUDIO_BYTES_PER_S * (seconds + 60)
+
+
+@contextmanager
+def recording(machine, seconds, lines=None):
+    """A daemon that records the first of the machine's lines, or all of them, and a dict for the figures. Behind it all
+    calls end, and what was written is judged."""
+    daemon, figures = Daemon(machine), {}
+    follower = Follower(machine, RECORDINGS, expected_bytes(machine, seconds))
+    daemon.begin_gently(0, (lines or machine.lines) - 1)
+    time.sleep(SETTLE_S)
+    yield daemon, figures
+    recorded, slipped_s = daemon.recorded()
+    daemon.end_gently(0, (lines or machine.lines) - 1)
+    daemon.wait_finished()
+    figures.update(judged(machine, follower.finish(), recorded), slipped_s=slipped_s)
+    daemon.stop()
+    daemon.clear()
+
+
+def daemon_steady(machine, seconds):
+    with recording(machine, seconds) as (daemon, figures):
+        figures.update(daemon.measure(seconds))
+    return figures
+
+
+def floor_steady(machine, seconds):
+    floor = Floor(machine)
+    follower = Follower(machine, floor.folder, expected_bytes(machine, seconds))
+    time.sleep(SETTLE_S)
+    figures = floor.measure(seconds)
+    figures["slipped_s"] = floor.recorded()[1]
+    figures.update(floor.stop())
+    found = follower.finish()
+    figures.update(wrong_bytes=found["wrong_bytes"], files=found["files"])
+    floor.clear()
+    return figures
+
+
+def steady(kind, lines, settings=None):
+    def run(seconds, disk):
+        machine = Machine(kind, lines, settings, disk)
+        daemon = daemon_steady(machine, seconds)
+        floor = floor_steady(machine, seconds)
+        ratio = round(daemon["us_per_event"] / floor["us_per_event"], 3)
+        return {"lines": lines, "ratio": ratio, "daemon": daemon, "floor": floor}
+
+    return run
+
+
+# -- calls -----------------------------------------------------------------------------------------------------------
+
+
+def log_statements(which):
+    sql(f"ALTER SYSTEM SET log_statement = '{which}'")
+    rows("SELECT pg_reload_conf()")
+    time.sleep(0.5)  # the server tells nobody when it has read its settings
+
+
+def statements_since(place):
+    """What the daemon has asked, for bareloop: its connection alone, as psql waits meanwhile."""
+    text = Path(os.environ["PGLOG"]).read_text()[place:]
+    found = [part.rstrip("\n").replace("\n\t", "\n") for part in text.split("LOG:  statement: ")[1:]]
+    own = [one.split("\nLOG:  ")[0] for one in found if "log_statement" not in one and "pg_reload_conf" not in one]
+    return [with_id(one) for one in own]
+
+
+def with_id(statement):
+    """The id of the call, wherever a statement names the row of ActiveCalls."""
+    table, where, _ = statement.partition("ActiveCalls WHERE id=")
+    if where:
+        return table + where + "{id}"
+    head, where, _ = statement.partition(" WHERE id=")
+    return head + where + "{id}" if head.startswith("UPDATE ActiveCalls") else statement
+
+
+class Statements:
+    """Those of one call on a line, as the server has logged them: one call is made for it."""
+
+    def __init__(self, daemon, line):
+        log_statements("all")
+        parts = []
+        for act, text in ((daemon.begin, "] Recording to file "), (daemon.end, "Added Calls to database")):
+            place = len(Path(os.environ["PGLOG"]).read_text())
+            count = daemon.logged(text)
+            act(line, line)
+            daemon.wait_logged(text, count + 1)
+            time.sleep(1)  # what follows the line is no more than a statement or two
+            parts.append(statements_since(place))
+        log_statements("none")
+        self.files = []
+        for name, statements in zip(("start", "end"), parts):
+            file = Path(f"/tmp/bench_{name}.sql")
+            file.write_bytes(b"\0".join(one.encode() for one in statements))
+            self.files.append(file)
+        self.counts = [len(part) for part in parts]
+
+    def bare(self, calls, how):
+        out = subprocess.run([BENCH / "bench_bareloop", str(calls), *self.files, how], check=True, capture_output=True)
+        return json.loads(out.stdout)
+
+
+def closed_loop(daemon, first, seconds):
+    """Calls come as fast as they go, some at once; how many went."""
+    ended = begun = 0
+    recorded, added = daemon.logged("] Recording to file "), daemon.logged("Added Calls to database")
+    stop_at = time.monotonic() + seconds
+    while (running := time.monotonic() < stop_at) or ended < begun:
+        gone = daemon.logged("Added Calls to database") - added
+        while running and begun - gone < CALLS_AT_ONCE:
+            daemon.begin(first + begun % CALL_LINES, first + begun % CALL_LINES)
+            begun += 1
+        if not running:
+            break
+        upto = daemon.logged("] Recording to file ") - recorded
+        while ended < upto:
+            daemon.end(first + ended % CALL_LINES, first + ended % CALL_LINES)
+            ended += 1
+        time.sleep(0.005)
+    gone = daemon.logged("Added Calls to database") - added
+    daemon.wait_logged("] Recording to file ", recorded + begun)
+    while ended < begun:
+        daemon.end(first + ended % CALL_LINES, first + ended % CALL_LINES)
+        ended += 1
+    return gone
+
+
+def calls(beside):
+    def run(seconds, disk):
+        machine = Machine(PLAIN, beside + CALL_LINES, disk=disk)
+        figures = {}
+        daemon = Daemon(machine)
+        follower = Follower(machine, RECORDINGS, expected_bytes(machine, seconds))
+        daemon.begin_gently(beside, beside + CALL_LINES - 1)  # the first call of a line makes its contacts
+        daemon.end_gently(beside, beside + CALL_LINES - 1)
+        daemon.wait_finished()
+        if beside:
+            daemon.begin_gently(0, beside - 1)
+        statements = Statements(daemon, beside)
+        counts = []
+        figures = daemon.measure(seconds, lambda: counts.append(closed_loop(daemon, beside, seconds)))
+        del figures["us_per_event"]
+        recorded, slipped_s = daemon.recorded()
+        if beside:
+            daemon.end_gently(0, beside - 1)
+        daemon.wait_finished()
+        found = follower.finish()
+        figures.update(wrong_bytes=found["wrong_bytes"], wrong_headers=found["wrong_headers"], files=found["files"])
+        figures.update(slipped_s=slipped_s, calls_per_s=round(counts[0] / seconds, 1))
+        daemon.stop()
+        bare = statements.bare(max(50, counts[0]), "each")
+        bare_per_s = max(50, counts[0]) / (bare["starts_s"] + bare["ends_s"])
+        daemon.clear()
+        return {
+            "lines": beside,
+            "statements_of_a_call": statements.counts,
+            "ratio": round(figures["calls_per_s"] / bare_per_s, 3),
+            "daemon": figures,
+            "floor": {"calls_per_s": round(bare_per_s, 1)},
+        }
+
+    return run
+
+
+def burst(count):
+    """So many calls begin in the same instant beside as many recordings."""
+
+    def run(seconds, disk):
+        machine = Machine(PLAIN, 2 * count, disk=disk)
+        with recording(machine, seconds, count) as (daemon, figures):
+            took = []
+
+            def all_begin():
+                began = time.monotonic()
+                daemon.begin(count, 2 * count - 1)
+                daemon.wait_logged("] Recording to file ", 2 * count)
+                took.append(round(time.monotonic() - began, 3))
+
+            figures.update(daemon.measure(seconds, all_begin), last_start_s=took[0])
+            del figures["us_per_event"]
+            daemon.end_gently(count, 2 * count - 1)
+        return {"lines": 2 * count, "daemon": figures}
+
+    return run
+
+
+def hang_up(lines):
+    """All calls end in the same instant; who waits for its end is still recorded."""
+
+    def run(seconds, disk):
+        machine = Machine(PLAIN, lines, disk=disk)
+        daemon = Daemon(machine)
+        follower = Follower(machine, RECORDINGS, expected_bytes(machine, seconds))
+        daemon.begin_gently(0, lines - 1)
+        time.sleep(SETTLE_S)
+        recorded, _ = daemon.recorded()
+        took = []
+
+        def all_end():
+            began = time.monotonic()
+            daemon.end(0, lines - 1)
+            daemon.wait_logged("] Recording stopped", lines)
+            took.append(round(time.monotonic() - began, 3))
+
+        figures = daemon.measure(0, all_end)
+        del figures["us_per_event"]
+        daemon.wait_finished()
+        slipped_s = daemon.recorded()[1]
+        figures.update(judged(machine, follower.finish(), recorded), slipped_s=slipped_s, last_end_s=took[0])
+        daemon.stop()
+        daemon.clear()
+        return {"lines": lines, "daemon": figures}
+
+    return run
+
+
+# -- stalls ----------------------------------------------------------------------------------------------------------
+
+
+def stop_backend(_machine, daemon, other, length):
+    [backend] = backends()
+    os.kill(backend["pid"], signal.SIGSTOP)
+    try:
+        daemon.begin(other, other)  # asks the database
+        time.sleep(length)
+    finally:
+        os.kill(backend["pid"], signal.SIGCONT)
+
+
+def lock_table(_machine, daemon, other, length):
+    with locked("ActiveCalls", length):
+        daemon.begin(other, other)
+
+
+def stop_disk(machine, daemon, other, length):
+    machine.watch.set(Watch.DISK_STOPPED, 1)
+    try:
+        daemon.begin(other, other)
+        time.sleep(length)
+    finally:
+        machine.watch.set(Watch.DISK_STOPPED, 0)
+    if machine.watch.get(Watch.WRITES_HELD) == 0:
+        raise Trouble("the stopped disk was not met")
+
+
+def hang_service(_machine, daemon, other, length):
+    path = Path("/tmp/morvex")
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as service:
+        service.bind(str(path))
+        service.listen()  # nobody accepts or answers
+        began = time.monotonic()
+        daemon.begin(other, other)
+        time.sleep(max(0, began + length - time.monotonic()))
+    path.unlink()
+
+
+def stall(hang, length):
+    """Lines record while something hangs that a call on another line needs."""
+
+    def run(seconds, disk):
+        machine = Machine(PLAIN, STALLED_LINES + 1, disk=disk)
+        long = min(length, seconds)
+        with recording(machine, seconds + length, STALLED_LINES) as (daemon, figures):
+            def all_through():
+                hang(machine, daemon, STALLED_LINES, long)
+                daemon.wait_logged("] Recording to file ", STALLED_LINES + 1)
+                time.sleep(SETTLE_S)
+
+            figures.update(daemon.measure(0, all_through), stall_s=long)
+            del figures["us_per_event"]
+            daemon.end_gently(STALLED_LINES, STALLED_LINES)
+        return {"lines": STALLED_LINES, "daemon": figures}
+
+    return run
+
+
+# -- finishing, start and stop ---------------------------------------------------------------------------------------
+
+
+def bare_sox(encoding, lengths):
+    """The seconds that two sox at a time take for recordings of these lengths."""
+    folder = RECORDINGS / "sox"
+    folder.mkdir()
+    names = []
+    for number, length in enumerate(lengths):
+        names.append(f"{folder}/{number}")
+        Path(f"{names[-1]}.wav").write_bytes(header(channels=1, length=length) + counting(length))
+    command = f'sox "$0.wav" {" ".join(encoding.options)} "$0.out{encoding.suffix}"'
+    began = time.monotonic()
+    subprocess.run(["xargs", "-P", "2", "-n", "1", "sh", "-c", command], input="\n".join(names).encode(), check=True)
+    return time.monotonic() - began
+
+
+def finish(name, lines=60, speed=10):
+    """Calls of some length that all end at once: how long until the last is converted and a row."""
+
+    def run(seconds, disk):
+        encoding = ENCODINGS[name]
+        machine = Machine(PLAIN, lines, {"o": {"RecEnc": name}}, disk)
+        daemon = Daemon(machine)
+        daemon.cards.do(f"speed {speed}")
+        daemon.begin_gently(0, lines - 1)
+        time.sleep(seconds)
+        recorded, slipped_s = daemon.recorded()
+        began = time.monotonic()
+        daemon.end(0, lines - 1)
+        daemon.wait_finished()
+        took = time.monotonic() - began
+        figures = {
+            "finish_s": round(took, 3),
+            "recordings_per_minute": round(60 * lines / took, 1),
+            "audio_s_each": round(sum(recorded.values()) / lines / AUDIO_BYTES_PER_S, 1),
+            "rows": rows_in("Calls"),
+            "slipped_s": slipped_s,
+        }
+        daemon.stop()
+        result = {"lines": lines, "daemon": figures}
+        if encoding.options is not None:
+            bare_s = bare_sox(encoding, [recorded[line] for line in range(lines)])
+            result.update(ratio=round(took / bare_s, 3), floor={"finish_s": round(bare_s, 3)})
+        daemon.clear()
+        return result
+
+    return run
+
+
+def start_and_stop(lines):
+    """A daemon without calls: from its first moment to its taking of events, and from SIGTERM to its end."""
+
+    def run(_seconds, disk):
+        machine = Machine(PLAIN, lines, disk=disk)
+        daemon = Daemon(machine)
+        figures = {"start_s": round(daemon.start_s, 3), "stop_s": round(daemon.stop(), 3)}
+        return {"lines": lines, "daemon": figures}
+
+    return run
+
+
+def stop_with(calls_up):
+    """A stop with so many calls up, against what the statements of their ends take."""
+
+    def run(seconds, disk):
+        machine = Machine(PLAIN, calls_up + 1, disk=disk)
+        daemon = Daemon(machine)
+        daemon.begin_gently(0, calls_up)  # the first call of a line makes its contacts
+        daemon.end_gently(0, calls_up)
+        daemon.wait_finished()
+        daemon.clear()
+        follower = Follower(machine, RECORDINGS, expected_bytes(machine, seconds))
+        statements = Statements(daemon, calls_up)
+        daemon.begin_gently(0, calls_up - 1)
+        time.sleep(SETTLE_S)
+        recorded, _ = daemon.recorded()
+        took = daemon.stop()
+        recorded.pop(calls_up)  # its calls have ended
+        figures = {"stop_s": round(took, 3), "rows": rows_in("Calls"), "rows_left": rows_in("ActiveCalls")}
+        figures.update(judged(machine, follower.finish(), recorded))
+        bare = statements.bare(calls_up, "apart")
+        daemon.clear()
+        return {
+            "lines": calls_up,
+            "ratio": round(took / bare["ends_s"], 3),
+            "daemon": figures,
+            "floor": {"ends_s": round(bare["ends_s"], 3)},
+        }
+
+    return run
+
+
+# -- all of them -----------------------------------------------------------------------------------------------------
+
+LINES = (100, 500, 1000, 2000, 4000, 8000, 10000, 15000, 19500, 20000)
+PAIRS = (100, 1000, 2500, 5000, 10000)
+LOUD = {"crec": {"Syn1001_LoudVoiceDetect": "1"}}
+MONITORED = {"o": {"Monitoring": "1"}}
+
+ROWS = {
+    **{f"lines-{lines}": steady(PLAIN, lines) for lines in LINES},
+    **{f"stereo-{pairs}": steady(STEREO, pairs) for pairs in PAIRS},
+    **{f"mono-{pairs}": steady(MONO, pairs) for pairs in PAIRS},
+    **{f"loudness-{lines}": steady(PLAIN, lines, LOUD) for lines in (1000, 10000)},
+    **{f"monitoring-{lines}": steady(PLAIN, lines, MONITORED) for lines in (1000, 8000)},
+    "calls": calls(0),
+    "calls-beside-300": calls(300),
+    "burst-300": burst(300),
+    "burst-1000": burst(1000),
+    "stall-backend": stall(stop_backend, 30),
+    "stall-table": stall(lock_table, 30),
+    "stall-disk": stall(stop_disk, 10),
+    "stall-service": stall(hang_service, 30),
+    **{f"hangup-{lines}": hang_up(lines) for lines in (4000, 8000, 10000)},
+    **{f"finish-{name}": finish(name) for name in ENCODINGS},
+    "start-10000": start_and_stop(10000),
+    **{f"stop-{count}": stop_with(count) for count in (100, 1000)},
+}
+
+# Small sizes, which measure nothing: that all of it works.
+SMOKE = {"mono-8": steady(MONO, 8), "calls-beside-4": calls(4), "hangup-20": hang_up(20), "stop-5": stop_with(5)}
