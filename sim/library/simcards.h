@@ -60,7 +60,8 @@ void PlayCounting(int nCh);
 BYTE CountingByte(long long k);
 // A G.711 (raw .al, .ul) or WAV file (8 kHz, G.711 or 16-bit, mono); false when it cannot be read. Silence follows it.
 bool PlayFile(int nCh, const std::string& strPath, bool fLoop = false);
-// Starts and stops the pacing thread: 8000 bytes a second a channel, times dSpeed.
+// Starts and stops the pacing thread: 8000 bytes a second a channel, times dSpeed. While it runs, llReserved2 of a
+// report tells when the bytes were due, in nanoseconds of CLOCK_MONOTONIC; else it is 0.
 void StartPacing(double dSpeed = 1.0);
 void StopPacing();
 // Advances the audio of all recording channels by iBytes at once, without the pacing thread: writes the rings and

@@ -63,15 +63,19 @@ class Pacer {
       const long long iMade = std::min(iDue, MOST_BYTES_AT_ONCE);
       iDone += iDue;
       iSlippedBytes += iDue - iMade;
-      rNext = std::max(rNow + SHORTEST_TICK, rStart + DurationOf(iDone + Make(iMade)));
+      const int iAhead = Make(iMade, rStart + DurationOf(iDone));
+      rNext = std::max(rNow + SHORTEST_TICK, rStart + DurationOf(iDone + iAhead));
     }
+    const std::lock_guard<std::mutex> rGuard(TheState().rMutex);
+    TheState().rTime = CardTime();
   }
 
-  // Makes iBytes bytes of each line, and tells in how many the next ones are due.
-  static int Make(long long iBytes) {
+  // Makes iBytes bytes of each line, the last of which is due at rDue, and tells in how many the next ones are.
+  int Make(long long iBytes, Clock::time_point rDue) const {
     State& rState = TheState();
     std::unique_lock<std::mutex> rLock(rState.rMutex);
     const long long iUntil = rState.iClock + iBytes;
+    rState.rTime = {iUntil, std::chrono::nanoseconds(rDue.time_since_epoch()).count(), 1e9 / (BYTES_PER_S * dSpeed)};
     while (!rState.RunClock(iUntil, LINES_AT_ONCE)) {
       rLock.unlock();
       rLock.lock();

@@ -37,11 +37,13 @@ long long LostBytes(const MemRecording& rMem, int iBytes) {
   return std::max(0LL, iOldEnd - std::max(iOldStart, 0LL));
 }
 
-void QueueReport(State& rState, int nCh, MemRecording& rMem) {
+// llDueNs: when the bytes were there; 0: no clock tells.
+void QueueReport(State& rState, int nCh, MemRecording& rMem, LONGLONG llDueNs) {
   QueuedEvent rQueued;
   rQueued.rEvent.wEventCode = E_PROC_RecordMem;
   rQueued.rEvent.nReference = nCh;
   rQueued.rEvent.dwParam = static_cast<DWORD>(rMem.iWritten % rMem.dwSize);
+  rQueued.rEvent.llReserved2 = llDueNs;
   rQueued.iRecorded = rMem.iWritten;
   if (rState.Queue(std::move(rQueued))) rMem.iWaiting++;
 }
@@ -56,7 +58,9 @@ void AdvanceMem(State& rState, int nCh, Channel& rChannel, int iBytes) {
     rState.iOverruns += LostBytes(rMem, iPiece);
     rChannel.rSource.Fill(rMem.pBuf + iAt, iPiece, rMem.nFormat, rMem.iWritten, iMade);
     rMem.iWritten += iPiece;
-    if (rMem.iWritten == iReport) QueueReport(rState, nCh, rMem);
+    if (rMem.iWritten == iReport) {
+      QueueReport(rState, nCh, rMem, rState.rTime.NsOf(rChannel.iClock + iMade + iPiece));
+    }
   }
 }
 
@@ -97,7 +101,7 @@ void State::Hear(int nCh, const std::string& strBytes) {
   MemRecording& rMem = prChannel->rMem;
   iOverruns += LostBytes(rMem, static_cast<int>(strBytes.size()));
   for (const char ch : strBytes) rMem.pBuf[rMem.iWritten++ % rMem.dwSize] = static_cast<BYTE>(ch);
-  QueueReport(*this, nCh, rMem);
+  QueueReport(*this, nCh, rMem, 0);
 }
 
 }  // namespace simcards

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -80,6 +81,16 @@ enum EMode {
   MODE_CARDS,   // started by SsmStartCti; events flow once SsmSetEvent switched them on
 };
 
+// When a moment of the cards' clock is, by the machine's.
+struct CardTime {
+  long long iAt = 0;   // this moment of the cards' clock ...
+  long long iNs = 0;   // ... is here on CLOCK_MONOTONIC
+  double dByteNs = 0;  // 0: the cards do not run by time
+  long long NsOf(long long iThen) const {
+    return dByteNs > 0 ? iNs + std::llround(static_cast<double>(iThen - iAt) * dByteNs) : 0;
+  }
+};
+
 struct State {
   std::mutex rMutex;
   std::condition_variable rArrived;  // an event was queued, or the cards have stopped: for SsmWaitForEventA
@@ -98,7 +109,8 @@ struct State {
   std::map<std::pair<WORD, int>, EVENT_SET_INFO> rEventSettings;  // by event code and reference, ALL_... included
   int iSettings = 0;                                              // how often they changed
 
-  long long iClock = 0;                              // bytes that each line has carried since the library was loaded
+  long long iClock = 0;  // bytes that each line has carried since the library was loaded
+  CardTime rTime;
   std::array<std::vector<int>, CLOCK_SLOTS> vSlots;  // driver channels by the time of the next look, modulo
   std::size_t iInSlot = 0;                           // so many of the present slot have been looked at
   int iBusyLines = 0;                                // lines that are due some time

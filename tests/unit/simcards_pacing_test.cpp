@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -90,6 +91,34 @@ TEST_F(SimPacing, RunsAtEightThousandBytesASecondTimesTheSpeed) {
   EXPECT_DOUBLE_EQ(0, simcards::PacingSpeed());
   EXPECT_GE(rElapsed.count(), 0.50);  // never faster; how much slower is up to the machine, and told by the slip
   EXPECT_LE(rElapsed.count(), 0.7 + simcards::PacingSlipped());
+}
+
+TEST_F(SimPacing, ReportTellsWhenItWasDue) {
+  const auto Now = [] { return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count(); };
+  std::vector<BYTE> vRing(4096);
+  ASSERT_EQ(SSM_OK, SsmRecToMem(0, 6, vRing.data(), 4096, 0));
+  constexpr long long REPORT_NS = 2048LL * 125000 / 20;  // at the speed below
+  const long long iStarted = Now();
+  simcards::StartPacing(20);
+  long long iDue = 0;
+  for (int i = 1; i <= 10; i++) {
+    SSM_EVENT rEvent;
+    ASSERT_EQ(SSM_OK, SsmWaitForEventA(20000, &rEvent));
+    EXPECT_LE(iStarted + REPORT_NS * i, rEvent.llReserved2);
+    EXPECT_LE(rEvent.llReserved2, Now());
+    if (i > 1 && simcards::PacingSlipped() == 0) {
+      EXPECT_LE(std::llabs(rEvent.llReserved2 - iDue - REPORT_NS), 1);
+    }
+    iDue = rEvent.llReserved2;
+  }
+  simcards::StopPacing();
+  ASSERT_EQ(SSM_OK, SsmRecToMem(1, 6, vRing.data(), 4096, 0));
+  simcards::Advance(2048);
+  for (SSM_EVENT rEvent = NextEvent(); rEvent.wEventCode == E_PROC_RecordMem; rEvent = NextEvent()) {
+    if (rEvent.nReference == 1) {
+      EXPECT_EQ(0, rEvent.llReserved2);
+    }
+  }
 }
 
 TEST_F(SimPacing, NothingIsWrittenAfterTheStop) {
