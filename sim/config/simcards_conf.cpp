@@ -17,11 +17,12 @@ namespace {
 constexpr int MAX_CARD_CHANNELS = 4096;
 constexpr double MAX_SPEED = 1000.0;
 
-enum EConfWord { CONF_CARD, CONF_CHANNEL, CONF_START_FAILURES, CONF_FAIL, CONF_SOCKET, CONF_SPEED };
+enum EConfWord { CONF_CARD, CONF_CHANNEL, CONF_START_FAILURES, CONF_FAIL, CONF_SOCKET, CONF_SPEED, CONF_SLIP };
 
 const std::vector<Keyword> CONF_WORDS = {
     {"card", CONF_CARD}, {"channel", CONF_CHANNEL}, {"start_failures", CONF_START_FAILURES},
-    {"fail", CONF_FAIL}, {"socket", CONF_SOCKET},   {"speed", CONF_SPEED}};
+    {"fail", CONF_FAIL}, {"socket", CONF_SOCKET},   {"speed", CONF_SPEED},
+    {"slip", CONF_SLIP}};
 
 const SimCard* FindCard(const SimConf& rConf, const std::string& strSerial) {
   for (const SimCard& rCard : rConf.vCards) {
@@ -73,6 +74,9 @@ void ReadLine(WordReader& rWords, SimConf& rConf) {
       break;
     case CONF_SPEED:
       rConf.dSpeed = rWords.Real("a speed from 0.01 to 1000", 0.01, MAX_SPEED);
+      break;
+    case CONF_SLIP:
+      rConf.fSlip = rWords.Choice({{"on", 1}, {"off", 0}}) != 0;
       break;
     default:
       break;

@@ -31,6 +31,7 @@ struct SimConf {
   std::map<std::string, int> rFaults;  // operation -> how many of its calls fail from the start on
   std::string strSocket = CONTROL_SOCKET;
   double dSpeed = 1.0;
+  bool fSlip = true;  // the cards wait where the machine is too busy for their audio
 };
 
 // The family that a model belongs to, by its first three letters. Unknown models exist: the daemon passes over them.

@@ -1,5 +1,6 @@
 // How much audio is due follows from the time since the start, not from the number of ticks: a tick that comes
-// late makes more, and no error adds up. Only what would overrun a ring is left out, and counted as slipped.
+// late makes more, and no error adds up. Only what would overrun a ring is left out, if it may be, and counted as
+// slipped.
 
 #include "simcards_pacing.h"
 
@@ -49,6 +50,7 @@ class Pacer {
     dRunningSpeed = 0;
   }
 
+  void LetSlip(bool fMay) { fMaySlip = fMay; }
   double Speed() const { return dRunningSpeed; }
   double Slipped() const { return static_cast<double>(iSlippedBytes) / BYTES_PER_S; }
 
@@ -60,7 +62,7 @@ class Pacer {
       const Clock::time_point rNow = Clock::now();
       const std::chrono::duration<double> rElapsed = rNow - rStart;
       const long long iDue = std::llround(rElapsed.count() * BYTES_PER_S * dSpeed) - iDone;
-      const long long iMade = std::min(iDue, MOST_BYTES_AT_ONCE);
+      const long long iMade = fMaySlip ? std::min(iDue, MOST_BYTES_AT_ONCE) : iDue;
       iDone += iDue;
       iSlippedBytes += iDue - iMade;
       const int iAhead = Make(iMade, rStart + DurationOf(iDone));
@@ -99,6 +101,7 @@ class Pacer {
   bool fStop = false;   // guarded by rStopMutex
   double dSpeed = 1.0;  // written only while no thread runs
   std::atomic<double> dRunningSpeed{0};
+  std::atomic<bool> fMaySlip{true};
   std::atomic<long long> iSlippedBytes{0};
   std::thread rThread;  // guarded by rOwnerMutex
 };
@@ -116,6 +119,10 @@ void StartPacingThread(double dSpeed) {
 
 void StopPacingThread() {
   ThePacer().Stop();
+}
+
+void LetPacingSlip(bool fMay) {
+  ThePacer().LetSlip(fMay);
 }
 
 double PacingSpeed() {

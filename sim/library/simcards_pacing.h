@@ -6,7 +6,10 @@ namespace simcards {
 
 void StartPacingThread(double dSpeed);  // restarts with the new speed when it runs already
 void StopPacingThread();                // returns when the thread has ended
-double PacingSpeed();                   // 0 when no thread runs
+// Whether the cards' clock waits where the machine is too busy to make their audio in time, as it does unless told not
+// to: real cards do not, and overrun their rings.
+void LetPacingSlip(bool fMay);
+double PacingSpeed();  // 0 when no thread runs
 // Seconds of audio that were left out because the machine was too busy to make them in time.
 double PacingSlipped();
 

@@ -67,6 +67,7 @@ std::string StartCards(const std::string& strConfigPath, const std::string& strI
   SimConf rConf;
   std::string strError = Build(strConfigPath, strIndexPath, rConf);
   if (!strError.empty()) return strError;
+  LetPacingSlip(rConf.fSlip);
   StartPacingThread(rConf.dSpeed);
   if (!StartControl(rConf.strSocket, strError)) StopCards();
   return strError;
@@ -83,6 +84,7 @@ void StopCards() {
 
 void ResetCards() {
   StopCards();
+  LetPacingSlip(true);
   State& rState = TheState();
   const std::lock_guard<std::mutex> rGuard(rState.rMutex);
   rState.Forget();

@@ -28,7 +28,7 @@ class SimConfTest : public testing::Test {
 TEST_F(SimConfTest, EveryWord) {
   EXPECT_EQ("", Read("# the machine\n\ncard ATP-8A 100 8\n  card \"DST 24\" \"7 7\" 24 # stations\n"
                      "channel 100 5 type -1\nstart_failures 3 Board 1 does not answer\nfail SsmSetEvent 2\nsocket "
-                     "/tmp/x\nspeed 2.5\n"));
+                     "/tmp/x\nspeed 2.5\nslip off\n"));
   ASSERT_EQ(2U, rConf.vCards.size());
   EXPECT_EQ("ATP-8A", rConf.vCards[0].strModel);
   EXPECT_EQ("100", rConf.vCards[0].strSerial);
@@ -41,6 +41,7 @@ TEST_F(SimConfTest, EveryWord) {
   EXPECT_EQ((std::map<std::string, int>{{"SsmSetEvent", 2}}), rConf.rFaults);
   EXPECT_EQ("/tmp/x", rConf.strSocket);
   EXPECT_DOUBLE_EQ(2.5, rConf.dSpeed);
+  EXPECT_FALSE(rConf.fSlip);
 }
 
 TEST_F(SimConfTest, DefaultsWithoutAnyLine) {
@@ -50,6 +51,7 @@ TEST_F(SimConfTest, DefaultsWithoutAnyLine) {
   EXPECT_EQ("Board 0 is not ready", rConf.strStartText);
   EXPECT_EQ("/tmp/cardsim", rConf.strSocket);
   EXPECT_DOUBLE_EQ(1.0, rConf.dSpeed);
+  EXPECT_TRUE(rConf.fSlip);
 }
 
 TEST_F(SimConfTest, ErrorsNameLineAndWhatWasExpected) {
@@ -57,7 +59,8 @@ TEST_F(SimConfTest, ErrorsNameLineAndWhatWasExpected) {
     const char *acText, *acError;
   } arRows[] = {
       {"\ncrad X 1 2\n",
-       "2: expected \"card\", \"channel\", \"start_failures\", \"fail\", \"socket\" or \"speed\", found \"crad\""},
+       "2: expected \"card\", \"channel\", \"start_failures\", \"fail\", \"socket\", \"speed\" or \"slip\", found "
+       "\"crad\""},
       {"card\n", "1: expected a card model, found the end of the line"},
       {"card X 1\n", "1: expected a number of channels, found the end of the line"},
       {"card X 1 0\n", "1: expected a number of channels from 1 to 4096, found \"0\""},
@@ -68,6 +71,7 @@ TEST_F(SimConfTest, ErrorsNameLineAndWhatWasExpected) {
       {"card X 1 2\nchannel 1 1 typ 3\n", "2: expected \"type\", found \"typ\""},
       {"speed 0\n", "1: expected a speed from 0.01 to 1000, found \"0\""},
       {"speed fast\n", "1: expected a speed from 0.01 to 1000, found \"fast\""},
+      {"slip of\n", "1: expected \"on\" or \"off\", found \"of\""},
       {"socket \"/tmp/x\n", "1: expected a closing quote"},
   };
   for (const auto& rRow : arRows) EXPECT_EQ(rRow.acError, Read(rRow.acText)) << rRow.acText;

@@ -10,6 +10,7 @@
 #include "CardBench.h"
 #include "SimConfigFiles.h"
 #include "recorder_boot.h"
+#include "simcards_pacing.h"
 #include "simcards_state.h"
 
 namespace {
@@ -107,6 +108,24 @@ TEST_F(SimStart, AudioFlowsByItselfAtTheSpeedOfTheSettings) {
     EXPECT_EQ(dwPosition, rEvent.dwParam);
   }
   EXPECT_EQ(SSM_OK, SsmStopRecToMem(2));
+}
+
+// At this speed a ring is full twice in a millisecond, which is more than the audio thread can keep up with.
+TEST_F(SimStart, CardsSlipUnlessTheSettingsForbidIt) {
+  for (const bool fSlip : {true, false}) {
+    SCOPED_TRACE(fSlip);
+    Conf(std::string("speed 1000\n") + (fSlip ? "" : "slip off\n"));
+    ASSERT_EQ(SSM_OK, Start());
+    EVENT_SET_INFO rSetting;
+    rSetting.dwWorkMode = EVENT_POLLING;
+    ASSERT_EQ(SSM_OK, SsmSetEvent(E_PROC_RecordMem, -1, 1, &rSetting));
+    std::vector<BYTE> vRing(4096);
+    ASSERT_EQ(SSM_OK, SsmRecToMem(2, SSM_FORMAT_ALAW, vRing.data(), 4096, 0));
+    SSM_EVENT rEvent;
+    for (int i = 0; i < 100; i++) ASSERT_EQ(SSM_OK, SsmWaitForEventA(20000, &rEvent));
+    EXPECT_EQ(fSlip, simcards::PacingSlipped() > 0);
+    EXPECT_EQ(SSM_OK, SsmCloseCti());
+  }
 }
 
 TEST_F(SimStart, CloseForgetsTheCardsAndTheNextStartMakesThemAnew) {
