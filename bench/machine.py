@@ -26,7 +26,7 @@ LOG = Path("/tmp/bench_daemon.log")
 WATCH = Path("/tmp/bench_watch")
 LIMIT_S = 900  # a start of 20,000 calls takes minutes
 POLL_S = 0.02
-CHUNK = 100  # lines that begin or end together where nothing is to be shown by it
+CHUNK = 25  # lines that begin or end together where nothing is to be shown by it
 BLOCK_CIRCUITS = 30
 LIBRARY_THREADS = "simcards"
 
@@ -161,13 +161,13 @@ class Machine:
     @staticmethod
     def use_disk(disk):
         shutil.rmtree(disk, ignore_errors=True)
-        Path(disk).mkdir(parents=True)
+        Path(disk).mkdir(parents=True, exist_ok=True)
         subprocess.run(["mount", "--bind", disk, RECORDINGS], check=True)
 
     def install(self, settings):
         channels = -(-self.lines // BLOCK_CIRCUITS) * 2 * BLOCK_CIRCUITS if self.pairs else self.lines
         card = "DTP-60 3001" if self.pairs else "ATP24 1001"
-        Harness.install_cards(f"card {card} {channels}\n")
+        Harness.install_cards(f"card {card} {channels}\nslip off\n")
         self.forget_runs_before()
         sql("ALTER SYSTEM SET log_statement = 'none'")
         rows("SELECT pg_reload_conf()")

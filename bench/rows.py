@@ -4,6 +4,7 @@ the figures of one run. The daemon runs first, as the floor needs the configurat
 
 import json
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -15,10 +16,13 @@ from bench import ENCODINGS, backends, locked
 from harness import AUDIO_BYTES_PER_S, counting, header, rows, sql
 from machine import BENCH, MONO, PLAIN, RECORDINGS, STEREO, Daemon, Floor, Follower, Machine, Trouble, Watch
 from machine import judged, rows_in
+from names import BESIDE, BURSTS, HANG_UPS, LINES, LOUD_LINES, MONITORED_LINES, NAMES, PAIRS, RATES, STARTS, STOPS
+from names import ENCODINGS as ENCODING_NAMES
 
 SETTLE_S = 3
 CALL_LINES = 300  # that calls come and go on
 CALLS_AT_ONCE = 100
+CALL_S = 2  # of calls that come at a rate
 STALLED_LINES = 1000
 
 
@@ -186,6 +190,46 @@ def calls(beside):
             "daemon": figures,
             "floor": {"calls_per_s": round(bare_per_s, 1)},
         }
+
+    return run
+
+
+def at_rate(daemon, first, lines, per_s, seconds):
+    """So many calls begin each second, and last CALL_S."""
+    began, begun, ended = time.monotonic(), 0, 0
+    while ended < per_s * seconds:
+        now = time.monotonic() - began
+        while begun < min(now * per_s, per_s * seconds):
+            daemon.begin(first + begun % lines, first + begun % lines)
+            begun += 1
+        while ended < min((now - CALL_S) * per_s, begun):
+            daemon.end(first + ended % lines, first + ended % lines)
+            ended += 1
+        time.sleep(0.002)
+
+
+def rate(per_s, beside):
+    def run(seconds, disk):
+        lines = 2 * CALL_S * per_s
+        machine = Machine(PLAIN, beside + lines, disk=disk)
+        daemon = Daemon(machine)
+        daemon.begin_gently(beside, beside + lines - 1)  # the first call of a line makes its contacts
+        daemon.end_gently(beside, beside + lines - 1)
+        follower = Follower(machine, RECORDINGS, expected_bytes(machine, seconds))
+        if beside:
+            daemon.begin_gently(0, beside - 1)
+        figures = daemon.measure(seconds, lambda: at_rate(daemon, beside, lines, per_s, seconds))
+        del figures["us_per_event"]
+        if beside:
+            daemon.end_gently(0, beside - 1)
+        daemon.wait_finished()
+        slipped_s = daemon.recorded()[1]
+        found = follower.finish()
+        figures.update(wrong_bytes=found["wrong_bytes"], wrong_headers=found["wrong_headers"], files=found["files"])
+        figures.update(slipped_s=slipped_s, rows=rows_in("Calls"))
+        daemon.stop()
+        daemon.clear()
+        return {"lines": beside, "daemon": figures}
 
     return run
 
@@ -395,32 +439,77 @@ def stop_with(calls_up):
     return run
 
 
+# -- without cards ---------------------------------------------------------------------------------------------------
+
+MIXED_SAMPLES = 8000 * 1200
+SOX_TRIES = 3
+
+
+def micro(_seconds, _disk):
+    """The pure pieces, by Google Benchmark: nanoseconds an item, which is a sample, or a call."""
+    program = [BENCH / "bench_micro", "--benchmark_format=json"]
+    found = json.loads(subprocess.run(program, check=True, capture_output=True).stdout)["benchmarks"]
+    return {"daemon": {f"{one['name']}_ns": round(1e9 / one["items_per_second"], 3) for one in found}}
+
+
+def cpu_of_children():
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
+def sox_mixing_ns(folder):
+    """Nanoseconds a sample of `sox -m`, as a whole process: the least of some tries."""
+    for name in ("one", "other"):
+        Path(f"{folder}/{name}.wav").write_bytes(header(channels=1, length=MIXED_SAMPLES) + counting(MIXED_SAMPLES))
+    spent = []
+    for _ in range(SOX_TRIES):
+        before = cpu_of_children()
+        command = ["sox", "-m", f"{folder}/one.wav", f"{folder}/other.wav", f"{folder}/mixed.wav"]
+        subprocess.run(command, check=True, stderr=subprocess.DEVNULL)  # it tells of clipping
+        spent.append(cpu_of_children() - before)
+    return 1e9 * min(spent) / MIXED_SAMPLES
+
+
+def mixing(seconds, disk):
+    Machine.use_disk(disk)
+    sample_ns = micro(seconds, disk)["daemon"]["MixSamplesOfAPair_ns"]
+    sox_ns = sox_mixing_ns(RECORDINGS)
+    return {
+        "ratio": round(sample_ns / sox_ns, 3),
+        "daemon": {"ns_per_sample": sample_ns},
+        "floor": {"ns_per_sample": round(sox_ns, 3)},
+    }
+
+
 # -- all of them -----------------------------------------------------------------------------------------------------
 
-LINES = (100, 500, 1000, 2000, 4000, 8000, 10000, 15000, 19500, 20000)
-PAIRS = (100, 1000, 2500, 5000, 10000)
 LOUD = {"crec": {"Syn1001_LoudVoiceDetect": "1"}}
 MONITORED = {"o": {"Monitoring": "1"}}
+STALLS = {
+    "backend": stall(stop_backend, 30),
+    "table": stall(lock_table, 30),
+    "disk": stall(stop_disk, 10),
+    "service": stall(hang_service, 30),
+}
 
 ROWS = {
     **{f"lines-{lines}": steady(PLAIN, lines) for lines in LINES},
     **{f"stereo-{pairs}": steady(STEREO, pairs) for pairs in PAIRS},
     **{f"mono-{pairs}": steady(MONO, pairs) for pairs in PAIRS},
-    **{f"loudness-{lines}": steady(PLAIN, lines, LOUD) for lines in (1000, 10000)},
-    **{f"monitoring-{lines}": steady(PLAIN, lines, MONITORED) for lines in (1000, 8000)},
-    "calls": calls(0),
-    "calls-beside-300": calls(300),
-    "burst-300": burst(300),
-    "burst-1000": burst(1000),
-    "stall-backend": stall(stop_backend, 30),
-    "stall-table": stall(lock_table, 30),
-    "stall-disk": stall(stop_disk, 10),
-    "stall-service": stall(hang_service, 30),
-    **{f"hangup-{lines}": hang_up(lines) for lines in (4000, 8000, 10000)},
-    **{f"finish-{name}": finish(name) for name in ENCODINGS},
-    "start-10000": start_and_stop(10000),
-    **{f"stop-{count}": stop_with(count) for count in (100, 1000)},
+    **{f"loudness-{lines}": steady(PLAIN, lines, LOUD) for lines in LOUD_LINES},
+    **{f"monitoring-{lines}": steady(PLAIN, lines, MONITORED) for lines in MONITORED_LINES},
+    **{f"calls-{beside}": calls(beside) for beside in BESIDE},
+    **{f"rate-{both}": rate(*map(int, both.split("-"))) for both in RATES},
+    **{f"burst-{count}": burst(count) for count in BURSTS},
+    **{f"hangup-{lines}": hang_up(lines) for lines in HANG_UPS},
+    **{f"stall-{name}": row for name, row in STALLS.items()},
+    **{f"finish-{name}": finish(name) for name in ENCODING_NAMES},
+    **{f"start-{lines}": start_and_stop(lines) for lines in STARTS},
+    **{f"stop-{count}": stop_with(count) for count in STOPS},
+    "mixing": mixing,
+    "micro": micro,
 }
+assert list(ROWS) == NAMES
 
 # Small sizes, which measure nothing: that all of it works.
-SMOKE = {"mono-8": steady(MONO, 8), "calls-beside-4": calls(4), "hangup-20": hang_up(20), "stop-5": stop_with(5)}
+SMOKE = {"mono-8": steady(MONO, 8), "calls-4": calls(4), "hangup-20": hang_up(20), "stop-5": stop_with(5)}
