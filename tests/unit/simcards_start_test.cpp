@@ -28,6 +28,21 @@ class SimStart : public CardBench {
   }
   int Start() { return SsmStartCti(rFiles.Path("ShConfig.ini").c_str(), rFiles.Path("ShIndex.ini").c_str()); }
 
+  // Makes the tool's file of these cards, the daemon's files of that one, and starts with those.
+  void StartAsTheDaemonDoes(const std::string& strCards, TRecorderBoot& rBoot) {
+    std::filesystem::create_directories(DRIVER_DIR);
+    std::filesystem::create_directories(DATA_DIR);
+    std::filesystem::remove(DATA_DIR + std::string("/ShConfig.ini"));  // of another test
+    rFiles.Write("simcards.conf", strCards);
+    ASSERT_EQ(0, std::system(("cd " + rFiles.Path("") + " && " + BuildDir() + "/sim/config simcards.conf").c_str()));
+    rBoot.TakeDetected(ReadToolConfig(rFiles.Path("ShConfig.ini")));
+    rBoot.CreateBoardList();
+    rBoot.WriteConfig();
+    rFiles.Write("simcards.conf", strCards + "socket " + rFiles.Path("socket") + "\n");
+    simcards::SetConfFile(rFiles.Path("simcards.conf"));
+    ASSERT_EQ(SSM_OK, SsmStartCti("/var/morvex/data/ShConfig.ini", "/var/morvex/data/ShIndex.ini")) << LastError();
+  }
+
   SimConfigFiles rFiles;
 };
 
@@ -162,18 +177,9 @@ TEST_F(SimStart, SocketThatCannotBeMadeFailsTheStart) {
 
 // From the tool's file through the daemon's board list and configuration to running cards.
 TEST_F(SimStart, TakesWhatTheDaemonMakesOfTheToolsFile) {
-  std::filesystem::create_directories(DRIVER_DIR);
-  std::filesystem::create_directories(DATA_DIR);
-  rFiles.Write("simcards.conf", std::string(SimConfigFiles::FOUR_CARDS) + "card XYZ-1 1005 4\ncard DTP-30 1006 60\n");
-  ASSERT_EQ(0, std::system(("cd " + rFiles.Path("") + " && " + BuildDir() + "/sim/config simcards.conf").c_str()));
   TRecorderBoot rBoot;
-  rBoot.TakeDetected(ReadToolConfig(rFiles.Path("ShConfig.ini")));
-  ASSERT_EQ(5U, rBoot.vrDetectedBoards.size()) << "the unknown model is left out";
-  rBoot.CreateBoardList();
-  rBoot.WriteConfig();
-  rFiles.Write("simcards.conf", rFiles.Read("simcards.conf") + "socket " + rFiles.Path("socket") + "\n");
-  simcards::SetConfFile(rFiles.Path("simcards.conf"));
-  ASSERT_EQ(SSM_OK, SsmStartCti("/var/morvex/data/ShConfig.ini", "/var/morvex/data/ShIndex.ini")) << LastError();
+  StartAsTheDaemonDoes(std::string(SimConfigFiles::FOUR_CARDS) + "card XYZ-1 1005 4\ncard DTP-30 1006 60\n", rBoot);
+  EXPECT_EQ(5U, rBoot.vrDetectedBoards.size()) << "the unknown model is left out";
   EXPECT_EQ(rBoot.iTotalDrvMaxCh, SsmGetMaxCh());
   const simcards::State& rState = simcards::TheState();
   ASSERT_EQ(90U, rState.rCircuits.size());
@@ -181,6 +187,17 @@ TEST_F(SimStart, TakesWhatTheDaemonMakesOfTheToolsFile) {
     EXPECT_EQ(rBoot.rCicToAppChMap[iCic], rCircuit.iFirstCh) << "circuit " << iCic;
     EXPECT_EQ(rCircuit.iFirstCh + 30, rCircuit.iSecondCh) << "circuit " << iCic;
   }
+}
+
+TEST_F(SimStart, TakesAChassisOfManyThousandLines) {
+  std::string strCards;
+  for (int i = 0; i < 40; i++) strCards += "card ATP-500 " + std::to_string(2000 + i) + " 500\n";
+  for (int i = 0; i < 42; i++) strCards += "card DTP-480 " + std::to_string(3000 + i) + " 480\n";
+  for (int i = 0; i < 20; i++) strCards += "card DST-500 " + std::to_string(4000 + i) + " 500\n";
+  TRecorderBoot rBoot;
+  StartAsTheDaemonDoes(strCards, rBoot);
+  EXPECT_EQ(20000 + 20160 + 10000, SsmGetMaxCh());
+  EXPECT_EQ(10080U, simcards::TheState().rCircuits.size());
 }
 
 }  // namespace
