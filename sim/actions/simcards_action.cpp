@@ -420,6 +420,7 @@ const std::vector<Row<Action>> ACTIONS = {
     {"fail", ReadFail},
     {"speed", ReadSpeed},
     {"overruns", ReadNothing<actions::Overruns>},
+    {"cost", ReadNothing<actions::Cost>},
     {"status", ReadNothing<actions::Status>},
     {"wait", ReadWait},
     {"directory", ReadDirectory},

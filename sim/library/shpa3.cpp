@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "simcards_call.h"
+#include "simcards_cost.h"
 #include "simcards_start.h"
 
 using simcards::Call;
@@ -161,6 +162,7 @@ int SsmSetEvent(WORD wEvent, int nReference, BOOL bEnable, PEVENT_SET_INFO pEven
 }
 
 int SsmWaitForEventA(DWORD dwTimeOut, PSSM_EVENT pEvent) {
+  const simcards::TakingCost rCost;
   Call rCall(Call::UNLISTED, "SsmWaitForEventA");
   if (rCall.Refused()) return rCall.iResult;
   if (pEvent == nullptr) return rCall.Fail("no record given");

@@ -70,6 +70,13 @@ void Advance(int iBytes);
 // One channel hears these bytes, whatever it plays, and reports them at once: for tests of pieces that come unequal or
 // late. Nothing on a channel that does not record into memory.
 void Hear(int nCh, const std::string& strBytes);
+// What the library has cost since the process began, in seconds of CPU time.
+struct Cost {
+  double dPacingS = 0;   // of the pacing thread
+  double dTakingS = 0;   // inside SsmWaitForEventA, on the program's own threads, without the waiting; from samples
+  long long iTakes = 0;  // calls of SsmWaitForEventA
+};
+Cost TheCost();
 // Bytes that were overwritten in a ring before the event that announced them was taken.
 long long Overruns();
 

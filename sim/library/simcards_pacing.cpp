@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "simcards_cost.h"
 #include "simcards_state.h"
 #include "simcards_thread.h"
 
@@ -58,6 +59,7 @@ class Pacer {
   void Run() {
     const Clock::time_point rStart = Clock::now();
     long long iDone = 0;  // bytes made or slipped since rStart
+    long long iToldNs = 0;
     for (Clock::time_point rNext = rStart; !StopBefore(rNext);) {
       const Clock::time_point rNow = Clock::now();
       const std::chrono::duration<double> rElapsed = rNow - rStart;
@@ -67,6 +69,9 @@ class Pacer {
       iSlippedBytes += iDue - iMade;
       const int iAhead = Make(iMade, rStart + DurationOf(iDone));
       rNext = std::max(rNow + SHORTEST_TICK, rStart + DurationOf(iDone + iAhead));
+      const long long iCpuNs = ThreadCpuNs();
+      AddPacingNs(iCpuNs - iToldNs);
+      iToldNs = iCpuNs;
     }
     const std::lock_guard<std::mutex> rGuard(TheState().rMutex);
     TheState().rTime = CardTime();

@@ -5,6 +5,7 @@
 #include "simcards_perform.h"
 
 #include <chrono>
+#include <cstdio>
 #include <thread>
 #include <type_traits>
 
@@ -334,6 +335,15 @@ struct Performer {
 
   std::string operator()(const actions::Overruns& /*rOverruns*/) const {
     vLines.push_back(std::to_string(Overruns()));
+    return "";
+  }
+
+  std::string operator()(const actions::Cost& /*rCost*/) const {
+    const Cost rCost = TheCost();
+    char acLine[120];
+    (void)std::snprintf(acLine, sizeof acLine, "pacing=%.6f taking=%.6f takes=%lld", rCost.dPacingS, rCost.dTakingS,
+                        rCost.iTakes);
+    vLines.emplace_back(acLine);
     return "";
   }
 
