@@ -4,6 +4,7 @@
 // Threads:   any.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -39,6 +40,10 @@ class THREAD_SAFETY(scoped_lockable) MutexLock {
 class ConditionVariable {
  public:
   void Wait(MutexLock& rHeld) { rCondition.wait(rHeld.rLock); }
+  // The same up to a time of the clock that nobody sets; false when that has come.
+  bool WaitUntil(MutexLock& rHeld, std::chrono::steady_clock::time_point rUntil) {
+    return rCondition.wait_until(rHeld.rLock, rUntil) == std::cv_status::no_timeout;
+  }
   void NotifyOne() { rCondition.notify_one(); }
   void NotifyAll() { rCondition.notify_all(); }
 

@@ -1,6 +1,7 @@
 #include "mainqueue.h"
 
 #include <cassert>
+#include <chrono>
 #include <memory>
 
 #include "mainthread.h"
@@ -8,8 +9,28 @@
 MainQueue* g_prBoot = nullptr;
 
 void MainQueue::queue(ThreadAct* prAct) {
-  const MutexLock rLock(rListMutex);
-  rActQueue.push_back(prAct);
+  {
+    const MutexLock rLock(rListMutex);
+    rActQueue.push_back(prAct);
+  }
+  rWakeUp.NotifyOne();
+}
+
+void MainQueue::Ring() {
+  {
+    const MutexLock rLock(rListMutex);
+    fRung = true;
+  }
+  rWakeUp.NotifyOne();
+}
+
+void MainQueue::Sleep(int iMs) {
+  assert(OnMainThread());
+  const auto rUntil = std::chrono::steady_clock::now() + std::chrono::milliseconds(iMs);
+  MutexLock rLock(rListMutex);
+  while (rActQueue.empty() && !fRung && rWakeUp.WaitUntil(rLock, rUntil)) {
+  }
+  fRung = false;
 }
 
 void MainQueue::emptyQueue() {

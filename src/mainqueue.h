@@ -2,7 +2,7 @@
 // Channels, settings and database belong to the main thread alone. Whatever a worker or the control socket wants of
 // them becomes an action, and the main loop runs one a pass.
 // Roads:     mainQueue leads straight to the main thread; queueAction (bgact.h) to a worker first, and then here.
-// Threads:   mainQueue, queue: any. RunOneAction: main.
+// Threads:   mainQueue, queue, Ring: any. RunOneAction, Sleep: main.
 // Ownership: the queue takes an action over; the caller keeps no pointer.
 // Locks:     rListMutex guards rActQueue and is never held while an action runs.
 #pragma once
@@ -35,10 +35,16 @@ class MainQueue {
   void emptyQueue();
   // Runs the first queued action, if any; true when an entry was taken, also a null one.
   bool RunOneAction();
+  // Ends the sleep of the main loop, or the next one: there is something else than an action.
+  void Ring();
+  // Sleeps until there is an action, or a ring has come, at most so many milliseconds.
+  void Sleep(int iMs);
 
  private:
   Mutex rListMutex;
   std::list<ThreadAct*> rActQueue GUARDED_BY(rListMutex);  // first in, first out
+  ConditionVariable rWakeUp;
+  bool fRung GUARDED_BY(rListMutex) = false;
 };
 
 // The boot object of the current try, target of mainQueue. Set at the start of each try of RecorderMain, cleared only

@@ -7,6 +7,7 @@
 
 #include "Diary.h"
 #include "NotingAct.h"
+#include "ftime.h"
 #include "mainthread.h"
 
 namespace {
@@ -34,6 +35,29 @@ TEST_F(MainQueueTest, ActionGoesToTheBootObjectOfTheCurrentTry) {
   EXPECT_EQ(rDiary.Notes(), Texts());
   EXPECT_TRUE(rQueue.RunOneAction());
   EXPECT_EQ(rDiary.Notes(), Texts({"a main", "a completed", "a deleted"}));
+}
+
+// Each sleep that is not ended costs a minute, which the test has not.
+TEST_F(MainQueueTest, SleepEndsWithAnActionOrARing) {
+  constexpr int LONG_MS = 60'000;
+  rQueue.Ring();
+  rQueue.Sleep(LONG_MS);
+  std::thread rRinger([this] { rQueue.Ring(); });
+  rQueue.Sleep(LONG_MS);
+  rRinger.join();
+  std::thread rQueuer([this] { rQueue.queue(new NotingAct(rDiary, "a")); });
+  rQueue.Sleep(LONG_MS);
+  rQueuer.join();
+  rQueue.Sleep(LONG_MS);  // it is still there
+  EXPECT_TRUE(rQueue.RunOneAction());
+}
+
+TEST_F(MainQueueTest, SleepEndsByItselfAndARingIsGoodForOne) {
+  rQueue.Ring();
+  rQueue.Sleep(0);
+  const StopWatch rWatch;
+  rQueue.Sleep(50);
+  EXPECT_GE(rWatch.Seconds(), 0.05);
 }
 
 TEST_F(MainQueueTest, ActionsRunOneByOneInTheOrderOfQueueing) {
