@@ -1,0 +1,437 @@
+#include "taker.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestTools.h"
+#include "Texts.h"
+#include "simcards.h"
+
+using testtools::Await;
+
+namespace {
+
+std::atomic<int> iCalls{0};
+std::atomic<int> iDelivered{0};
+std::atomic<int> iTaken{0};  // of iDelivered, those that the taker has done with
+
+}  // namespace
+
+extern "C" int SsmWaitForEventA(DWORD dwTimeOut, PSSM_EVENT pEvent) {
+  iCalls++;
+  iTaken = iDelivered.load();
+  const int iResult =
+      reinterpret_cast<decltype(SsmWaitForEventA)*>(dlsym(RTLD_NEXT, "SsmWaitForEventA"))(dwTimeOut, pEvent);
+  if (iResult == SSM_OK) iDelivered++;
+  return iResult;
+}
+
+namespace {
+
+constexpr int RING_BYTES = 4096;
+constexpr int REPORT_BYTES = 2048;
+constexpr long long MUCH_MEMORY = 1 << 20;
+
+// Cards without a pacing thread: audio flows when the test says so. This thread is the main thread.
+class TakerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    simcards::Reset();
+    simcards::AddBoard(0, 3, CH_ANALOG);
+    for (int iCh = 0; iCh < 3; iCh++) simcards::PlayCounting(iCh);
+    iCalls = 0;
+    iDelivered = 0;
+    iTaken = 0;
+  }
+  void TearDown() override { simcards::Reset(); }
+
+  void Record(Taker& rTaker, int iCh) {
+    rTaker.BeginRing(iCh, acRings[iCh], RING_BYTES);
+    EXPECT_EQ(SsmRecToMem(iCh, SSM_FORMAT_ALAW, acRings[iCh], RING_BYTES, 0), SSM_OK);
+  }
+  void Stop(Taker& rTaker, int iCh) {
+    EXPECT_EQ(SsmStopRecToMem(iCh), SSM_OK);
+    rTaker.EndRing(iCh);
+  }
+  // All lines that record hear so much more, and the taker has taken their reports: nReports in all since the start.
+  void Hear(int iReports, int iOfLines = 1) {
+    for (int i = 0; i < iReports; i++) {
+      simcards::Advance(REPORT_BYTES);
+      iReported += iOfLines;
+      EXPECT_TRUE(Await([this] { return iTaken >= iReported; }));
+    }
+  }
+  static std::string Counted(long long iFrom, long long iTo) {
+    std::string strBytes;
+    for (long long i = iFrom; i < iTo; i++) strBytes += static_cast<char>(simcards::CountingByte(i));
+    return strBytes;
+  }
+  static std::string BytesOf(const TakenEvent& rEvent) {
+    if (rEvent.prBlock == nullptr) return "";
+    return {reinterpret_cast<const char*>(rEvent.prBlock->acBytes), static_cast<std::size_t>(rEvent.iBytes)};
+  }
+  // The audio of a line that has been taken, or of all of them.
+  static std::string AllAudio(Taker& rTaker) {
+    std::string strBytes;
+    while (const TakenEvent* prEvent = rTaker.Take()) strBytes += BytesOf(*prEvent);
+    return strBytes;
+  }
+  static Texts AllEvents(Taker& rTaker) {
+    Texts astrEvents;
+    while (const TakenEvent* prEvent = rTaker.Take()) astrEvents.push_back(TextOf(*prEvent));
+    return astrEvents;
+  }
+  static std::string TextOf(const TakenEvent& rEvent) {
+    const std::string strCh = "{" + std::to_string(rEvent.rEvent.nReference) + "} ";
+    if (rEvent.eKind == TAKEN_ERROR) return reinterpret_cast<const char*>(rEvent.prBlock->acBytes);
+    if (rEvent.eKind == TAKEN_AUDIO) {
+      const std::string strMissing = rEvent.prBlock == nullptr ? " lost" : rEvent.fOverrun ? " overrun" : "";
+      return strCh + std::to_string(rEvent.iBytes) + " bytes" + strMissing;
+    }
+    const char* const acData = static_cast<const char*>(rEvent.rEvent.pvBuffer);
+    const std::string strData = acData == nullptr ? "" : " " + std::string(acData, rEvent.rEvent.dwDataLength);
+    return strCh + std::to_string(rEvent.rEvent.wEventCode) + "," + std::to_string(rEvent.rEvent.dwParam) + strData;
+  }
+
+  BYTE acRings[3][RING_BYTES];
+  int iReported = 0;
+  MainQueue rQueue;
+};
+
+// -- events -----------------------------------------------------------------------------------------------------------
+
+TEST_F(TakerTest, EventsComeInTheOrderOfTheCardWithTheirData) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 1);
+  simcards::PushEvent(E_RCV_DSTDChannel, 0, DMSG_DISPLAY, 0, 0, "a display");
+  simcards::Advance(REPORT_BYTES);
+  simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
+  simcards::PushEvent(E_RCV_DSTDChannel, 0, DMSG_DISPLAY, 0, 0, "another");
+  EXPECT_TRUE(Await([] { return iTaken >= 4; }));
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{0} 65,4104 a display", "{1} 2048 bytes", "{2} 24,1", "{0} 65,4104 another"}));
+}
+
+TEST_F(TakerTest, DataOfManyEventsStaysUntilEachIsHandled) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Texts astrSent;
+  for (int i = 0; i < 500; i++) {
+    const std::string strData(static_cast<std::size_t>(1 + i % 1000), static_cast<char>('a' + i % 26));
+    simcards::PushEvent(E_RCV_DSTDChannel, 0, DMSG_DISPLAY, 0, 0, strData);
+    astrSent.push_back("{0} 65,4104 " + strData);
+  }
+  EXPECT_TRUE(Await([] { return iTaken >= 500; }));
+  EXPECT_EQ(AllEvents(rTaker), astrSent);
+}
+
+TEST_F(TakerTest, FailureOfTheDriverIsAnEventOfItsOwnAndTheNextWaitsForItsHandling) {
+  simcards::FailNext("SsmWaitForEventA", 2, -2, "card on fire");
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  EXPECT_TRUE(Await([] { return iCalls > 0; }));
+  rTaker.Rest();
+  EXPECT_EQ(iCalls, 1);
+  EXPECT_EQ(AllEvents(rTaker), Texts({"card on fire"}));
+  rTaker.GoOn();
+  Texts astrEvents;
+  EXPECT_TRUE(Await([&] { return !(astrEvents = AllEvents(rTaker)).empty(); }));
+  EXPECT_EQ(astrEvents, Texts({"card on fire"}));
+  simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
+  EXPECT_TRUE(Await([&] { return !(astrEvents = AllEvents(rTaker)).empty(); }));
+  EXPECT_EQ(astrEvents, Texts({"{2} 24,1"}));
+}
+
+TEST_F(TakerTest, TakerAtRestLeavesEventsWithTheDriver) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  rTaker.Rest();
+  const int iBefore = iDelivered;
+  simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
+  EXPECT_EQ(rTaker.Take(), nullptr);
+  EXPECT_EQ(iDelivered, iBefore);
+  rTaker.GoOn();
+  Texts astrEvents;
+  EXPECT_TRUE(Await([&] { return !(astrEvents = AllEvents(rTaker)).empty(); }));
+  EXPECT_EQ(astrEvents, Texts({"{2} 24,1"}));
+}
+
+// Without a wake-up the sleeps would take half an hour, far above the limit of a test.
+TEST_F(TakerTest, EventWakesTheMainLoop) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  for (int i = 0; i < 100; i++) {
+    simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
+    while (rTaker.Take() == nullptr) rQueue.Sleep(20'000);
+  }
+}
+
+TEST_F(TakerTest, MainLoopLooksForAudioByItselfWhileAnyLineRecords) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  EXPECT_EQ(rTaker.SleepMs(), 200);
+  Record(rTaker, 0);
+  rTaker.BeginRing(0, acRings[0], RING_BYTES);  // the same once more
+  Record(rTaker, 1);
+  EXPECT_EQ(rTaker.SleepMs(), 10);
+  Stop(rTaker, 0);
+  EXPECT_EQ(rTaker.SleepMs(), 10);
+  Stop(rTaker, 1);
+  EXPECT_EQ(rTaker.SleepMs(), 200);
+}
+
+// -- audio ------------------------------------------------------------------------------------------------------------
+
+TEST_F(TakerTest, AudioIsWholeHoweverLongTheMainLoopStands) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Hear(100);
+  EXPECT_TRUE(AllAudio(rTaker) == Counted(0, 100 * REPORT_BYTES));
+  EXPECT_EQ(simcards::Overruns(), 0);
+  EXPECT_EQ(rTaker.TakeFigures().iLostBytes, 0);
+}
+
+TEST_F(TakerTest, PiecesOfAnyLengthAreWhole) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  std::string strSaid;
+  for (const std::size_t uiLength : {1000u, 3u, 4000u, 96u, 1u, 4090u, 8u, 2500u}) {
+    const std::string strPiece =
+        Counted(static_cast<long long>(strSaid.size()), static_cast<long long>(strSaid.size() + uiLength));
+    simcards::Hear(0, strPiece);
+    strSaid += strPiece;
+    iReported++;
+    EXPECT_TRUE(Await([this] { return iTaken >= iReported; }));
+  }
+  EXPECT_TRUE(AllAudio(rTaker) == strSaid);
+}
+
+TEST_F(TakerTest, ReportOfTheRecordingBeforeReachesNotTheNext) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Hear(3);
+  EXPECT_EQ(AllAudio(rTaker).size(), 3u * REPORT_BYTES);
+  Stop(rTaker, 0);
+  Record(rTaker, 0);
+  for (const DWORD dwPos : {2048u, 0u, 700u, 4096u}) simcards::PushEvent(E_PROC_RecordMem, 0, dwPos);
+  iReported += 4;
+  EXPECT_TRUE(Await([this] { return iTaken >= iReported; }));
+  EXPECT_EQ(AllEvents(rTaker), Texts());
+  Hear(3);
+  EXPECT_TRUE(AllAudio(rTaker) == Counted(0, 3 * REPORT_BYTES));
+}
+
+TEST_F(TakerTest, AudioThatWaitsIsLeftOutWhenItsRecordingIsOver) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Record(rTaker, 1);
+  Hear(2, 2);
+  Stop(rTaker, 0);
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{1} 2048 bytes", "{1} 2048 bytes"}));
+  Hear(1);
+  rTaker.BeginRing(1, acRings[1], RING_BYTES);  // as after a stop that the driver has refused
+  EXPECT_EQ(AllEvents(rTaker), Texts());
+  EXPECT_EQ(rTaker.Take(), nullptr);
+  EXPECT_EQ(rTaker.TakeFigures().iWaitingBytes, 0);
+}
+
+TEST_F(TakerTest, ReportsOfNoRingAndNoPlaceAreDropped) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 1);
+  for (const int iCh : {-1, 0, 2, 100}) simcards::PushEvent(E_PROC_RecordMem, iCh, 2048);
+  for (const DWORD dwPos : {4097u, 0x80000000u}) simcards::PushEvent(E_PROC_RecordMem, 1, dwPos);
+  EXPECT_TRUE(Await([] { return iTaken >= 6; }));
+  EXPECT_EQ(AllEvents(rTaker), Texts());
+}
+
+TEST_F(TakerTest, AudioIsTakenOutOfItsTurnInItsOrder) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  for (int iCh = 0; iCh < 3; iCh++) Record(rTaker, iCh);
+  Hear(2, 3);
+  EXPECT_EQ(TextOf(*rTaker.Take()), "{0} 2048 bytes");
+  simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
+  iReported++;
+  Hear(1, 3);
+  Texts astrTaken;
+  std::string strOfTwo;
+  rTaker.TakeAudioOf(2, 0, [&](const TakenEvent& rEvent) {
+    astrTaken.push_back(TextOf(rEvent));
+    if (rEvent.rEvent.nReference == 2) strOfTwo += BytesOf(rEvent);
+  });
+  EXPECT_EQ(astrTaken,
+            Texts({"{2} 2048 bytes", "{0} 2048 bytes", "{2} 2048 bytes", "{0} 2048 bytes", "{2} 2048 bytes"}));
+  EXPECT_TRUE(strOfTwo == Counted(0, 3 * REPORT_BYTES));
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{1} 2048 bytes", "{1} 2048 bytes", "{2} 24,1", "{1} 2048 bytes"}));
+}
+
+TEST_F(TakerTest, TakingOutOfTurnLeavesOutWhatIsOver) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Hear(1);
+  Stop(rTaker, 0);
+  Record(rTaker, 0);
+  int iPieces = 0;
+  rTaker.TakeAudioOf(0, -1, [&iPieces](const TakenEvent&) { iPieces++; });
+  EXPECT_EQ(iPieces, 0);
+}
+
+// -- bounds -----------------------------------------------------------------------------------------------------------
+
+TEST_F(TakerTest, WithoutMemoryEachReportTellsWhatItLost) {
+  Taker rTaker(rQueue, 3 * TAKEN_BLOCK_BYTES);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Hear(5);
+  EXPECT_EQ(rTaker.TakeFigures().iWaitingBytes, 3 * TAKEN_BLOCK_BYTES);
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{0} 2048 bytes", "{0} 2048 bytes", "{0} 2048 bytes", "{0} 2048 bytes lost",
+                                      "{0} 2048 bytes lost"}));
+  Hear(4);
+  TakerFigures rFigures = rTaker.TakeFigures();
+  EXPECT_EQ(rFigures.iLostBytes, 3 * REPORT_BYTES);
+  EXPECT_EQ(rFigures.iLimitBytes, 3 * TAKEN_BLOCK_BYTES);
+  EXPECT_TRUE(AllAudio(rTaker) == Counted(5 * REPORT_BYTES, 8 * REPORT_BYTES));  // what comes later is whole again
+  EXPECT_EQ(rTaker.Take(), nullptr);
+  EXPECT_EQ(rTaker.TakeFigures().iWaitingBytes, 0);
+}
+
+TEST_F(TakerTest, EventOfACallHasItsMemoryAlways) {
+  Taker rTaker(rQueue, TAKEN_BLOCK_BYTES);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 1);
+  Hear(2);
+  simcards::PushEvent(E_RCV_DSTDChannel, 0, DMSG_DISPLAY, 0, 0, "a display");
+  EXPECT_TRUE(Await([] { return iTaken >= 3; }));
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{1} 2048 bytes", "{1} 2048 bytes lost", "{0} 65,4104 a display"}));
+}
+
+TEST_F(TakerTest, EventsAboveTheirNumberStayWithTheDriver) {
+  constexpr int MOST_EVENTS = 100'000;
+  Taker rTaker(rQueue, 0);
+  for (int i = 0; i < MOST_EVENTS + 10; i++) simcards::PushEvent(E_CHG_ChState, 2, static_cast<DWORD>(i));
+  ASSERT_TRUE(rTaker.Start());
+  EXPECT_TRUE(Await([] { return iDelivered >= MOST_EVENTS; }));
+  rTaker.Rest();
+  EXPECT_EQ(iDelivered, MOST_EVENTS);
+  rTaker.GoOn();
+  for (int i = 0; i < MOST_EVENTS + 10; i++) {
+    const TakenEvent* prEvent = nullptr;
+    ASSERT_TRUE(Await([&] { return (prEvent = rTaker.Take()) != nullptr; }));
+    ASSERT_EQ(prEvent->rEvent.dwParam, static_cast<DWORD>(i));
+  }
+}
+
+TEST_F(TakerTest, MemoryIsASharePerLineAndAQuarterOfTheMachineAtMost) {
+  const long long iQuarter = static_cast<long long>(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE) / 4;
+  EXPECT_EQ(TakerLimitBytes(0), 0);
+  EXPECT_EQ(TakerLimitBytes(30), 30 * 60 * 8000);
+  EXPECT_EQ(TakerLimitBytes(100'000'000), iQuarter);
+}
+
+// -- overruns ---------------------------------------------------------------------------------------------------------
+
+TEST_F(TakerTest, RingThatTheCardCameRoundInIsTold) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Record(rTaker, 1);
+  Hear(2, 2);
+  (void)AllEvents(rTaker);
+  Stop(rTaker, 1);
+  rTaker.Rest();
+  simcards::Advance(3 * REPORT_BYTES);
+  EXPECT_EQ(simcards::Overruns(), REPORT_BYTES);
+  rTaker.GoOn();
+  iReported += 3;
+  EXPECT_TRUE(Await([this] { return iTaken >= iReported; }));
+  const Texts astrEvents = AllEvents(rTaker);  // as much as was spoken, and none of it is beyond doubt
+  EXPECT_EQ(astrEvents, Texts(3, "{0} 2048 bytes overrun"));
+  EXPECT_EQ(rTaker.TakeFigures().iOverrunBytes, 3 * REPORT_BYTES);
+
+  // From the first report that comes in its time on all is well again.
+  simcards::StartPacing();
+  std::string strLater;
+  EXPECT_TRUE(Await([&] {
+    while (const TakenEvent* prEvent = rTaker.Take()) {
+      EXPECT_FALSE(prEvent->fOverrun);
+      strLater += BytesOf(*prEvent);
+    }
+    return strLater.size() >= 4 * REPORT_BYTES;
+  }));
+  simcards::StopPacing();
+  const long long iBefore = 5 * REPORT_BYTES;
+  EXPECT_TRUE(strLater == Counted(iBefore, iBefore + static_cast<long long>(strLater.size())));
+}
+
+TEST_F(TakerTest, FullRingIsNoOverrunWhereTheCardHasNotComeRound) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  rTaker.Rest();
+  simcards::Advance(RING_BYTES - 8);
+  rTaker.GoOn();
+  EXPECT_TRUE(Await([] { return iTaken >= 1; }));
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{0} 2048 bytes"}));
+}
+
+// -- how far a recording has come -------------------------------------------------------------------------------------
+
+TEST_F(TakerTest, SpokenIsWhatIsReportedAndWhatTimeHasAdded) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  EXPECT_EQ(rTaker.SpokenBytes(0), 0);
+  Record(rTaker, 0);
+  Hear(3);
+  const std::int64_t iBeganNs = MonotonicNs();
+  const long long iSpoken = rTaker.SpokenBytes(0);
+  EXPECT_GE(iSpoken, 3 * REPORT_BYTES);
+  EXPECT_LE(iSpoken, 3 * REPORT_BYTES + RING_BYTES);
+  EXPECT_TRUE(Await([&] { return rTaker.SpokenBytes(0) >= iSpoken + 100; }));
+  EXPECT_GE(MonotonicNs() - iBeganNs, 100LL * 1'000'000'000 / 8000 - 1'000'000);  // not sooner than it is spoken
+  // No more than the ring holds: a card that stands still speaks no more.
+  EXPECT_TRUE(Await([&] { return rTaker.SpokenBytes(0) == 3 * REPORT_BYTES + RING_BYTES; }));
+}
+
+TEST_F(TakerTest, OldestEventTellsHowFarTheMainLoopIsBehind) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  EXPECT_EQ(rTaker.BehindS(), 0);
+  simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
+  EXPECT_TRUE(Await([&] { return rTaker.BehindS() > 0.05; }));
+  (void)AllEvents(rTaker);
+  EXPECT_EQ(rTaker.BehindS(), 0);
+  EXPECT_GT(rTaker.TakeFigures().dBehindS, 0.05);
+  EXPECT_EQ(rTaker.TakeFigures().dBehindS, 0);
+}
+
+// Where the machine is so busy that the cards overtake the taker, they tell, and the bytes say nothing.
+TEST_F(TakerTest, MainLoopAndTakerAgreeWhileRecordingsComeAndGo) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  simcards::StartPacing(4);
+  for (int iRound = 0; iRound < 10; iRound++) {
+    const long long iOverruns = simcards::Overruns();
+    std::string strHeard;
+    Record(rTaker, 0);
+    EXPECT_TRUE(Await([&] {
+      strHeard += AllAudio(rTaker);
+      return strHeard.size() >= 3 * REPORT_BYTES;
+    }));
+    const bool fWhole = strHeard == Counted(0, static_cast<long long>(strHeard.size()));
+    EXPECT_TRUE(fWhole || simcards::Overruns() > iOverruns);
+    Stop(rTaker, 0);
+  }
+  simcards::StopPacing();
+}
+
+}  // namespace
