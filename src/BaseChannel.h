@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "callcodes.h"
 #include "g711.h"
@@ -40,6 +41,21 @@ void RecordingCallBack(int iCh, unsigned char* buf, unsigned int len, void* pUse
 // A diagnostic for data that should never be zero: warns above 50 zero bytes in [iStart, iStop). Part of the interface;
 // nothing in the daemon calls it.
 void CheckForNull(const unsigned char* buf, int iStart, int iStop, int iCh);
+
+// Which parts of a stream of audio are silenced, by places in the stream: what is written has been spoken before, by a
+// quarter of a second or by as long as the loop is behind.
+class SilentParts {
+ public:
+  // From this place on; what has passed by stays as it is. -1: from now on.
+  void Switch(long long iWhere, bool fToSilence);
+  // The next len bytes of the stream.
+  void Cover(BYTE* buf, int len, BYTE ucSilence);
+
+ private:
+  long long iAt = 0;              // bytes that have passed by
+  bool fSilent = false;           // at iAt
+  std::vector<long long> vEdges;  // places where that turns over
+};
 
 // Virtual is what a kind of line may answer in its own way, also where none does so yet: StopRecording,
 // MayStartRecording, RecordingScheduled, AlwaysClearInfo, ReloadSettingsLive.
@@ -98,6 +114,13 @@ class BaseChannel {
   void MixAudio(BYTE* buf, int len);
   // A digit forwarded by the linked channel.
   void LinkedChannelDigit(char ch);
+
+  // -- audio that the taker has carried out of the ring ---------------------------------------------------------------
+  // A piece of this channel's, in the order of the card. May be overwritten: silenced parts are. fOverrun: the card may
+  // have overwritten it before it was taken.
+  void TakenAudio(BYTE* buf, int len, bool fOverrun);
+  // As many bytes for which there was no memory.
+  void LostAudio(int len);
 
   // The member behind RecordingCallBack: to the live listener's copy only.
   void OnRecordingData(const void* pData, unsigned int uiLen);
@@ -290,6 +313,7 @@ class BaseChannel {
   // Does nothing for an empty range, or with neither base nor open file, or for one that leaves the buffer. While
   // silenced, overwrites the range first.
   void WriteMemRange(int iStart, int iStop);
+  void WriteAudio(BYTE* buf, int len);
   // Collects both sides, which come in unequal pieces, and writes once they are level. iType: the side, 0 this
   // channel's own audio, 1 that of the linked channel. A piece that finds no room is dropped with a warning; what is
   // left at the end of a recording is dropped too.
@@ -298,6 +322,8 @@ class BaseChannel {
   void WriteLevelSides();
   const AudioLaw* prLaw = &LAW_A;  // of this recording
   bool fSilencing = false;         // set by TrySetSilencing
+  SilentParts rOwnSilence;         // what of this channel's audio is to be silent
+  SilentParts rLinkedSilence;      // and of the linked side's
   bool fDoStereo = false;
   // Driver channel mixed into this recording; -1: none. It stays when the card names another partner, or none, in
   // mid-call: a side that has not started with the recording would hold back the audio of the other.
@@ -309,7 +335,11 @@ class BaseChannel {
   // The card has this ring: it took a start, and no stop since. A stop that it refused leaves it so, and the next
   // recording has the same ring.
   bool fCardMayWrite = false;
-  int iMixBufIx[2] = {0, 0};  // bytes in acMixBuffer of each side
+  // Logs what is missing, and counts anew.
+  void TellLosses();
+  long long iOverrunBytes = 0;  // what the card may have overwritten before it was taken, and nobody was told of yet
+  long long iLostBytes = 0;     // likewise: what there was no memory for
+  int iMixBufIx[2] = {0, 0};    // bytes in acMixBuffer of each side
   // Owned; BasicRecordingPreparation makes it. In stereo one side stands behind the other, in mono both in one place.
   BYTE* acMixBuffer = nullptr;
 

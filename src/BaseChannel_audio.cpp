@@ -1,6 +1,7 @@
 // The road of the audio: ring buffer, mixing buffer, WAV file.
-// The card writes into acRecordBuf and tells by event how far it has come; each new range goes to the file (WriteBuf),
-// on a linked pair through the base channel's mixing buffer (MixAdd), which passes on what both sides have delivered.
+// The card writes into acRecordBuf and tells by event how far it has come. Each new range, which the taker has carried
+// out of the ring already or this channel reads there itself, goes to the file (WriteBuf), on a linked pair through the
+// base channel's mixing buffer (MixAdd), which passes on what both sides have delivered.
 // All is 8 kHz, 8-bit G.711. Loudness is taken from what goes to the file, so silenced audio counts as quiet. The road
 // makes no allocation, and one range is one write: the files are unbuffered, so that a full disk is reported for the
 // range that it hit, and a header never counts audio that a killed process still held.
@@ -97,8 +98,10 @@ int LoudWindows(int iSeconds) {
 
 bool BaseChannel::StartDriver() {
   const DWORD dwSize = static_cast<DWORD>(iRecordBufSize);
+  prRecorder->BeginRing(iDrvCh, acRecordBuf, iRecordBufSize);
   if (SsmRecToMem(iDrvCh, prLaw->wFormatTag, acRecordBuf, dwSize, 0) != SSM_OK) {
     LogSsmError("SsmRecToMem");
+    if (!fCardMayWrite) prRecorder->EndRing(iDrvCh);
     return false;
   }
   fCardMayWrite = true;
@@ -110,12 +113,16 @@ bool BaseChannel::StopDriver() {
     LogSsmError("SsmStopRecMem");
     return false;
   }
+  prRecorder->EndRing(iDrvCh);
+  TellLosses();
   fCardMayWrite = false;
   return true;
 }
 
 void BaseChannel::BasicRecordingPreparation() {
   fSilencing = false;
+  rOwnSilence = SilentParts();
+  rLinkedSilence = SilentParts();
   prLaw = &GetAudioLaw(prRecorder->eRecEnc);
   if (acRecordBuf == nullptr) {
     iRecordBufSize = RECORD_BUF_BYTES;
@@ -151,9 +158,11 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
   if (iBaseRecCh == -1 && hAudioFile == nullptr) return;
   if (acRecordBuf == nullptr || iStart < 0 || iStop > iRecordBufSize) return;
 
-  BYTE* buf = acRecordBuf + iStart;
-  const int len = iStop - iStart;
-  if (fSilencing) memset(buf, prLaw->ucSilence, static_cast<std::size_t>(len));
+  WriteAudio(acRecordBuf + iStart, iStop - iStart);
+}
+
+void BaseChannel::WriteAudio(BYTE* buf, int len) {
+  rOwnSilence.Cover(buf, len, prLaw->ucSilence);
   if (iBaseRecCh != -1) {
     prRecorder->MixAudio(iBaseRecCh, buf, len);
   } else if (iMixedCh != -1) {
@@ -163,11 +172,65 @@ void BaseChannel::WriteMemRange(int iStart, int iStop) {
   }
 }
 
+// -- from the taker ---------------------------------------------------------------------------------------------------
+
+void BaseChannel::TakenAudio(BYTE* buf, int len, bool fOverrun) {
+  if (fOverrun) {
+    iOverrunBytes += len;
+  } else {
+    TellLosses();
+  }
+  if (iBaseRecCh != -1 || hAudioFile != nullptr) WriteAudio(buf, len);
+}
+
+// Silence takes its place: what follows keeps its time, and both sides of a pair stay level.
+void BaseChannel::LostAudio(int len) {
+  iLostBytes += len;
+  if (iBaseRecCh == -1 && hAudioFile == nullptr) return;
+  BYTE acSilence[RECORD_REPORT_BYTES];
+  memset(acSilence, prLaw->ucSilence, sizeof acSilence);
+  for (int iPiece = 0; len > 0; len -= iPiece) {
+    iPiece = std::min(len, RECORD_REPORT_BYTES);
+    WriteAudio(acSilence, iPiece);
+  }
+}
+
+// Once for all that is missing in a row.
+void BaseChannel::TellLosses() {
+  if (iOverrunBytes > 0) {
+    lg(LOG_WARNING, "[%d] Audio of {%d} taken too late: %lld bytes may be overwritten", iChannel, iDrvCh,
+       iOverrunBytes);
+  }
+  if (iLostBytes > 0) {
+    lg(LOG_ERR, "[%d] Audio of {%d} lost, too much waits to be written: %lld bytes are silence", iChannel, iDrvCh,
+       iLostBytes);
+  }
+  iOverrunBytes = 0;
+  iLostBytes = 0;
+}
+
+void SilentParts::Switch(long long iWhere, bool fToSilence) {
+  const bool fIsLast = fSilent != (vEdges.size() % 2 == 1);
+  if (fIsLast == fToSilence) return;
+  vEdges.push_back(std::max(iWhere, vEdges.empty() ? iAt : vEdges.back()));
+}
+
+void SilentParts::Cover(BYTE* buf, int len, BYTE ucSilence) {
+  while (len > 0) {
+    for (; !vEdges.empty() && vEdges.front() <= iAt; vEdges.erase(vEdges.begin())) fSilent = !fSilent;
+    const int iRun = vEdges.empty() ? len : static_cast<int>(std::min<long long>(len, vEdges.front() - iAt));
+    if (fSilent) memset(buf, ucSilence, static_cast<std::size_t>(iRun));
+    buf += iRun;
+    len -= iRun;
+    iAt += iRun;
+  }
+}
+
 // -- mixing -----------------------------------------------------------------------------------------------------------
 
 void BaseChannel::MixAudio(BYTE* buf, int len) {
   if (len <= 0) return;
-  if (fSilencing) memset(buf, prLaw->ucSilence, static_cast<std::size_t>(len));
+  rLinkedSilence.Cover(buf, len, prLaw->ucSilence);
   MixAdd(buf, len, MIX_LINKED);
 }
 

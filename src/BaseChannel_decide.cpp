@@ -120,6 +120,7 @@ struct BaseChannel::Verdict {
 void BaseChannel::StopRecording(bool& fClearInfo) {
   if (!fRecording) return;
   fRecording = false;
+  prRecorder->HandOverAudio(iDrvCh, iMixedCh);
   if (iMixedCh != -1) prRecorder->StopMixIn(iMixedCh);
   if (!StopDriver()) {
     ClearInfo();  // no decision: the card may still be writing, so the file stays; the row goes in FinalizeRecording
@@ -298,6 +299,8 @@ bool BaseChannel::TrySetSilencing(bool fToSet) {
     return false;
   }
   fSilencing = fToSet && fCallBusy;  // a linked side has no call of its own, and feeds that of another line
+  rOwnSilence.Switch(prRecorder->SpokenBytes(iDrvCh), fSilencing);
+  if (iMixedCh != -1) rLinkedSilence.Switch(prRecorder->SpokenBytes(iMixedCh), fSilencing);
   lg(LOG_NOTICE, "[%d] Silencing set to %d", iChannel, fToSet ? 1 : 0);
   prRecorder->GetDatabaseHandle()->SetActiveCallExtra(iActiveCallID, "silencing", fToSet ? "1" : "0");
   return true;

@@ -78,6 +78,15 @@ class ICRecorder {
   virtual void EmailRecording(int iID, int iContactID) = 0;
   // The same for the iBack-th newest call (1: the newest), to the last enabled user; -1 stands for none enabled.
   virtual void EmailBackRecording(int iContactID, int iBack) = 0;
+  // The card is about to record into this ring of driver channel iDrvCh, and no longer does so. What it reports in
+  // between comes to the channel as audio.
+  virtual void BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) = 0;
+  virtual void EndRing(int iDrvCh) = 0;
+  // Hands the channels the audio that the card has reported of them up to now, before a recording of both ends; -1: no
+  // such channel. Nothing while an event is handled: what is reported behind that one comes after the end.
+  virtual void HandOverAudio(int iDrvCh, int iOtherDrvCh) = 0;
+  // How many bytes of its recording a driver channel has heard up to now; -1: nobody can tell.
+  virtual long long SpokenBytes(int iDrvCh) = 0;
   // Takes over a ring buffer of a channel that goes while the card may still write it, until the card library is
   // closed.
   virtual void KeepRing(std::unique_ptr<BYTE[]> acRing) = 0;

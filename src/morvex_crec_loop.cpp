@@ -1,9 +1,13 @@
-// The main loop: the only place that takes events from the cards, and the only thread that touches channels. It must be
-// back at the driver quickly, so one pass handles one event and one action, and warns about handlers that take long.
+// The main loop: the only thread that touches channels. The taker hands it the events of the cards; where a card
+// library does not bear a second thread, or the system gives none, it takes them itself, and must be back at the driver
+// quickly. So one pass handles one event and one action, and warns about handlers that take long.
 //
-//   normal pass     wait at most 200 ms for an event and hand it on; once a second Periodic; one action
-//                   when a stop arrives meanwhile: end all calls once, and no Periodic, which could start new ones
-//   stopping pass   no events; end all calls once; one action; leave when no work is left anywhere
+//   normal pass     wait at most 200 ms for an event or an action, and hand the event on; once a second Periodic; one
+//                   action. When a stop arrives meanwhile: handle what the taker has taken, end all calls once, and no
+//                   Periodic, which could start new ones
+//   stopping pass   no events but those that have been taken; end all calls once; one action; leave when no work is
+//   left
+//                   anywhere; wait at most 200 ms when there was none
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
 // A post-call script that does not answer holds neither up: a stop gives its posts up, and a trace goes without them,
@@ -17,11 +21,14 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <optional>
 
 #include "bgact.h"
 #include "bgact_tracker.h"
+#include "filedir.h"
 #include "ftime.h"
 #include "logging.h"
 #include "reactor.h"
@@ -30,11 +37,19 @@
 #include "recorder_trace.h"
 #include "shpa3api.h"
 #include "shpa3link.h"
+#include "taker.h"
 
 namespace {
 
 constexpr DWORD EVENT_WAIT_MS = 200;
-constexpr useconds_t STOPPING_PAUSE_US = 200'000;
+constexpr int STOPPING_PAUSE_MS = 200;
+// "1": the main loop takes the events itself.
+constexpr const char* PLAIN_LOOP_VARIABLE = "MORVEX_CREC_PLAIN_LOOP";
+
+bool IsPlainLoopWanted() {
+  const char* const acValue = getenv(PLAIN_LOOP_VARIABLE);
+  return acValue != nullptr && strcmp(acValue, "1") == 0;
+}
 
 // To be asked again and again: see Tracker::limitStop.
 bool StopIsDrained() {
@@ -45,11 +60,14 @@ bool StopIsDrained() {
 struct MainLoop {
   TRecorderBoot& rBoot;
   CRecorder& rRecorder;
+  Taker* prTaker;  // null: a plain loop
   time_t rLastPeriod = time(nullptr);
   // Never cleared: Shutdown runs once in a process, also when that was for a trace. A second trace, and a stop after a
   // trace, find the channels as normal passes have left them; see StopAfterTraceEndsNoCallAgain.
   bool fCalledShutDown = false;
   std::optional<StopWatch> rDraining = std::nullopt;  // since the first stopping pass; none in normal passes
+  bool fTakerRests = false;
+  bool fHadAction = false;  // in the last pass; there may be more
 
   void Run() {
     bool fGoOn = true;
@@ -67,9 +85,13 @@ struct MainLoop {
   void NormalPass() {
     rRecorder.fDraining = false;
     rDraining.reset();
-    WaitForEvent();
+    if (prTaker == nullptr) {
+      WaitForEvent();
+    } else {
+      WaitForTaken();
+    }
     if (!ShutdownOnce()) PeriodicOnNewSecond();
-    (void)rBoot.RunOneAction();
+    fHadAction = rBoot.RunOneAction();
   }
 
   // False: leave the loop. Idle workers, then an empty queue, then idle workers again: a worker hands its action to the
@@ -77,11 +99,15 @@ struct MainLoop {
   bool StoppingPass() {
     rRecorder.fDraining = true;
     if (!rDraining) rDraining.emplace();
-    (void)usleep(STOPPING_PAUSE_US);
+    HandleAllTaken();
     (void)ShutdownOnce();
     bool fQueueIsEmpty = WorkersAreDrained();
-    if (rBoot.RunOneAction()) fQueueIsEmpty = false;
-    if (!WorkersAreDrained() || !fCalledShutDown || !fQueueIsEmpty) return true;
+    fHadAction = rBoot.RunOneAction();
+    if (fHadAction) return true;
+    if (!WorkersAreDrained() || !fCalledShutDown || !fQueueIsEmpty) {
+      rBoot.Sleep(STOPPING_PAUSE_MS);
+      return true;
+    }
     if (!rRecorder.fBitStreamTracing) return false;
     RunBitStreamTrace(rBoot, rRecorder);
     return !fAppTerminate;
@@ -90,6 +116,36 @@ struct MainLoop {
   bool WorkersAreDrained() const {
     if (fAppTerminate) return StopIsDrained();
     return isBgQueueReady() || (theTracker.isSilent(*rDraining) && isBgQueueReadyButAlone());
+  }
+
+  void WaitForTaken() {
+    if (fTakerRests) prTaker->GoOn();
+    fTakerRests = false;
+    TakenEvent* prTaken = prTaker->Take();
+    if (prTaken == nullptr && !fHadAction) {
+      rBoot.Sleep(prTaker->SleepMs());
+      prTaken = prTaker->Take();
+    }
+    if (prTaken != nullptr) HandleTaken(*prTaken);
+  }
+
+  void HandleTaken(TakenEvent& rTaken) {
+    if (rTaken.eKind == TAKEN_ERROR) {
+      lg(LOG_ERR, "Error in %s: %s", "SsmWaitForEventA", reinterpret_cast<const char*>(rTaken.prBlock->acBytes));
+      return;
+    }
+    const StopWatch rWatch;
+    rRecorder.HandleTaken(rTaken);
+    const double dTook = rWatch.Seconds();
+    if (dTook > SLOW_HANDLER_S) rRecorder.TellSlowEvent(dTook);
+  }
+
+  // A stop writes what the card has delivered, and ends the calls that are.
+  void HandleAllTaken() {
+    if (prTaker == nullptr || fTakerRests) return;
+    prTaker->Rest();
+    fTakerRests = true;
+    while (TakenEvent* prTaken = prTaker->Take()) HandleTaken(*prTaken);
   }
 
   void WaitForEvent() {
@@ -103,7 +159,7 @@ struct MainLoop {
       const StopWatch rWatch;
       rRecorder.HandleEvent(&rEvent);
       const double dTook = rWatch.Seconds();
-      if (dTook > SLOW_HANDLER_S) lg(LOG_WARNING, "Event handling took: %.4f s", dTook);
+      if (dTook > SLOW_HANDLER_S) rRecorder.TellSlowEvent(dTook);
     } else if (iResult != SSM_EVENT_TIMEOUT) {
       LogSsmError("SsmWaitForEventA");  // and the next pass tries again, at once
     }
@@ -112,6 +168,7 @@ struct MainLoop {
   // Whether all calls have been ended by it, in this very pass.
   bool ShutdownOnce() {
     if (!StopWanted() || fCalledShutDown) return false;
+    HandleAllTaken();
     rRecorder.Shutdown();
     fCalledShutDown = true;
     return true;
@@ -126,6 +183,22 @@ struct MainLoop {
   }
 };
 
+void RunLoop(TRecorderBoot& rBoot, CRecorder& rRecorder) {
+  std::optional<Taker> rTaker;
+  if (!IsPlainLoopWanted()) {
+    rTaker.emplace(rBoot, TakerLimitBytes(static_cast<int>(rRecorder.vChannels.size())));
+    if (!rTaker->Start()) {
+      lg(LOG_ERR, "No thread for the events of the cards: audio waits for all else");
+      rTaker.reset();
+    }
+  }
+  rRecorder.prTaker = rTaker ? &*rTaker : nullptr;
+  MainLoop rLoop{rBoot, rRecorder, rRecorder.prTaker};
+  rLoop.Run();
+  rRecorder.prTaker = nullptr;
+  DeleteOrTell(rRecorder.GetDataDir() + LOOP_FIGURES_FILE);
+}
+
 }  // namespace
 
 int TRecorderBoot::RecorderUseBoardsLoop() {
@@ -135,13 +208,12 @@ int TRecorderBoot::RecorderUseBoardsLoop() {
   const bool fStarted = rRecorder.InitRecorder() == 0;
   if (fStarted) {
     init_reactor(&rRecorder);
-    MainLoop rLoop{*this, rRecorder};
-    rLoop.Run();
+    RunLoop(*this, rRecorder);
     close_reactor();  // before the queue is emptied: the reactor could still fill it
   }
   // Two ways lead here with a worker at work: a start that failed late has queued a first message, and a stop during a
   // trace leaves at once. The worker uses the recorder and this queue, so both stay until it is through.
-  while (!StopIsDrained()) (void)usleep(STOPPING_PAUSE_US);
+  while (!StopIsDrained()) (void)usleep(STOPPING_PAUSE_MS * 1000);
   emptyQueue();
   return fStarted ? 0 : 1;
 }

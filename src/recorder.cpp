@@ -14,6 +14,7 @@
 #include "mainthread.h"
 #include "plainfile.h"
 #include "recorder_boot.h"
+#include "taker.h"
 
 namespace {
 
@@ -37,13 +38,16 @@ BaseChannel* CRecorder::ChannelAt(int iDrvCh) {
   return vChannels[static_cast<std::size_t>(iDrvCh)];
 }
 
+void CRecorder::NoteSignOfLife() {
+  const time_t now = time(nullptr);
+  if (lastEventReportTime >= now) return;
+  lastEventReportTime = now;
+  TouchEventSign();
+}
+
 void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
   assert(OnMainThread());
-  const time_t now = time(nullptr);
-  if (lastEventReportTime < now) {
-    lastEventReportTime = now;
-    TouchEventSign();
-  }
+  NoteSignOfLife();
   if (prEvent->wEventCode == E_CHG_PcmLinkStatus) return;
   int iTarget = prEvent->nReference;
   if (prEvent->wEventCode == E_CHG_SpyState) {  // of a circuit, which need not belong to any channel
@@ -56,6 +60,33 @@ void CRecorder::HandleEvent(SSM_EVENT* prEvent) {
   if (BaseChannel* prChannel = ChannelAt(iTarget)) prChannel->HandleEvent(prEvent);
 }
 
+void CRecorder::HandleTaken(TakenEvent& rTaken) {
+  if (rTaken.eKind == TAKEN_AUDIO) {
+    NoteSignOfLife();
+    HandleAudio(rTaken);
+    return;
+  }
+  fHandlesEvent = true;
+  HandleEvent(&rTaken.rEvent);
+  fHandlesEvent = false;
+}
+
+void CRecorder::HandleAudio(TakenEvent& rTaken) {
+  BaseChannel* prChannel = ChannelAt(rTaken.rEvent.nReference);
+  if (prChannel == nullptr) return;
+  if (rTaken.prBlock != nullptr) {
+    prChannel->TakenAudio(rTaken.prBlock->acBytes, rTaken.iBytes, rTaken.fOverrun);
+  } else {
+    prChannel->LostAudio(rTaken.iBytes);
+  }
+}
+
+// In the order of the card for both, as neither side of a pair may come far ahead of the other.
+void CRecorder::HandOverAudio(int iDrvCh, int iOtherDrvCh) {
+  if (prTaker == nullptr || fHandlesEvent) return;
+  prTaker->TakeAudioOf(iDrvCh, iOtherDrvCh, [this](TakenEvent& rTaken) { HandleAudio(rTaken); });
+}
+
 void CRecorder::Periodic() {
   assert(OnMainThread());
   for (std::size_t i = 0; i < vChannels.size(); i++) {
@@ -63,8 +94,9 @@ void CRecorder::Periodic() {
     const StopWatch rWatch;
     vChannels[i]->Periodic();
     const double dTook = rWatch.Seconds();
-    if (dTook > SLOW_HANDLER_S) lg(LOG_WARNING, "Periodic took: %.4f s", dTook);
+    if (dTook > SLOW_HANDLER_S) TellSlowTurn(dTook);
   }
+  WriteLoopFigures();
 }
 
 void CRecorder::Shutdown() {

@@ -21,7 +21,10 @@
 
 class BaseChannel;
 class TRecorderBoot;
+class Taker;
+struct TakenEvent;
 
+constexpr const char* LOOP_FIGURES_FILE = "crec_loop";  // in the data directory
 constexpr double SLOW_HANDLER_S = 0.1;  // handlers above this hold up audio and signalling, and are logged
 
 class CRecorder : public ICRecorder {
@@ -56,6 +59,10 @@ class CRecorder : public ICRecorder {
 
   // -- events ---------------------------------------------------------------------------------------------------------
   void HandleEvent(SSM_EVENT* prEvent) override;
+  // The same for an event that came through the taker.
+  void HandleTaken(TakenEvent& rTaken);
+  // A handler has held the main loop up for so many seconds.
+  void TellSlowEvent(double dTook) const;
   // Gives each channel its turn, also one that the turn of another adds. The main loop calls it once a second.
   void Periodic();
   void Shutdown() override;
@@ -68,6 +75,10 @@ class CRecorder : public ICRecorder {
   void EmailRecording(int iID, int iContactID) override;
   void EmailBackRecording(int iContactID, int iBack) override;
   std::string GetCheckSumType() override;
+  void BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) override;
+  void EndRing(int iDrvCh) override;
+  void HandOverAudio(int iDrvCh, int iOtherDrvCh) override;
+  long long SpokenBytes(int iDrvCh) override;
   void KeepRing(std::unique_ptr<BYTE[]> acRing) override;
   void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) override;
   bool IsInNumberFilter(const std::string& strNumber) override;
@@ -93,6 +104,8 @@ class CRecorder : public ICRecorder {
   // Replaces linestatus.dat, one line "Line_<line number>: <health>\n" a channel that has a line number. Written under
   // another name and renamed, so that a reader never sees half a file; on a failure the last good file stays.
   void WriteLineStatus();
+  // Replaces crec_loop, by which onlookers see how far the loop is behind and what the taker has lost.
+  void WriteLoopFigures();
   void RecheckHealth();                    // asks the appliance's service for a new check of the system
   void NewLineHealth(int iChIx) override;  // iChIx: driver channel
   // Only the first channel of a trunk card reports, for the whole card.
@@ -102,6 +115,7 @@ class CRecorder : public ICRecorder {
   IDatabase* prDatabase = nullptr;      // the boot object's, not owned
   std::string strSerial;                // the unit's identifier
   TRecorderBoot* prBoot = nullptr;      // not owned
+  Taker* prTaker = nullptr;             // not owned; null: the main loop takes the events itself
   std::atomic<bool> fBitStreamTracing{false};
   // The main loop takes no events: it stops, or traces, and waits for an empty queue to end that or to begin it.
   std::atomic<bool> fDraining{false};
@@ -110,6 +124,9 @@ class CRecorder : public ICRecorder {
   time_t lastEventReportTime = 0;
 
  private:
+  void NoteSignOfLife();
+  void HandleAudio(TakenEvent& rTaken);
+  void TellSlowTurn(double dTook) const;
   BaseChannel* ChannelAt(int iDrvCh);                   // null for an index out of range
   BaseChannel* FindCall(const std::string& strCallId);  // first channel that the id means, or null
   void LoadDtmfCodes();
@@ -123,5 +140,6 @@ class CRecorder : public ICRecorder {
   int SetUpEvents();
   int ChLocalSwapped(const std::string& strLocalPhoneNumber, const std::string& strRemotePhoneNumber, bool stopstart);
 
+  bool fHandlesEvent = false;
   StdFile hLineStatusFile;  // left open by a short write, until the next one
 };

@@ -16,6 +16,7 @@
 #include "mainthread.h"
 #include "recorder_boot.h"
 #include "signaling.h"
+#include "taker.h"
 
 namespace {
 
@@ -119,6 +120,18 @@ std::string CRecorder::GetCheckSumType() {
 
 void CRecorder::NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) {
   if (what == LOUD_TALKING) signal_service("email -loud " + strDbRemoteId);
+}
+
+void CRecorder::BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) {
+  if (prTaker != nullptr) prTaker->BeginRing(iDrvCh, acRing, iRingBytes);
+}
+
+void CRecorder::EndRing(int iDrvCh) {
+  if (prTaker != nullptr) prTaker->EndRing(iDrvCh);
+}
+
+long long CRecorder::SpokenBytes(int iDrvCh) {
+  return prTaker != nullptr ? prTaker->SpokenBytes(iDrvCh) : -1;
 }
 
 void CRecorder::KeepRing(std::unique_ptr<BYTE[]> acRing) {

@@ -13,6 +13,7 @@
 #include "logging.h"
 #include "plainfile.h"
 #include "recorder_boot.h"
+#include "taker.h"
 
 namespace {
 
@@ -41,6 +42,41 @@ void CRecorder::WriteLineStatus() {
   if (rename(strNewName.c_str(), fn.c_str()) == 0 || !MakeWay(fn.c_str())) return;
   (void)rename(strNewName.c_str(), fn.c_str());
 }
+
+// -- the loop ---------------------------------------------------------------------------------------------------------
+
+void CRecorder::TellSlowEvent(double dTook) const {
+  if (prTaker == nullptr) {
+    lg(LOG_WARNING, "Event handling took: %.4f s", dTook);
+  } else {
+    lg(LOG_WARNING, "Event handling took: %.4f s, the loop is %.4f s behind", dTook, prTaker->BehindS());
+  }
+}
+
+void CRecorder::TellSlowTurn(double dTook) const {
+  if (prTaker == nullptr) {
+    lg(LOG_WARNING, "Periodic took: %.4f s", dTook);
+  } else {
+    lg(LOG_WARNING, "Periodic took: %.4f s, the loop is %.4f s behind", dTook, prTaker->BehindS());
+  }
+}
+
+// Nobody is told of a failure: an onlooker goes by the age of the file.
+void CRecorder::WriteLoopFigures() {
+  if (prTaker == nullptr) return;
+  const TakerFigures rFigures = prTaker->TakeFigures();
+  const std::string strName = GetDataDir() + LOOP_FIGURES_FILE;
+  StdFile hFile(OpenFileAnew(strName + ".new"));
+  if (hFile == nullptr) return;
+  (void)fprintf(hFile.get(),
+                "loop_behind_seconds %.4f\ntaken_bytes %lld\ntaken_limit_bytes %lld\nlost_bytes %lld\n"
+                "overrun_bytes %lld\n",
+                rFigures.dBehindS, rFigures.iWaitingBytes, rFigures.iLimitBytes, rFigures.iLostBytes,
+                rFigures.iOverrunBytes);
+  if (fclose(hFile.release()) == 0) (void)rename((strName + ".new").c_str(), strName.c_str());
+}
+
+// -- health -----------------------------------------------------------------------------------------------------------
 
 void CRecorder::RecheckHealth() {
   auto prMsg = std::make_unique<SlowHandlerMsg>();

@@ -1,11 +1,13 @@
 """Orders during real recordings, by the control socket and by DTMF, and what they leave behind: rows, files and bytes."""
 
+import json
+import subprocess
 import time
 
 import pytest
 
-from harness import BLOCK_BYTES as BLOCK  # an order takes effect between two reports
-from harness import HEADER_BYTES, RECORDINGS, counted_audio, counting, header, order, path_of, rows, sql, wait_until
+from harness import BLOCK_BYTES as BLOCK
+from harness import BUILD, HEADER_BYTES, RECORDINGS, counted_audio, counting, header, order, path_of, rows, sql, wait_until
 
 CARDS = "card ATP8 1001 8"
 DTMF_ACTIONS = ["email", "email2", "keep", "silence", "sound", "start", "stop", "delete"]
@@ -77,21 +79,24 @@ def row_is_gone(call):
     return rows(f"SELECT id FROM ActiveCalls WHERE id = {call['id']}") == []
 
 
+def spoken(channel):
+    """How many bytes the card has heard of the recording on a driver channel."""
+    status = subprocess.run([BUILD / "sim" / "cardsim", "status", "--json"], check=True, stdout=subprocess.PIPE)
+    return int(json.loads(status.stdout)["ch"][channel]["recorded"])
+
+
 def check_silenced(call, begin_between, end_between):
-    """The counting pattern, with silence over one stretch of whole blocks only; where it begins and ends is known up to
-    what came to the file while the order was on its way."""
+    """The counting pattern, with silence over one stretch only; where it begins and ends is known up to what was spoken
+    while the order was on its way."""
     data = path_of(call).read_bytes()
     audio = data[HEADER_BYTES:]
     pattern = counting(len(audio))
     assert data[:HEADER_BYTES] == header(channels=1, length=len(audio))
-    blocks = range(0, len(audio), BLOCK)
-    silent = [at for at in blocks if audio[at : at + BLOCK] == bytes([SILENCE]) * BLOCK]
-    assert silent == list(range(silent[0], silent[-1] + 1, BLOCK))
-    assert begin_between[0] <= silent[0] <= begin_between[1]
-    assert end_between[0] <= silent[-1] + BLOCK <= end_between[1]
-    for at in blocks:
-        if at not in silent:
-            assert audio[at : at + BLOCK] == pattern[at : at + BLOCK]
+    other = [at for at, byte in enumerate(audio) if byte != pattern[at]]
+    begin, end = other[0], other[-1] + 1
+    assert audio[begin:end] == bytes([SILENCE]) * (end - begin)
+    assert begin_between[0] <= begin <= begin_between[1]
+    assert end_between[0] <= end <= end_between[1]
 
 
 # -- silence and sound -----------------------------------------------------------------------------------------------
@@ -112,9 +117,10 @@ def test_silence_covers_its_stretch_and_keeps_the_length(daemon, give):
     grow(call)
 
     def switch(word):
-        before = len(audio_of(call))
+        before = spoken(0)
         give(daemon, call, word)
-        return before, len(audio_of(call)) + BLOCK  # a block may be on its way
+        # The cards of a busy machine deliver up to a block late, and the daemon goes by what they have delivered.
+        return before - BLOCK, spoken(0) + BLOCK
 
     silent_from = switch("silence")
     assert rows("SELECT callextra FROM ActiveCalls") == [{"callextra": "silencing: 1\r\n"}]
@@ -137,7 +143,7 @@ def test_silence_ends_with_its_recording(daemon):
     hang_up(daemon, 1)
     finished = daemon.finished_call(call["remoteid"])
     assert finished["callextra"] == "chk: \r\nsilencing: 1\r\n"
-    assert audio_of(finished)[-3 * BLOCK :] == bytes([SILENCE]) * 3 * BLOCK
+    assert audio_of(finished)[-2 * BLOCK :] == bytes([SILENCE]) * 2 * BLOCK  # the order came within the third
     call = begin(daemon, 1)
     grow(call)
     hang_up(daemon, 1)

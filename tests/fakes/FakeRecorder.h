@@ -2,6 +2,7 @@
 // Orders that channels give are noted in astrCalls. Channels registered in vChannels take part in mixing and linking.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -112,6 +113,15 @@ class FakeRecorder : public ICRecorder {
   void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) override {
     Note("NotifyAdmin " + std::to_string(static_cast<int>(what)) + " " + strDbRemoteId);
   }
+  void BeginRing(int /*iDrvCh*/, BYTE* /*acRing*/, int /*iRingBytes*/) override {}
+  void EndRing(int /*iDrvCh*/) override {}
+  void HandOverAudio(int iDrvCh, int iOtherDrvCh) override {
+    if (rOnHandOver) rOnHandOver(iDrvCh, iOtherDrvCh);
+  }
+  long long SpokenBytes(int iDrvCh) override {
+    const auto itSpoken = rSpokenBytes.find(iDrvCh);
+    return itSpoken == rSpokenBytes.end() ? -1 : itSpoken->second;
+  }
   void KeepRing(std::unique_ptr<BYTE[]> acRing) override { vKeptRings.push_back(std::move(acRing)); }
   bool IsSpecial(const std::string& strSpecialName) override { return rSpecials.count(strSpecialName) > 0; }
   void NewLineHealth(int iChIx) override { Note("NewLineHealth " + std::to_string(iChIx)); }
@@ -126,6 +136,8 @@ class FakeRecorder : public ICRecorder {
   FakeDatabase rDatabase;
   std::vector<BaseChannel*> vChannels;  // not owned
   std::vector<std::unique_ptr<BYTE[]>> vKeptRings;
+  std::map<int, long long> rSpokenBytes;  // of driver channels; of none without
+  std::function<void(int iDrvCh, int iOtherDrvCh)> rOnHandOver;
   Texts astrCalls;
   std::string strPbxType;
   ECardType eCardType = CT_ATP;

@@ -146,6 +146,11 @@ class BaseChannelAudio : public CallBench {
     EXPECT_TRUE(rLine.TrySetSilencing(fSilent));
     (void)Log();
   }
+  // A piece that the taker has carried out of the ring.
+  void Taken(std::string strBytes, bool fOverrun = false) { Taken(strBytes, fOverrun, rLine); }
+  static void Taken(std::string strBytes, bool fOverrun, BaseChannel& rChannel) {
+    rChannel.TakenAudio(reinterpret_cast<BYTE*>(strBytes.data()), static_cast<int>(strBytes.size()), fOverrun);
+  }
   void HearOwn(const std::string& strBytes) { Hear(DRIVER_CH, strBytes); }
   void HearLinked(const std::string& strBytes) { Hear(LINKED_CH, strBytes); }
 
@@ -531,6 +536,47 @@ TEST_F(BaseChannelAudio, BuffersAreMadeOnce) {
   EXPECT_EQ(0, BytesOfNextCall());
 }
 
+TEST_F(BaseChannelAudio, SilenceCoversWhatIsSpokenWhileItIsOn) {
+  Record();
+  HearOwn("01234567");
+  rRecorder.rSpokenBytes[DRIVER_CH] = 11;  // of which nobody has heard yet
+  Silence(true);
+  HearOwn("89");
+  rRecorder.rSpokenBytes[DRIVER_CH] = 14;
+  Silence(false);
+  HearOwn("abcdefgh");
+  EXPECT_EQ(Wav(6, 1,
+                "0123456789a\xd5\xd5\xd5"
+                "efgh"),
+            HangUp());
+}
+
+TEST_F(BaseChannelAudio, SilenceOfAPairCoversEachSideWhereItWasSpoken) {
+  rRecorder.fStereo = true;
+  rLine.fStereoLine = true;
+  RecordPair();
+  rRecorder.rSpokenBytes = {{DRIVER_CH, 2}, {LINKED_CH, 5}};
+  Silence(true);
+  rRecorder.rSpokenBytes = {{DRIVER_CH, 3}, {LINKED_CH, 7}};
+  Silence(false);
+  HearOwn("01234567");
+  HearLinked("abcdefgh");
+  EXPECT_EQ(Wav(6, 2,
+                Interleaved("01\xd5"
+                            "34567",
+                            "abcde\xd5\xd5h")),
+            HangUp());
+}
+
+TEST_F(BaseChannelAudio, SilenceLeavesAloneWhatIsWrittenAlready) {
+  Record();
+  HearOwn("01234567");
+  rRecorder.rSpokenBytes[DRIVER_CH] = 3;
+  Silence(true);
+  HearOwn("89");
+  EXPECT_EQ(Wav(6, 1, "01234567\xd5\xd5"), HangUp());
+}
+
 TEST_F(BaseChannelAudio, NextRecordingIsNotSilenced) {
   Record();
   Silence(true);
@@ -616,6 +662,81 @@ TEST_F(BaseChannelAudio, RecordMemEventMakesNoAllocation) {
     }
     EXPECT_EQ(static_cast<std::size_t>(WAV_HEADER + 20480 * (rRow.fStereo ? 2 : 1)), HangUp().size());
   }
+}
+
+// -- from the taker ---------------------------------------------------------------------------------------------------
+
+TEST_F(BaseChannelAudio, TakenPiecesReachTheFile) {
+  Record();
+  Taken("abc");
+  Taken("defg");
+  EXPECT_EQ(NOTHING, Log());
+  EXPECT_EQ(Wav(6, 1, "abcdefg"), HangUp());
+}
+
+TEST_F(BaseChannelAudio, TakenPieceWithoutARecordingGoesNowhere) {
+  Taken("abc");
+  Record();
+  EXPECT_EQ(Wav(6, 1, ""), HangUp());
+  Taken("abc");
+}
+
+TEST_F(BaseChannelAudio, RecordingEndsBehindWhatIsHandedOver) {
+  RecordPair();
+  rRecorder.rOnHandOver = [this](int iDrvCh, int iOtherDrvCh) {
+    EXPECT_EQ(DRIVER_CH, iDrvCh);
+    EXPECT_EQ(LINKED_CH, iOtherDrvCh);
+    EXPECT_EQ(NOTHING, Cards());  // the card still records
+    Taken("abc");
+    Taken("ABC", /*fOverrun=*/false, rLinked);
+  };
+  EXPECT_EQ(Wav(6, 1, Mixed("abc", "ABC", /*fULaw=*/false)), HangUp());
+}
+
+TEST_F(BaseChannelAudio, LostPieceIsSilenceOfItsLengthAndToldOnceWithAllThatAreLostInARow) {
+  Record();
+  Taken("abc");
+  for (const int iBytes : {2048, 10, 5000}) rLine.LostAudio(iBytes);
+  EXPECT_EQ(NOTHING, Log());
+  Taken("def");
+  EXPECT_EQ((Texts{"3 [7] Audio of {0} lost, too much waits to be written: 7058 bytes are silence"}), Log());
+  Taken("ghi");
+  EXPECT_EQ(NOTHING, Log());
+  ExpectSame(Wav(6, 1, "abc" + std::string(7058, '\xd5') + "defghi"), HangUp());
+}
+
+TEST_F(BaseChannelAudio, LostEndOfARecordingIsTold) {
+  Record();
+  rLine.LostAudio(2048);
+  OnHook();
+  const Texts astrLog = Log();
+  EXPECT_EQ(1, std::count(astrLog.begin(), astrLog.end(),
+                          "3 [7] Audio of {0} lost, too much waits to be written: 2048 bytes are silence"));
+}
+
+TEST_F(BaseChannelAudio, SidesOfAPairStayLevelWhereOneIsLost) {
+  RecordPair();
+  rLinked.LostAudio(3);
+  Taken("abc");
+  Taken("DEF", /*fOverrun=*/false, rLinked);
+  Taken("def");
+  EXPECT_EQ((Texts{"3 [8] Audio of {1} lost, too much waits to be written: 3 bytes are silence"}), Log());
+  EXPECT_EQ(Wav(6, 1,
+                Mixed("abcdef",
+                      "\xd5\xd5\xd5"
+                      "DEF",
+                      /*fULaw=*/false)),
+            HangUp());
+}
+
+TEST_F(BaseChannelAudio, PieceThatCameTooLateIsWrittenAndToldOnceWithAllInARow) {
+  Record();
+  Taken("abc", /*fOverrun=*/true);
+  Taken("defg", /*fOverrun=*/true);
+  EXPECT_EQ(NOTHING, Log());
+  Taken("hi");
+  EXPECT_EQ((Texts{"4 [7] Audio of {0} taken too late: 7 bytes may be overwritten"}), Log());
+  EXPECT_EQ(Wav(6, 1, "abcdefghi"), HangUp());
 }
 
 // -- mixing -----------------------------------------------------------------------------------------------------------
