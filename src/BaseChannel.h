@@ -254,6 +254,11 @@ class BaseChannel {
   friend class OpenChannel;  // of the tests
 
   struct Verdict;  // whether a finished part is kept, and what its finishing needs to know
+  // What the rules of keeping have found of both sides; none before them.
+  struct Judged {
+    Contact rLocal;  // of the line, or of the local number
+    Contact rRemote;
+  };
   struct Parties;  // both sides of a call row
   // What a digit code can be set to do.
   struct DtmfRow {
@@ -430,7 +435,8 @@ class BaseChannel {
   Contact ConnectedNumContact(IDatabase* prDB) const;
   // The far party belongs to this site too.
   bool IsInternal(const Contact& rContactRemote) const;
-  Parties FindParties(IDatabase* prDB, bool fFinal) const;
+  Parties FindParties(IDatabase* prDB, bool fFinal, const Judged& rJudged) const;
+  void FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFinal, const Judged& rJudged);
   void FillPartColumns(StringMap* rCallInfo, const Parties& rParties, bool fFinal) const;
   void FillPartyColumns(StringMap* rCallInfo, const Parties& rParties) const;
   void FillConnectedColumns(StringMap* rCallInfo, IDatabase* prDB) const;

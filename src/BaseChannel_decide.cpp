@@ -113,8 +113,8 @@ void BaseChannel::ReadCustomLocal() {
 struct BaseChannel::Verdict {
   bool fKeep = false;
   bool fTooShort = false;
-  bool fDelay = false;    // kept for the time being: store on demand waits for a decision
-  Contact rContactLocal;  // for the mail to the local party
+  bool fDelay = false;  // kept for the time being: store on demand waits for a decision
+  Judged rJudged;
 };
 
 void BaseChannel::StopRecording(bool& fClearInfo) {
@@ -159,16 +159,16 @@ BaseChannel::Verdict BaseChannel::JudgeRecording() {
   }
   if (fDontRecord || fDontKeepThisPart) return rVerdict;
 
-  rVerdict.rContactLocal = QUseLocalNum() ? LocalNumContact(prDB) : LineContact(prDB);
-  const Contact rContactRemote = RemoteNumContact(prDB);
-  if (prRecorder->StoreOnDemand(rVerdict.rContactLocal, rContactRemote)) {
+  rVerdict.rJudged.rLocal = QUseLocalNum() ? LocalNumContact(prDB) : LineContact(prDB);
+  rVerdict.rJudged.rRemote = RemoteNumContact(prDB);
+  if (prRecorder->StoreOnDemand(rVerdict.rJudged.rLocal, rVerdict.rJudged.rRemote)) {
     if (!StoreOnDemandKeeps(rExtra, rVerdict.fDelay)) return rVerdict;
   }
   if (strRemoteNum.empty() && prDB->GetConfigInt("NotRecEmptyNum") != 0) {
     lg(LOG_NOTICE, "[%d] Empty remote number: not keeping", iChannel);
     return rVerdict;
   }
-  rVerdict.fKeep = DirectionKeeps(rContactRemote);
+  rVerdict.fKeep = DirectionKeeps(rVerdict.rJudged.rRemote);
   return rVerdict;
 }
 
@@ -204,7 +204,7 @@ void BaseChannel::QueueKeep(const Verdict& rVerdict) {
   if (iActiveCallID == -1) return;
   auto prAct = std::make_unique<AudioConvAct>();
   prAct->prDB = prRecorder->GetDatabaseHandle();
-  FillCallInfo(&prAct->rCallInfo, prAct->prDB, /*fFinal=*/true);
+  FillCallInfo(&prAct->rCallInfo, prAct->prDB, /*fFinal=*/true, rVerdict.rJudged);
   prAct->iActiveCallID = iActiveCallID;
   prAct->eRecEnc = prRecorder->eRecEnc;
   prAct->fStereo = fDoStereo;
@@ -212,7 +212,7 @@ void BaseChannel::QueueKeep(const Verdict& rVerdict) {
   prAct->strFullFilenameFinal = strFullFilenameFinal;
   prAct->strArchiveFilename = strArchiveFilename;
   prAct->fToEmail = fToEmail;
-  prAct->iEmailContactID = static_cast<int>(rVerdict.rContactLocal.iContactID);
+  prAct->iEmailContactID = static_cast<int>(rVerdict.rJudged.rLocal.iContactID);
   prAct->iDuration = iDuration;
   prAct->strCheckSumType = prRecorder->GetCheckSumType();
   prAct->fStoreOnDemandDelay = rVerdict.fDelay;

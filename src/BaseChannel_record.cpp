@@ -40,6 +40,15 @@ std::string CutName(const std::string& strName, std::size_t uiBytes) {
   return strName.substr(0, uiBytes);
 }
 
+// A row without its contact, or a contact without its row, is what a failed look-up leaves.
+bool IsLine(const Contact& rContact) {
+  return rContact.iLineID > 0 && rContact.iContactID > 0;
+}
+
+bool IsNumber(const Contact& rContact) {
+  return rContact.iCallerID > 0 && rContact.iContactID > 0;
+}
+
 // One party in the columns of a row: numbers in UTF-8, and the contact unless there is none.
 struct Side {
   std::string strNum;
@@ -130,11 +139,16 @@ struct BaseChannel::Parties {
   bool fInternal = false;
 };
 
-BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) const {
+// Asks only for what the rules of keeping have not found a moment ago.
+BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal, const Judged& rJudged) const {
   Parties rParties;
-  rParties.rLocalLine = LineContact(prDB);
+  rParties.rLocalLine = IsLine(rJudged.rLocal) ? rJudged.rLocal : LineContact(prDB);
   rParties.strDbRemoteNum = GetDbRemoteNum();
-  rParties.rRemote = fFinal ? RemoteNumContact(prDB) : KnownRemoteContact(prDB);
+  if (IsNumber(rJudged.rRemote)) {
+    rParties.rRemote = rJudged.rRemote;
+  } else {
+    rParties.rRemote = fFinal ? RemoteNumContact(prDB) : KnownRemoteContact(prDB);
+  }
   rParties.fInternal = IsInternal(rParties.rRemote);
   if (rParties.fInternal) {
     lg(LOG_NOTICE, "[%d] Other %s is also local: internal call", iChannel, rParties.strDbRemoteNum.c_str());
@@ -142,7 +156,7 @@ BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) cons
   rParties.fHaveLocal = QUseLocalNum();
   if (rParties.fHaveLocal) {
     rParties.strLocalNum = GetLocalNum();
-    rParties.rLocalNum = LocalNumContact(prDB);
+    rParties.rLocalNum = IsNumber(rJudged.rLocal) ? rJudged.rLocal : LocalNumContact(prDB);
     rParties.rLocalLine.iContactID = rParties.rLocalNum.iContactID;
   }
   return rParties;
@@ -151,7 +165,11 @@ BaseChannel::Parties BaseChannel::FindParties(IDatabase* prDB, bool fFinal) cons
 // -- columns of a call row --------------------------------------------------------------------------------------------
 
 void BaseChannel::FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFinal) {
-  const Parties rParties = FindParties(prDB, fFinal);
+  FillCallInfo(rCallInfo, prDB, fFinal, {});
+}
+
+void BaseChannel::FillCallInfo(StringMap* rCallInfo, IDatabase* prDB, bool fFinal, const Judged& rJudged) {
+  const Parties rParties = FindParties(prDB, fFinal, rJudged);
   iActiveContactLocal = static_cast<int>(rParties.rLocalLine.iContactID);
   FillPartColumns(rCallInfo, rParties, fFinal);
   FillPartyColumns(rCallInfo, rParties);

@@ -99,12 +99,35 @@ TEST_F(BaseChannelStop, KeptRecordingMovesItsRowToTheCalls) {
   EXPECT_THAT(Log(), ElementsAre("5 [7] Call stops", "5 [7] Recording stopped (12 s)"));
   EXPECT_THAT(Queries(), ElementsAre("GetActiveCallExtra 1", "GetConfigInt RecMinDur", "GetOrCreateLineContact 7 ''",
                                      "GetOrCreateCallerIDContact 0301234 remote ''", "GetConfigInt RecNotOutg",
-                                     "GetOrCreateLineContact 7 ''", "GetOrCreateCallerIDContact 0301234 remote ''",
                                      "GetActiveCallCarryOver 1", "DeleteActiveCall 1", "Add Calls 2"));
   EXPECT_EQ(Kept("duration"), "12");
   EXPECT_EQ(Kept("isarchived"), "1");
   EXPECT_EQ(ModeOf(strFile), 0777u);
   EXPECT_EQ(RemoteOfTheNextCall(), "");
+}
+
+TEST_F(BaseChannelStop, KeptRecordingOfALocalNumberAsksForItsLineBesides) {
+  (void)rLine.ChangeLocalNum("22");
+  CallerId("0301234");
+  (void)Talk(12);
+  OnHook();
+  EXPECT_THAT(Queries(), ElementsAre("GetOrCreateCallerIDContact 22 local ''",
+                                     "GetOrCreateCallerIDContact 0301234 remote ''", "GetOrCreateLineContact 7 ''",
+                                     "GetActiveCallCarryOver 1", "DeleteActiveCall 1", "Add Calls 2"));
+}
+
+TEST_F(BaseChannelStop, ContactWithoutItsNumberIsAskedForAgain) {
+  (void)rLine.ChangeLocalNum("22");
+  CallerId("0301234");
+  (void)Talk(12);
+  rDatabase.rNumbers["22"].iCallerID = -1;
+  rDatabase.rNumbers["0301234"].iCallerID = -1;
+  OnHook();
+  EXPECT_THAT(Queries(),
+              ElementsAre("GetOrCreateCallerIDContact 22 local ''", "GetOrCreateCallerIDContact 0301234 remote ''",
+                          "GetOrCreateLineContact 7 ''", "GetOrCreateCallerIDContact 0301234 remote ''",
+                          "GetOrCreateCallerIDContact 22 local ''", "GetActiveCallCarryOver 1", "DeleteActiveCall 1",
+                          "Add Calls 2"));
 }
 
 TEST_F(BaseChannelStop, ModeOfAKeptRecordingReachesNoFileThatTookItsName) {
@@ -388,7 +411,7 @@ TEST_F(BaseChannelKeep, StoreOnDemandIsAskedForBothParties) {
 
 TEST_F(BaseChannelKeep, ContactsAreAskedInUtf8AndMasked) {
   rRecorder.iMaskLastRemoteDigits = 1;
-  rRecorder.fStoreOnDemandAnswer = true;  // refuses, so that no call row asks for the contacts again
+  rRecorder.fStoreOnDemandAnswer = true;  // refuses, so that no call row asks for more
   (void)rLine.ChangeLocalNum("Zo\xeb");
   CallerId(
       "Andr\xe9"
