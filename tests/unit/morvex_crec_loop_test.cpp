@@ -574,6 +574,21 @@ TEST_F(LoopTest, StopGoesFromActionToActionWithoutAPause) {
   EXPECT_LT(rWatch.Seconds(), 30);  // a pause of a stopping pass after each would make 60
 }
 
+TEST_F(LoopTest, RefusedThreadLeavesAPlainLoop) {
+  const auto Run = [this] {
+    testtools::LimitThreads(0);
+    AtStart([this](CRecorder&) {
+      prChannel->rOnEvent = [](SSM_EVENT*) { fAppTerminate = true; };
+      Event(E_CHG_RcvDTMF);
+    });
+    (void)rBoot.RecorderUseBoardsLoop();
+    const bool fTold =
+        TakeLinesOf("3 No") == Texts({"3 No thread for the events of the cards: audio waits for all else"});
+    _exit(fTold && rDiary.Count("event 12") == 1 ? 0 : 1);
+  };
+  EXPECT_EXIT(Run(), testing::ExitedWithCode(0), "");
+}
+
 // -- plain loop -------------------------------------------------------------------------------------------------------
 
 // The main loop takes the events itself.
