@@ -28,6 +28,7 @@ void AddPacingNs(long long iNs) {
 
 TakingCost::TakingCost() : fMeasured(iTakes.fetch_add(1, std::memory_order_relaxed) % ONE_IN == 0) {
   if (!fMeasured) return;
+  (void)ThreadCpuNs();  // the first reading is slower than those behind it
   const long long iBeforeNs = ThreadCpuNs();
   iStartNs = ThreadCpuNs();
   iClockNs = iStartNs - iBeforeNs;
