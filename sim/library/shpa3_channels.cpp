@@ -52,7 +52,7 @@ int SsmRecToMem(int nCh, int nFormat, LPBYTE pBuf, DWORD dwBufSize, DWORD dwRese
   prChannel->rMem.nFormat = nFormat;
   prChannel->rMem.pBuf = pBuf;
   prChannel->rMem.dwSize = dwBufSize;
-  rCall.rState.Schedule(nCh, *prChannel);
+  rCall.rState.Begin(nCh, *prChannel);
   rCall.rState.Changed();
   return SSM_OK;
 }

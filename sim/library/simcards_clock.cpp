@@ -5,6 +5,7 @@
 // anew, say): its own iDue decides.
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 
 #include "simcards_state.h"
@@ -16,6 +17,11 @@ constexpr int LOOK_BYTES = 160;  // 20 ms at ordinary speed
 constexpr int MANY_LINES = 1000;
 constexpr int LOOK_BYTES_OF_MANY = 512;
 static_assert(LOOK_BYTES_OF_MANY < CLOCK_SLOTS, "what is due stands at most once round the wheel");
+
+// So few begin with the last look that the pacing thread took at any line: the sides of a pair are in step then. Where
+// there are more, each begins at its own moment, or whole groups would report at once for as long as they last.
+constexpr int LINES_IN_STEP = 100;
+static_assert(LOOK_BYTES + LOOK_BYTES_OF_MANY < CLOCK_SLOTS, "nor does a recording that begins now");
 
 bool HasWork(const Channel& rChannel) {
   return rChannel.rMem.fOn || rChannel.rFile.IsOpen() || rChannel.rSource.Playing();
@@ -34,6 +40,19 @@ void State::Schedule(int nCh, Channel& rChannel) {
   if (rChannel.rMem.fOn) iAhead = std::min(iAhead, NextReport(nCh, rChannel.rMem) - rChannel.rMem.iWritten);
   rChannel.iDue = rChannel.iClock + iAhead;
   SlotOf(rChannel.iDue).push_back(nCh);
+}
+
+void State::Begin(int nCh, Channel& rChannel) {
+  if (iBusyLines >= LINES_IN_STEP && !rChannel.rFile.IsOpen()) {
+    const auto rSinceBoot = std::chrono::steady_clock::now().time_since_epoch();
+    const long long iNow = rTime.MomentOf(std::chrono::nanoseconds(rSinceBoot).count());
+    const long long iBegin = std::clamp(iNow, iClock, iClock + LOOK_BYTES);
+    if (iBegin > rChannel.iClock) {
+      rChannel.rSource.Skip(iBegin - rChannel.iClock);
+      rChannel.iClock = iBegin;
+    }
+  }
+  Schedule(nCh, rChannel);
 }
 
 bool State::RunClock(long long iUntil, int iMost) {

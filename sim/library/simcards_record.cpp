@@ -86,7 +86,7 @@ long long State::NextReport(int nCh, MemRecording& rMem) const {
 
 void State::CatchUp(int nCh, Channel& rChannel) {
   const long long iBehind = iClock - rChannel.iClock;
-  if (iBehind == 0) return;
+  if (iBehind <= 0) return;  // a recording that has just begun may be ahead
   if (rChannel.rMem.fOn) AdvanceMem(*this, nCh, rChannel, static_cast<int>(iBehind));
   if (rChannel.rFile.IsOpen()) AdvanceFile(rChannel, static_cast<int>(iBehind));
   const bool fPlaying = rChannel.rSource.Playing();

@@ -89,6 +89,9 @@ struct CardTime {
   long long NsOf(long long iThen) const {
     return dByteNs > 0 ? iNs + std::llround(static_cast<double>(iThen - iAt) * dByteNs) : 0;
   }
+  long long MomentOf(long long iThenNs) const {
+    return dByteNs > 0 ? iAt + std::llround(static_cast<double>(iThenNs - iNs) / dByteNs) : iAt;
+  }
 };
 
 struct State {
@@ -154,6 +157,8 @@ struct State {
   // -- the cards' clock (simcards_clock.cpp) --------------------------------------------------------------------------
   // Enters the line for its next look, counted from where its sound was made up to; after each beginning.
   void Schedule(int nCh, Channel& rChannel);
+  // The same, for a recording into memory: decides at which moment it begins.
+  void Begin(int nCh, Channel& rChannel);
   // Runs the clock to iUntil and looks at each line that becomes due; false when it has looked at iMost lines before
   // it was there, so that others get the lock meanwhile.
   bool RunClock(long long iUntil, int iMost);

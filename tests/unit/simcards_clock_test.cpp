@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <limits>
 #include <vector>
 
@@ -115,6 +116,21 @@ TEST_F(SimClock, ManyLinesAreLookedAtInSlicesAndLoseNothing) {
     EXPECT_EQ(nCh, NextEvent().nReference);
   }
   EXPECT_EQ("", Events());
+}
+
+TEST_F(SimClock, FewLinesBeginInStepAndMoreOfThemAtTheirOwnMoments) {
+  Lines(101);
+  const auto rSinceBoot = std::chrono::steady_clock::now().time_since_epoch();
+  const long long iNowNs = std::chrono::nanoseconds(rSinceBoot).count();
+  rState.rTime = {rState.iClock, iNowNs - 10000000, 125000};  // the pacing thread has slept for 10 ms: 80 bytes
+  for (int nCh = 0; nCh < 101; nCh++) Start(nCh);
+  EXPECT_TRUE(Run(2048));
+  for (int nCh = 0; nCh < 100; nCh++) EXPECT_EQ(nCh, NextEvent().nReference);
+  EXPECT_TRUE(Run(79));
+  EXPECT_EQ("", Events());
+  EXPECT_TRUE(Run(81));  // a busy machine is late, but not by more than 20 ms
+  EXPECT_EQ("21 ref 100: 2048\n", Events());
+  EXPECT_EQ(2048, Counted(100));
 }
 
 TEST_F(SimClock, SettingThatChangesHoldsFromTheNextLookOn) {
