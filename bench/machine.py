@@ -233,22 +233,28 @@ class Program:
     def measure(self, seconds, during=None):
         """CPU and delays of so many seconds, or of what `during` does."""
         self.machine.watch.clear()
-        before, began = cpu_by_thread(self.process.pid), time.monotonic()
+        before, taking, began = cpu_by_thread(self.process.pid), self.taking_s(), time.monotonic()
         if during is not None:
             during()
         time.sleep(max(0, began + seconds - time.monotonic()))
         took = time.monotonic() - began
         delays = self.machine.watch.delays()
         cpu = difference(cpu_by_thread(self.process.pid), before)
+        taking = max(0, self.taking_s() - taking)  # an estimate from samples, which can shrink
         events = took * self.machine.events_per_s()
-        own = sum(spent for name, spent in cpu.items() if name != "cards")
+        own = sum(spent for name, spent in cpu.items() if name != "cards") - taking
         return {
             "seconds": round(took, 2),
             "cpu_percent": {name: round(100 * spent / took, 2) for name, spent in cpu.items()},
             "us_per_event": round(1e6 * own / events, 3),
+            "cards_us_per_event": round(1e6 * taking / events, 3),
             "delays": delays,
             "overruns": self.cards.overruns(),
         }
+
+    def taking_s(self):
+        """Seconds of CPU that the cards have had on the program's own threads."""
+        return float(re.search(r"taking=([0-9.]+)", self.cards.do("cost")[0])[1])
 
     def recorded(self):
         """Bytes that the cards have recorded of each driver channel, and the seconds that they have left out."""
