@@ -106,8 +106,9 @@ class BaseChannel {
 
   // -- a linked pair: one side calls the other by these, through the recorder -----------------------------------------
   void SetBaseChannel(int iBaseCh);
-  // On the linked channel: begins to feed the recording of driver channel iBaseRecCh.
-  void StartMixRecord(int iBaseRecCh);
+  // On the linked channel: begins to feed the recording of driver channel iBaseRecCh. False when the driver refuses, so
+  // that no audio will come.
+  bool StartMixRecord(int iBaseRecCh);
   // Ends it; when the driver refuses to stop, the link stays.
   void StopMixRecord();
   // Audio of the linked channel, on the base; overwritten with silence while the base is silenced.
@@ -325,6 +326,8 @@ class BaseChannel {
   void MixAdd(const BYTE* buf, int iLen, int iType);
   void MixMono(const BYTE* buf, int iLen, int iType);
   void WriteLevelSides();
+  void WriteOwnSide(const BYTE* buf, int iLen);
+  void WriteStereo(const BYTE* acOwn, const BYTE* acLinked, int iLen);
   const AudioLaw* prLaw = &LAW_A;  // of this recording
   bool fSilencing = false;         // set by TrySetSilencing
   SilentParts rOwnSilence;         // what of this channel's audio is to be silent
@@ -333,6 +336,8 @@ class BaseChannel {
   // Driver channel mixed into this recording; -1: none. It stays when the card names another partner, or none, in
   // mid-call: a side that has not started with the recording would hold back the audio of the other.
   int iMixedCh = -1;
+  // The side in iMixedCh has not started: this one does not wait for it. The stop is ordered from both all the same.
+  bool fOwnSideAlone = false;
   int iBaseRecCh = -1;    // driver channel whose recording this one feeds now; -1: none
   int iRecordOffset = 0;  // read position in acRecordBuf; a new recording sets it back
   int iRecordBufSize = 0;

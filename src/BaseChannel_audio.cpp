@@ -241,6 +241,10 @@ void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
     return;
   }
   if (acMixBuffer == nullptr) return;  // audio of a partner that this recording was not told of
+  if (fOwnSideAlone) {
+    if (iType == MIX_OWN) WriteOwnSide(buf, iLen);
+    return;
+  }
 
   if (fDoStereo) {
     BYTE* const acSide = iType == MIX_OWN ? acMixBuffer : acMixBuffer + MIX_SIDE_BYTES;
@@ -252,17 +256,30 @@ void BaseChannel::MixAdd(const BYTE* buf, int iLen, int iType) {
   if (iMixBufIx[0] == iMixBufIx[1]) WriteLevelSides();
 }
 
+void BaseChannel::WriteOwnSide(const BYTE* buf, int iLen) {
+  if (!fDoStereo) {
+    WriteBuf(buf, iLen);
+    return;
+  }
+  memset(acMixBuffer, prLaw->ucSilence, static_cast<std::size_t>(iLen));
+  WriteStereo(buf, acMixBuffer, iLen);
+}
+
 void BaseChannel::WriteLevelSides() {
   const int iLevel = iMixBufIx[0];
   if (fDoStereo) {
-    BYTE acPairs[2 * MIX_SIDE_BYTES];
-    InterleaveSamples(acPairs, acMixBuffer, acMixBuffer + MIX_SIDE_BYTES, static_cast<std::size_t>(iLevel));
-    WriteBuf(acPairs, 2 * iLevel);
+    WriteStereo(acMixBuffer, acMixBuffer + MIX_SIDE_BYTES, iLevel);
   } else {
     WriteBuf(acMixBuffer, iLevel);
   }
   iMixBufIx[0] = 0;
   iMixBufIx[1] = 0;
+}
+
+void BaseChannel::WriteStereo(const BYTE* acOwn, const BYTE* acLinked, int iLen) {
+  BYTE acPairs[2 * MIX_SIDE_BYTES];
+  InterleaveSamples(acPairs, acOwn, acLinked, static_cast<std::size_t>(iLen));
+  WriteBuf(acPairs, 2 * iLen);
 }
 
 void BaseChannel::MixMono(const BYTE* buf, int iLen, int iType) {
@@ -272,12 +289,13 @@ void BaseChannel::MixMono(const BYTE* buf, int iLen, int iType) {
   memcpy(acPlace + iOverlap, buf + iOverlap, static_cast<std::size_t>(iLen - iOverlap));
 }
 
-void BaseChannel::StartMixRecord(int iBaseDrvCh) {
+bool BaseChannel::StartMixRecord(int iBaseDrvCh) {
   iBaseRecCh = iBaseDrvCh;
   BasicRecordingPreparation();
   lg(LOG_NOTICE, "{%d} Mixing this channel to {%d}", iDrvCh, iBaseRecCh);
   iRecordOffset = 0;
-  (void)StartDriver();  // reports by itself; without it both sides stay silent, as neither comes level with the other
+  // A ring that the card still writes, since it has refused to stop, delivers as one that was started.
+  return StartDriver() || fCardMayWrite;
 }
 
 void BaseChannel::StopMixRecord() {

@@ -85,6 +85,7 @@ void BaseChannel::TryStartRecording() {
 void BaseChannel::StartRecording() {
   fRecording = true;
   iMixedCh = iLinkedCh;
+  fOwnSideAlone = false;
   lg(LOG_NOTICE, "[%d] Starting recording", iChannel);
   BasicRecordingPreparation();
   iEncoding = prRecorder->eRecEnc == RECENC_G711U ? ENCODING_ULAW : ENCODING_ALAW;
@@ -93,7 +94,7 @@ void BaseChannel::StartRecording() {
   OpenAudioFile();
   iRecordOffset = 0;
   if (!StartDriver()) return;  // the call goes on as a recording without audio, and its file is judged at the stop
-  if (iMixedCh != -1) prRecorder->MixIn(iChIx, iMixedCh);
+  fOwnSideAlone = iMixedCh != -1 && !prRecorder->MixIn(iChIx, iMixedCh);
   lg(LOG_NOTICE, "[%d] Recording to file %s", iChannel, strFullFilename.c_str());
 }
 

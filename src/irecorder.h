@@ -62,8 +62,8 @@ class ICRecorder {
   virtual bool IsInDelOnDmdList(const std::string& strNumber) = 0;
   virtual bool IsInRecOnDmdList(const std::string& strNumber) = 0;
   // The five pass-throughs to another channel ignore an index outside the table. The linked channel iSrcCh begins to
-  // feed the recording of the base iDstCh, and ends it.
-  virtual void MixIn(int iDstCh, int iSrcCh) = 0;
+  // feed the recording of the base iDstCh, and ends it; false when none of its audio will come.
+  virtual bool MixIn(int iDstCh, int iSrcCh) = 0;
   virtual void StopMixIn(int iSrcCh) = 0;
   // A piece of the linked channel's audio, to the base.
   virtual void MixAudio(int iBaseCh, BYTE* data, int size) = 0;

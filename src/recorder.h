@@ -84,7 +84,7 @@ class CRecorder : public ICRecorder {
   bool IsInNumberFilter(const std::string& strNumber) override;
   bool IsInDelOnDmdList(const std::string& strNumber) override;
   bool IsInRecOnDmdList(const std::string& strNumber) override;
-  void MixIn(int iDstCh, int iSrcCh) override;
+  bool MixIn(int iDstCh, int iSrcCh) override;
   void StopMixIn(int iSrcCh) override;
   void MixAudio(int iBaseCh, BYTE* data, int size) override;
   void LinkedChannel(int iBaseCh, int iLinkedCh) override;

@@ -140,8 +140,9 @@ void CRecorder::KeepRing(std::unique_ptr<BYTE[]> acRing) {
 
 // -- from channel to channel ------------------------------------------------------------------------------------------
 
-void CRecorder::MixIn(int iDstCh, int iSrcCh) {
-  if (BaseChannel* prChannel = ChannelAt(iSrcCh)) prChannel->StartMixRecord(iDstCh);
+bool CRecorder::MixIn(int iDstCh, int iSrcCh) {
+  BaseChannel* const prChannel = ChannelAt(iSrcCh);
+  return prChannel != nullptr && prChannel->StartMixRecord(iDstCh);
 }
 
 void CRecorder::StopMixIn(int iSrcCh) {

@@ -86,9 +86,10 @@ class FakeRecorder : public ICRecorder {
   std::string GetCheckSumType() override { return strCheckSumType; }
   int SilencingAct(const std::string&, bool) override { return ACT_UNKNOWN_CALL; }
   int RecOnDmdAct(const std::string&, bool) override { return ACT_UNKNOWN_CALL; }
-  void MixIn(int iDstCh, int iSrcCh) override {
+  bool MixIn(int iDstCh, int iSrcCh) override {
     Note("MixIn " + std::to_string(iDstCh) + " " + std::to_string(iSrcCh));
-    if (BaseChannel* prChannel = At(iSrcCh)) prChannel->StartMixRecord(iDstCh);
+    BaseChannel* const prChannel = At(iSrcCh);
+    return prChannel != nullptr && prChannel->StartMixRecord(iDstCh);
   }
   void StopMixIn(int iSrcCh) override {
     Note("StopMixIn " + std::to_string(iSrcCh));

@@ -209,7 +209,7 @@ TEST_F(BaseChannelAudio, LawFollowsTheEncoding) {
     rRecorder.eRecEnc = rRow.eRecEnc;
     OffHook();
     EXPECT_EQ((Texts{"SsmRecToMem(0," + std::to_string(rRow.uiTag) + ",4096,0)"}), Cards());
-    rRecorder.MixIn(DRIVER_CH, LINKED_CH);
+    EXPECT_TRUE(rRecorder.MixIn(DRIVER_CH, LINKED_CH));
     EXPECT_EQ((Texts{"SsmRecToMem(1," + std::to_string(rRow.uiTag) + ",4096,0)"}), Cards());
     Silence(true);
     HearOwn("abc");
@@ -895,7 +895,7 @@ TEST_F(BaseChannelAudio, LinkedChannelFeedsTheBaseAndNotAFileOfItsOwn) {
 // -- linked side ------------------------------------------------------------------------------------------------------
 
 TEST_F(BaseChannelAudio, MixRecordIsToldAndDrivesTheCard) {
-  rRecorder.MixIn(3, LINKED_CH);
+  EXPECT_TRUE(rRecorder.MixIn(3, LINKED_CH));
   EXPECT_EQ((Texts{"5 {1} Mixing this channel to {3}"}), Log());
   EXPECT_EQ((Texts{"SsmRecToMem(1,6,4096,0)"}), Cards());
   rRecorder.StopMixIn(LINKED_CH);
@@ -928,10 +928,76 @@ TEST_F(BaseChannelAudio, RecordingWithoutALinkKnowsNoneBeforeIt) {
   EXPECT_EQ(Wav(6, 1, "new"), HangUp());
 }
 
+TEST_F(BaseChannelAudio, LinkedSideThatDoesNotStartLeavesTheOtherOneHeard) {
+  struct Row {
+    const char* acLabel;
+    ERecEncodings eRecEnc;
+    bool fStereo;
+    BYTE ucSilence;
+  };
+  const Row rRows[] = {{"mono", RECENC_G711A, false, 0},
+                       {"mono in mu-law", RECENC_G711U, false, 0},
+                       {"stereo", RECENC_G711A, true, 0xd5},
+                       {"stereo in mu-law", RECENC_G711U, true, 0xff}};
+  BYTE acForeign[RING] = {};
+  rLine.fStereoLine = true;
+  rLine.LinkWith(LINKED_CH);
+  for (const Row& rRow : rRows) {
+    SCOPED_TRACE(rRow.acLabel);
+    rRecorder.eRecEnc = rRow.eRecEnc;
+    rRecorder.fStereo = rRow.fStereo;
+    ASSERT_EQ(SSM_OK, SsmRecToMem(LINKED_CH, SSM_FORMAT_ALAW, acForeign, RING, 0));  // somebody else has it
+    OffHook();
+    const Texts astrLog = Log();
+    EXPECT_EQ((Texts{"5 [7] Starting recording", "5 {1} Mixing this channel to {0}",
+                     "3 Error in SsmRecToMem: SsmRecToMem: channel 1 is being recorded"}),
+              Texts(astrLog.end() - 4, astrLog.end() - 1));
+    ForgetTraces();
+    const std::string strOwn = Noise(10000, 51);
+    for (std::size_t i = 0; i < strOwn.size(); i += 1999) HearOwn(strOwn.substr(i, 1999));
+    HearLinked("none of it is ours");
+    OnHook();
+    EXPECT_EQ((Texts{"SsmStopRecToMem(1)", "SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), Cards());  // as any pair
+    EXPECT_THAT(Orders(), ::testing::Contains("StopMixIn 1"));
+    const Texts astrStop = Log();
+    EXPECT_EQ((Texts{"5 [7] Call stops", "5 [7] Recording stopped (0 s)"}),
+              Texts(astrStop.begin(), astrStop.begin() + 2));
+    const std::string strFile = ReadTestFile("/recordings/" + Kept("directory") + "/" + Kept("filename"));
+    const unsigned uiTag = rRow.eRecEnc == RECENC_G711U ? 7 : 6;
+    const std::string strSilence(strOwn.size(), static_cast<char>(rRow.ucSilence));
+    ExpectSame(rRow.fStereo ? Wav(uiTag, 2, Interleaved(strOwn, strSilence)) : Wav(uiTag, 1, strOwn), strFile);
+  }
+  RecordPair();  // the card has been stopped, and both are there again
+  HearOwn("own");
+  HearLinked("far");
+  EXPECT_EQ(Wav(7, 2, Interleaved("own", "far")), HangUp());
+}
+
+TEST_F(BaseChannelAudio, LinkedSideThatDoesNotExistLeavesTheOtherOneHeard) {
+  rLine.LinkWith(3);
+  Record();
+  HearOwn("own");
+  OnHook();
+  EXPECT_EQ((Texts{"SsmStopRecToMem(0)", "SsmClearCallerId(0)"}), Cards());
+  EXPECT_EQ(Wav(6, 1, "own"), ReadTestFile(FILE_1));
+}
+
+TEST_F(BaseChannelAudio, LinkedSideThatTheCardHasGoneOnWithIsHeardToo) {
+  RecordPair();
+  simcards::FailNext("SsmStopRecToMem", 1, -1, "no such channel");  // the linked side goes on
+  OnHook();
+  OffHook();
+  EXPECT_THAT(Log(), ::testing::Contains("3 Error in SsmRecToMem: SsmRecToMem: channel 1 is being recorded"));
+  HearOwn("own");
+  HearLinked("far");
+  const std::string strName = "/recordings/" + Active("directory") + "/" + Active("filename");
+  EXPECT_EQ(Wav(6, 1, 0, Mixed("own", "far", false)), ReadTestFile(strName));
+}
+
 TEST_F(BaseChannelAudio, LinkHoldsUntilTheDriverHasStopped) {
   const Texts FED = {"4 [7] Mixing buffer too small 0,0"};  // the base, which does not record, has no room
   simcards::FailNext("SsmRecToMem", 1, -1, "channel busy");
-  rRecorder.MixIn(DRIVER_CH, LINKED_CH);
+  EXPECT_FALSE(rRecorder.MixIn(DRIVER_CH, LINKED_CH));
   EXPECT_EQ((Texts{"5 {1} Mixing this channel to {0}", "3 Error in SsmRecToMem: channel busy"}), Log());
   Send(rLinked, E_PROC_RecordMem, 3);
   EXPECT_EQ(FED, Log());
@@ -940,7 +1006,7 @@ TEST_F(BaseChannelAudio, LinkHoldsUntilTheDriverHasStopped) {
   EXPECT_EQ((Texts{"3 Error in SsmStopRecMem: not recording"}), Log());
   Send(rLinked, E_PROC_RecordMem, 6);
   EXPECT_EQ(FED, Log());
-  rRecorder.MixIn(DRIVER_CH, LINKED_CH);
+  EXPECT_TRUE(rRecorder.MixIn(DRIVER_CH, LINKED_CH));
   rRecorder.StopMixIn(LINKED_CH);
   (void)Log();
   Send(rLinked, E_PROC_RecordMem, 9);

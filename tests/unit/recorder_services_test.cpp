@@ -238,11 +238,16 @@ TEST_F(ServicesTest, NumberIsInAListOnlyAsAWholeItem) {
 // -- from channel to channel ------------------------------------------------------------------------------------------
 
 TEST_F(ServicesTest, MixingIsPassedToTheSource) {
-  rRecorder.MixIn(0, 2);
+  EXPECT_TRUE(rRecorder.MixIn(0, 2));
   EXPECT_EQ(Ch(2).iBaseRecCh, 0);
   EXPECT_EQ(Ch(0).iBaseRecCh, -1);
   rRecorder.StopMixIn(2);
   EXPECT_EQ(Ch(2).iBaseRecCh, -1);
+}
+
+TEST_F(ServicesTest, SourceThatTheDriverRefusesIsToldToTheBase) {
+  simcards::FailNext("SsmRecToMem", 1, -1, "channel busy");
+  EXPECT_FALSE(rRecorder.MixIn(0, 2));
 }
 
 TEST_F(ServicesTest, AudioIsPassedToTheBase) {
@@ -269,7 +274,7 @@ TEST_F(ServicesTest, DigitIsPassedToTheBase) {
 TEST_F(ServicesTest, ChannelOutsideTheTableIsIgnored) {
   BYTE acAudio[1] = {};
   for (const int iOutside : {-1, 3, 1000, -1000}) {
-    rRecorder.MixIn(0, iOutside);
+    EXPECT_FALSE(rRecorder.MixIn(0, iOutside));
     rRecorder.StopMixIn(iOutside);
     rRecorder.MixAudio(iOutside, acAudio, 1);
     rRecorder.LinkedChannel(0, iOutside);
@@ -277,7 +282,7 @@ TEST_F(ServicesTest, ChannelOutsideTheTableIsIgnored) {
   }
   EXPECT_THAT(logsink::TakeTexts(), IsEmpty());
   EXPECT_THAT(simcards::TakeCalls(), IsEmpty());
-  rRecorder.MixIn(-1, 1);  // only the source is looked at
+  EXPECT_TRUE(rRecorder.MixIn(-1, 1));  // only the source is looked at
   EXPECT_EQ(simcards::TakeCalls().size(), 1U);
 }
 
