@@ -310,10 +310,7 @@ void BaseChannel::WriteBuf(const BYTE* buf, int len) {
 
   const std::size_t uiLen = static_cast<std::size_t>(len);
   if (!WriteAll(hAudioFile, buf, uiLen)) LogCapiError(WRITE_RECORDING);
-  if (prRecorder->fMonitoring && hRawFile != nullptr) {
-    if (!WriteAll(hRawFile, buf, uiLen)) LogCapiError(WRITE_MONITORING);
-    (void)fflush(hRawFile);
-  }
+  if (prRecorder->fMonitoring && hRawFile != nullptr && !WriteAll(hRawFile, buf, uiLen)) LogCapiError(WRITE_MONITORING);
   // Counted after a failed write as well, so that the lengths stay true to the call. Unsigned, since an endless call on
   // a line that is always recorded passes 2 GB in three days.
   iRecordByteCnt = static_cast<int>(static_cast<DWORD>(iRecordByteCnt) + static_cast<DWORD>(len));
@@ -382,7 +379,6 @@ void BaseChannel::CloseRawFile() {
 void BaseChannel::OnRecordingData(const void* pData, unsigned int uiLen) {
   if (hRawFile == nullptr) return;
   (void)WriteAll(hRawFile, pData, uiLen);  // nothing reaches this entry in normal running, so it has no report
-  (void)fflush(hRawFile);
 }
 
 void RecordingCallBack(int /*iCh*/, unsigned char* buf, unsigned int len, void* pUser) {
