@@ -26,6 +26,7 @@ NO_CALL = "20240131_142305_007_42"
 def started(daemon):
     """The main thread has done what was queued at the start: an order behind that would wait longer than it may, and its
     late completion would answer the next one. Nobody waits for "reconfig", so it leaves no completion behind."""
+    daemon.wait_orders()
     daemon.wait_line("signal => sysinfo")
 
     def is_answered_in_time():
