@@ -1,4 +1,5 @@
-// All lines are made under one lock, so that they speak of the same moment. cardsim makes JSON of them by cutting at
+// The facts are taken under one lock, so that they speak of the same moment, and made into text behind it: the text of
+// thousands of channels takes longer than audio can wait. cardsim makes JSON of them by cutting at
 // blanks and at "=", so whatever is added needs a name, and a value without blanks; docs/simulator.md tells the names.
 
 #include "simcards_status.h"
@@ -38,12 +39,31 @@ std::string WholeLine(const State& rState) {
          " " + acNumbers;
 }
 
-std::string ChannelLine(int nCh, const Channel& rChannel) {
-  return Field("ch", nCh) + " " + Field("board", rChannel.iBoardId) + " " + Field("board_ch", rChannel.iBoardCh) +
-         " type=" + TypeName(rChannel.iType) + " " + Field("state", rChannel.iState) + " " +
-         Field("voltage", rChannel.iVoltage) + " " + Field("recording", rChannel.rMem.fOn ? 1 : 0) + " " +
-         Field("recorded", rChannel.rMem.iWritten) + " " + Field("tracing", rChannel.rFile.IsOpen() ? 1 : 0) +
-         " plays=" + rChannel.rSource.Name();
+struct ChannelFacts {
+  explicit ChannelFacts(const Channel& rChannel)
+      : iBoardId(rChannel.iBoardId),
+        iBoardCh(rChannel.iBoardCh),
+        iType(rChannel.iType),
+        iState(rChannel.iState),
+        iVoltage(rChannel.iVoltage),
+        fRecording(rChannel.rMem.fOn),
+        iRecorded(rChannel.rMem.iWritten),
+        fTracing(rChannel.rFile.IsOpen()),
+        acPlays(rChannel.rSource.Name()) {}
+
+  int iBoardId, iBoardCh, iType, iState, iVoltage;
+  bool fRecording;
+  long long iRecorded;
+  bool fTracing;
+  const char* acPlays;
+};
+
+std::string ChannelLine(int nCh, const ChannelFacts& rFacts) {
+  return Field("ch", nCh) + " " + Field("board", rFacts.iBoardId) + " " + Field("board_ch", rFacts.iBoardCh) +
+         " type=" + TypeName(rFacts.iType) + " " + Field("state", rFacts.iState) + " " +
+         Field("voltage", rFacts.iVoltage) + " " + Field("recording", rFacts.fRecording ? 1 : 0) + " " +
+         Field("recorded", rFacts.iRecorded) + " " + Field("tracing", rFacts.fTracing ? 1 : 0) +
+         " plays=" + rFacts.acPlays;
 }
 
 std::string CircuitLine(int nCic, const Circuit& rCircuit) {
@@ -59,15 +79,19 @@ std::string FaultLine(const std::string& strOperation, const Fault& rFault) {
 
 std::vector<std::string> StatusLines() {
   State& rState = TheState();
-  const std::lock_guard<std::mutex> rGuard(rState.rMutex);
+  std::vector<ChannelFacts> vFacts;
+  std::vector<std::string> vEnd;
+  std::unique_lock<std::mutex> rLock(rState.rMutex);
   std::vector<std::string> vLines = {WholeLine(rState)};
-  for (std::size_t i = 0; i < rState.vChannels.size(); i++) {
-    vLines.push_back(ChannelLine(static_cast<int>(i), *rState.vChannels[i]));
-  }
+  vFacts.reserve(rState.vChannels.size());
+  for (const std::unique_ptr<Channel>& prChannel : rState.vChannels) vFacts.emplace_back(*prChannel);
   for (const auto& [nCic, rCircuit] : rState.rCircuits) {
-    if (rCircuit.iState != S_SPY_STANDBY) vLines.push_back(CircuitLine(nCic, rCircuit));
+    if (rCircuit.iState != S_SPY_STANDBY) vEnd.push_back(CircuitLine(nCic, rCircuit));
   }
-  for (const auto& [strOperation, rFault] : rState.rFaults) vLines.push_back(FaultLine(strOperation, rFault));
+  for (const auto& [strOperation, rFault] : rState.rFaults) vEnd.push_back(FaultLine(strOperation, rFault));
+  rLock.unlock();
+  for (std::size_t i = 0; i < vFacts.size(); i++) vLines.push_back(ChannelLine(static_cast<int>(i), vFacts[i]));
+  vLines.insert(vLines.end(), vEnd.begin(), vEnd.end());
   return vLines;
 }
 
