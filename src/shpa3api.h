@@ -1,8 +1,9 @@
 // shpa3api: the binary interface of the card maker's library libshpa3.so, as far as this daemon calls it.
 // Written from the description of the interface, not taken from the maker's own header: only the operations, records
 // and codes that the daemon uses, with sizes and offsets proven below.
-// Threads:   every operation is called on the main thread; the library calls LPFNDSTRECRAWDATA and the DTR callback
-//            on threads of its own, and only while a bit-stream trace runs.
+// Threads:   SsmWaitForEventA is called on the taker and every other operation on the main thread, SsmGetLastErrMsg on
+//            both, at the same time; the library calls LPFNDSTRECRAWDATA and the DTR callback on threads of its own,
+//            and only while a bit-stream trace runs.
 // Channels:  "nCh" is a driver channel (0 to SsmGetMaxCh() - 1); "nCic" is a circuit number, which only trunks have.
 // Errors:    0 is success and any other value failure, unless said otherwise; SsmGetLastErrMsg has the text.
 #pragma once
