@@ -158,7 +158,7 @@ def call_with_full_server(bench):
 
 
 NO_SERVER = 'DB connect error {n} connection to server on socket "/var/run/postgresql/.s.PGSQL.5432" failed: {text}'
-SLOW = "Event handling took: {n}.{n} s"
+SLOW = "Event handling took: {n}.{n} s, the loop is {n}.{n} s behind"
 ROWS = [
     Row("server stopped during a whole call", stopped, [NO_SERVER], story=call_without_row),
     Row(

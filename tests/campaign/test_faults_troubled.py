@@ -88,7 +88,7 @@ def read_only_to_the_end(bench):
 def slow_handlers(bench, mark):
     """How many seconds the handling of an event, or a second's turn, took, where that was long."""
     log = "\n".join(bench.daemon.log_after(mark))
-    return re.findall(r"^(?:Event handling|Periodic) took: ([\d.]+) s$", log, re.MULTILINE)
+    return re.findall(r"^(?:Event handling|Periodic) took: ([\d.]+) s, ", log, re.MULTILINE)
 
 
 def hangs_in_mid_call(bench):
