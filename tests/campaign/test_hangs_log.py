@@ -1,4 +1,4 @@
-"""The daemon as a service, with a log daemon that stops reading: how long it waits, and what is lost meanwhile."""
+"""The daemon as a service, with a log daemon that stops reading: it waits as long, and loses no audio meanwhile."""
 
 import socket
 import threading
