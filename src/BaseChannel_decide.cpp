@@ -121,7 +121,7 @@ struct BaseChannel::Verdict {
 void BaseChannel::StopRecording(bool& fClearInfo) {
   if (!fRecording) return;
   fRecording = false;
-  prRecorder->HandOverAudio(iDrvCh, iMixedCh);
+  prRecorder->HandOverAudio(iDrvCh, iMixedCh, /*fCallGoesOn=*/fCallBusy);
   if (iMixedCh != -1) prRecorder->StopMixIn(iMixedCh);
   if (!StopDriver()) {
     ClearInfo();  // no decision: the card may still be writing, so the file stays; the row goes in FinalizeRecording

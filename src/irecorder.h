@@ -83,9 +83,10 @@ class ICRecorder {
   virtual void BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) = 0;
   virtual void EndRing(int iDrvCh) = 0;
   // Hands the channels the audio that the card has reported of them up to now, before a recording of both ends; -1: no
-  // such channel. Nothing while an event is handled: what is reported behind that one comes after the end.
-  virtual void HandOverAudio(int iDrvCh, int iOtherDrvCh) = 0;
-  // How many bytes of its recording a driver channel has heard up to now; -1: nobody can tell.
+  // such channel. Nothing where an event ends the call: what is reported behind that one comes after the end.
+  virtual void HandOverAudio(int iDrvCh, int iOtherDrvCh, bool fCallGoesOn) = 0;
+  // How many bytes of its recording a driver channel has heard up to now, or to the event that is being handled; -1:
+  // nobody can tell.
   virtual long long SpokenBytes(int iDrvCh) = 0;
   // Takes over a ring buffer of a channel that goes while the card may still write it, until the card library is
   // closed.

@@ -25,6 +25,7 @@
 #include <cstring>
 #include <ctime>
 #include <optional>
+#include <string>
 
 #include "bgact.h"
 #include "bgact_tracker.h"
@@ -131,7 +132,9 @@ struct MainLoop {
 
   void HandleTaken(TakenEvent& rTaken) {
     if (rTaken.eKind == TAKEN_ERROR) {
-      lg(LOG_ERR, "Error in %s: %s", "SsmWaitForEventA", reinterpret_cast<const char*>(rTaken.prBlock->acBytes));
+      for (long long i = 0; i <= rTaken.iMoreErrors; i++) {
+        lg(LOG_ERR, "Error in %s: %s", "SsmWaitForEventA", reinterpret_cast<const char*>(rTaken.prBlock->acBytes));
+      }
       return;
     }
     const StopWatch rWatch;
@@ -184,6 +187,8 @@ struct MainLoop {
 };
 
 void RunLoop(TRecorderBoot& rBoot, CRecorder& rRecorder) {
+  const std::string strFigures = rRecorder.GetDataDir() + LOOP_FIGURES_FILE;
+  DeleteOrTell(strFigures);  // of a process that has left it
   std::optional<Taker> rTaker;
   if (!IsPlainLoopWanted()) {
     rTaker.emplace(rBoot, TakerLimitBytes(static_cast<int>(rRecorder.vChannels.size())));
@@ -196,7 +201,7 @@ void RunLoop(TRecorderBoot& rBoot, CRecorder& rRecorder) {
   MainLoop rLoop{rBoot, rRecorder, rRecorder.prTaker};
   rLoop.Run();
   rRecorder.prTaker = nullptr;
-  DeleteOrTell(rRecorder.GetDataDir() + LOOP_FIGURES_FILE);
+  DeleteOrTell(strFigures);
 }
 
 }  // namespace

@@ -67,6 +67,7 @@ void CRecorder::HandleTaken(TakenEvent& rTaken) {
     return;
   }
   fHandlesEvent = true;
+  iEventNs = rTaken.iTakenNs;
   HandleEvent(&rTaken.rEvent);
   fHandlesEvent = false;
 }
@@ -82,8 +83,8 @@ void CRecorder::HandleAudio(TakenEvent& rTaken) {
 }
 
 // In the order of the card for both, as neither side of a pair may come far ahead of the other.
-void CRecorder::HandOverAudio(int iDrvCh, int iOtherDrvCh) {
-  if (prTaker == nullptr || fHandlesEvent) return;
+void CRecorder::HandOverAudio(int iDrvCh, int iOtherDrvCh, bool fCallGoesOn) {
+  if (prTaker == nullptr || (fHandlesEvent && !fCallGoesOn)) return;
   prTaker->TakeAudioOf(iDrvCh, iOtherDrvCh, [this](TakenEvent& rTaken) { HandleAudio(rTaken); });
 }
 

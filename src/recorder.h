@@ -9,6 +9,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -77,7 +78,7 @@ class CRecorder : public ICRecorder {
   std::string GetCheckSumType() override;
   void BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) override;
   void EndRing(int iDrvCh) override;
-  void HandOverAudio(int iDrvCh, int iOtherDrvCh) override;
+  void HandOverAudio(int iDrvCh, int iOtherDrvCh, bool fCallGoesOn) override;
   long long SpokenBytes(int iDrvCh) override;
   void KeepRing(std::unique_ptr<BYTE[]> acRing) override;
   void NotifyAdmin(ENotifyType what, const std::string& strDbRemoteId) override;
@@ -141,5 +142,6 @@ class CRecorder : public ICRecorder {
   int ChLocalSwapped(const std::string& strLocalPhoneNumber, const std::string& strRemotePhoneNumber, bool stopstart);
 
   bool fHandlesEvent = false;
-  StdFile hLineStatusFile;  // left open by a short write, until the next one
+  std::int64_t iEventNs = 0;  // when that was taken
+  StdFile hLineStatusFile;    // left open by a short write, until the next one
 };

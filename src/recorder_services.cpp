@@ -131,7 +131,8 @@ void CRecorder::EndRing(int iDrvCh) {
 }
 
 long long CRecorder::SpokenBytes(int iDrvCh) {
-  return prTaker != nullptr ? prTaker->SpokenBytes(iDrvCh) : -1;
+  if (prTaker == nullptr) return -1;
+  return fHandlesEvent ? prTaker->SpokenBytes(iDrvCh, iEventNs) : prTaker->SpokenBytes(iDrvCh);
 }
 
 void CRecorder::KeepRing(std::unique_ptr<BYTE[]> acRing) {

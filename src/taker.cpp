@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstring>
 #include <iterator>
-#include <new>
 #include <random>
 #include <utility>
 
@@ -28,6 +27,8 @@ constexpr std::size_t EVENTS_A_BLOCK = 4;
 constexpr int SLEEP_MS = 200;
 constexpr int SLEEP_BESIDE_AUDIO_MS = 10;
 constexpr double NS_A_SECOND = 1e9;
+constexpr std::chrono::milliseconds ERROR_PAUSE{100};  // far below what a ring holds
+constexpr std::size_t BLOCKS_BEFORE_GIVEN_BACK = 256;
 
 std::size_t BlocksOf(long long iBytes) {
   return static_cast<std::size_t>(iBytes / TAKEN_BLOCK_BYTES);
@@ -115,13 +116,16 @@ void Taker::Run() {
 // False: it is to stop.
 bool Taker::MayGoOn() {
   MutexLock rLock(rMutex);
-  while (!fStopping && (fResting || fErrorWaits || IsFull())) {
+  if (fErrorWaits && !fResting && !fStopping) {
+    (void)rChanged.WaitUntil(rLock, std::chrono::steady_clock::now() + ERROR_PAUSE);
+  }
+  while (!fStopping && (fResting || IsFull())) {
     fAtRest = true;
     rChanged.NotifyAll();
     rChanged.Wait(rLock);
   }
   fAtRest = fStopping;
-  fHold = fStopping;
+  fHold = fStopping || fErrorWaits;
   return !fStopping;
 }
 
@@ -155,44 +159,50 @@ void Taker::TakeOne() {
     TakeReport(rEvent, MonotonicNs());
     return;  // the loop does not wake for it
   } else {
-    HandOn(rEvent, MonotonicNs());
+    HandOn(rEvent, acBuffer, MonotonicNs());
   }
   rMainQueue.Ring();
 }
 
-void Taker::HandOn(const SSM_EVENT& rEvent, std::int64_t iNowNs) {
+void Taker::HandOn(const SSM_EVENT& rEvent, const char* acBuffer, std::int64_t iNowNs) {
   TakenEvent rTakenEvent;
   rTakenEvent.rEvent = rEvent;
   rTakenEvent.rEvent.pvBuffer = nullptr;
   rTakenEvent.iTakenNs = iNowNs;
   if (rEvent.pvBuffer != nullptr && rEvent.dwDataLength > 0) {
-    const std::size_t iLength = std::min<std::size_t>(rEvent.dwDataLength, TAKEN_BLOCK_BYTES);
-    rTakenEvent.prBlock = std::make_unique<TakenBlock>();  // what a call consists of has its memory always
+    const std::size_t iRoom = rEvent.pvBuffer == acBuffer ? EVENT_BUFFER_BYTES : TAKEN_BLOCK_BYTES;
+    const std::size_t iLength = std::min<std::size_t>(rEvent.dwDataLength, iRoom);
+    {
+      const MutexLock rLock(rMutex);
+      rTakenEvent.prBlock = SpareOrNewBlock();
+    }
     memcpy(rTakenEvent.prBlock->acBytes, rEvent.pvBuffer, iLength);
     rTakenEvent.rEvent.pvBuffer = rTakenEvent.prBlock->acBytes;
     rTakenEvent.rEvent.dwDataLength = static_cast<DWORD>(iLength);
   }
   const MutexLock rLock(rMutex);
-  if (rTakenEvent.prBlock != nullptr) iBlocks++;
   rTaken.push_back(std::move(rTakenEvent));
   if (IsFull()) fHold = true;
 }
 
-// The driver is asked again when the main loop has told of its failure: one that fails at once would fill the memory.
+// One failure waits for the main loop at a time, with the number of those that follow: a driver that fails at once
+// would fill the memory. It is asked again meanwhile, now and then: see MayGoOn.
 void Taker::HandOnError() {
-  TakenEvent rTakenEvent;
-  rTakenEvent.eKind = TAKEN_ERROR;
-  rTakenEvent.iTakenNs = MonotonicNs();
-  rTakenEvent.prBlock = std::make_unique<TakenBlock>();
-  static_assert(SSM_ERR_MSG_BYTES <= TAKEN_BLOCK_BYTES);
-  char* const acText = reinterpret_cast<char*>(rTakenEvent.prBlock->acBytes);
+  char acText[SSM_ERR_MSG_BYTES];
   SsmGetLastErrMsg(acText);
   acText[SSM_ERR_MSG_BYTES - 1] = '\0';  // a text that fills the buffer may come without its end
   const MutexLock rLock(rMutex);
-  iBlocks++;
-  rTaken.push_back(std::move(rTakenEvent));
-  fErrorWaits = true;
   fHold = true;
+  if (std::exchange(fErrorWaits, true)) {
+    iMoreErrors++;
+    return;
+  }
+  TakenEvent& rError = rTaken.emplace_back();
+  rError.eKind = TAKEN_ERROR;
+  rError.iTakenNs = MonotonicNs();
+  rError.prBlock = SpareOrNewBlock();
+  static_assert(SSM_ERR_MSG_BYTES <= TAKEN_BLOCK_BYTES);
+  memcpy(rError.prBlock->acBytes, acText, SSM_ERR_MSG_BYTES);
 }
 
 // -- out of the ring --------------------------------------------------------------------------------------------------
@@ -203,9 +213,8 @@ void Taker::TakeReport(const SSM_EVENT& rEvent, std::int64_t iNowNs) {
   if (iDrvCh < 0 || static_cast<std::size_t>(iDrvCh) >= vRings.size()) return;
   Ring& rRing = vRings[static_cast<std::size_t>(iDrvCh)];
   const int iPos = static_cast<int>(rEvent.dwParam);
-  // No recording, no place in the ring, or nothing new there.
-  if (rRing.acBytes == nullptr || iPos < 0 || iPos > rRing.iBytes || IsPainted(rRing, iPos)) return;
-
+  if (rRing.acBytes == nullptr || iPos < 0 || iPos > rRing.iBytes) return;  // no recording, or no place in its ring
+  if (!rRing.fOverrun && IsPainted(rRing, iPos)) return;                    // the recording before
   TakenEvent rReport;
   rReport.eKind = TAKEN_AUDIO;
   rReport.rEvent = rEvent;
@@ -222,16 +231,16 @@ void Taker::TakeReport(const SSM_EVENT& rEvent, std::int64_t iNowNs) {
 
   // Only now, as the card may have come round during the copy.
   std::atomic_thread_fence(std::memory_order_seq_cst);
-  const bool fOverrun =
-      !IsPainted(rRing, iStart) && !(rRing.fOverrun && HasBeenSpokenSince(rRing, iLength / 2, iNowNs));
+  const bool fOverrun = !IsPainted(rRing, iStart);
   if (fOverrun) {
     for (std::size_t i = iBefore; i < rTaken.size(); i++) rTaken[i].fOverrun = true;
     iOverrunBytes += iLength;
-  } else {
-    Paint(rRing, iStart, iStop);
-    if (iPos < iStart) Paint(rRing, 0, iPos);
+    rRing.fOverrun = true;
   }
-  rRing.fOverrun = fOverrun;
+  // The end of what was taken tells whether the card comes round to it before the next report. Where it has already, a
+  // millisecond of what it has written is painted over.
+  const int iEnd = iPos == 0 ? rRing.iBytes : iPos;
+  Paint(rRing, std::max(iEnd - static_cast<int>(sizeof acPattern), 0), iEnd);
   rRing.iOffset = iPos;
   rRing.iTaken += iLength;
   rRing.iTakenNs = iNowNs;
@@ -266,11 +275,6 @@ bool Taker::IsPainted(const Ring& rRing, int iEnd) const {
   return true;
 }
 
-// Whether the time since the last report of a ring is that of so many bytes.
-bool Taker::HasBeenSpokenSince(const Ring& rRing, int iBytes, std::int64_t iNowNs) {
-  return static_cast<double>(iNowNs - rRing.iTakenNs) / NS_A_SECOND * SAMPLES_PER_S >= iBytes;
-}
-
 void Taker::Paint(const Ring& rRing, int iStart, int iStop) const {
   constexpr int iPattern = sizeof acPattern;
   for (int i = iStart; i < iStop; i++) rRing.acBytes[i] = acPattern[i % iPattern];
@@ -278,13 +282,16 @@ void Taker::Paint(const Ring& rRing, int iStart, int iStop) const {
 
 // -- memory -----------------------------------------------------------------------------------------------------------
 
-// Null when all are in use, or the system has no more.
+// Null when all are in use.
 std::unique_ptr<TakenBlock> Taker::NewBlock() {
-  if (iBlocks >= iMostBlocks) return nullptr;
+  return iBlocks < iMostBlocks ? SpareOrNewBlock() : nullptr;
+}
+
+// For what a call consists of, also above the limit.
+std::unique_ptr<TakenBlock> Taker::SpareOrNewBlock() {
   std::unique_ptr<TakenBlock> prBlock;
   if (vSpare.empty()) {
-    prBlock.reset(new (std::nothrow) TakenBlock);
-    if (prBlock == nullptr) return nullptr;
+    prBlock = std::make_unique<TakenBlock>();
   } else {
     prBlock = std::move(vSpare.back());
     vSpare.pop_back();
@@ -305,12 +312,17 @@ void Taker::GiveBackBlocks() {
 TakenEvent* Taker::Take() {
   assert(OnMainThread());
   if (rHandled.prBlock != nullptr) vUsed.push_back(std::move(rHandled.prBlock));
-  if (rFetched.empty()) Fetch();
+  if (rFetched.empty()) {
+    Fetch();
+  } else if (vUsed.size() >= BLOCKS_BEFORE_GIVEN_BACK) {
+    MakeRoom();
+  }
   while (!rFetched.empty()) {
     rHandled = std::move(rFetched.front());
     rFetched.pop_front();
     if (!IsOver(rHandled)) {
       iLongestNs = std::max(iLongestNs, MonotonicNs() - rHandled.iTakenNs);
+      if (rHandled.eKind == TAKEN_AUDIO) NoteHandled(rHandled);
       return &rHandled;
     }
     if (rHandled.prBlock != nullptr) vUsed.push_back(std::move(rHandled.prBlock));
@@ -323,22 +335,48 @@ int Taker::SleepMs() const {
 }
 
 void Taker::Fetch() {
+  std::deque<TakenEvent> rNew;
   bool fWaits = false;
   {
     const MutexLock rLock(rMutex);
     GiveBackBlocks();
-    if (rFetched.empty()) {
-      rFetched.swap(rTaken);
-    } else {
-      std::move(rTaken.begin(), rTaken.end(), std::back_inserter(rFetched));
-      rTaken.clear();
-    }
+    rNew.swap(rTaken);
+    if (fErrorWaits) CountErrors(rNew);
     fWaits = fErrorWaits || fHold;
     fErrorWaits = false;
+    iFetched = rFetched.size() + rNew.size();
+  }
+  vUsed.clear();
+  if (rFetched.empty()) {
+    rFetched.swap(rNew);
+  } else {
+    std::move(rNew.begin(), rNew.end(), std::back_inserter(rFetched));
+  }
+  if (fWaits) rChanged.NotifyAll();
+}
+
+// The failures behind the one that waits are told with it.
+void Taker::CountErrors(std::deque<TakenEvent>& rEvents) {
+  const auto itError = std::find_if(rEvents.rbegin(), rEvents.rend(),
+                                    [](const TakenEvent& rEvent) { return rEvent.eKind == TAKEN_ERROR; });
+  if (itError != rEvents.rend()) itError->iMoreErrors = std::exchange(iMoreErrors, 0);
+}
+
+// While there is much to be handled still.
+void Taker::MakeRoom() {
+  {
+    const MutexLock rLock(rMutex);
+    GiveBackBlocks();
     iFetched = rFetched.size();
   }
   vUsed.clear();
-  if (fWaits) rChanged.NotifyAll();
+  if (fHold) rChanged.NotifyAll();
+}
+
+void Taker::NoteHandled(const TakenEvent& rAudio) {
+  Handled& rOfCh = vHandled[static_cast<std::size_t>(rAudio.rEvent.nReference)];
+  rOfCh.iBytes += rAudio.iBytes;
+  rOfCh.iTakenNs = rAudio.iTakenNs;
 }
 
 bool Taker::IsOver(const TakenEvent& rTakenEvent) const {
@@ -354,6 +392,8 @@ void Taker::BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) {
   if (vRecordings[uiCh] == NO_RECORDING) iOpenRings++;
   if (++uiLastRecording == NO_RECORDING) ++uiLastRecording;
   vRecordings[uiCh] = uiLastRecording;
+  vHandled.resize(vRecordings.size());
+  vHandled[uiCh] = {0, MonotonicNs()};
 
   const MutexLock rLock(rMutex);
   if (uiCh >= vRings.size()) vRings.resize(uiCh + 1);
@@ -382,6 +422,14 @@ long long Taker::SpokenBytes(int iDrvCh) {
   const Ring& rRing = vRings[uiCh];
   const double dSinceS = static_cast<double>(MonotonicNs() - rRing.iTakenNs) / NS_A_SECOND;
   return rRing.iTaken + std::min<long long>(static_cast<long long>(dSinceS * SAMPLES_PER_S), rRing.iBytes);
+}
+
+long long Taker::SpokenBytes(int iDrvCh, std::int64_t iAtNs) const {
+  const auto uiCh = static_cast<std::size_t>(iDrvCh);
+  if (uiCh >= vHandled.size()) return 0;
+  const double dSinceS = static_cast<double>(iAtNs - vHandled[uiCh].iTakenNs) / NS_A_SECOND;
+  const auto iSince = static_cast<long long>(dSinceS * SAMPLES_PER_S);
+  return vHandled[uiCh].iBytes + std::clamp<long long>(iSince, 0, TAKEN_BLOCK_BYTES);
 }
 
 double Taker::BehindS() {

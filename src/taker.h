@@ -8,13 +8,12 @@
 // report goes on without its bytes. Events go on too, up to a number that only a loop which stands for many minutes
 // reaches; what comes then stays with the driver.
 //
-// Rings: the memory of a ring is painted with a pattern, whole when a recording begins, later each part that was taken.
-// So a ring tells by itself where the card has written. A report of a part that still is painted comes from the
-// recording before, and is dropped. Where paint is gone before the part that is to be taken, the card has come round,
-// and what is taken may have been overwritten. Audio does not hold the eight bytes of the pattern by chance.
-// Threads:   its own runs from Start to the destructor; RunsOn tells. Everything else: main. SsmWaitForEventA is called
-// on
-//            its own thread alone, and nothing else of the driver is but SsmGetLastErrMsg.
+// Rings: the memory of a ring is painted with a pattern of eight bytes, whole when a recording begins, later the end of
+// each part that was taken. So a ring tells by itself where the card has written. A report of a part that still is
+// painted comes from the recording before, and is dropped. Where paint is gone before the part that is to be taken, the
+// card has come round, and what is taken may have been overwritten. Audio does not hold the pattern by chance.
+// Threads:   its own runs from Start to the destructor, and calls SsmWaitForEventA and SsmGetLastErrMsg alone of the
+//            driver. All that is public: main.
 // Ownership: a ring is the channel's; its memory stays until the taker is gone.
 // Locks:     rMutex, for the copy of one report at the longest. No other lock is taken under it.
 // Errors:    what fails is handed on with the events: the thread itself logs nothing, as the log may hold it up.
@@ -54,6 +53,7 @@ struct TakenEvent {
   unsigned uiRecording = 0;             // of audio: its recording, a number of BeginRing
   int iBytes = 0;                       // of audio
   bool fOverrun = false;                // the card may have overwritten them before they were taken
+  long long iMoreErrors = 0;            // of a failure: so many have followed it
 };
 
 // What an onlooker is told.
@@ -97,7 +97,10 @@ class Taker {
     for (TakenEvent& rTakenEvent : rFetched) {
       const int iOfCh = rTakenEvent.rEvent.nReference;
       if (rTakenEvent.eKind != TAKEN_AUDIO || (iOfCh != iDrvCh && iOfCh != iOtherDrvCh)) continue;
-      if (!IsOver(rTakenEvent)) fnHandle(rTakenEvent);
+      if (!IsOver(rTakenEvent)) {
+        NoteHandled(rTakenEvent);
+        fnHandle(rTakenEvent);
+      }
       rTakenEvent.uiRecording = NO_RECORDING;
     }
   }
@@ -109,6 +112,8 @@ class Taker {
   // How far the recording of a channel has come, in bytes: what the card has reported, and what it must have written
   // since by the time that has passed.
   long long SpokenBytes(int iDrvCh);
+  // How far it had come at the time of an event that is being handled: what stands behind that one was spoken later.
+  long long SpokenBytes(int iDrvCh, std::int64_t iAtNs) const;
 
   // For how long the oldest event waits by now.
   double BehindS();
@@ -122,9 +127,7 @@ class Taker {
     int iBytes = 0;
     int iOffset = 0;  // taken up to here
     unsigned uiRecording = NO_RECORDING;
-    // The last report came too late. Nothing is painted meanwhile, as that could cover what the card has written since;
-    // so all counts as overrun, until a report comes in its time again.
-    bool fOverrun = false;
+    bool fOverrun = false;      // once, so paint may stand where the card had been already
     long long iTaken = 0;       // bytes of this recording
     std::int64_t iTakenNs = 0;  // when the last of them came
   };
@@ -134,18 +137,25 @@ class Taker {
   void Run();
   bool MayGoOn();
   void TakeOne();
-  void HandOn(const SSM_EVENT& rEvent, std::int64_t iNowNs);
+  void HandOn(const SSM_EVENT& rEvent, const char* acBuffer, std::int64_t iNowNs);
   void HandOnError();
   void TakeReport(const SSM_EVENT& rEvent, std::int64_t iNowNs);
   void TakeRange(const Ring& rRing, int iStart, int iStop, const TakenEvent& rReport) REQUIRES(rMutex);
   bool IsPainted(const Ring& rRing, int iEnd) const;
-  static bool HasBeenSpokenSince(const Ring& rRing, int iBytes, std::int64_t iNowNs);
   void Paint(const Ring& rRing, int iStart, int iStop) const;
   std::unique_ptr<TakenBlock> NewBlock() REQUIRES(rMutex);
+  std::unique_ptr<TakenBlock> SpareOrNewBlock() REQUIRES(rMutex);
   bool IsFull() const REQUIRES(rMutex) { return rTaken.size() + iFetched >= iMostEvents; }
 
   // -- on the main thread --
+  struct Handled {
+    long long iBytes = 0;  // of the present recording
+    std::int64_t iTakenNs = 0;
+  };
   void Fetch();
+  void CountErrors(std::deque<TakenEvent>& rEvents) REQUIRES(rMutex);
+  void MakeRoom();
+  void NoteHandled(const TakenEvent& rAudio);
   void GiveBackBlocks() REQUIRES(rMutex);
   bool IsOver(const TakenEvent& rTakenEvent) const;
 
@@ -163,6 +173,7 @@ class Taker {
   bool fResting GUARDED_BY(rMutex) = false;  // has been asked to
   bool fAtRest GUARDED_BY(rMutex) = true;    // and does
   bool fErrorWaits GUARDED_BY(rMutex) = false;
+  long long iMoreErrors GUARDED_BY(rMutex) = 0;  // behind the one that waits
   std::deque<TakenEvent> rTaken GUARDED_BY(rMutex);
   std::size_t iFetched GUARDED_BY(rMutex) = 0;  // events that the main loop has fetched and may not have handled yet
   std::vector<Ring> vRings GUARDED_BY(rMutex);  // by driver channel
@@ -176,6 +187,7 @@ class Taker {
   TakenEvent rHandled;                             // what Take has returned last
   std::vector<std::unique_ptr<TakenBlock>> vUsed;  // to be given back
   std::vector<unsigned> vRecordings;               // the present one of each driver channel
+  std::vector<Handled> vHandled;                   // likewise
   unsigned uiLastRecording = NO_RECORDING;
   int iOpenRings = 0;
   std::int64_t iLongestNs = 0;

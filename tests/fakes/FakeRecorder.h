@@ -116,7 +116,7 @@ class FakeRecorder : public ICRecorder {
   }
   void BeginRing(int /*iDrvCh*/, BYTE* /*acRing*/, int /*iRingBytes*/) override {}
   void EndRing(int /*iDrvCh*/) override {}
-  void HandOverAudio(int iDrvCh, int iOtherDrvCh) override {
+  void HandOverAudio(int iDrvCh, int iOtherDrvCh, bool /*fCallGoesOn*/) override {
     if (rOnHandOver) rOnHandOver(iDrvCh, iOtherDrvCh);
   }
   long long SpokenBytes(int iDrvCh) override {

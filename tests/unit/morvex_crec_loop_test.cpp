@@ -427,6 +427,30 @@ TEST_F(LoopAudioTest, HangUpEndsARecordingThoughTheCardHasDeliveredMore) {
   EXPECT_TRUE(PartsOf(2) == Texts{Counted(25 * 2048)});
 }
 
+// By a digit, which waits among the audio, and by an order, which goes ahead of it.
+TEST_F(LoopAudioTest, SilenceBeginsWhereItWasAskedForThoughTheLoopIsBehind) {
+  AtStart([this](CRecorder& rRunning) {
+    rRunning.fSilenceOnDemand = true;
+    rRunning.strDTMF[1] = "4";
+    rRunning.strDTMFact[1] = "silence";
+    Hear(2);
+    simcards::PushEvent(E_CHG_RcvDTMF, 0, '4');
+    iReported++;
+    Hear(10);
+    EXPECT_EQ(rRunning.SilencingAct(rRunning.vChannels[1]->strDbRemoteId, /*fSound=*/false), ACT_DONE);
+    Hear(3);
+    fAppTerminate = true;
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  const auto BeginOfSilence = [](const Texts& astrParts) {
+    return astrParts.size() == 1 ? astrParts[0].find(std::string(1000, '\xd5')) : std::string::npos;
+  };
+  EXPECT_GE(BeginOfSilence(PartsOf(1)), 2 * 2048u);
+  EXPECT_LE(BeginOfSilence(PartsOf(1)), 3 * 2048u);
+  EXPECT_GE(BeginOfSilence(PartsOf(2)), 12 * 2048u);
+  EXPECT_LE(BeginOfSilence(PartsOf(2)), 14 * 2048u);
+}
+
 TEST_F(LoopAudioTest, FiguresOfTheLoopAreThereWhileItRuns) {
   AtStart([this](CRecorder&) {
     Hear(20);
@@ -451,14 +475,17 @@ TEST_F(LoopAudioTest, FiguresOfTheLoopAreThereWhileItRuns) {
 }
 
 TEST_F(LoopTest, StoppingPassTakesNoEvent) {
-  AtStart([this](CRecorder&) {
+  int iBefore = 0;
+  AtStart([this, &iBefore](CRecorder&) {
     fAppTerminate = true;
-    rBoot.queue(new LambdaAct([this] {  // in the pass that follows the end of all calls
+    rBoot.queue(new LambdaAct([this, &iBefore] {  // in the pass that follows the end of all calls
+      iBefore = iDelivered;
       Event(E_CHG_RcvDTMF);
       rBoot.queue(new NotingAct(rDiary, "a"));
     }));
   });
   (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(iDelivered, iBefore);
   EXPECT_EQ(rDiary.Notes(), Texts({"finalize", "a main", "a completed", "a deleted"}));
 }
 

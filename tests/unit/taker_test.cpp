@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -130,21 +131,43 @@ TEST_F(TakerTest, DataOfManyEventsStaysUntilEachIsHandled) {
   EXPECT_EQ(AllEvents(rTaker), astrSent);
 }
 
-TEST_F(TakerTest, FailureOfTheDriverIsAnEventOfItsOwnAndTheNextWaitsForItsHandling) {
-  simcards::FailNext("SsmWaitForEventA", 2, -2, "card on fire");
+TEST_F(TakerTest, FailuresOfTheDriverAreToldByTheirNumber) {
+  simcards::FailNext("SsmWaitForEventA", 4, -2, "card on fire");
   Taker rTaker(rQueue, MUCH_MEMORY);
   ASSERT_TRUE(rTaker.Start());
-  EXPECT_TRUE(Await([] { return iCalls > 0; }));
-  rTaker.Rest();
-  EXPECT_EQ(iCalls, 1);
-  EXPECT_EQ(AllEvents(rTaker), Texts({"card on fire"}));
-  rTaker.GoOn();
-  Texts astrEvents;
-  EXPECT_TRUE(Await([&] { return !(astrEvents = AllEvents(rTaker)).empty(); }));
-  EXPECT_EQ(astrEvents, Texts({"card on fire"}));
+  EXPECT_TRUE(Await([] { return iCalls > 2; }));  // one waits for the main loop, which does not come
   simcards::PushEvent(E_CHG_ChState, 2, S_CALL_PICKUPED);
-  EXPECT_TRUE(Await([&] { return !(astrEvents = AllEvents(rTaker)).empty(); }));
-  EXPECT_EQ(astrEvents, Texts({"{2} 24,1"}));
+  long long iFailures = 0;
+  const TakenEvent* prEvent = nullptr;
+  EXPECT_TRUE(Await([&] {
+    prEvent = rTaker.Take();
+    if (prEvent == nullptr || prEvent->eKind != TAKEN_ERROR) return prEvent != nullptr;
+    EXPECT_EQ(TextOf(*prEvent), "card on fire");
+    iFailures += 1 + prEvent->iMoreErrors;
+    return false;
+  }));
+  EXPECT_EQ(iFailures, 4);
+  EXPECT_EQ(TextOf(*prEvent), "{2} 24,1");
+}
+
+TEST_F(TakerTest, FailureOfTheDriverCostsNoAudioThoughTheMainLoopStands) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Hear(5);
+  simcards::FailNext("SsmWaitForEventA", 1, -2, "card on fire");
+  Hear(20);
+  std::string strBytes;
+  int iFailures = 0;
+  while (const TakenEvent* prEvent = rTaker.Take()) {
+    if (prEvent->eKind == TAKEN_ERROR) {
+      iFailures++;
+    } else {
+      strBytes += BytesOf(*prEvent);
+    }
+  }
+  EXPECT_EQ(iFailures, 1);
+  EXPECT_TRUE(strBytes == Counted(0, 25 * REPORT_BYTES));
 }
 
 TEST_F(TakerTest, TakerAtRestLeavesEventsWithTheDriver) {
@@ -248,6 +271,7 @@ TEST_F(TakerTest, ReportsOfNoRingAndNoPlaceAreDropped) {
   ASSERT_TRUE(rTaker.Start());
   Record(rTaker, 1);
   for (const int iCh : {-1, 0, 2, 100}) simcards::PushEvent(E_PROC_RecordMem, iCh, 2048);
+  memset(acRings[1], 1, 100);
   for (const DWORD dwPos : {4097u, 0x80000000u}) simcards::PushEvent(E_PROC_RecordMem, 1, dwPos);
   EXPECT_TRUE(Await([] { return iTaken >= 6; }));
   EXPECT_EQ(AllEvents(rTaker), Texts());
@@ -305,6 +329,19 @@ TEST_F(TakerTest, WithoutMemoryEachReportTellsWhatItLost) {
   EXPECT_EQ(rTaker.TakeFigures().iWaitingBytes, 0);
 }
 
+TEST_F(TakerTest, WhatIsHandledMakesRoomThoughMuchIsToBeHandledStill) {
+  constexpr int BLOCKS = 600;
+  Taker rTaker(rQueue, BLOCKS * TAKEN_BLOCK_BYTES);
+  ASSERT_TRUE(rTaker.Start());
+  Record(rTaker, 0);
+  Hear(BLOCKS);
+  std::string strBytes;
+  for (int i = 0; i < BLOCKS / 2; i++) strBytes += BytesOf(*rTaker.Take());
+  Hear(BLOCKS / 3);
+  strBytes += AllAudio(rTaker);
+  EXPECT_TRUE(strBytes == Counted(0, (BLOCKS + BLOCKS / 3) * REPORT_BYTES));
+}
+
 TEST_F(TakerTest, EventOfACallHasItsMemoryAlways) {
   Taker rTaker(rQueue, TAKEN_BLOCK_BYTES);
   ASSERT_TRUE(rTaker.Start());
@@ -354,11 +391,9 @@ TEST_F(TakerTest, RingThatTheCardCameRoundInIsTold) {
   rTaker.GoOn();
   iReported += 3;
   EXPECT_TRUE(Await([this] { return iTaken >= iReported; }));
-  const Texts astrEvents = AllEvents(rTaker);  // as much as was spoken, and none of it is beyond doubt
-  EXPECT_EQ(astrEvents, Texts(3, "{0} 2048 bytes overrun"));
-  EXPECT_EQ(rTaker.TakeFigures().iOverrunBytes, 3 * REPORT_BYTES);
+  EXPECT_EQ(AllEvents(rTaker), Texts({"{0} 2048 bytes overrun", "{0} 2048 bytes", "{0} 2048 bytes"}));
+  EXPECT_EQ(rTaker.TakeFigures().iOverrunBytes, REPORT_BYTES);
 
-  // From the first report that comes in its time on all is well again.
   simcards::StartPacing();
   std::string strLater;
   EXPECT_TRUE(Await([&] {
@@ -400,6 +435,25 @@ TEST_F(TakerTest, SpokenIsWhatIsReportedAndWhatTimeHasAdded) {
   EXPECT_GE(MonotonicNs() - iBeganNs, 100LL * 1'000'000'000 / 8000 - 1'000'000);  // not sooner than it is spoken
   // No more than the ring holds: a card that stands still speaks no more.
   EXPECT_TRUE(Await([&] { return rTaker.SpokenBytes(0) == 3 * REPORT_BYTES + RING_BYTES; }));
+}
+
+TEST_F(TakerTest, SpokenAtAnEventLeavesOutWhatCameBehindIt) {
+  Taker rTaker(rQueue, MUCH_MEMORY);
+  ASSERT_TRUE(rTaker.Start());
+  EXPECT_EQ(rTaker.SpokenBytes(0, MonotonicNs()), 0);
+  Record(rTaker, 0);
+  Hear(3);
+  simcards::PushEvent(E_CHG_RcvDTMF, 0, '4');
+  iReported++;
+  Hear(10);
+  const TakenEvent* prEvent = nullptr;
+  do {
+    prEvent = rTaker.Take();
+    ASSERT_NE(prEvent, nullptr);
+  } while (prEvent->eKind == TAKEN_AUDIO);
+  EXPECT_GE(rTaker.SpokenBytes(0, prEvent->iTakenNs), 3 * REPORT_BYTES);
+  EXPECT_LE(rTaker.SpokenBytes(0, prEvent->iTakenNs), 4 * REPORT_BYTES);
+  EXPECT_GE(rTaker.SpokenBytes(0), 13 * REPORT_BYTES);
 }
 
 TEST_F(TakerTest, OldestEventTellsHowFarTheMainLoopIsBehind) {
