@@ -85,7 +85,7 @@ void BaseChannel::TryStartRecording() {
 void BaseChannel::StartRecording() {
   fRecording = true;
   iMixedCh = iLinkedCh;
-  fOwnSideAlone = false;
+  fOwnSideAlone = iMixedCh != -1;  // until the linked side has started
   lg(LOG_NOTICE, "[%d] Starting recording", iChannel);
   BasicRecordingPreparation();
   iEncoding = prRecorder->eRecEnc == RECENC_G711U ? ENCODING_ULAW : ENCODING_ALAW;
@@ -94,7 +94,7 @@ void BaseChannel::StartRecording() {
   OpenAudioFile();
   iRecordOffset = 0;
   if (!StartDriver()) return;  // the call goes on as a recording without audio, and its file is judged at the stop
-  fOwnSideAlone = iMixedCh != -1 && !prRecorder->MixIn(iChIx, iMixedCh);
+  if (iMixedCh != -1) fOwnSideAlone = !prRecorder->MixIn(iChIx, iMixedCh);
   lg(LOG_NOTICE, "[%d] Recording to file %s", iChannel, strFullFilename.c_str());
 }
 

@@ -693,6 +693,17 @@ TEST_F(BaseChannelAudio, RecordingEndsBehindWhatIsHandedOver) {
   EXPECT_EQ(Wav(6, 1, Mixed("abc", "ABC", /*fULaw=*/false)), HangUp());
 }
 
+// A card that has gone on with a recording, having refused its stop, refuses the next start; its audio comes all the
+// same.
+TEST_F(BaseChannelAudio, PairWhoseOwnSideDoesNotStartWaitsForNoOther) {
+  rLine.LinkWith(LINKED_CH);
+  simcards::FailNext("SsmRecToMem", 1, -1, "goes on");
+  Record();
+  Taken("abc");
+  Taken("def");
+  EXPECT_EQ(Wav(6, 1, "abcdef"), HangUp());
+}
+
 TEST_F(BaseChannelAudio, LostPieceIsSilenceOfItsLengthAndToldOnceWithAllThatAreLostInARow) {
   Record();
   Taken("abc");
