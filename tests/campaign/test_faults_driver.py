@@ -81,7 +81,9 @@ def until_the_next_second(bench):
 
 def at_the_telephone(bench):
     """A call at a digital station, with digits."""
-    bench.cards.do(f"ch {STATION} offhook", f"ch {STATION} dtmf 12", f"ch {STATION} onhook", "wait handled")
+    mark = bench.daemon.mark()
+    bench.cards.do(f"ch {STATION} offhook", f"ch {STATION} dtmf 12", f"ch {STATION} onhook")
+    bench.daemon.wait_line(f"[{STATION + 1}] On hook", mark)
 
 
 def trace(bench):
