@@ -6,8 +6,7 @@
 //                   action. When a stop arrives meanwhile: handle what the taker has taken, end all calls once, and no
 //                   Periodic, which could start new ones
 //   stopping pass   no events but those that have been taken; end all calls once; one action; leave when no work is
-//   left
-//                   anywhere; wait at most 200 ms when there was none
+//                   left anywhere; wait at most 200 ms for an action when there was none
 //   trace           between two stopping passes, once everything has drained: recorder_trace.cpp
 //
 // A post-call script that does not answer holds neither up: a stop gives its posts up, and a trace goes without them,
