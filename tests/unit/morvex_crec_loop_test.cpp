@@ -76,13 +76,17 @@ class DiaryChannel : public OpenChannel<BaseChannel> {
     rDiary.Note("event " + std::to_string(prEvent->wEventCode));
     if (rOnEvent) rOnEvent(prEvent);
   }
-  void Periodic() override { rDiary.Note("periodic"); }
+  void Periodic() override {
+    if (rOnPeriodic) rOnPeriodic();
+    rDiary.Note("periodic");
+  }
   void Finalize() override { rDiary.Note(fCallBusy ? "finalize in a call" : "finalize"); }
   ~DiaryChannel() override {
     if (rOnDelete) rOnDelete();
   }
 
   std::function<void(SSM_EVENT*)> rOnEvent;
+  std::function<void()> rOnPeriodic;
   std::function<void()> rOnDelete;
 
  private:
@@ -289,6 +293,29 @@ TEST_F(LoopTest, SlowEventIsAWarningThatTellsHowFarTheLoopIsBehind) {
   EXPECT_EQ(adBehind[1], 0);
 }
 
+TEST_F(LoopTest, SlowTurnIsAWarningThatTellsHowFarTheLoopIsBehind) {
+  AtStart([this](CRecorder&) {
+    testtime::rFrozen += 1;
+    prChannel->rOnPeriodic = [] {
+      Event(E_CHG_RcvDTMF);
+      EXPECT_TRUE(AwaitTaken(1));
+      (void)usleep(120'000);
+      fAppTerminate = true;
+    };
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  const Texts astrWarnings = TakeLinesOf("4 ");
+  ASSERT_EQ(astrWarnings.size(), 1u);
+  double dTook = 0;
+  double dBehind = 0;
+  ASSERT_EQ(sscanf(astrWarnings[0].c_str(), "4 Periodic took: %lf s, the loop is %lf s behind", &dTook, &dBehind), 2);
+  EXPECT_GT(dTook, 0.1);
+  EXPECT_GT(dBehind, 0.1);
+  char acLine[100];
+  (void)snprintf(acLine, sizeof acLine, "4 Periodic took: %.4f s, the loop is %.4f s behind", dTook, dBehind);
+  EXPECT_EQ(astrWarnings[0], acLine);
+}
+
 TEST_F(LoopTest, PeriodicRunsOncePerChangeOfTheSecond) {
   // A pass is told from the next by an action that ran in it.
   AtStart([this](CRecorder&) { rDiary.Note("same second"); });
@@ -449,6 +476,20 @@ TEST_F(LoopAudioTest, SilenceBeginsWhereItWasAskedForThoughTheLoopIsBehind) {
   EXPECT_LE(BeginOfSilence(PartsOf(1)), 3 * 2048u);
   EXPECT_GE(BeginOfSilence(PartsOf(2)), 12 * 2048u);
   EXPECT_LE(BeginOfSilence(PartsOf(2)), 14 * 2048u);
+}
+
+TEST_F(LoopAudioTest, WhatFindsNoMemoryIsSilenceAndTold) {
+  constexpr int REPORTS_WITH_ROOM = 234;  // a minute of each line
+  AtStart([this](CRecorder&) {
+    Hear(REPORTS_WITH_ROOM + 16);
+    fAppTerminate = true;
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  const std::string strPart = Counted(REPORTS_WITH_ROOM * 2048) + std::string(32768, '\xd5');
+  for (const int iLine : {1, 2}) EXPECT_TRUE(PartsOf(iLine) == Texts{strPart}) << iLine;
+  EXPECT_EQ(TakeLinesOf("3 ["),
+            Texts({"3 [1] Audio of {0} lost, too much waits to be written: 32768 bytes are silence",
+                   "3 [2] Audio of {1} lost, too much waits to be written: 32768 bytes are silence"}));
 }
 
 TEST_F(LoopAudioTest, FiguresOfTheLoopAreThereWhileItRuns) {
@@ -644,6 +685,17 @@ TEST_F(PlainLoopTest, EachWaitIsForAFifthOfASecondWithAnEmptyRecord) {
   (void)rBoot.RecorderUseBoardsLoop();
   OnWaitForEvent = nullptr;
   EXPECT_EQ(iWaits, 4);  // two passes without an event, for the actions of the start
+}
+
+TEST_F(PlainLoopTest, FailingDriverIsLoggedAndAskedAgain) {
+  simcards::FailNext("SsmWaitForEventA", 3, -2, "card on fire");
+  AtStart([this](CRecorder&) { rDiary.Note("ready"); });
+  (void)RunWith([this] {
+    EXPECT_TRUE(AwaitNote("ready"));
+    Event(E_CHG_RcvDTMF);
+    EXPECT_TRUE(AwaitNote("event 12"));
+  });
+  EXPECT_EQ(TakeLinesOf("3 Error in SsmWaitForEventA"), Texts(3, "3 Error in SsmWaitForEventA: card on fire"));
 }
 
 TEST_F(PlainLoopTest, SlowEventIsAWarning) {
