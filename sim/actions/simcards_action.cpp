@@ -331,6 +331,10 @@ actions::Wait ReadWait(WordReader& rWords) {
   return rWait;
 }
 
+actions::Recorded ReadRecorded(WordReader& rWords) {
+  return {ReadChannels(rWords)};
+}
+
 actions::Directory ReadDirectory(WordReader& rWords) {
   return {rWords.Text("a path")};
 }
@@ -420,6 +424,7 @@ const std::vector<Row<Action>> ACTIONS = {
     {"fail", ReadFail},
     {"speed", ReadSpeed},
     {"overruns", ReadNothing<actions::Overruns>},
+    {"recorded", ReadRecorded},
     {"cost", ReadNothing<actions::Cost>},
     {"status", ReadNothing<actions::Status>},
     {"wait", ReadWait},

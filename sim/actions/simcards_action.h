@@ -121,6 +121,10 @@ struct Speed {
   double dFactor = 1;
 };
 struct Overruns {};
+// How much the recordings of the channels hold by now.
+struct Recorded {
+  Range rChannels;
+};
 struct Cost {};
 struct Status {};
 struct Wait {
@@ -139,9 +143,9 @@ struct Print {
 
 }  // namespace actions
 
-using Action =
-    std::variant<actions::Print, actions::OnChannels, actions::OnCircuits, actions::Event, actions::Fail,
-                 actions::Speed, actions::Overruns, actions::Cost, actions::Status, actions::Wait, actions::Directory>;
+using Action = std::variant<actions::Print, actions::OnChannels, actions::OnCircuits, actions::Event, actions::Fail,
+                            actions::Speed, actions::Overruns, actions::Recorded, actions::Cost, actions::Status,
+                            actions::Wait, actions::Directory>;
 
 // Empty on success, else what was expected and what was found.
 std::string ParseAction(const std::string& strLine, Action& rAction);

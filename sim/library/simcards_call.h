@@ -24,7 +24,7 @@ class Call {
 
   template <typename... Args>
   Call(EListing eListing, const char* acOperation, Args... args)
-      : rState(TheState()), rLock(rState.rMutex), acName(acOperation) {
+      : rState(TheState()), rLock(Enter(rState)), acName(acOperation) {
     if (eListing == LISTED) {
       std::string strArgs;
       ((strArgs += (strArgs.empty() ? "" : ",") + ArgText(args)), ...);
@@ -64,6 +64,12 @@ class Call {
   int iResult = SSM_OK;
 
  private:
+  static std::unique_lock<std::mutex> Enter(State& rState) {
+    rState.iCallers++;
+    std::unique_lock<std::mutex> rEntered(rState.rMutex);
+    rState.iCallers--;
+    return rEntered;
+  }
   void TakeFault() {
     if (rState.rFaults.empty()) return;
     const auto it = rState.rFaults.find(acName);

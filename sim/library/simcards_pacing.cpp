@@ -1,6 +1,6 @@
 // How much audio is due follows from the time since the start, not from the number of ticks: a tick that comes
 // late makes more, and no error adds up. Only what would overrun a ring is left out, if it may be, and counted as
-// slipped.
+// slipped; if it may not, it is counted as late.
 
 #include "simcards_pacing.h"
 
@@ -24,6 +24,8 @@ using Clock = std::chrono::steady_clock;
 constexpr double BYTES_PER_S = 8000.0;
 constexpr auto SHORTEST_TICK = std::chrono::milliseconds(1);
 constexpr int LINES_AT_ONCE = 64;  // the program's threads must not wait longer for the library's lock
+constexpr auto LONGEST_TURN = std::chrono::milliseconds(1);
+constexpr int MOST_YIELDS = 1000;
 // More than this at once would overrun a small ring though its reader is quick; the cards' clock slips instead.
 constexpr long long MOST_BYTES_AT_ONCE = 1024;
 
@@ -36,6 +38,7 @@ class Pacer {
     dRunningSpeed = dNewSpeed;
     fStop = false;
     iSlippedBytes = 0;
+    iLateBytes = 0;
     rThread = StartThread([this] { Run(); });
   }
 
@@ -54,6 +57,7 @@ class Pacer {
   void LetSlip(bool fMay) { fMaySlip = fMay; }
   double Speed() const { return dRunningSpeed; }
   double Slipped() const { return static_cast<double>(iSlippedBytes) / BYTES_PER_S; }
+  double Late() const { return static_cast<double>(iLateBytes) / BYTES_PER_S; }
 
  private:
   void Run() {
@@ -64,9 +68,11 @@ class Pacer {
       const Clock::time_point rNow = Clock::now();
       const std::chrono::duration<double> rElapsed = rNow - rStart;
       const long long iDue = std::llround(rElapsed.count() * BYTES_PER_S * dSpeed) - iDone;
-      const long long iMade = fMaySlip ? std::min(iDue, MOST_BYTES_AT_ONCE) : iDue;
+      const long long iBehind = std::max(iDue - MOST_BYTES_AT_ONCE, 0LL);
+      const bool fSlips = fMaySlip;
+      const long long iMade = fSlips ? iDue - iBehind : iDue;
       iDone += iDue;
-      iSlippedBytes += iDue - iMade;
+      (fSlips ? iSlippedBytes : iLateBytes) += iBehind;
       const int iAhead = Make(iMade, rStart + DurationOf(iDone));
       rNext = std::max(rNow + SHORTEST_TICK, rStart + DurationOf(iDone + iAhead));
       const long long iCpuNs = ThreadCpuNs();
@@ -83,11 +89,23 @@ class Pacer {
     std::unique_lock<std::mutex> rLock(rState.rMutex);
     const long long iUntil = rState.iClock + iBytes;
     rState.rTime = {iUntil, std::chrono::nanoseconds(rDue.time_since_epoch()).count(), 1e9 / (BYTES_PER_S * dSpeed)};
-    while (!rState.RunClock(iUntil, LINES_AT_ONCE)) {
+    for (Clock::time_point rLetPass = Clock::now(); !rState.RunClock(iUntil, LINES_AT_ONCE);) {
+      const bool fTakerComes = rState.iTakers > 0 && !rState.rQueue.IsEmpty();
       rLock.unlock();
+      if (Clock::now() - rLetPass > LONGEST_TURN) {
+        LetPass(rState, fTakerComes);
+        rLetPass = Clock::now();
+      }
       rLock.lock();
     }
     return rState.NextLook();
+  }
+
+  // A lock goes to whoever is running, which would be this thread again and again.
+  static void LetPass(const State& rState, bool fTakerComes) {
+    for (int i = 0; i < MOST_YIELDS && (rState.iCallers > 0 || (fTakerComes && rState.iTakers > 0)); i++) {
+      std::this_thread::yield();
+    }
   }
 
   Clock::duration DurationOf(long long iBytes) const {
@@ -108,6 +126,7 @@ class Pacer {
   std::atomic<double> dRunningSpeed{0};
   std::atomic<bool> fMaySlip{true};
   std::atomic<long long> iSlippedBytes{0};
+  std::atomic<long long> iLateBytes{0};
   std::thread rThread;  // guarded by rOwnerMutex
 };
 
@@ -136,6 +155,10 @@ double PacingSpeed() {
 
 double PacingSlipped() {
   return ThePacer().Slipped();
+}
+
+double PacingLate() {
+  return ThePacer().Late();
 }
 
 }  // namespace simcards

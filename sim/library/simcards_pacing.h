@@ -12,5 +12,7 @@ void LetPacingSlip(bool fMay);
 double PacingSpeed();  // 0 when no thread runs
 // Seconds of audio that were left out because the machine was too busy to make them in time.
 double PacingSlipped();
+// Likewise of audio that was made all the same, later than a small ring forgives.
+double PacingLate();
 
 }  // namespace simcards

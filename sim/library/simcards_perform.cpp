@@ -338,6 +338,17 @@ struct Performer {
     return "";
   }
 
+  std::string operator()(const actions::Recorded& rRecorded) const {
+    State& rState = TheState();
+    const std::lock_guard<std::mutex> rLock(rState.rMutex);
+    const Range& rRange = rRecorded.rChannels;
+    if (rState.At(rRange.iLast) == nullptr) return "channel " + std::to_string(rRange.iLast) + " does not exist";
+    for (int nCh = rRange.iFirst; nCh <= rRange.iLast; nCh++) {
+      vLines.push_back(std::to_string(rState.At(nCh)->rMem.iWritten));
+    }
+    return "";
+  }
+
   std::string operator()(const actions::Cost& /*rCost*/) const {
     const Cost rCost = TheCost();
     char acLine[120];

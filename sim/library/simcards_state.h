@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <condition_variable>
 #include <deque>
@@ -98,7 +99,8 @@ struct State {
   std::mutex rMutex;
   std::condition_variable rArrived;  // an event was queued, or the cards have stopped: for SsmWaitForEventA
   std::condition_variable rChanged;  // anything that a wait of the control socket may ask for
-  int iTakers = 0;                   // threads that wait for rArrived
+  std::atomic<int> iCallers{0};      // that wait for rMutex
+  std::atomic<int> iTakers{0};       // threads that wait for rArrived, changed under rMutex
   int iWatchers = 0;                 // threads that wait for rChanged
 
   EMode eMode = MODE_CLOSED;

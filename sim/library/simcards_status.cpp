@@ -31,8 +31,9 @@ std::string Field(const char* acName, long long iValue) {
 }
 
 std::string WholeLine(const State& rState) {
-  char acNumbers[80];
-  (void)std::snprintf(acNumbers, sizeof acNumbers, "speed=%g slipped=%.3f", PacingSpeed(), PacingSlipped());
+  char acNumbers[120];
+  (void)std::snprintf(acNumbers, sizeof acNumbers, "speed=%g slipped=%.3f late=%.3f", PacingSpeed(), PacingSlipped(),
+                      PacingLate());
   return Field("boards", rState.iBoards) + " " + Field("channels", static_cast<long long>(rState.vChannels.size())) +
          " " + Field("events_on", rState.EventsOn() ? 1 : 0) + " " +
          Field("queued", static_cast<long long>(rState.rQueue.Size())) + " " + Field("overruns", rState.iOverruns) +

@@ -219,6 +219,7 @@ TEST(SimAction, ActionsOnTheWhole) {
   EXPECT_EQ("simulated failure", General<actions::Fail>("fail SsmRecToMem 2").strText);
   EXPECT_DOUBLE_EQ(2.5, General<actions::Speed>("speed 2.5").dFactor);
   (void)General<actions::Overruns>("overruns");
+  EXPECT_EQ(7, General<actions::Recorded>("recorded 2..7").rChannels.iLast);
   (void)General<actions::Cost>("cost");
   (void)General<actions::Status>("status");
   EXPECT_EQ("/tmp/a b", General<actions::Directory>("directory \"/tmp/a b\"").strPath);
@@ -253,8 +254,8 @@ TEST(SimAction, ErrorsSayWhatWasExpected) {
     const char *acLine, *acError;
   } arRows[] = {
       {"",
-       "expected \"ch\", \"cic\", \"event\", \"fail\", \"speed\", \"overruns\", \"cost\", \"status\", \"wait\", "
-       "\"directory\" or \"print\", found the end of the line"},
+       "expected \"ch\", \"cic\", \"event\", \"fail\", \"speed\", \"overruns\", \"recorded\", \"cost\", \"status\", "
+       "\"wait\", \"directory\" or \"print\", found the end of the line"},
       {"ch", "expected a channel or a range such as 0..7, found the end of the line"},
       {"ch x ring on", "expected a channel or a range such as 0..7, found \"x\""},
       {"ch 3..1 ring on", "expected a channel or a range such as 0..7, found \"3..1\""},

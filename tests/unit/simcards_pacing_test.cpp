@@ -121,6 +121,23 @@ TEST_F(SimPacing, ReportTellsWhenItWasDue) {
   }
 }
 
+// At this speed each tick comes late for more than it may make at once.
+TEST_F(SimPacing, WhatComesLateIsLeftOutOrCountedAsLate) {
+  std::vector<BYTE> vRing(4096);
+  for (const bool fSlips : {true, false}) {
+    simcards::LetPacingSlip(fSlips);
+    ASSERT_EQ(SSM_OK, SsmRecToMem(0, 6, vRing.data(), 4096, 0));
+    simcards::StartPacing(1000);
+    SSM_EVENT rEvent;
+    for (int i = 0; i < 10; i++) ASSERT_EQ(SSM_OK, SsmWaitForEventA(20000, &rEvent));
+    simcards::StopPacing();
+    EXPECT_EQ(fSlips, simcards::PacingSlipped() > 0);
+    EXPECT_EQ(!fSlips, simcards::PacingLate() > 0);
+    ASSERT_EQ(SSM_OK, SsmStopRecToMem(0));
+  }
+  simcards::LetPacingSlip(true);
+}
+
 TEST_F(SimPacing, NothingIsWrittenAfterTheStop) {
   std::vector<BYTE> vRing(4096, 0x11);
   ASSERT_EQ(SSM_OK, SsmRecToMem(0, 6, vRing.data(), 4096, 0));

@@ -234,7 +234,7 @@ TEST_F(SimPerform, StatusTellsOfChannelsBusyCircuitsAndFailuresToCome) {
   EXPECT_EQ(-1, SsmClearCallerId(0));
   EXPECT_EQ("", Do("status"));
   ASSERT_EQ(1U + 127U + 1U + 1U, vLines.size());
-  EXPECT_EQ("boards=4 channels=127 events_on=1 queued=2 overruns=0 speed=0 slipped=0.000", vLines[0]);
+  EXPECT_EQ("boards=4 channels=127 events_on=1 queued=2 overruns=0 speed=0 slipped=0.000 late=0.000", vLines[0]);
   EXPECT_EQ("ch=0 board=0 board_ch=0 type=analogue state=1 voltage=8 recording=0 recorded=0 tracing=0 plays=silence",
             vLines[1]);
   EXPECT_EQ("ch=4 board=1 board_ch=2 type=station state=0 voltage=0 recording=1 recorded=20 tracing=0 plays=tone",
@@ -243,6 +243,19 @@ TEST_F(SimPerform, StatusTellsOfChannelsBusyCircuitsAndFailuresToCome) {
             vLines[125]);
   EXPECT_EQ("cic=30 state=2 in_ch=65 out_ch=95", vLines[128]);
   EXPECT_EQ("fail=SsmClearCallerId times=2", vLines[129]);
+}
+
+TEST_F(SimPerform, RecordedTellsOfRecordingsThatRun) {
+  EventsOn();
+  std::vector<BYTE> vRing(64);
+  ASSERT_EQ(SSM_OK, SsmRecToMem(4, SSM_FORMAT_ALAW, vRing.data(), 64, 0));
+  Advance(20);
+  EXPECT_EQ("", Do("recorded 3..4"));
+  EXPECT_EQ((std::vector<std::string>{"0", "20"}), vLines);
+  ASSERT_EQ(SSM_OK, SsmStopRecToMem(4));
+  EXPECT_EQ("", Do("recorded 4"));
+  EXPECT_EQ(std::vector<std::string>{"0"}, vLines);
+  EXPECT_EQ("channel 127 does not exist", Do("recorded 100..127"));
 }
 
 TEST_F(SimPerform, WaitsEndWhenTheirConditionHolds) {
