@@ -361,7 +361,7 @@ def test_metrics_of_a_report_that_outlives_its_daemon(daemon):
     samples = dict(line.split(" ") for line in output.splitlines() if not line.startswith("#"))
     assert samples["morvex_crec_taken_bytes"] == "12345"
     assert float(samples["morvex_crec_loop_age_seconds"]) >= 1000
-    assert float(samples["morvex_crec_loop_behind_seconds"]) >= 999
+    assert float(samples["morvex_crec_loop_behind_seconds"]) >= 1000 - 1.2
 
 
 def test_call_of_a_daemon_that_was_killed(daemon):

@@ -70,8 +70,8 @@ TEST(CtlMetrics, LoopIsBehindByWhatItsReportIsOverdue) {
     double fAgeSeconds;
     const char* acBehind;
   } rRows[] = {
-      {"a report in time", "0.5", 1.25, "0.5"},
-      {"a loop that stands", "0.5", 31.5, "30.500"},
+      {"a report in time", "0", 1.2, "0"},
+      {"a loop that stands", "0.5", 31.5, "30.300"},
       {"one that was behind by more", "40", 31.5, "40"},
   };
   for (const auto& rRow : rRows) {
