@@ -82,6 +82,7 @@ void BgActHandler::close() {
 }
 
 void* BgActHandler::run_it(void* pIx) {
+  (void)pthread_setname_np(pthread_self(), "worker");
   prBgActHandler->run(static_cast<int>(reinterpret_cast<std::intptr_t>(pIx)));
   return nullptr;
 }

@@ -161,6 +161,7 @@ void CrecReactor::run() {
 }
 
 void* CrecReactor::run_it(void* pThis) {
+  (void)pthread_setname_np(pthread_self(), "reactor");
   auto* prReactor = static_cast<CrecReactor*>(pThis);
   prReactor->run();
   prReactor->fEnded = true;

@@ -142,6 +142,7 @@ std::string SignalObj::takeFirst() {
 }
 
 void* SignalObj::run_it(void* pThis) {
+  (void)pthread_setname_np(pthread_self(), "signals");
   static_cast<SignalObj*>(pThis)->run();
   return nullptr;
 }

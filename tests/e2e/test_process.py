@@ -255,6 +255,16 @@ def test_run_from_start_to_stop():
     assert not (DATA / "linestatus.dat").exists()
 
 
+def test_threads_have_names():
+    daemon = Daemon(CARDS).start()
+    daemon.cards("ch 0 offhook")
+    daemon.active_call(1)
+    tasks = Path(f"/proc/{daemon.pid}/task").iterdir()
+    names = sorted((task / "comm").read_text().strip() for task in tasks)
+    others = ("morvex_crec", "simcards")  # the main thread and whoever looks for races; the cards
+    assert [name for name in names if name not in others] == ["reactor", "signals", "taker", "worker", "worker"]
+
+
 def test_crash_leaves_its_name_and_dies_of_the_signal():
     (CONF / "crec_disabled").touch()
     daemon = Daemon(CARDS).launch()
