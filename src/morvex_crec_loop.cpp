@@ -20,11 +20,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "bgact.h"
 #include "bgact_tracker.h"
@@ -41,8 +43,8 @@
 
 namespace {
 
-constexpr DWORD EVENT_WAIT_MS = 200;
 constexpr int STOPPING_PAUSE_MS = 200;
+constexpr double NS_A_SECOND = 1e9;
 // "1": the main loop takes the events itself.
 constexpr const char* PLAIN_LOOP_VARIABLE = "MORVEX_CREC_PLAIN_LOOP";
 
@@ -67,7 +69,8 @@ struct MainLoop {
   bool fCalledShutDown = false;
   std::optional<StopWatch> rDraining = std::nullopt;  // since the first stopping pass; none in normal passes
   bool fTakerRests = false;
-  bool fHadAction = false;  // in the last pass; there may be more
+  bool fHadAction = false;              // in the last pass; there may be more
+  std::int64_t iNowNs = MonotonicNs();  // with a taker: read behind all that takes time, once for each event
 
   void Run() {
     bool fGoOn = true;
@@ -90,8 +93,9 @@ struct MainLoop {
     } else {
       WaitForTaken();
     }
-    if (!ShutdownOnce()) PeriodicOnNewSecond();
+    const bool fHadPeriodic = !ShutdownOnce() && PeriodicOnNewSecond();
     fHadAction = rBoot.RunOneAction();
+    if (fHadPeriodic || fHadAction) iNowNs = MonotonicNs();
   }
 
   // False: leave the loop. Idle workers, then an empty queue, then idle workers again: a worker hands its action to the
@@ -119,12 +123,16 @@ struct MainLoop {
   }
 
   void WaitForTaken() {
-    if (fTakerRests) prTaker->GoOn();
-    fTakerRests = false;
-    TakenEvent* prTaken = prTaker->Take();
+    if (fTakerRests) {
+      prTaker->GoOn();
+      fTakerRests = false;
+      iNowNs = MonotonicNs();
+    }
+    TakenEvent* prTaken = prTaker->Take(iNowNs);
     if (prTaken == nullptr && !fHadAction) {
       rBoot.Sleep(prTaker->SleepMs());
-      prTaken = prTaker->Take();
+      iNowNs = MonotonicNs();
+      prTaken = prTaker->Take(iNowNs);
     }
     if (prTaken != nullptr) HandleTaken(*prTaken);
   }
@@ -132,14 +140,17 @@ struct MainLoop {
   void HandleTaken(TakenEvent& rTaken) {
     if (rTaken.eKind == TAKEN_ERROR) {
       for (long long i = 0; i <= rTaken.iMoreErrors; i++) {
-        lg(LOG_ERR, "Error in %s: %s", "SsmWaitForEventA", reinterpret_cast<const char*>(rTaken.prBlock->acBytes));
+        lg(LOG_ERR, "Error in %s: %s", "SsmWaitForEventA", reinterpret_cast<const char*>(rTaken.acBytes));
       }
+      iNowNs = MonotonicNs();
       return;
     }
-    const StopWatch rWatch;
     rRecorder.HandleTaken(rTaken);
-    const double dTook = rWatch.Seconds();
-    if (dTook > SLOW_HANDLER_S) rRecorder.TellSlowEvent(dTook);
+    const std::int64_t iBeforeNs = std::exchange(iNowNs, MonotonicNs());
+    const double dTook = static_cast<double>(iNowNs - iBeforeNs) / NS_A_SECOND;
+    if (dTook <= SLOW_HANDLER_S) return;
+    rRecorder.TellSlowEvent(dTook);
+    iNowNs = MonotonicNs();  // the log may be slow itself
   }
 
   // A stop writes what the card has delivered, and ends the calls that are.
@@ -147,16 +158,14 @@ struct MainLoop {
     if (prTaker == nullptr || fTakerRests) return;
     prTaker->Rest();
     fTakerRests = true;
-    while (TakenEvent* prTaken = prTaker->Take()) HandleTaken(*prTaken);
+    iNowNs = MonotonicNs();
+    while (TakenEvent* prTaken = prTaker->Take(iNowNs)) HandleTaken(*prTaken);
   }
 
   void WaitForEvent() {
     char acBuffer[EVENT_BUFFER_BYTES];
-    acBuffer[0] = 0;
     SSM_EVENT rEvent;
-    rEvent.pvBuffer = acBuffer;
-    rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
-    const int iResult = SsmWaitForEventA(EVENT_WAIT_MS, &rEvent);
+    const int iResult = WaitForCardEvent(rEvent, acBuffer);
     if (iResult == SSM_OK) {
       const StopWatch rWatch;
       rRecorder.HandleEvent(&rEvent);
@@ -177,11 +186,12 @@ struct MainLoop {
   }
 
   // At most once a second; once after a stall of several, and not at all while a clock set back catches up.
-  void PeriodicOnNewSecond() {
+  bool PeriodicOnNewSecond() {
     const time_t rNow = time(nullptr);
-    if (rNow <= rLastPeriod) return;
+    if (rNow <= rLastPeriod) return false;
     rRecorder.Periodic();
     rLastPeriod = rNow;
+    return true;
   }
 };
 

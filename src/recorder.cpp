@@ -75,8 +75,8 @@ void CRecorder::HandleTaken(TakenEvent& rTaken) {
 void CRecorder::HandleAudio(TakenEvent& rTaken) {
   BaseChannel* prChannel = ChannelAt(rTaken.rEvent.nReference);
   if (prChannel == nullptr) return;
-  if (rTaken.prBlock != nullptr) {
-    prChannel->TakenAudio(rTaken.prBlock->acBytes, rTaken.iBytes, rTaken.fOverrun);
+  if (rTaken.acBytes != nullptr) {
+    prChannel->TakenAudio(rTaken.acBytes, rTaken.iBytes, rTaken.fOverrun);
   } else {
     prChannel->LostAudio(rTaken.iBytes);
   }

@@ -4,6 +4,12 @@
 
 #include "logging.h"
 
+namespace {
+
+constexpr DWORD EVENT_WAIT_MS = 200;
+
+}  // namespace
+
 SsmClearR2callToneBuf_FT SsmClearR2callToneBuf_FP = nullptr;
 
 const char* LastSsmError() {
@@ -15,4 +21,12 @@ const char* LastSsmError() {
 
 void LogSsmError(const char* pos) {
   lg(LOG_ERR, "Error in %s: %s", pos, LastSsmError());
+}
+
+int WaitForCardEvent(SSM_EVENT& rEvent, char (&acBuffer)[EVENT_BUFFER_BYTES]) {
+  acBuffer[0] = 0;
+  rEvent = SSM_EVENT();
+  rEvent.pvBuffer = acBuffer;
+  rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
+  return SsmWaitForEventA(EVENT_WAIT_MS, &rEvent);
 }

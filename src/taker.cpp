@@ -14,24 +14,29 @@
 
 #include "g711.h"
 #include "mainthread.h"
+#include "shpa3link.h"
 
 namespace {
 
-constexpr DWORD EVENT_WAIT_MS = 200;
 constexpr int TAKER_NICENESS = -20;
 constexpr long long SHARE_OF_MEMORY = 4;
-constexpr std::size_t SPARE_BLOCKS = 4096;
+constexpr std::size_t SPARE_EVENTS = 4096;
 // Beside as many for each block: an event is small.
 constexpr std::size_t EVENTS_BESIDE_BLOCKS = 100'000;
 constexpr std::size_t EVENTS_A_BLOCK = 4;
 constexpr int SLEEP_MS = 200;
-constexpr int SLEEP_BESIDE_AUDIO_MS = 10;
+constexpr int SLEEP_BESIDE_AUDIO_MS = 20;
 constexpr double NS_A_SECOND = 1e9;
 constexpr std::chrono::milliseconds ERROR_PAUSE{100};  // far below what a ring holds
-constexpr std::size_t BLOCKS_BEFORE_GIVEN_BACK = 256;
+constexpr std::size_t USED_BEFORE_GIVEN_BACK = 256;
 
 std::size_t BlocksOf(long long iBytes) {
   return static_cast<std::size_t>(iBytes / TAKEN_BLOCK_BYTES);
+}
+
+// Of one line, in so much time.
+long long BytesOf(std::int64_t iNs) {
+  return static_cast<long long>(static_cast<double>(iNs) / NS_A_SECOND * SAMPLES_PER_S);
 }
 
 // The thread comes before all others. Not in real time: a driver that fails in a loop must not take the machine.
@@ -125,7 +130,7 @@ bool Taker::MayGoOn() {
     rChanged.Wait(rLock);
   }
   fAtRest = fStopping;
-  fHold = fStopping || fErrorWaits;
+  fHold = fStopping;
   return !fStopping;
 }
 
@@ -147,11 +152,8 @@ void Taker::GoOn() {
 
 void Taker::TakeOne() {
   char acBuffer[EVENT_BUFFER_BYTES];
-  acBuffer[0] = 0;
   SSM_EVENT rEvent;
-  rEvent.pvBuffer = acBuffer;
-  rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
-  const int iResult = SsmWaitForEventA(EVENT_WAIT_MS, &rEvent);
+  const int iResult = WaitForCardEvent(rEvent, acBuffer);
   if (iResult == SSM_EVENT_TIMEOUT) return;
   if (iResult != SSM_OK) {
     HandOnError();
@@ -165,23 +167,16 @@ void Taker::TakeOne() {
 }
 
 void Taker::HandOn(const SSM_EVENT& rEvent, const char* acBuffer, std::int64_t iNowNs) {
-  TakenEvent rTakenEvent;
-  rTakenEvent.rEvent = rEvent;
-  rTakenEvent.rEvent.pvBuffer = nullptr;
-  rTakenEvent.iTakenNs = iNowNs;
+  const MutexLock rLock(rMutex);
+  TakenEvent& rTakenEvent = AddEvent(TAKEN_EVENT, rEvent, iNowNs);
   if (rEvent.pvBuffer != nullptr && rEvent.dwDataLength > 0) {
     const std::size_t iRoom = rEvent.pvBuffer == acBuffer ? EVENT_BUFFER_BYTES : TAKEN_BLOCK_BYTES;
     const std::size_t iLength = std::min<std::size_t>(rEvent.dwDataLength, iRoom);
-    {
-      const MutexLock rLock(rMutex);
-      rTakenEvent.prBlock = SpareOrNewBlock();
-    }
-    memcpy(rTakenEvent.prBlock->acBytes, rEvent.pvBuffer, iLength);
-    rTakenEvent.rEvent.pvBuffer = rTakenEvent.prBlock->acBytes;
+    GiveBlock(rTakenEvent);
+    memcpy(rTakenEvent.acBytes, rEvent.pvBuffer, iLength);
+    rTakenEvent.rEvent.pvBuffer = rTakenEvent.acBytes;
     rTakenEvent.rEvent.dwDataLength = static_cast<DWORD>(iLength);
   }
-  const MutexLock rLock(rMutex);
-  rTaken.push_back(std::move(rTakenEvent));
   if (IsFull()) fHold = true;
 }
 
@@ -197,12 +192,10 @@ void Taker::HandOnError() {
     iMoreErrors++;
     return;
   }
-  TakenEvent& rError = rTaken.emplace_back();
-  rError.eKind = TAKEN_ERROR;
-  rError.iTakenNs = MonotonicNs();
-  rError.prBlock = SpareOrNewBlock();
+  TakenEvent& rError = AddEvent(TAKEN_ERROR, SSM_EVENT(), MonotonicNs());
+  GiveBlock(rError);
   static_assert(SSM_ERR_MSG_BYTES <= TAKEN_BLOCK_BYTES);
-  memcpy(rError.prBlock->acBytes, acText, SSM_ERR_MSG_BYTES);
+  memcpy(rError.acBytes, acText, SSM_ERR_MSG_BYTES);
 }
 
 // -- out of the ring --------------------------------------------------------------------------------------------------
@@ -215,54 +208,59 @@ void Taker::TakeReport(const SSM_EVENT& rEvent, std::int64_t iNowNs) {
   const int iPos = static_cast<int>(rEvent.dwParam);
   if (rRing.acBytes == nullptr || iPos < 0 || iPos > rRing.iBytes) return;  // no recording, or no place in its ring
   if (!rRing.fOverrun && IsPainted(rRing, iPos)) return;                    // the recording before
-  TakenEvent rReport;
-  rReport.eKind = TAKEN_AUDIO;
-  rReport.rEvent = rEvent;
-  rReport.rEvent.pvBuffer = nullptr;
-  rReport.iTakenNs = iNowNs;
-  rReport.uiRecording = rRing.uiRecording;
-  const std::size_t iBefore = rTaken.size();
   const int iStart = rRing.iOffset;
-  const int iStop = iPos < iStart ? rRing.iBytes : iPos;
-  TakeRange(rRing, iStart, iStop, rReport);
-  if (iPos < iStart) TakeRange(rRing, 0, iPos, rReport);
-  int iLength = 0;
-  for (std::size_t i = iBefore; i < rTaken.size(); i++) iLength += rTaken[i].iBytes;
+  const bool fRound = iPos < iStart || (iPos == iStart && rRing.iToCatchUp == 0 && !IsPainted(rRing, iPos));
+  const std::size_t iBefore = rTaken.size();
+  int iLength = TakeRange(rRing, iStart, fRound ? rRing.iBytes : iPos, rEvent, iNowNs);
+  if (fRound) iLength += TakeRange(rRing, 0, iPos, rEvent, iNowNs);
 
-  // Only now, as the card may have come round during the copy.
-  std::atomic_thread_fence(std::memory_order_seq_cst);
-  const bool fOverrun = !IsPainted(rRing, iStart);
-  if (fOverrun) {
-    for (std::size_t i = iBefore; i < rTaken.size(); i++) rTaken[i].fOverrun = true;
+  if (FindOverrun(rRing, iStart, iLength, iNowNs)) {
+    std::for_each(rTaken.rbegin(), std::next(rTaken.rbegin(), static_cast<std::ptrdiff_t>(rTaken.size() - iBefore)),
+                  [](TakenEvent& rPiece) { rPiece.fOverrun = true; });
     iOverrunBytes += iLength;
-    rRing.fOverrun = true;
   }
-  // The end of what was taken tells whether the card comes round to it before the next report. Where it has already, a
-  // millisecond of what it has written is painted over.
-  const int iEnd = iPos == 0 ? rRing.iBytes : iPos;
-  Paint(rRing, std::max(iEnd - static_cast<int>(sizeof acPattern), 0), iEnd);
+  // The end of what was taken tells whether the card comes round to it before the next report.
+  if (rRing.iToCatchUp == 0) {
+    Paint(rRing, iPos - static_cast<int>(sizeof acPattern) + rRing.iBytes, sizeof acPattern);
+  }
   rRing.iOffset = iPos;
   rRing.iTaken += iLength;
   rRing.iTakenNs = iNowNs;
   if (IsFull()) fHold = true;
 }
 
-void Taker::TakeRange(const Ring& rRing, int iStart, int iStop, const TakenEvent& rReport) {
-  while (iStart < iStop) {
-    TakenEvent& rPiece = rTaken.emplace_back();
-    rPiece.eKind = rReport.eKind;
-    rPiece.rEvent = rReport.rEvent;
-    rPiece.iTakenNs = rReport.iTakenNs;
-    rPiece.uiRecording = rReport.uiRecording;
-    rPiece.iBytes = std::min(iStop - iStart, TAKEN_BLOCK_BYTES);
-    rPiece.prBlock = NewBlock();
-    if (rPiece.prBlock != nullptr) {
-      memcpy(rPiece.prBlock->acBytes, rRing.acBytes + iStart, static_cast<std::size_t>(rPiece.iBytes));
-    } else {
-      iLostBytes += rPiece.iBytes;
-    }
-    iStart += rPiece.iBytes;
+// Whether the card may have overwritten what has just been copied. Where it has come round there are more reports of
+// what it has overwritten: all but the last ring of what it has written since the last was taken. Until they are
+// through, paint would stand in what is still to be copied.
+bool Taker::FindOverrun(Ring& rRing, int iStart, int iLength, std::int64_t iNowNs) {
+  std::atomic_thread_fence(std::memory_order_seq_cst);  // the card may have come round during the copy
+  const bool fMayTell = !std::exchange(rRing.fGoesOn, false) && rRing.iToCatchUp == 0;
+  if (fMayTell && !IsPainted(rRing, iStart)) {
+    rRing.fOverrun = true;
+    rRing.iOverwritten = std::max<long long>(BytesOf(iNowNs - rRing.iTakenNs) - rRing.iBytes, iLength);
+    rRing.iToCatchUp = rRing.iOverwritten + rRing.iBytes;
   }
+  const bool fOverrun = rRing.iOverwritten > 0;
+  rRing.iOverwritten = std::max(rRing.iOverwritten - iLength, 0LL);
+  rRing.iToCatchUp = std::max(rRing.iToCatchUp - iLength, 0LL);
+  return fOverrun;
+}
+
+// The bytes of it.
+int Taker::TakeRange(const Ring& rRing, int iStart, int iStop, const SSM_EVENT& rEvent, std::int64_t iNowNs) {
+  for (int iAt = iStart, iPiece = 0; iAt < iStop; iAt += iPiece) {
+    iPiece = std::min(iStop - iAt, TAKEN_BLOCK_BYTES);
+    TakenEvent& rPiece = AddEvent(TAKEN_AUDIO, rEvent, iNowNs);
+    rPiece.uiRecording = rRing.uiRecording;
+    rPiece.iBytes = iPiece;
+    if (iBlocks < iMostBlocks) {
+      GiveBlock(rPiece);
+      memcpy(rPiece.acBytes, rRing.acBytes + iAt, static_cast<std::size_t>(iPiece));
+    } else {
+      iLostBytes += iPiece;
+    }
+  }
+  return iStop - iStart;
 }
 
 // Whether the bytes before a place of the ring are paint.
@@ -275,59 +273,76 @@ bool Taker::IsPainted(const Ring& rRing, int iEnd) const {
   return true;
 }
 
-void Taker::Paint(const Ring& rRing, int iStart, int iStop) const {
+void Taker::Paint(const Ring& rRing, int iStart, int iLength) const {
   constexpr int iPattern = sizeof acPattern;
-  for (int i = iStart; i < iStop; i++) rRing.acBytes[i] = acPattern[i % iPattern];
+  for (int i = iStart; i < iStart + iLength; i++) {
+    const int iAt = i % rRing.iBytes;
+    rRing.acBytes[iAt] = acPattern[iAt % iPattern];
+  }
 }
 
 // -- memory -----------------------------------------------------------------------------------------------------------
 
-// Null when all are in use.
-std::unique_ptr<TakenBlock> Taker::NewBlock() {
-  return iBlocks < iMostBlocks ? SpareOrNewBlock() : nullptr;
+bool Taker::IsFull() const {
+  return rTaken.size() + iFetched >= iMostEvents || iBlocks >= iMostBlocks + EVENTS_BESIDE_BLOCKS;
 }
 
-// For what a call consists of, also above the limit.
-std::unique_ptr<TakenBlock> Taker::SpareOrNewBlock() {
-  std::unique_ptr<TakenBlock> prBlock;
-  if (vSpare.empty()) {
-    prBlock = std::make_unique<TakenBlock>();
+TakenEvent& Taker::AddEvent(ETakenKind eKind, const SSM_EVENT& rEvent, std::int64_t iNowNs) {
+  if (rSpare.empty()) {
+    rTaken.emplace_back();
   } else {
-    prBlock = std::move(vSpare.back());
-    vSpare.pop_back();
+    rTaken.splice(rTaken.end(), rSpare, rSpare.begin());
   }
-  iBlocks++;
-  return prBlock;
+  TakenEvent& rAdded = rTaken.back();
+  rAdded.eKind = eKind;
+  rAdded.rEvent = rEvent;
+  rAdded.rEvent.pvBuffer = nullptr;
+  rAdded.acBytes = nullptr;
+  rAdded.iTakenNs = iNowNs;
+  rAdded.uiRecording = NO_RECORDING;
+  rAdded.iBytes = 0;
+  rAdded.fOverrun = false;
+  rAdded.iMoreErrors = 0;
+  return rAdded;
 }
 
-void Taker::GiveBackBlocks() {
-  iBlocks -= vUsed.size();
-  const std::size_t iToKeep = std::min(vUsed.size(), SPARE_BLOCKS - std::min(SPARE_BLOCKS, vSpare.size()));
-  std::move(vUsed.begin(), vUsed.begin() + static_cast<std::ptrdiff_t>(iToKeep), std::back_inserter(vSpare));
-  vUsed.erase(vUsed.begin(), vUsed.begin() + static_cast<std::ptrdiff_t>(iToKeep));
+// Also above the limit, for what a call consists of.
+void Taker::GiveBlock(TakenEvent& rTakenEvent) {
+  if (rTakenEvent.prBlock == nullptr) rTakenEvent.prBlock = std::make_unique<TakenBlock>();
+  rTakenEvent.acBytes = rTakenEvent.prBlock->acBytes;
+  iBlocks++;
+}
+
+// Where there are spare ones enough they stay in rUsed, to be freed without the lock.
+void Taker::GiveBack() {
+  iBlocks -= std::exchange(iUsedBlocks, 0);
+  if (rSpare.size() + rUsed.size() <= SPARE_EVENTS) rSpare.splice(rSpare.begin(), rUsed);
 }
 
 // -- the main thread --------------------------------------------------------------------------------------------------
 
-TakenEvent* Taker::Take() {
+TakenEvent* Taker::Take(std::int64_t iNowNs) {
   assert(OnMainThread());
-  if (rHandled.prBlock != nullptr) vUsed.push_back(std::move(rHandled.prBlock));
-  if (rFetched.empty()) {
-    Fetch();
-  } else if (vUsed.size() >= BLOCKS_BEFORE_GIVEN_BACK) {
-    MakeRoom();
-  }
+  if (!rHandled.empty()) PutToUsed(rHandled);
+  if (rFetched.empty()) Fetch();
   while (!rFetched.empty()) {
-    rHandled = std::move(rFetched.front());
-    rFetched.pop_front();
-    if (!IsOver(rHandled)) {
-      iLongestNs = std::max(iLongestNs, MonotonicNs() - rHandled.iTakenNs);
-      if (rHandled.eKind == TAKEN_AUDIO) NoteHandled(rHandled);
-      return &rHandled;
+    if (rUsed.size() >= USED_BEFORE_GIVEN_BACK) MakeRoom();
+    TakenEvent& rNext = rFetched.front();
+    if (!IsOver(rNext)) {
+      rHandled.splice(rHandled.end(), rFetched, rFetched.begin());
+      iLongestNs = std::max(iLongestNs, iNowNs - rNext.iTakenNs);
+      if (rNext.eKind == TAKEN_AUDIO) NoteHandled(rNext);
+      return &rNext;
     }
-    if (rHandled.prBlock != nullptr) vUsed.push_back(std::move(rHandled.prBlock));
+    PutToUsed(rFetched);
   }
   return nullptr;
+}
+
+// The first one of a list.
+void Taker::PutToUsed(std::list<TakenEvent>& rFrom) {
+  if (rFrom.front().acBytes != nullptr) iUsedBlocks++;
+  rUsed.splice(rUsed.end(), rFrom, rFrom.begin());
 }
 
 int Taker::SleepMs() const {
@@ -335,41 +350,35 @@ int Taker::SleepMs() const {
 }
 
 void Taker::Fetch() {
-  std::deque<TakenEvent> rNew;
   bool fWaits = false;
   {
     const MutexLock rLock(rMutex);
-    GiveBackBlocks();
-    rNew.swap(rTaken);
-    if (fErrorWaits) CountErrors(rNew);
+    GiveBack();
+    if (fErrorWaits) CountErrors();
+    rFetched.splice(rFetched.end(), rTaken);
     fWaits = fErrorWaits || fHold;
     fErrorWaits = false;
-    iFetched = rFetched.size() + rNew.size();
+    iFetched = rFetched.size();
   }
-  vUsed.clear();
-  if (rFetched.empty()) {
-    rFetched.swap(rNew);
-  } else {
-    std::move(rNew.begin(), rNew.end(), std::back_inserter(rFetched));
-  }
+  rUsed.clear();
   if (fWaits) rChanged.NotifyAll();
 }
 
 // The failures behind the one that waits are told with it.
-void Taker::CountErrors(std::deque<TakenEvent>& rEvents) {
-  const auto itError = std::find_if(rEvents.rbegin(), rEvents.rend(),
+void Taker::CountErrors() {
+  const auto itError = std::find_if(rTaken.rbegin(), rTaken.rend(),
                                     [](const TakenEvent& rEvent) { return rEvent.eKind == TAKEN_ERROR; });
-  if (itError != rEvents.rend()) itError->iMoreErrors = std::exchange(iMoreErrors, 0);
+  if (itError != rTaken.rend()) itError->iMoreErrors = std::exchange(iMoreErrors, 0);
 }
 
 // While there is much to be handled still.
 void Taker::MakeRoom() {
   {
     const MutexLock rLock(rMutex);
-    GiveBackBlocks();
+    GiveBack();
     iFetched = rFetched.size();
   }
-  vUsed.clear();
+  rUsed.clear();
   if (fHold) rChanged.NotifyAll();
 }
 
@@ -397,12 +406,22 @@ void Taker::BeginRing(int iDrvCh, BYTE* acRing, int iRingBytes) {
 
   const MutexLock rLock(rMutex);
   if (uiCh >= vRings.size()) vRings.resize(uiCh + 1);
+  const bool fCardMayWrite = vRings[uiCh].acBytes != nullptr;  // it has refused to stop
   vRings[uiCh] = Ring();
   vRings[uiCh].acBytes = acRing;
   vRings[uiCh].iBytes = iRingBytes;
   vRings[uiCh].uiRecording = uiLastRecording;
   vRings[uiCh].iTakenNs = MonotonicNs();
-  Paint(vRings[uiCh], 0, iRingBytes);
+  vRings[uiCh].fGoesOn = fCardMayWrite;
+  if (!fCardMayWrite) {
+    Paint(vRings[uiCh], 0, iRingBytes);
+    return;
+  }
+  // A report may hold what the card has written before: of that no more becomes paint than is looked at.
+  constexpr int iMark = sizeof acPattern;
+  for (int iEnd = TAKEN_BLOCK_BYTES; iEnd <= iRingBytes; iEnd += TAKEN_BLOCK_BYTES) {
+    Paint(vRings[uiCh], iEnd - iMark, iMark);
+  }
 }
 
 void Taker::EndRing(int iDrvCh) {
@@ -420,16 +439,13 @@ long long Taker::SpokenBytes(int iDrvCh) {
   const MutexLock rLock(rMutex);
   if (uiCh >= vRings.size()) return 0;
   const Ring& rRing = vRings[uiCh];
-  const double dSinceS = static_cast<double>(MonotonicNs() - rRing.iTakenNs) / NS_A_SECOND;
-  return rRing.iTaken + std::min<long long>(static_cast<long long>(dSinceS * SAMPLES_PER_S), rRing.iBytes);
+  return rRing.iTaken + std::min<long long>(BytesOf(MonotonicNs() - rRing.iTakenNs), rRing.iBytes);
 }
 
 long long Taker::SpokenBytes(int iDrvCh, std::int64_t iAtNs) const {
   const auto uiCh = static_cast<std::size_t>(iDrvCh);
   if (uiCh >= vHandled.size()) return 0;
-  const double dSinceS = static_cast<double>(iAtNs - vHandled[uiCh].iTakenNs) / NS_A_SECOND;
-  const auto iSince = static_cast<long long>(dSinceS * SAMPLES_PER_S);
-  return vHandled[uiCh].iBytes + std::clamp<long long>(iSince, 0, TAKEN_BLOCK_BYTES);
+  return vHandled[uiCh].iBytes + std::clamp<long long>(BytesOf(iAtNs - vHandled[uiCh].iTakenNs), 0, TAKEN_BLOCK_BYTES);
 }
 
 double Taker::BehindS() {

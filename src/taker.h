@@ -5,8 +5,8 @@
 //
 // Memory: a block holds the audio of one report. There are blocks for TAKEN_S seconds of every line, as far as a
 // quarter of the machine's memory goes; they are made when needed, and all but a few given back. When all are in use a
-// report goes on without its bytes. Events go on too, up to a number that only a loop which stands for many minutes
-// reaches; what comes then stays with the driver.
+// report goes on without its bytes. Events go on too, up to a number and an amount of data that only a loop which
+// stands for many minutes reaches; what comes then stays with the driver.
 //
 // Rings: the memory of a ring is painted with a pattern of eight bytes, whole when a recording begins, later the end of
 // each part that was taken. So a ring tells by itself where the card has written. A report of a part that still is
@@ -24,7 +24,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <vector>
 
@@ -38,7 +38,7 @@ constexpr int TAKEN_BLOCK_BYTES = 2048;  // also the most that is carried of an 
 enum ETakenKind {
   TAKEN_EVENT,  // rEvent as the driver gave it; its pvBuffer points to the data, null without
   TAKEN_AUDIO,  // a piece of audio of driver channel rEvent.nReference
-  TAKEN_ERROR,  // the driver has failed; prBlock holds its text
+  TAKEN_ERROR,  // the driver has failed; acBytes holds its text
 };
 
 struct TakenBlock {
@@ -48,12 +48,13 @@ struct TakenBlock {
 struct TakenEvent {
   ETakenKind eKind = TAKEN_EVENT;
   SSM_EVENT rEvent;
-  std::unique_ptr<TakenBlock> prBlock;  // null: no data, or audio for which there was no memory
-  std::int64_t iTakenNs = 0;            // when, by MonotonicNs
-  unsigned uiRecording = 0;             // of audio: its recording, a number of BeginRing
-  int iBytes = 0;                       // of audio
-  bool fOverrun = false;                // the card may have overwritten them before they were taken
-  long long iMoreErrors = 0;            // of a failure: so many have followed it
+  BYTE* acBytes = nullptr;    // in prBlock; null: no data, or audio for which there was no memory
+  std::int64_t iTakenNs = 0;  // when, by MonotonicNs
+  unsigned uiRecording = 0;   // of audio: its recording, a number of BeginRing
+  int iBytes = 0;             // of audio
+  bool fOverrun = false;      // the card may have overwritten them before they were taken
+  long long iMoreErrors = 0;  // of a failure: so many have followed it
+  std::unique_ptr<TakenBlock> prBlock;
 };
 
 // What an onlooker is told.
@@ -85,8 +86,8 @@ class Taker {
   void Rest();
   void GoOn();
 
-  // The next event, null when there is none; the caller's until the next call.
-  TakenEvent* Take();
+  // The next event, null when there is none; the caller's until the next call. The time is for TakeFigures.
+  TakenEvent* Take(std::int64_t iNowNs);
   // How long the main loop may sleep when it has nothing to do. Audio wakes it from time to time, and not each time:
   // with many lines a wake-up would cost more than the audio.
   int SleepMs() const;
@@ -127,9 +128,12 @@ class Taker {
     int iBytes = 0;
     int iOffset = 0;  // taken up to here
     unsigned uiRecording = NO_RECORDING;
-    bool fOverrun = false;      // once, so paint may stand where the card had been already
-    long long iTaken = 0;       // bytes of this recording
-    std::int64_t iTakenNs = 0;  // when the last of them came
+    bool fGoesOn = false;        // the card may have written in it before, and no report has come since
+    bool fOverrun = false;       // once, so paint may stand where the card had been already
+    long long iOverwritten = 0;  // so many bytes of those that are still to be reported
+    long long iToCatchUp = 0;    // and so many until a report is of the present
+    long long iTaken = 0;        // bytes of this recording
+    std::int64_t iTakenNs = 0;   // when the last of them came
   };
 
   // -- on its own thread --
@@ -140,12 +144,14 @@ class Taker {
   void HandOn(const SSM_EVENT& rEvent, const char* acBuffer, std::int64_t iNowNs);
   void HandOnError();
   void TakeReport(const SSM_EVENT& rEvent, std::int64_t iNowNs);
-  void TakeRange(const Ring& rRing, int iStart, int iStop, const TakenEvent& rReport) REQUIRES(rMutex);
+  int TakeRange(const Ring& rRing, int iStart, int iStop, const SSM_EVENT& rEvent, std::int64_t iNowNs)
+      REQUIRES(rMutex);
   bool IsPainted(const Ring& rRing, int iEnd) const;
-  void Paint(const Ring& rRing, int iStart, int iStop) const;
-  std::unique_ptr<TakenBlock> NewBlock() REQUIRES(rMutex);
-  std::unique_ptr<TakenBlock> SpareOrNewBlock() REQUIRES(rMutex);
-  bool IsFull() const REQUIRES(rMutex) { return rTaken.size() + iFetched >= iMostEvents; }
+  void Paint(const Ring& rRing, int iStart, int iLength) const;
+  TakenEvent& AddEvent(ETakenKind eKind, const SSM_EVENT& rEvent, std::int64_t iNowNs) REQUIRES(rMutex);
+  void GiveBlock(TakenEvent& rTakenEvent) REQUIRES(rMutex);
+  bool FindOverrun(Ring& rRing, int iStart, int iLength, std::int64_t iNowNs) REQUIRES(rMutex);
+  bool IsFull() const REQUIRES(rMutex);
 
   // -- on the main thread --
   struct Handled {
@@ -153,10 +159,11 @@ class Taker {
     std::int64_t iTakenNs = 0;
   };
   void Fetch();
-  void CountErrors(std::deque<TakenEvent>& rEvents) REQUIRES(rMutex);
+  void CountErrors() REQUIRES(rMutex);
   void MakeRoom();
   void NoteHandled(const TakenEvent& rAudio);
-  void GiveBackBlocks() REQUIRES(rMutex);
+  void PutToUsed(std::list<TakenEvent>& rFrom);
+  void GiveBack() REQUIRES(rMutex);
   bool IsOver(const TakenEvent& rTakenEvent) const;
 
   MainQueue& rMainQueue;
@@ -174,20 +181,21 @@ class Taker {
   bool fAtRest GUARDED_BY(rMutex) = true;    // and does
   bool fErrorWaits GUARDED_BY(rMutex) = false;
   long long iMoreErrors GUARDED_BY(rMutex) = 0;  // behind the one that waits
-  std::deque<TakenEvent> rTaken GUARDED_BY(rMutex);
+  std::list<TakenEvent> rTaken GUARDED_BY(rMutex);
   std::size_t iFetched GUARDED_BY(rMutex) = 0;  // events that the main loop has fetched and may not have handled yet
   std::vector<Ring> vRings GUARDED_BY(rMutex);  // by driver channel
-  std::vector<std::unique_ptr<TakenBlock>> vSpare GUARDED_BY(rMutex);
-  std::size_t iBlocks GUARDED_BY(rMutex) = 0;  // in use
+  std::list<TakenEvent> rSpare GUARDED_BY(rMutex);  // with their blocks, so that nothing is allocated on the way
+  std::size_t iBlocks GUARDED_BY(rMutex) = 0;       // in use
   long long iLostBytes GUARDED_BY(rMutex) = 0;
   long long iOverrunBytes GUARDED_BY(rMutex) = 0;
 
   // The main thread's own.
-  std::deque<TakenEvent> rFetched;
-  TakenEvent rHandled;                             // what Take has returned last
-  std::vector<std::unique_ptr<TakenBlock>> vUsed;  // to be given back
-  std::vector<unsigned> vRecordings;               // the present one of each driver channel
-  std::vector<Handled> vHandled;                   // likewise
+  std::list<TakenEvent> rFetched;
+  std::list<TakenEvent> rHandled;  // what Take has returned last
+  std::list<TakenEvent> rUsed;     // to be given back
+  std::size_t iUsedBlocks = 0;
+  std::vector<unsigned> vRecordings;  // the present one of each driver channel
+  std::vector<Handled> vHandled;      // likewise
   unsigned uiLastRecording = NO_RECORDING;
   int iOpenRings = 0;
   std::int64_t iLongestNs = 0;

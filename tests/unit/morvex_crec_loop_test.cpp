@@ -27,6 +27,7 @@
 #include "logging.h"
 #include "morvex_crec.h"
 #include "reactor.h"
+#include "taker.h"
 
 using testtools::Await;
 using testtools::Exists;
@@ -476,6 +477,20 @@ TEST_F(LoopAudioTest, SilenceBeginsWhereItWasAskedForThoughTheLoopIsBehind) {
   EXPECT_LE(BeginOfSilence(PartsOf(1)), 3 * 2048u);
   EXPECT_GE(BeginOfSilence(PartsOf(2)), 12 * 2048u);
   EXPECT_LE(BeginOfSilence(PartsOf(2)), 14 * 2048u);
+}
+
+TEST_F(LoopAudioTest, WhatWasTakenTooLateIsTold) {
+  AtStart([this](CRecorder& rRunning) {
+    rRunning.prTaker->Rest();
+    simcards::Advance(3 * 2048);
+    rRunning.prTaker->GoOn();
+    iReported += 6;
+    EXPECT_TRUE(AwaitTaken(iReported));
+    fAppTerminate = true;
+  });
+  (void)rBoot.RecorderUseBoardsLoop();
+  EXPECT_EQ(TakeLinesOf("4 "), Texts({"4 [1] Audio of {0} taken too late: 2048 bytes may be overwritten",
+                                      "4 [2] Audio of {1} taken too late: 2048 bytes may be overwritten"}));
 }
 
 TEST_F(LoopAudioTest, WhatFindsNoMemoryIsSilenceAndTold) {
