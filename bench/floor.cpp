@@ -4,13 +4,16 @@
 // usage: floor FOLDER plain|stereo|mono LINES
 //
 // Starts the cards by the configuration that a daemon has left, says "started", waits for a line on its standard input,
-// starts the recordings and says "recording". SIGTERM ends it; then it prints how many events and bytes there were.
-// Of a pair stereo puts both sides byte beside byte into one file, mono the sums of their samples by a table.
+// starts the recordings, spread over the time between two reports as calls come, and says "recording". SIGTERM ends it;
+// then it prints how many events and bytes there were. Of a pair stereo puts both sides byte beside byte into one file,
+// mono the sums of their samples, by the daemon's own functions: what is left of the difference is what the daemon does
+// besides.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,10 +22,13 @@
 #include <vector>
 
 #include "g711.h"
+#include "samples.h"
 #include "shpa3api.h"
 #include "wavheader.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr const char* DRIVER_INI = "/var/morvex/data/ShConfig.ini";
 constexpr const char* DRIVER_INDEX = "/var/morvex/data/ShIndex.ini";
@@ -30,7 +36,10 @@ constexpr WORD ALL_EVENTS = 0xFFFF;
 constexpr int ALL_CHANNELS = -1;
 constexpr DWORD RING_BYTES = 4096;
 constexpr DWORD REPORT_BYTES = 2048;
+constexpr std::size_t AHEAD_BYTES = std::size_t{2} * RING_BYTES;  // one side of a pair before the other
+constexpr std::size_t PAIR_BYTES = std::size_t{2} * RING_BYTES;
 constexpr DWORD WAIT_MS = 200;
+constexpr Clock::duration SPREAD = std::chrono::milliseconds(256);  // REPORT_BYTES last so long
 constexpr int BLOCK_CIRCUITS = 30;  // of a trunk: so many channels of one direction, then as many of the other
 constexpr int FILE_MODE = 0666;
 constexpr std::uint32_t LENGTH_UNKNOWN = 0;
@@ -42,8 +51,11 @@ volatile std::sig_atomic_t fStop = 0;
 struct Side {
   std::vector<BYTE> acRing = std::vector<BYTE>(RING_BYTES);
   DWORD dwRead = 0;
-  std::vector<BYTE> acWaiting;  // of a pair, for the other side
   std::size_t uiLine = 0;
+  int iOtherCh = -1;            // of a pair
+  bool fFirst = false;          // whose samples come first
+  std::vector<BYTE> acWaiting;  // of a pair AHEAD_BYTES
+  std::size_t uiWaiting = 0;    // of one side of a pair at a time, for the other
 };
 
 struct Line {
@@ -58,9 +70,7 @@ struct Line {
 
 class Floor {
  public:
-  Floor(EKind eTheKind, std::size_t uiLines) : eKind(eTheKind), vLines(uiLines) {
-    if (eKind == KIND_MONO) MakeSums();
-  }
+  Floor(EKind eTheKind, std::size_t uiLines) : eKind(eTheKind), vLines(uiLines) {}
 
   void StartCards() {
     if (SsmStartCti(DRIVER_INI, DRIVER_INDEX) != SSM_OK) DieOfCards();
@@ -74,7 +84,7 @@ class Floor {
   }
 
   // Named like the daemon's files, so that the line stands in the same place.
-  void StartRecordings(const std::string& strFolder) {
+  void OpenFiles(const std::string& strFolder) {
     for (std::size_t i = 0; i < vLines.size(); i++) {
       Line& rLine = vLines[i];
       rLine.aiChannels = ChannelsOf(static_cast<int>(i));
@@ -83,23 +93,26 @@ class Floor {
       if (rLine.iFd < 0) Die(strName.c_str());
       const WavHeader rHeader = MakeWavHeader(LAW_A, eKind == KIND_STEREO ? 2 : 1, LENGTH_UNKNOWN);
       Write(rLine, rHeader.data(), rHeader.size());
-      for (const int iCh : rLine.aiChannels) {
-        if (iCh >= 0) StartSide(iCh, i);
+    }
+  }
+
+  // Lines that begin at once report at once for as long as they last. Events are taken meanwhile, as the first rings
+  // are soon full.
+  void StartRecordings() {
+    const Clock::time_point rBegan = Clock::now();
+    const auto iLines = static_cast<Clock::duration::rep>(vLines.size());
+    for (std::size_t i = 0; i < vLines.size() && fStop == 0; i++) {
+      const Clock::time_point rMoment = rBegan + SPREAD * static_cast<Clock::duration::rep>(i) / iLines;
+      while (TakeOne(Clock::now() < rMoment ? 1 : 0) || Clock::now() < rMoment) {
       }
+      const auto [iCh, iOtherCh] = vLines[i].aiChannels;
+      StartSide(i, iCh, iOtherCh);
+      if (eKind != KIND_PLAIN) StartSide(i, iOtherCh, iCh);
     }
   }
 
   void Run() {
-    while (fStop == 0) {
-      BYTE acBuffer[EVENT_BUFFER_BYTES];
-      SSM_EVENT rEvent;
-      rEvent.pvBuffer = acBuffer;
-      rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
-      const int iResult = SsmWaitForEventA(WAIT_MS, &rEvent);
-      if (iResult == SSM_EVENT_TIMEOUT) continue;
-      if (iResult != SSM_OK) DieOfCards();
-      if (rEvent.wEventCode == E_PROC_RecordMem) Take(rEvent);
-    }
+    while (fStop == 0) (void)TakeOne(WAIT_MS);
   }
 
   void Stop() {
@@ -128,15 +141,33 @@ class Floor {
     return {iCh, iCh + BLOCK_CIRCUITS};
   }
 
-  void StartSide(int iCh, std::size_t uiLine) {
+  // False: there was none within the time.
+  bool TakeOne(DWORD dwWaitMs) {
+    BYTE acBuffer[EVENT_BUFFER_BYTES];
+    SSM_EVENT rEvent;
+    rEvent.pvBuffer = acBuffer;
+    rEvent.dwBufferLength = EVENT_BUFFER_BYTES;
+    const int iResult = SsmWaitForEventA(dwWaitMs, &rEvent);
+    if (iResult == SSM_EVENT_TIMEOUT) return false;
+    if (iResult != SSM_OK) DieOfCards();
+    if (rEvent.wEventCode == E_PROC_RecordMem) Take(rEvent);
+    return true;
+  }
+
+  Side& SideOf(int iCh) { return vSides[static_cast<std::size_t>(iCh)]; }
+
+  void StartSide(std::size_t uiLine, int iCh, int iOtherCh) {
     Side& rSide = vSides.at(static_cast<std::size_t>(iCh));
     rSide.uiLine = uiLine;
+    rSide.iOtherCh = iOtherCh;
+    rSide.fFirst = iCh < iOtherCh;
+    if (iOtherCh >= 0) rSide.acWaiting.resize(AHEAD_BYTES);
     if (SsmRecToMem(iCh, SSM_FORMAT_ALAW, rSide.acRing.data(), RING_BYTES, 0) != SSM_OK) DieOfCards();
   }
 
   void Take(const SSM_EVENT& rEvent) {
     iEvents++;
-    Side& rSide = vSides[static_cast<std::size_t>(rEvent.nReference)];
+    Side& rSide = SideOf(rEvent.nReference);
     const BYTE* acRing = rSide.acRing.data();
     if (rEvent.dwParam < rSide.dwRead) {
       Add(rSide, acRing + rSide.dwRead, RING_BYTES - rSide.dwRead);
@@ -148,34 +179,40 @@ class Floor {
 
   void Add(Side& rSide, const BYTE* acAudio, std::size_t uiBytes) {
     if (uiBytes == 0) return;
-    Line& rLine = vLines[rSide.uiLine];
     if (eKind == KIND_PLAIN) {
-      Write(rLine, acAudio, uiBytes);
+      Write(vLines[rSide.uiLine], acAudio, uiBytes);
       return;
     }
-    rSide.acWaiting.insert(rSide.acWaiting.end(), acAudio, acAudio + uiBytes);
-    WritePair(rLine);
+    const std::size_t uiPaired = WritePair(rSide, acAudio, uiBytes);
+    Keep(rSide, acAudio + uiPaired, uiBytes - uiPaired);
   }
 
-  void WritePair(Line& rLine) {
-    std::vector<BYTE>& acOne = vSides[static_cast<std::size_t>(rLine.aiChannels[0])].acWaiting;
-    std::vector<BYTE>& acOther = vSides[static_cast<std::size_t>(rLine.aiChannels[1])].acWaiting;
-    const std::size_t uiBytes = std::min(acOne.size(), acOther.size());
-    if (uiBytes == 0) return;
-    const std::size_t uiOut = eKind == KIND_STEREO ? 2 * uiBytes : uiBytes;
-    acOut.resize(std::max(acOut.size(), uiOut));
-    for (std::size_t i = 0; i < uiBytes; i++) {
-      if (eKind == KIND_STEREO) {
-        acOut[2 * i] = acOne[i];
-        acOut[2 * i + 1] = acOther[i];
-      } else {
-        acOut[i] = acSums[256U * acOne[i] + acOther[i]];
-      }
+  // As much of a side's audio as the other side has waiting; gives how much that is.
+  std::size_t WritePair(const Side& rSide, const BYTE* acAudio, std::size_t uiBytes) {
+    Side& rOther = SideOf(rSide.iOtherCh);
+    const std::size_t uiPaired = std::min(uiBytes, rOther.uiWaiting);
+    if (uiPaired == 0) return 0;
+    BYTE* acOther = rOther.acWaiting.data();
+    if (eKind == KIND_STEREO) {
+      InterleaveSamples(acOut.data(), rSide.fFirst ? acAudio : acOther, rSide.fFirst ? acOther : acAudio, uiPaired);
+      Write(vLines[rSide.uiLine], acOut.data(), 2 * uiPaired);
+    } else {
+      MixSamples(LAW_A, acOther, acAudio, uiPaired);
+      Write(vLines[rSide.uiLine], acOther, uiPaired);
     }
-    Write(rLine, acOut.data(), uiOut);
-    const auto iDone = static_cast<std::ptrdiff_t>(uiBytes);
-    acOne.erase(acOne.begin(), acOne.begin() + iDone);
-    acOther.erase(acOther.begin(), acOther.begin() + iDone);
+    rOther.uiWaiting -= uiPaired;
+    if (rOther.uiWaiting > 0) memmove(acOther, acOther + uiPaired, rOther.uiWaiting);
+    return uiPaired;
+  }
+
+  static void Keep(Side& rSide, const BYTE* acAudio, std::size_t uiBytes) {
+    if (uiBytes == 0) return;
+    if (rSide.uiWaiting + uiBytes > AHEAD_BYTES) {
+      fprintf(stderr, "floor: one side of line %zu is too far ahead\n", rSide.uiLine + 1);
+      std::exit(1);
+    }
+    memcpy(rSide.acWaiting.data() + rSide.uiWaiting, acAudio, uiBytes);
+    rSide.uiWaiting += uiBytes;
   }
 
   void Write(const Line& rLine, const void* pvData, std::size_t uiBytes) {
@@ -183,19 +220,10 @@ class Floor {
     iBytes += static_cast<long long>(uiBytes);
   }
 
-  void MakeSums() {
-    acSums.resize(256 * 256);
-    for (unsigned i = 0; i < acSums.size(); i++) {
-      const int iSum = alaw2linear(static_cast<BYTE>(i / 256)) + alaw2linear(static_cast<BYTE>(i % 256));
-      acSums[i] = linear2alaw(static_cast<short>(std::clamp(iSum, -32768, 32767)));
-    }
-  }
-
   EKind eKind;
   std::vector<Line> vLines;
   std::vector<Side> vSides;  // by driver channel
-  std::vector<BYTE> acOut;
-  std::vector<BYTE> acSums;
+  std::array<BYTE, PAIR_BYTES> acOut = {};
   long long iEvents = 0;
   long long iBytes = 0;
 };
@@ -227,7 +255,8 @@ int main(int iArgs, char** acArgs) {
   rFloor.StartCards();
   Say("started");
   (void)getchar();
-  rFloor.StartRecordings(acArgs[1]);
+  rFloor.OpenFiles(acArgs[1]);
+  rFloor.StartRecordings();
   Say("recording");
   rFloor.Run();
   rFloor.Stop();

@@ -5,6 +5,7 @@ Daemon as it is installed, or the Floor. Both carry bench_watch, which sees from
 written, and both have every byte that they write compared by bench_follow, which runs at the lowest priority beside them.
 """
 
+import itertools
 import json
 import mmap
 import os
@@ -14,7 +15,9 @@ import shutil
 import signal
 import struct
 import subprocess
+import tempfile
 import time
+from collections import defaultdict
 from pathlib import Path
 
 from appliance import BUILD, RECORDINGS, rows, sql, store_settings
@@ -28,6 +31,10 @@ LIMIT_S = 900  # a start of 20,000 calls takes minutes
 POLL_S = 0.02
 CHUNK = 25  # lines that begin or end together where nothing is to be shown by it
 BLOCK_CIRCUITS = 30
+BLOCK_CHANNELS = 2 * BLOCK_CIRCUITS
+CARD_CHANNELS = 480  # at most; whole blocks, so that circuits go on from card to card as within one
+FIRST_SERIAL = 1001
+CARDS_GO_ON = "slip off\n"  # as real ones do, however busy the machine
 LIBRARY_THREADS = "simcards"
 
 PLAIN, STEREO, MONO = "plain", "stereo", "mono"
@@ -140,16 +147,19 @@ def difference(after, before):
 
 
 class Machine:
-    """The cards, and where recordings lie. kind: PLAIN lines, or circuits whose pairs are recorded STEREO or MONO."""
+    """The cards, and where recordings lie. kind: PLAIN lines, or circuits whose pairs are recorded STEREO or MONO.
+    of_channels: settings of the cards that each channel has for itself, and all alike."""
 
-    def __init__(self, kind, lines, settings=None, disk=None):
+    def __init__(self, kind, lines, settings=None, disk=None, of_channels=None):
         self.kind, self.lines = kind, lines
         self.pairs = kind != PLAIN
+        self.disk = disk
         self.watch = Watch()
         self.raise_descriptors(lines * (2 if (settings or {}).get("o", {}).get("Monitoring") else 1))
         if disk is not None:
             self.use_disk(disk)
         self.install(settings or {})
+        store_settings({"crec": self.by_card(of_channels or {})})
 
     @staticmethod
     def raise_descriptors(wanted):
@@ -158,22 +168,58 @@ class Machine:
         if wanted + CHUNK > most:
             raise Trouble(f"{wanted} files at once, and this machine allows a process {most}")
 
+    @classmethod
+    def use_disk(cls, disk):
+        place = Path(disk) / "now"
+        place.mkdir(parents=True, exist_ok=True)
+        cls.put_aside(place)
+        subprocess.run(["mount", "--bind", place, RECORDINGS], check=True)
+
     @staticmethod
-    def use_disk(disk):
-        shutil.rmtree(disk, ignore_errors=True)
-        Path(disk).mkdir(parents=True, exist_ok=True)
-        subprocess.run(["mount", "--bind", disk, RECORDINGS], check=True)
+    def put_aside(place):
+        """Empties a folder and deletes nothing: for minutes a file system looks at each file that has gone, whenever
+        another is made, and of thousands a run would measure that."""
+        for file in place.rglob("*"):
+            if file.is_file():
+                os.truncate(file, 0)
+        old = Path(tempfile.mkdtemp(prefix="old.", dir=place.parent))
+        for entry in place.iterdir():
+            entry.rename(old / entry.name)
+
+    def clear(self):
+        """Nothing is left of recordings."""
+        if self.disk is not None:
+            self.put_aside(Path(self.disk) / "now")
+            return
+        for entry in RECORDINGS.iterdir():
+            shutil.rmtree(entry) if entry.is_dir() else entry.unlink()
 
     def install(self, settings):
-        channels = -(-self.lines // BLOCK_CIRCUITS) * 2 * BLOCK_CIRCUITS if self.pairs else self.lines
-        card = "DTP-60 3001" if self.pairs else "ATP24 1001"
-        Harness.install_cards(f"card {card} {channels}\nslip off\n")
+        model = "DTP-60" if self.pairs else "ATP24"
+        cards = [f"card {model} {serial} {channels}\n" for serial, channels in self.cards()]
+        Harness.install_cards("".join(cards) + CARDS_GO_ON)
         self.forget_runs_before()
         sql("ALTER SYSTEM SET log_statement = 'none'")
         rows("SELECT pg_reload_conf()")
         store_settings({"s": {"crec": "1"}, "o": {"RecStereo": str(int(self.kind == STEREO))}})
         store_settings(settings)
         Path("/var/morvex/conf/serial").write_text("E2E1\n")
+
+    def cards(self):
+        """Serial number and channels of each."""
+        starts = range(0, self.last_channel() + 1, CARD_CHANNELS)
+        return [
+            (FIRST_SERIAL + number, min(CARD_CHANNELS, self.last_channel() + 1 - start))
+            for number, start in enumerate(starts)
+        ]
+
+    def by_card(self, of_channels):
+        """A card has its own list, with an item for each channel."""
+        return {
+            f"Syn{serial}_{name}": ",".join([value] * channels)
+            for serial, channels in self.cards()
+            for name, value in of_channels.items()
+        }
 
     @staticmethod
     def forget_runs_before():
@@ -192,7 +238,7 @@ class Machine:
         """Those of a line, both counted from 0."""
         if not self.pairs:
             return [line]
-        first = line // BLOCK_CIRCUITS * 2 * BLOCK_CIRCUITS + line % BLOCK_CIRCUITS
+        first = line // BLOCK_CIRCUITS * BLOCK_CHANNELS + line % BLOCK_CIRCUITS
         return [first, first + BLOCK_CIRCUITS]
 
     def play(self, cards):
@@ -202,7 +248,7 @@ class Machine:
     def last_channel(self):
         if not self.pairs:
             return self.lines - 1
-        return -(-self.lines // BLOCK_CIRCUITS) * 2 * BLOCK_CIRCUITS - 1
+        return -(-self.lines // BLOCK_CIRCUITS) * BLOCK_CHANNELS - 1
 
     def environment(self, *preloads):
         values = {**os.environ, "BENCH_WATCH": str(WATCH), "LD_PRELOAD": ":".join(map(str, preloads))}
@@ -256,14 +302,14 @@ class Program:
         """Seconds of CPU that the cards have had on the program's own threads."""
         return float(re.search(r"taking=([0-9.]+)", self.cards.do("cost")[0])[1])
 
-    def recorded(self):
-        """Bytes that the cards have recorded of each driver channel, and the seconds that they have left out."""
-        status = self.cards.do("status")
-        recorded = {}
-        for text in status[1:]:
-            if found := re.match(r"ch=(\d+) .* recorded=(\d+)", text):
-                recorded[int(found[1])] = int(found[2])
-        return recorded, float(re.search(r"slipped=([0-9.]+)", status[0])[1])
+    def forget_lateness(self):
+        """Of the cards, from before anything was recorded."""
+        self.late_before_s = 0
+        self.late_before_s = self.late_s()
+
+    def late_s(self):
+        """The seconds of audio for which the cards themselves came too late."""
+        return round(float(re.search(r"late=([0-9.]+)", self.cards.do("status")[0])[1]) - self.late_before_s, 3)
 
 
 class Floor(Program):
@@ -284,6 +330,7 @@ class Floor(Program):
         self.cards = Cards()
         self.cards.socket.settimeout(LIMIT_S)
         machine.play(self.cards)
+        self.forget_lateness()
         self.process.stdin.write("\n")
         self.process.stdin.flush()
         self.hear("recording")
@@ -298,7 +345,7 @@ class Floor(Program):
         return json.loads(self.process.communicate(timeout=LIMIT_S)[0])
 
     def clear(self):
-        shutil.rmtree(self.folder)
+        self.machine.clear()
 
 
 class Daemon(Program):
@@ -307,6 +354,7 @@ class Daemon(Program):
     def __init__(self, machine):
         self.machine = machine
         self.begun = 0  # calls
+        self.due = defaultdict(list)  # by line, of each call whose recording is on disk: bytes reported before its end
         self.read_to, self.counted = 0, {}
         began = time.monotonic()
         with LOG.open("wb") as log:
@@ -323,6 +371,7 @@ class Daemon(Program):
         self.cards = Cards()
         self.cards.socket.settimeout(LIMIT_S)
         machine.play(self.cards)
+        self.forget_lateness()
 
     # -- log ---------------------------------------------------------------------------------------------------------
 
@@ -367,7 +416,16 @@ class Daemon(Program):
             self.begin(start, min(start + CHUNK - 1, last))
             self.wait_logged("] Recording to file ", self.begun)
 
+    def note_recorded(self, first, last):
+        """What the cards have reported of these lines is due to be in the recordings of their calls, which end now."""
+        channels = [self.machine.driver_channels(line) for line in range(first, last + 1)]
+        start = min(map(min, channels))
+        recorded = [int(text) for text in self.cards.do(f"recorded {start}..{max(map(max, channels))}")]
+        for line, own in enumerate(channels, first):
+            self.due[line].append(min(recorded[channel - start] for channel in own) // BLOCK_BYTES * BLOCK_BYTES)
+
     def end(self, first, last):
+        self.note_recorded(first, last)
         self.cards.do(self.ends(first, last))
 
     def end_gently(self, first, last):
@@ -394,23 +452,46 @@ class Daemon(Program):
 
     def clear(self):
         """Nothing is left of the calls."""
-        for entry in RECORDINGS.iterdir():
-            shutil.rmtree(entry) if entry.is_dir() else entry.unlink()
+        self.machine.clear()
         sql("DELETE FROM Calls; DELETE FROM ActiveCalls")
+        self.due.clear()
 
 
-def judged(machine, found, recorded):
-    """What the follower found, and how many bytes are missing of those that the cards had reported at the end."""
-    missing = 0
+def by_call(lengths):
+    """Lengths of recordings by line, in the order of their calls. Names tell second, line, and number modulo 100."""
+    found = defaultdict(list)
+    for name, length in lengths.items():
+        day, second, line, number = name.removesuffix(".wav").split("_")
+        found[int(line) - 1].append((day + second, int(number), length))
+    return {line: [length for _, _, length in in_order(calls)] for line, calls in found.items()}
+
+
+def in_order(calls):
+    """By second and number, where the numbers of a second may come round to 0."""
+    numbers = defaultdict(set)
+    for second, number, _ in calls:
+        numbers[second].add(number)
+
+    def place(call):
+        second, number, _ = call
+        round_again = number < 50 and max(numbers[second]) - number > 50
+        return second, number + (100 if round_again else 0)
+
+    return sorted(calls, key=place)
+
+
+def judged(machine, found, due):
+    """What the follower found, how many calls have no recording, and how many bytes the recordings lack of what the
+    cards had reported of their calls."""
     shares = 2 if machine.kind == STEREO else 1
-    lengths = {}
-    for name, length in found.pop("lengths").items():
-        line = int(name.split("_")[2]) - 1
-        lengths[line] = lengths.get(line, 0) + length
-    for line in range(machine.lines):
-        reported = min(recorded.get(channel, 0) for channel in machine.driver_channels(line)) // BLOCK_BYTES * BLOCK_BYTES
-        missing += max(0, shares * reported - lengths.get(line, 0))
-    return {**found, "missing_bytes": missing}
+    lengths = by_call(found.pop("lengths"))
+    missing = files = 0
+    for line, calls in due.items():
+        written = lengths.get(line, [])
+        files += max(0, len(calls) - len(written))
+        for reported, length in itertools.zip_longest(calls, written, fillvalue=0):
+            missing += max(0, shares * reported - length)
+    return {**found, "missing_bytes": missing, "missing_files": files}
 
 
 def rows_in(table):

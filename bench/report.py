@@ -15,7 +15,6 @@ from pathlib import Path
 
 from names import KINDS, NAMES
 
-SOURCE = Path(__file__).resolve().parents[1]
 TAKEN_DELAYS = ("taken", "written")
 
 
@@ -40,7 +39,7 @@ def medians(runs):
     result = {}
     for name in sorted(common):
         values = [one[name] for one in numbers]
-        lost = re.search(r"wrong_bytes|missing_bytes|wrong_headers|overruns|slipped_s|rows_left", name)
+        lost = re.search(r"wrong_bytes|missing_bytes|missing_files|wrong_headers|overruns|late_s|rows_left", name)
         result[name] = sum(values) if lost else statistics.median(values)
     return result
 
@@ -55,6 +54,7 @@ def results(out):
                 "runs": runs,
                 "measured": len(whole),
                 "trouble": sorted({run["trouble"] for run in runs if "trouble" in run}),
+                "commit": runs[0].get("commit", "unknown"),
                 "median": medians(whole),
             }
     return rows
@@ -76,7 +76,6 @@ def machine(disk):
         "PostgreSQL": said("sh", "-c", "/usr/lib/postgresql/*/bin/postgres --version | tail -n 1"),
         "its settings": "on the same machine; its cluster in memory, so no commit waits for a disk",
         "compiler": said("sh", "-c", "c++ --version | head -n 1"),
-        "commit": said("git", "-C", str(SOURCE), "rev-parse", "--short=12", "HEAD"),
     }
 
 
@@ -94,7 +93,8 @@ COLUMNS = {
     "max ms ": "daemon.delays.written.max_ms",
     "bytes wrong": "daemon.wrong_bytes",
     "missing": "daemon.missing_bytes",
-    "cards late s": "daemon.slipped_s",
+    "files missing": "daemon.missing_files",
+    "cards late s": "daemon.late_s",
 }
 SHOWN = set(COLUMNS.values())
 
@@ -107,18 +107,19 @@ def cell(value):
 
 def table(rows, about):
     lines = ["| | |", "|---|---|", *(f"| {name} | {value} |" for name, value in about.items()), ""]
-    lines.append(f"| row | runs | {' | '.join(COLUMNS)} | beside |")
-    lines.append("|---" * (len(COLUMNS) + 3) + "|")
+    lines.append(f"| row | commit | runs | {' | '.join(COLUMNS)} | beside |")
+    lines.append("|---" * (len(COLUMNS) + 4) + "|")
     for name, row in rows.items():
         median = row["median"]
         beside = [
             f"{path.removeprefix('daemon.').replace('floor.', 'bare ')} {cell(value)}"
             for path, value in median.items()
             if path not in SHOWN and re.fullmatch(r"(daemon|floor)\.\w*(_s|_ns|_per_\w+|rows|rows_left|_sample)", path)
-            and not path.endswith(("slipped_s", "us_per_event"))
+            and not path.endswith(("late_s", "us_per_event"))
         ]
         cells = [cell(median.get(path)) for path in COLUMNS.values()]
-        lines.append(f"| {name} | {row['measured']} | {' | '.join(cells)} | {'; '.join(beside + row['trouble'])} |")
+        measured = f"{name} | {row['commit']} | {row['measured']}"
+        lines.append(f"| {measured} | {' | '.join(cells)} | {'; '.join(beside + row['trouble'])} |")
     return "\n".join(lines) + "\n"
 
 

@@ -5,6 +5,7 @@ the figures of one run. The daemon runs first, as the floor needs the configurat
 import json
 import os
 import resource
+import select
 import signal
 import socket
 import subprocess
@@ -24,6 +25,9 @@ CALL_LINES = 300  # that calls come and go on
 CALLS_AT_ONCE = 100
 CALL_S = 2  # of calls that come at a rate
 STALLED_LINES = 1000
+SERVICE_TIMEOUT_S = 5  # so long does the daemon wait for the service with each message
+STALL_S = 30
+OTHER_LINES = 1 + STALL_S // SERVICE_TIMEOUT_S + 1  # one for a call, the rest for messages about them
 
 
 # -- steady ----------------------------------------------------------------------------------------------------------
@@ -42,10 +46,9 @@ def recording(machine, seconds, lines=None):
     daemon.begin_gently(0, (lines or machine.lines) - 1)
     time.sleep(SETTLE_S)
     yield daemon, figures
-    recorded, slipped_s = daemon.recorded()
     daemon.end_gently(0, (lines or machine.lines) - 1)
     daemon.wait_finished()
-    figures.update(judged(machine, follower.finish(), recorded), slipped_s=slipped_s)
+    figures.update(judged(machine, follower.finish(), daemon.due), late_s=daemon.late_s())
     daemon.stop()
     daemon.clear()
 
@@ -61,7 +64,7 @@ def floor_steady(machine, seconds):
     follower = Follower(machine, floor.folder, expected_bytes(machine, seconds))
     time.sleep(SETTLE_S)
     figures = floor.measure(seconds)
-    figures["slipped_s"] = floor.recorded()[1]
+    figures["late_s"] = floor.late_s()
     figures.update(floor.stop())
     found = follower.finish()
     figures.update(wrong_bytes=found["wrong_bytes"], files=found["files"])
@@ -69,9 +72,9 @@ def floor_steady(machine, seconds):
     return figures
 
 
-def steady(kind, lines, settings=None):
+def steady(kind, lines, settings=None, of_channels=None):
     def run(seconds, disk):
-        machine = Machine(kind, lines, settings, disk)
+        machine = Machine(kind, lines, settings, disk, of_channels)
         daemon = daemon_steady(machine, seconds)
         floor = floor_steady(machine, seconds)
         ratio = round(daemon["us_per_event"] / floor["us_per_event"], 3)
@@ -170,13 +173,11 @@ def calls(beside):
         counts = []
         figures = daemon.measure(seconds, lambda: counts.append(closed_loop(daemon, beside, seconds)))
         del figures["us_per_event"], figures["cards_us_per_event"]
-        recorded, slipped_s = daemon.recorded()
         if beside:
             daemon.end_gently(0, beside - 1)
         daemon.wait_finished()
-        found = follower.finish()
-        figures.update(wrong_bytes=found["wrong_bytes"], wrong_headers=found["wrong_headers"], files=found["files"])
-        figures.update(slipped_s=slipped_s, calls_per_s=round(counts[0] / seconds, 1))
+        figures.update(judged(machine, follower.finish(), daemon.due), late_s=daemon.late_s())
+        figures["calls_per_s"] = round(counts[0] / seconds, 1)
         daemon.stop()
         bare = statements.bare(max(50, counts[0]), "each")
         bare_per_s = max(50, counts[0]) / (bare["starts_s"] + bare["ends_s"])
@@ -221,10 +222,8 @@ def rate(per_s, beside):
         if beside:
             daemon.end_gently(0, beside - 1)
         daemon.wait_finished()
-        slipped_s = daemon.recorded()[1]
-        found = follower.finish()
-        figures.update(wrong_bytes=found["wrong_bytes"], wrong_headers=found["wrong_headers"], files=found["files"])
-        figures.update(slipped_s=slipped_s, rows=rows_in("Calls"))
+        figures.update(judged(machine, follower.finish(), daemon.due), late_s=daemon.late_s())
+        figures["rows"] = rows_in("Calls")
         daemon.stop()
         daemon.clear()
         return {"lines": beside, "daemon": figures}
@@ -263,20 +262,19 @@ def hang_up(lines):
         follower = Follower(machine, RECORDINGS, expected_bytes(machine, seconds))
         daemon.begin_gently(0, lines - 1)
         time.sleep(SETTLE_S)
-        recorded, _ = daemon.recorded()
         took = []
 
         def all_end():
+            daemon.note_recorded(0, lines - 1)
             began = time.monotonic()
-            daemon.end(0, lines - 1)
+            daemon.cards.do(daemon.ends(0, lines - 1))
             daemon.wait_logged("] Recording stopped", lines)
             took.append(round(time.monotonic() - began, 3))
 
         figures = daemon.measure(0, all_end)
         del figures["us_per_event"], figures["cards_us_per_event"]
         daemon.wait_finished()
-        slipped_s = daemon.recorded()[1]
-        figures.update(judged(machine, follower.finish(), recorded), slipped_s=slipped_s, last_end_s=took[0])
+        figures.update(judged(machine, follower.finish(), daemon.due), late_s=daemon.late_s(), last_end_s=took[0])
         daemon.stop()
         daemon.clear()
         return {"lines": lines, "daemon": figures}
@@ -314,21 +312,25 @@ def stop_disk(machine, daemon, other, length):
 
 
 def hang_service(_machine, daemon, other, length):
+    """Lines go offline, each of which the service is to hear; the messages wait for each other."""
     path = Path("/tmp/morvex")
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as service:
         service.bind(str(path))
         service.listen()  # nobody accepts or answers
-        began = time.monotonic()
+        daemon.cards.do(f"ch {other + 1}..{other + OTHER_LINES - 1} state offline")
         daemon.begin(other, other)
-        time.sleep(max(0, began + length - time.monotonic()))
+        time.sleep(length)
+        met = select.select([service], [], [], 0)[0]
     path.unlink()
+    if not met:
+        raise Trouble("the hanging service was not met")
 
 
 def stall(hang, length):
     """Lines record while something hangs that a call on another line needs."""
 
     def run(seconds, disk):
-        machine = Machine(PLAIN, STALLED_LINES + 1, disk=disk)
+        machine = Machine(PLAIN, STALLED_LINES + OTHER_LINES, disk=disk, of_channels={"CheckLineStatus": "1"})
         long = min(length, seconds)
         with recording(machine, seconds + length, STALLED_LINES) as (daemon, figures):
             def all_through():
@@ -369,24 +371,26 @@ def finish(name, lines=60, speed=10):
         machine = Machine(PLAIN, lines, {"o": {"RecEnc": name}}, disk)
         daemon = Daemon(machine)
         daemon.cards.do(f"speed {speed}")
+        daemon.forget_lateness()
         daemon.begin_gently(0, lines - 1)
         time.sleep(seconds)
-        recorded, slipped_s = daemon.recorded()
+        daemon.note_recorded(0, lines - 1)
+        recorded = [daemon.due[line][0] for line in range(lines)]
         began = time.monotonic()
-        daemon.end(0, lines - 1)
+        daemon.cards.do(daemon.ends(0, lines - 1))
         daemon.wait_finished()
         took = time.monotonic() - began
         figures = {
             "finish_s": round(took, 3),
             "recordings_per_minute": round(60 * lines / took, 1),
-            "audio_s_each": round(sum(recorded.values()) / lines / AUDIO_BYTES_PER_S, 1),
+            "audio_s_each": round(sum(recorded) / lines / AUDIO_BYTES_PER_S, 1),
             "rows": rows_in("Calls"),
-            "slipped_s": slipped_s,
+            "late_s": daemon.late_s(),
         }
         daemon.stop()
         result = {"lines": lines, "daemon": figures}
         if encoding.options is not None:
-            bare_s = bare_sox(encoding, [recorded[line] for line in range(lines)])
+            bare_s = bare_sox(encoding, recorded)
             result.update(ratio=round(took / bare_s, 3), floor={"finish_s": round(bare_s, 3)})
         daemon.clear()
         return result
@@ -420,11 +424,10 @@ def stop_with(calls_up):
         statements = Statements(daemon, calls_up)
         daemon.begin_gently(0, calls_up - 1)
         time.sleep(SETTLE_S)
-        recorded, _ = daemon.recorded()
+        daemon.note_recorded(0, calls_up - 1)
         took = daemon.stop()
-        recorded.pop(calls_up)  # its calls have ended
         figures = {"stop_s": round(took, 3), "rows": rows_in("Calls"), "rows_left": rows_in("ActiveCalls")}
-        figures.update(judged(machine, follower.finish(), recorded))
+        figures.update(judged(machine, follower.finish(), daemon.due))
         bare = statements.bare(calls_up, "apart")
         daemon.clear()
         return {
@@ -481,20 +484,20 @@ def mixing(seconds, disk):
 
 # -- all of them -----------------------------------------------------------------------------------------------------
 
-LOUD = {"crec": {"Syn1001_LoudVoiceDetect": "1"}}
+LOUD = {"LoudVoiceDetect": "1"}
 MONITORED = {"o": {"Monitoring": "1"}}
 STALLS = {
-    "backend": stall(stop_backend, 30),
-    "table": stall(lock_table, 30),
+    "backend": stall(stop_backend, STALL_S),
+    "table": stall(lock_table, STALL_S),
     "disk": stall(stop_disk, 10),
-    "service": stall(hang_service, 30),
+    "service": stall(hang_service, STALL_S),
 }
 
 ROWS = {
     **{f"lines-{lines}": steady(PLAIN, lines) for lines in LINES},
     **{f"stereo-{pairs}": steady(STEREO, pairs) for pairs in PAIRS},
     **{f"mono-{pairs}": steady(MONO, pairs) for pairs in PAIRS},
-    **{f"loudness-{lines}": steady(PLAIN, lines, LOUD) for lines in LOUD_LINES},
+    **{f"loudness-{lines}": steady(PLAIN, lines, of_channels=LOUD) for lines in LOUD_LINES},
     **{f"monitoring-{lines}": steady(PLAIN, lines, MONITORED) for lines in MONITORED_LINES},
     **{f"calls-{beside}": calls(beside) for beside in BESIDE},
     **{f"rate-{both}": rate(*map(int, both.split("-"))) for both in RATES},
@@ -510,4 +513,10 @@ ROWS = {
 assert list(ROWS) == NAMES
 
 # Small sizes, which measure nothing: that all of it works.
-SMOKE = {"mono-8": steady(MONO, 8), "calls-4": calls(4), "hangup-20": hang_up(20), "stop-5": stop_with(5)}
+SMOKE = {
+    "mono-35": steady(MONO, 35),
+    "calls-4": calls(4),
+    "hangup-70": hang_up(70),
+    "stall-service": STALLS["service"],
+    "stop-5": stop_with(5),
+}

@@ -1,8 +1,8 @@
 """One run of one row of the benchmark, in a sandbox with a database. script/bench calls it.
 
-usage: run.py ROW SECONDS DISK OUT
+usage: run.py ROW SECONDS DISK COMMIT OUT
 
-Writes the figures to OUT as JSON; a row that this machine cannot have says why in them.
+Writes the figures of this commit to OUT as JSON; a row that this machine cannot have says why in them.
 """
 
 import json
@@ -17,12 +17,12 @@ from rows import ROWS  # noqa: E402
 
 
 def main():
-    row, seconds, disk, out = sys.argv[1:]
+    row, seconds, disk, commit, out = sys.argv[1:]
     try:
         figures = ROWS[row](float(seconds), disk)
     except Trouble as trouble:
         figures = {"trouble": str(trouble)}
-    Path(out).write_text(json.dumps(figures, indent=1) + "\n")
+    Path(out).write_text(json.dumps({"commit": commit, **figures}, indent=1) + "\n")
     return 1 if "trouble" in figures else 0
 
 
