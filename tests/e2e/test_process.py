@@ -263,6 +263,7 @@ def test_threads_have_names():
     names = sorted((task / "comm").read_text().strip() for task in tasks)
     others = ("morvex_crec", "simcards")  # the main thread and whoever looks for races; the cards
     assert [name for name in names if name not in others] == ["reactor", "signals", "taker", "worker", "worker"]
+    assert daemon.stop() == 0
 
 
 def test_crash_leaves_its_name_and_dies_of_the_signal():
