@@ -25,7 +25,8 @@
 int g_DebugMode = 0;
 bool g_fErrorFile = true;
 std::atomic<bool> fAppTerminate{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler sets fAppTerminate");
+std::atomic<bool> g_fCrashed{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler sets both");
 
 namespace {
 
@@ -173,7 +174,7 @@ void lg(int prio, const char* format, ...) {
   va_end(args);
   if (prio > LOG_ERR || fAppTerminate || !g_fErrorFile) return;
   const MutexLock rLock(rErrorFileMutex);  // else the texts of two threads could mix
-  ReplaceErrorFile(rText.data(), rText.size());
+  if (!g_fCrashed) ReplaceErrorFile(rText.data(), rText.size());
 }
 
 void lgOften(const char* format, ...) {

@@ -20,10 +20,13 @@ extern int g_DebugMode;
 extern bool g_fErrorFile;
 // The order to stop. Set by the signal handler, never cleared, polled by every thread (lock-free, so signal-safe).
 extern std::atomic<bool> fAppTerminate;
+// A thread has crashed and its report is under way: what others log meanwhile leaves the error file alone, as the crash
+// is what matters in it. Set by the signal handler, never cleared.
+extern std::atomic<bool> g_fCrashed;
 
 // Logs one message with a syslog priority: LOG_ERR errors, LOG_WARNING warnings, LOG_NOTICE normal events, LOG_INFO
 // and LOG_DEBUG details. Outside text goes in through "%s". LOG_ERR and worse also replace the error file, until
-// shutdown has begun and unless g_fErrorFile is false.
+// shutdown or a crash has begun and unless g_fErrorFile is false.
 void lg(int prio, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // As lg with LOG_NOTICE, but limited as errors are: for normal events that anyone can cause in a loop.
 void lgOften(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -131,6 +131,7 @@ void EndSecondCrash() {
   if (!iCrashThread.compare_exchange_strong(iNoThread, gettid())) EndSecondCrash();
   iCrashSignal = iSignal;
   LimitReport();
+  g_fCrashed = true;
   WriteErrCrec(acText);  // first, as it needs neither lock nor memory
   syslog(LOG_ERR, "%s", acText);
   LogBacktrace();

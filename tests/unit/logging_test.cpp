@@ -485,6 +485,14 @@ TEST_F(LoggingTest, WriteErrCrecReplacesTheFileAndLogsNothing) {
   EXPECT_EQ(ReadTestFile(ERROR_FILE), "");
 }
 
+TEST_F(LoggingTest, NameOfACrashStaysInTheFileWhateverIsLoggedBehindIt) {
+  g_fCrashed = true;
+  WriteErrCrec("Signal SIGSEGV");
+  lg(LOG_ERR, "of another thread");
+  EXPECT_EQ(ReadTestFile(ERROR_FILE), "Signal SIGSEGV");
+  g_fCrashed = false;
+}
+
 TEST_F(LoggingTest, WriteErrCrecWorksDuringShutdown) {
   fAppTerminate = true;
   WriteErrCrec("fatal");
