@@ -44,7 +44,6 @@
 namespace {
 
 constexpr int STOPPING_PAUSE_MS = 200;
-constexpr double NS_A_SECOND = 1e9;
 // "1": the main loop takes the events itself.
 constexpr const char* PLAIN_LOOP_VARIABLE = "MORVEX_CREC_PLAIN_LOOP";
 

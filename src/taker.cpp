@@ -26,7 +26,6 @@ constexpr std::size_t EVENTS_BESIDE_BLOCKS = 100'000;
 constexpr std::size_t EVENTS_A_BLOCK = 4;
 constexpr int SLEEP_MS = 200;
 constexpr int SLEEP_BESIDE_AUDIO_MS = 20;
-constexpr double NS_A_SECOND = 1e9;
 constexpr std::chrono::milliseconds ERROR_PAUSE{100};  // far below what a ring holds
 constexpr std::size_t USED_BEFORE_GIVEN_BACK = 256;
 
@@ -294,15 +293,13 @@ TakenEvent& Taker::AddEvent(ETakenKind eKind, const SSM_EVENT& rEvent, std::int6
     rTaken.splice(rTaken.end(), rSpare, rSpare.begin());
   }
   TakenEvent& rAdded = rTaken.back();
+  std::unique_ptr<TakenBlock> prBlock = std::move(rAdded.prBlock);
+  rAdded = TakenEvent();
   rAdded.eKind = eKind;
   rAdded.rEvent = rEvent;
   rAdded.rEvent.pvBuffer = nullptr;
-  rAdded.acBytes = nullptr;
   rAdded.iTakenNs = iNowNs;
-  rAdded.uiRecording = NO_RECORDING;
-  rAdded.iBytes = 0;
-  rAdded.fOverrun = false;
-  rAdded.iMoreErrors = 0;
+  rAdded.prBlock = std::move(prBlock);
   return rAdded;
 }
 

@@ -34,6 +34,7 @@
 
 constexpr int TAKEN_S = 60;
 constexpr int TAKEN_BLOCK_BYTES = 2048;  // also the most that is carried of an event's data; no card sends half of it
+constexpr double NS_A_SECOND = 1e9;      // of MonotonicNs
 
 enum ETakenKind {
   TAKEN_EVENT,  // rEvent as the driver gave it; its pvBuffer points to the data, null without
