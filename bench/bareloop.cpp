@@ -1,11 +1,12 @@
 // bareloop: what the statements of calls take by themselves: the same statements and pings through the same library,
 // one after the other on one connection, and nothing else.
 //
-// usage: bareloop CALLS START_FILE END_FILE each|apart
+// usage: bareloop CALLS START_FILE END_FILE UP
 //
 // The files hold what the server has logged of one call's beginning and end, separated by NUL bytes; "{id}" stands for
-// the id that the insertion into ActiveCalls gave. With "each" a call ends before the next begins, with "apart" all
-// have begun before the first ends. Prints the seconds of all beginnings and of all ends.
+// the id that the insertion into ActiveCalls gave. So many calls are UP when one begins or ends, as a table that holds
+// more rows is slower: 1 if each ends before the next begins, CALLS if all have begun before the first ends. Prints the
+// seconds of all beginnings and of all ends.
 // The calls without an instance handle, as the daemon has them.
 #define LIBDBI_API_DEPRECATED
 #include <dbi/dbi.h>
@@ -97,23 +98,23 @@ double Run(const std::vector<std::string>& astrStatements, unsigned long long& u
 
 int main(int iArgs, char** acArgs) {
   if (iArgs != 5) {
-    fprintf(stderr, "usage: bareloop CALLS START_FILE END_FILE each|apart\n");
+    fprintf(stderr, "usage: bareloop CALLS START_FILE END_FILE UP\n");
     return 2;
   }
   const auto uiCalls = std::strtoul(acArgs[1], nullptr, 10);
   const std::vector<std::string> astrStart = Statements(acArgs[2]);
   const std::vector<std::string> astrEnd = Statements(acArgs[3]);
-  const bool fEach = strcmp(acArgs[4], "each") == 0;
+  const auto uiUp = std::strtoul(acArgs[4], nullptr, 10);
   Connect();
   std::vector<unsigned long long> vIds(uiCalls);
   double dStarts = 0;
   double dEnds = 0;
-  for (unsigned long long& uiId : vIds) {
-    dStarts += Run(astrStart, uiId);
-    if (fEach) dEnds += Run(astrEnd, uiId);
-  }
-  if (!fEach) {
-    for (unsigned long long& uiId : vIds) dEnds += Run(astrEnd, uiId);
+  std::size_t uiEnded = 0;
+  for (std::size_t uiBegun = 0; uiBegun < uiCalls;) {
+    dStarts += Run(astrStart, vIds[uiBegun++]);
+    while (uiEnded < uiBegun && (uiBegun - uiEnded >= uiUp || uiBegun == uiCalls)) {
+      dEnds += Run(astrEnd, vIds[uiEnded++]);
+    }
   }
   printf("{\"starts_s\": %.6f, \"ends_s\": %.6f}\n", dStarts, dEnds);
   dbi_conn_close(hConn);
