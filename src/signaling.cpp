@@ -25,8 +25,6 @@ constexpr socklen_t SERVICE_ADDRESS_BYTES = offsetof(sockaddr_un, sun_path) + si
 static_assert(SERVICE_ADDRESS_BYTES == 13);
 constexpr time_t SERVICE_TIMEOUT_S = 5;
 constexpr size_t REPLY_BYTES = 200;
-constexpr useconds_t PAUSE_STEP_US = 100000;
-constexpr int PAUSE_STEPS = 10;  // a second in all, in steps so that closing never waits that long
 
 // A connection that closes itself; below 0 when none could be made.
 class ServiceSocket {
@@ -84,18 +82,19 @@ bool SignalObj::append(const std::string& strSignal) {
   const MutexLock rLock(rMutex);
   if (!start()) return false;
   rList.push_back(strSignal);
+  rChanged.NotifyOne();
   return true;
 }
 
 // The message under way is waited for, so closing takes as long as its time-out may.
 void SignalObj::close() {
-  fPleaseStop = true;
-  if (isStarted()) (void)pthread_join(rThread, nullptr);
-}
-
-bool SignalObj::isStarted() {
-  const MutexLock rLock(rMutex);
-  return fStarted;
+  {
+    const MutexLock rLock(rMutex);
+    fPleaseStop = true;
+    rChanged.NotifyOne();
+    if (!fStarted) return;
+  }
+  (void)pthread_join(rThread, nullptr);
 }
 
 void SignalObj::schedule(const std::string& strSignal) {
@@ -123,22 +122,19 @@ void SignalObj::signal(const std::string& strSignal) {
 }
 
 void SignalObj::run() {
-  while (!fPleaseStop) {
-    const std::string strSignal = takeFirst();
-    if (!strSignal.empty()) {
-      signal(strSignal);
-    } else {
-      for (int i = 0; i < PAUSE_STEPS && !fPleaseStop; i++) (void)usleep(PAUSE_STEP_US);
-    }
+  std::string strSignal;
+  while (waitForFirst(strSignal)) {
+    if (!strSignal.empty()) signal(strSignal);  // an empty one is dropped
   }
 }
 
-std::string SignalObj::takeFirst() {
-  const MutexLock rLock(rMutex);
-  if (rList.empty()) return "";
-  std::string strSignal = std::move(rList.front());
+bool SignalObj::waitForFirst(std::string& strSignal) {
+  MutexLock rLock(rMutex);
+  while (rList.empty() && !fPleaseStop) rChanged.Wait(rLock);
+  if (fPleaseStop) return false;
+  strSignal = std::move(rList.front());
   rList.pop_front();
-  return strSignal;
+  return true;
 }
 
 void* SignalObj::run_it(void* pThis) {

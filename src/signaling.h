@@ -2,13 +2,12 @@
 // The service may be slow or absent, so messages go through a queue and a thread of its own: no caller ever waits.
 // Threads:   signal_service: any. init_ and close_signaling: main.
 // Ownership: SignalObj owns its queued texts; what is still listed at close_signaling is dropped.
-// Locks:     rMutex guards rList and the start of the thread; it is never held during socket work.
+// Locks:     rMutex guards rList, and the start and stop of the thread; it is never held during socket work.
 // Errors:    each failed message costs one log line at LOG_ERR and is lost.
 #pragma once
 
 #include <pthread.h>
 
-#include <atomic>
 #include <list>
 #include <string>
 
@@ -18,7 +17,7 @@ class SignalObj {
  public:
   void init();
   void close();
-  // Appends a message; it leaves within a second when the thread is idle. A thread that was refused is asked for again.
+  // Appends a message; it leaves at once when the thread is idle. A thread that was refused is asked for again.
   void schedule(const std::string& strSignal);
   // Sends one message over the service socket and waits for its reply, 5 seconds at most.
   void signal(const std::string& strSignal);
@@ -28,15 +27,15 @@ class SignalObj {
  private:
   static void* run_it(void* pThis);
   bool start() REQUIRES(rMutex);  // false: the system refuses the thread
-  bool isStarted();
   bool append(const std::string& strSignal);
-  // The first message off the list; empty when there is none. An empty message is dropped by this.
-  std::string takeFirst();
+  // Takes the first message off the list, waits for one if need be. False when the thread is to stop.
+  bool waitForFirst(std::string& strSignal);
 
   Mutex rMutex;
+  ConditionVariable rChanged;  // with rMutex: the list or the order to stop
   pthread_t rThread{};
   bool fStarted GUARDED_BY(rMutex) = false;  // rThread is to be joined; false when no thread could be had
-  std::atomic<bool> fPleaseStop{false};
+  bool fPleaseStop GUARDED_BY(rMutex) = false;
   std::list<std::string> rList GUARDED_BY(rMutex);
 };
 
