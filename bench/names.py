@@ -12,6 +12,7 @@ LINES = (100, 500, 1000, 2000, 4000, 8000, 10000, 15000, 19500, 20000)
 PAIRS = (100, 1000, 2500, 5000, 10000)
 LOUD_LINES = (1000, 10000)
 MONITORED_LINES = (1000, 8000)
+HELD = ("lines-19500", "lines-20000", "stereo-10000", "mono-10000")
 BESIDE = (0, 100, 300)
 BURSTS = (300, 1000)
 RATES = ("100-300", "150-300", "200-0")  # calls a second, and beside how many lines
@@ -27,6 +28,7 @@ KINDS = {
     "mono": ("so many circuits record both directions mixed", PAIRS),
     "loudness": ("as lines, with the detection of loud talking on", LOUD_LINES),
     "monitoring": ("as lines, with a copy for a live listener", MONITORED_LINES),
+    "held": ("so many lines or circuits record for ten minutes, however long a run else is", HELD),
     "calls": ("calls as fast as they go, beside so many lines that record", BESIDE),
     "rate": ("so many calls a second begin and end, beside so many lines that record", RATES),
     "burst": ("so many calls begin in one instant beside as many recordings", BURSTS),

@@ -17,7 +17,7 @@ from bench import ENCODINGS, backends, locked
 from harness import AUDIO_BYTES_PER_S, counting, header, rows, sql
 from machine import BENCH, MONO, PLAIN, RECORDINGS, STEREO, Daemon, Floor, Follower, Machine, Trouble, Watch
 from machine import judged, rows_in
-from names import BESIDE, BURSTS, HANG_UPS, LINES, LOUD_LINES, MONITORED_LINES, NAMES, PAIRS, RATES, STARTS, STOPS
+from names import BESIDE, BURSTS, HANG_UPS, HELD, LINES, LOUD_LINES, MONITORED_LINES, NAMES, PAIRS, RATES, STARTS, STOPS
 from names import ENCODINGS as ENCODING_NAMES
 
 SETTLE_S = 3
@@ -27,6 +27,8 @@ CALL_S = 2  # of calls that come at a rate
 STALLED_LINES = 1000
 SERVICE_TIMEOUT_S = 5  # so long does the daemon wait for the service with each message
 STALL_S = 30
+HELD_S = 600
+HELD_KINDS = {"lines": PLAIN, "stereo": STEREO, "mono": MONO}
 OTHER_LINES = 1 + STALL_S // SERVICE_TIMEOUT_S + 1  # one for a call, the rest for messages about them
 
 
@@ -79,6 +81,13 @@ def steady(kind, lines, settings=None, of_channels=None):
         floor = floor_steady(machine, seconds)
         ratio = round(daemon["us_per_event"] / floor["us_per_event"], 3)
         return {"lines": lines, "ratio": ratio, "daemon": daemon, "floor": floor}
+
+    return run
+
+
+def held(kind, lines):
+    def run(_seconds, disk):
+        return {"lines": lines, "daemon": daemon_steady(Machine(kind, lines, disk=disk), HELD_S)}
 
     return run
 
@@ -527,6 +536,7 @@ ROWS = {
     **{f"mono-{pairs}": steady(MONO, pairs) for pairs in PAIRS},
     **{f"loudness-{lines}": steady(PLAIN, lines, of_channels=LOUD) for lines in LOUD_LINES},
     **{f"monitoring-{lines}": steady(PLAIN, lines, MONITORED) for lines in MONITORED_LINES},
+    **{f"held-{both}": held(HELD_KINDS[both.split("-")[0]], int(both.split("-")[1])) for both in HELD},
     **{f"calls-{beside}": calls(beside) for beside in BESIDE},
     **{f"rate-{both}": rate(*map(int, both.split("-"))) for both in RATES},
     **{f"burst-{count}": burst(count) for count in BURSTS},
