@@ -135,14 +135,16 @@ def stay():
     """Leaves daemon and cards to a person."""
     print(
         "\nThe daemon and its cards go on. From another terminal of this machine:\n"
-        "  script/sandbox-enter --in demo/main.py     a shell in here, with cardsim, morvex_ctl and psql\n"
+        "  script/sandbox-enter --in demo/main.py\n"
+        "opens a shell in here, with cardsim, morvex_ctl, morvex_display and psql.\n"
         "In here:\n"
         "  cardsim ch 5 offhook               line 6 is lifted\n"
         "  cardsim ch 5 dtmf 0301112223       it dials\n"
         f"  cardsim ch 5 play file {WORK}/outgoing.al\n"
         "  morvex_ctl status                  the call in progress\n"
-        "  cardsim ch 5 onhook                it is over: a row in Calls, a file in /recordings\n"
-        '  psql -c "SELECT * FROM Calls"      the rows\n'
+        "  cardsim ch 5 onhook                it is over; from 3 seconds on it leaves a row in Calls,\n"
+        "                                     and a file in /recordings\n"
+        '  psql -c "SELECT linenr, remote, duration, filename FROM Calls"\n'
         f"  tail -f {WORK}/daemon-{RUNS[-1].name}.log     the daemon's log",
         flush=True,
     )

@@ -194,3 +194,13 @@ def test_right_line_is_read(tmp_path, script, arguments, values):
     (tmp_path / "try").write_text(f"set -eu\nsource {SOURCE}/script/options.bash\n{script}")
     done = subprocess.run(["bash", tmp_path / "try", *arguments], capture_output=True, text=True, check=False)
     assert (done.returncode, done.stdout.splitlines(), done.stderr) == (0, values, "")
+
+
+# -- what a demo leaves behind -----------------------------------------------------------------------------------------
+
+
+def test_demo_builds_all_that_an_installation_takes():
+    lists = [SOURCE / folder / "CMakeLists.txt" for folder in ("src", "sim", "tools")]
+    installed = {name for path in lists for name in re.findall(r"install\(TARGETS (\w+)", path.read_text())}
+    built = set(re.search(r"--target (.*)", (SOURCE / "script/demo").read_text())[1].split())
+    assert installed and installed <= built
