@@ -116,17 +116,16 @@ bool ReadConf(const std::string& strPath, SimConf& rConf, std::string& strError)
     strError = "no simulated cards: cannot read " + strPath + ": " + std::strerror(errno);
     return false;
   }
+  strError.clear();
   std::string strLine;
   for (int iLine = 1; std::getline(rFile, strLine); iLine++) {
     WordReader rWords(strLine);
     if (rWords.AtEnd() && rWords.Error().empty()) continue;
     ReadLine(rWords, rConf);
-    if (!rWords.Error().empty()) {
-      strError = strPath + ":" + std::to_string(iLine) + ": " + rWords.Error();
-      return false;
-    }
+    if (rWords.Error().empty()) continue;
+    strError += (strError.empty() ? "" : "; ") + strPath + ":" + std::to_string(iLine) + ": " + rWords.Error();
   }
-  return true;
+  return strError.empty();
 }
 
 }  // namespace simcards

@@ -39,7 +39,7 @@ EFamily FamilyOf(const std::string& strModel);
 // What SsmGetChType says of a card's channels.
 int ChTypeOf(EFamily eFamily);
 
-// False after an error, which strError then tells with file and line.
+// False after errors: strError then tells each wrong line with file and number, all of them in one line.
 bool ReadConf(const std::string& strPath, SimConf& rConf, std::string& strError);
 
 }  // namespace simcards

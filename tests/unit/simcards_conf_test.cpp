@@ -77,6 +77,14 @@ TEST_F(SimConfTest, ErrorsNameLineAndWhatWasExpected) {
   for (const auto& rRow : arRows) EXPECT_EQ(rRow.acError, Read(rRow.acText)) << rRow.acText;
 }
 
+TEST_F(SimConfTest, EachWrongLineIsTold) {
+  const std::string strFile = rFiles.Path("conf");
+  EXPECT_EQ("1: expected a number of channels, found \"many\"; " + strFile +
+                ":3: expected \"on\" or \"off\", found \"of\"; " + strFile +
+                ":4: expected a speed from 0.01 to 1000, found \"0\"",
+            Read("card X 1 many\ncard Y 2 8\nslip of\nspeed 0\n"));
+}
+
 TEST_F(SimConfTest, MissingFileMeansNoCards) {
   std::string strError;
   EXPECT_FALSE(ReadConf("/nowhere/simcards.conf", rConf, strError));
