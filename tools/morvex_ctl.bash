@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Bash completion of morvex_ctl: subcommands, and the ids of the calls in progress.
 _morvex_ctl() {
   local cur=${COMP_WORDS[COMP_CWORD]}
