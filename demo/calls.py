@@ -38,6 +38,7 @@ class Call:
     local: str = ""
     encoding: int = ALAW
     speeches: tuple = ()  # two: the directions of a trunk, one in each channel of the file
+    sides: tuple = ("",)  # who says each of them, where there are two
     line_name: str = ""
     orders: tuple = ()
 
@@ -128,7 +129,15 @@ ALAW_CALLS = (
     ),
     Call(9, "station of a Siemens PBX", INCOMING, "0711223344", speeches=(MEETING,)),
     Call(17, "station of an NEC PBX", OUTGOING, "0351778899", speeches=(PARTS,)),
-    Call(25, "trunk, both directions in stereo", INCOMING, "0221555123", local="200", speeches=(CALLER, CALLED)),
+    Call(
+        25,
+        "trunk, both directions in stereo",
+        INCOMING,
+        "0221555123",
+        local="200",
+        speeches=(CALLER, CALLED),
+        sides=("left: the caller", "right: the party called"),
+    ),
 )
 
 RUNS = (

@@ -4,17 +4,19 @@ A recording begins before its speech is played and ends after it, so a good one 
 In A-law each byte must be right. GSM and MP3 alter each sample on purpose; there the decoded sound must be alike in
 every second of the speech, which finds another speech, a gap or a shift, but not a click of a few milliseconds.
 
-Each function returns a text for the person who watches, or raises Different.
+Each comparison returns what it found, or raises Different.
 """
 
 import array
 import math
 import subprocess
+from dataclasses import dataclass
 from operator import mul
 
 RATE = 8000
 HEADER_BYTES = 56
 SILENCE = 0xD5
+RAW_SPEECH = ["-t", "al", "-r", str(RATE), "-c", "1"]  # to sox, before the file of a speech
 
 # Correlation of a second of speech with itself after GSM or MP3 at 8 kHz; that of two different speeches is near 0.
 ALIKE = 0.7
@@ -24,6 +26,15 @@ QUIET = 200  # mean amplitude below which a second says nothing
 
 class Different(Exception):
     """The recording is not what was played."""
+
+
+@dataclass(frozen=True)
+class Found:
+    """A good recording."""
+
+    verdict: str  # for the person who watches
+    starts: tuple = ()  # at which sample of the recording each speech begins
+    silenced: tuple = ()  # the first sample of the stretch that is silenced, and the first behind it
 
 
 def audio_of(path):
@@ -38,12 +49,13 @@ def exact(audio, speech):
     around = audio[:start] + audio[start + len(speech) :]
     if around.strip(bytes([SILENCE])):
         raise Different("there is sound before or after what was played")
-    return f"{len(speech)} bytes played, all equal"
+    return Found(f"{len(speech)} bytes played, all equal", (start,))
 
 
 def exact_stereo(audio, speeches):
     """Own side in the even bytes, the other in the odd ones."""
-    return "; ".join(exact(audio[side::2], speech) for side, speech in enumerate(speeches))
+    sides = [exact(audio[side::2], speech) for side, speech in enumerate(speeches)]
+    return Found("; ".join(side.verdict for side in sides), tuple(start for side in sides for start in side.starts))
 
 
 def exact_but_silenced(audio, speech, shortest_s, longest_s):
@@ -63,13 +75,14 @@ def exact_but_silenced(audio, speech, shortest_s, longest_s):
         raise Different(f"{seconds:.1f} s of it are silenced, not {shortest_s} to {longest_s} s")
     if (audio[:start] + audio[start + len(speech) :]).strip(bytes([SILENCE])):
         raise Different("there is sound before or after what was played")
-    return f"{len(speech)} bytes played, {last - first} of them ({seconds:.1f} s) silenced, all others equal"
+    verdict = f"{len(speech)} bytes played, {last - first} of them ({seconds:.1f} s) silenced, all others equal"
+    return Found(verdict, (start,), (start + first, start + last))
 
 
 def alike(recording, speech_file, speech):
     """The sound of a GSM or MP3 file against the speech, second by second."""
     got = samples([recording])
-    played = samples(["-t", "al", "-r", str(RATE), "-c", "1", speech_file])[: len(speech)]
+    played = samples([*RAW_SPEECH, speech_file])[: len(speech)]
     lag = best_lag(got, played)
     part = got[lag : lag + len(played)]
     if len(part) < len(played):
@@ -81,12 +94,12 @@ def alike(recording, speech_file, speech):
             worst = min(worst, correlation(want, have))
     if worst < ALIKE:
         raise Different(f"a second of it is alike by {worst:.2f} only, where {ALIKE} is the least")
-    return f"{len(played) / RATE:.1f} s played, each second alike by {worst:.2f} or more"
+    return Found(f"{len(played) / RATE:.1f} s played, each second alike by {worst:.2f} or more", (lag,))
 
 
-def samples(source):
+def samples(source, *effects):
     """A file as sox decodes it: 16-bit samples of one channel."""
-    command = ["sox", "-D", *source, "-t", "s16", "-L", "-c", "1", "-"]
+    command = ["sox", "-D", *source, "-t", "s16", "-L", "-c", "1", "-", *effects]
     raw = subprocess.run(command, check=True, capture_output=True).stdout
     return array.array("h", raw[: len(raw) // 2 * 2])
 

@@ -31,11 +31,15 @@ def name_line(line, name):
 # -- daemon and cards ------------------------------------------------------------------------------------------------
 
 
+def log_of(name):
+    return WORK / f"daemon-{name}.log"
+
+
 class Daemon:
     """One life of the daemon. Its log goes to a file that a person can follow."""
 
     def __init__(self, name):
-        self.log = WORK / f"daemon-{name}.log"
+        self.log = log_of(name)
         # A session of its own: a Ctrl-C is for the demo, which then stops the daemon.
         self.process = subprocess.Popen(
             [BUILD / "src" / "morvex_crec", "debug"],

@@ -1,6 +1,6 @@
 """The demo inside its sandbox: runs the daemon three times over simulated calls, and checks what came of each call.
 
-usage: main.py [--keep] FOLDER      FOLDER gets the recordings, their pictures and the table of calls
+usage: main.py [--keep] FOLDER      FOLDER gets the recordings and a page about them
 
 Exit status: 0 when each call left what it should, 1 when one did not, 130 after a Ctrl-C.
 """
@@ -102,30 +102,33 @@ def check_row(call, row):
 
 
 def check_call(call, rows):
-    """Returns what was found good; raises Different."""
+    """What was found; raises Different."""
     rows = [row for row in rows if row["linenr"] == call.line]
     if not call.speeches:
         left = [path.name for path in appliance.RECORDINGS.rglob(f"*_{call.line:03}_*")]
         if rows or left:
             raise compare.Different(f"it should not have been kept, but left {left or rows}")
-        return "nothing was kept of it"
+        return compare.Found("nothing was kept of it")
     if len(rows) != 1:
         raise compare.Different(f"{len(rows)} recordings of it were kept, not one")
     check_row(call, rows[0])
     return compare_audio(call, appliance.path_of(rows[0]))
 
 
-def check_run(run, rows):
-    """Tells the verdict on each call of a run; the number of those that are wrong."""
-    wrong = 0
-    for call in run.calls:
-        try:
-            verdict = check_call(call, rows)
-        except compare.Different as why:
-            wrong += 1
-            verdict = f"WRONG: {why}"
-        print(f"  line {call.line:2}  {call.title:42}  {verdict}", flush=True)
-    return wrong
+def judge(call, rows, log):
+    """The verdict on a call, by the rows and the log of its run."""
+    own = [row for row in rows if row["linenr"] == call.line and appliance.path_of(row).exists()]
+    seen = {"row": own[0] if len(own) == 1 else None, "log": report.log_of(call.line, log)}
+    try:
+        found = check_call(call, rows)
+    except compare.Different as why:
+        return report.Judged(call, f"WRONG: {why}", **seen)
+    return report.Judged(call, found.verdict, found=found, **seen)
+
+
+def judge_run(run, rows):
+    log = machine.log_of(run.name).read_text("utf-8", "replace")
+    return [judge(call, rows, log) for call in run.calls]
 
 
 # -- keeping it running ----------------------------------------------------------------------------------------------
@@ -145,7 +148,7 @@ def stay():
         "  cardsim ch 5 onhook                it is over; from 3 seconds on it leaves a row in Calls,\n"
         "                                     and a file in /recordings\n"
         '  psql -c "SELECT linenr, remote, duration, filename FROM Calls"\n'
-        f"  tail -f {WORK}/daemon-{RUNS[-1].name}.log     the daemon's log",
+        f"  tail -f {machine.log_of(RUNS[-1].name)}     the daemon's log",
         flush=True,
     )
     if sys.stdin.isatty():
@@ -178,17 +181,16 @@ def demo(folder, keep):
         rows_by_run.append([row for row in appliance.rows("SELECT * FROM Calls ORDER BY id") if row["id"] not in known])
 
     rows = sorted((row for rows in rows_by_run for row in rows), key=lambda row: (row["startdate"], row["linenr"]))
-    text = report.calls_table(rows)
-    print(f"\nThe table Calls:\n\n{text}\n\nPlayed and recorded:\n", flush=True)
-    wrong = sum(check_run(run, run_rows) for run, run_rows in zip(RUNS, rows_by_run))
+    print(f"\nThe table Calls:\n\n{report.calls_table(rows)}\n", flush=True)
+    judged = [each for run, run_rows in zip(RUNS, rows_by_run) for each in judge_run(run, run_rows)]
+    print(report.compared_table(judged), flush=True)
 
-    pictures = report.deliver(rows, folder)
-    (folder / "calls.txt").write_text(text + "\n")
-    print(f"\n{len(rows)} recordings and {len(pictures)} pictures of them are in {folder}", flush=True)
+    report.deliver(judged, rows, folder)
+    print(f"\n{len(rows)} recordings are in {folder}; to see and to hear them open {folder}/index.html", flush=True)
     if daemon is not None:
         stay()
         daemon.stop()
-    return wrong
+    return sum(each.found is None for each in judged)
 
 
 def main():
