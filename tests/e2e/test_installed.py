@@ -45,6 +45,15 @@ def test_installed_daemon_carries_no_path(installed):
     assert "RPATH" not in dynamic and "RUNPATH" not in dynamic
 
 
+def test_display_tool_runs_without_a_card_library(installed):
+    tool = installed.parent.parent / "bin" / "morvex_display"
+    assert "libshpa3" not in subprocess.run(["ldd", tool], check=True, capture_output=True, text=True).stdout
+    text = "Von: 0301234567"
+    result = subprocess.run([tool, "--ringing", "-"], input=text, capture_output=True, text=True)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert "0301234567: taken" in result.stdout
+
+
 def test_daemon_goes_to_the_background_and_logs_to_syslog(installed):
     syslog = Syslog()
     Daemon("card ATP8 1001 8")
