@@ -11,6 +11,7 @@ import mmap
 import os
 import re
 import resource
+import select
 import shutil
 import signal
 import struct
@@ -444,11 +445,15 @@ class Daemon(Program):
         if self.cards is not None:
             self.cards.close()
             self.cards = None
+        end = os.pidfd_open(self.process.pid)
         began = time.monotonic()
         self.process.send_signal(signal.SIGTERM)
-        if self.process.wait(LIMIT_S) != 0:
+        select.select([end], [], [], LIMIT_S)  # to wait with a limit is to look each twentieth of a second
+        took = time.monotonic() - began
+        os.close(end)
+        if self.process.wait(1) != 0:
             raise Trouble("the daemon did not stop cleanly")
-        return time.monotonic() - began
+        return took
 
     def clear(self):
         """Nothing is left of the calls."""
