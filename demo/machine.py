@@ -87,9 +87,9 @@ def calls_in_progress():
 
 
 def status_text():
-    """The calls of `morvex_ctl status`; the health of the lines stands before them."""
+    """The calls of `morvex_ctl status`, between the health of the lines and what else it shows."""
     text = subprocess.run([CTL, "status"], capture_output=True, check=False, text=True).stdout
-    return text.split("\n\n", 1)[1].rstrip()
+    return text.split("\n\n")[1]
 
 
 def order(*words):

@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr double REPORT_PERIOD_S = 1.2;  // each second, by a loop that may sleep a fifth of one
 constexpr const char* BEHIND_KEY = "loop_behind_seconds";
 
 struct MetricRow {
@@ -71,18 +70,31 @@ std::string MetricText(const MetricRow& rRow, const std::string& strValue) {
 
 }  // namespace
 
-std::optional<LoopReport> ReadLoopReport(const std::string& strPath) {
+std::optional<double> FileAgeSeconds(const std::string& strPath) {
   struct stat rStat {};
+  if (lstat(strPath.c_str(), &rStat) != 0 || !S_ISREG(rStat.st_mode)) return std::nullopt;
+  return AgeSeconds(rStat);
+}
+
+std::optional<LoopReport> ReadLoopReport(const std::string& strPath) {
+  const std::optional<double> fAge = FileAgeSeconds(strPath);
+  if (!fAge) return std::nullopt;
   std::ifstream rFile(strPath);
-  if (!rFile || stat(strPath.c_str(), &rStat) != 0) return std::nullopt;
+  if (!rFile) return std::nullopt;
   LoopReport rReport;
   for (std::string strLine; std::getline(rFile, strLine);) {
     std::istringstream rWords(strLine);
     std::string strKey, strValue;
     if (rWords >> strKey >> strValue && ParseNumber(strValue)) rReport.rValues[strKey] = strValue;
   }
-  rReport.fAgeSeconds = AgeSeconds(rStat);
+  rReport.fAgeSeconds = *fAge;
   return rReport;
+}
+
+double LoopBehindSeconds(const LoopReport& rReport) {
+  const auto it = rReport.rValues.find(BEHIND_KEY);
+  const double fReported = it == rReport.rValues.end() ? 0 : ParseNumber(it->second).value_or(0);
+  return std::max(fReported, rReport.fAgeSeconds - REPORT_PERIOD_S);
 }
 
 std::string MetricsToText(const LoopReport& rReport) {

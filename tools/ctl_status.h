@@ -1,15 +1,17 @@
 // ctl_status: the lines with their health and the calls in progress, as the daemon publishes them: the health in a
 // small file that it rewrites on each change, the calls in the database. A call that has ended stays listed until its
 // recording is finished. Both outlive a daemon that is killed, and a trace takes the file away for a while, so the
-// control socket tells whether a daemon is there.
+// control socket tells whether a daemon is there. What else shows of it comes from ctl_signs.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
 
 #include <ctime>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "ctl_signs.h"
 #include "ctl_socket.h"
 
 constexpr const char* LINE_STATUS_FILE = "/var/morvex/data/linestatus.dat";
@@ -27,7 +29,7 @@ struct CallStatus {
   time_t rSince = 0;
   bool fSilenced = false;
   bool fWaiting = false;     // no audio yet: waits for a demand to record
-  bool fUnfinished = false;  // its daemon has ended; a crash leaves such rows for good
+  bool fUnfinished = false;  // its daemon has ended; one that crashed leaves such rows for good
 };
 
 struct CtlStatus {
@@ -35,8 +37,11 @@ struct CtlStatus {
   bool fLines = false;    // it publishes line health
   bool fDatabase = false;
   std::string strDatabaseError;
+  time_t rListensSince = 0;  // when the daemon took its socket into use; 0 when nobody can tell
   std::vector<LineStatus> vLines;
   std::vector<CallStatus> vCalls;
+  std::map<std::string, std::string> rOptions;  // part "o" of the settings
+  Signs rSigns;
 };
 
 // "Line_12: offline" a line; anything else is skipped. False when the file cannot be opened.
@@ -44,15 +49,17 @@ bool ReadLineStatus(const std::string& strPath, std::vector<LineStatus>& vLines)
 struct StatusSources {
   std::string strLineFile = LINE_STATUS_FILE;
   std::string strSocket = CONTROL_SOCKET;
-  std::string strConnection;  // libpq connection text; empty: the daemon's own database
+  std::string strConnection = {};  // libpq connection text; empty: the daemon's own database
+  SignSources rSigns = {};
 };
-// All three. Without a daemon there are no lines, whatever the file says.
+// All of them. Without a daemon there are no lines, whatever the file says.
 CtlStatus ReadStatus(const StatusSources& rSources = {});
 
-// Two tables for people: lines in runs of equal health ("1-8,17-20  ok"), and calls; times in local time, ages counted
-// to rNow. Control characters are masked: what the columns hold came from the telephone network.
+// Two tables for people, and the signs: lines in runs of equal health ("1-8,17-20  ok"), and calls; times in local
+// time, ages counted to rNow. A row that is too long for a screen loses least at its end. Control characters are
+// masked: what the columns hold came from the telephone network.
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow);
 // For scripts: each line by itself.
-nlohmann::json StatusToJson(const CtlStatus& rStatus);
+nlohmann::json StatusToJson(const CtlStatus& rStatus, time_t rNow);
 // ASCII alone, with escapes for all else; what is no UTF-8 becomes U+FFFD. iIndent as in nlohmann::json::dump.
 std::string JsonToText(const nlohmann::json& rJson, int iIndent);

@@ -17,7 +17,7 @@ constexpr int REDRAW_MS = 1000;
 
 int WatchStatus() {
   if (isatty(STDOUT_FILENO) == 0 || isatty(STDIN_FILENO) == 0) return 1;
-  (void)setlocale(LC_ALL, "");  // numbers may hold names in UTF-8; without a locale they show as bytes
+  (void)setlocale(LC_CTYPE, "");  // numbers may hold names in UTF-8; without a locale they show as bytes
   initscr();
   cbreak();
   noecho();
@@ -38,5 +38,6 @@ int WatchStatus() {
 }
 
 void WatchStatusJson() {
-  while (std::cout << JsonToText(StatusToJson(ReadStatus()), /*iIndent=*/-1) << std::endl) sleep(1);
+  const auto Now = [] { return JsonToText(StatusToJson(ReadStatus(), time(nullptr)), /*iIndent=*/-1); };
+  while (std::cout << Now() << std::endl) sleep(1);
 }

@@ -11,7 +11,7 @@ _morvex_ctl() {
     silence | sound | start | stop | delete)
       local ids
       ids=$(morvex_ctl status --json 2>/dev/null |
-        sed -n '/"call_id"/h; /"state": "unfinished"/d; /"state"/{x;s/.*"call_id": "\([0-9_]*\)".*/\1/p}')
+        sed -n '/"call_id"/h; /"state": "\(unfinished\|left by a crash\)"/d; /"state"/{x;s/.*"call_id": "\([0-9_]*\)".*/\1/p}')
       mapfile -t COMPREPLY < <(compgen -W "$ids" -- "$cur")
       ;;
     change_local) mapfile -t COMPREPLY < <(compgen -W '--stop-start' -- "$cur") ;;

@@ -38,11 +38,8 @@ int Order(const std::string& strOrder) {
 
 int ShowStatus(bool fJson) {
   const CtlStatus rStatus = ReadStatus();
-  if (fJson) {
-    std::cout << JsonToText(StatusToJson(rStatus), /*iIndent=*/2) << "\n";
-  } else {
-    std::cout << StatusToText(rStatus, time(nullptr));
-  }
+  const time_t rNow = time(nullptr);
+  std::cout << (fJson ? JsonToText(StatusToJson(rStatus, rNow), /*iIndent=*/2) + "\n" : StatusToText(rStatus, rNow));
   if (!rStatus.fRunning) return CTL_NOT_RUNNING;
   return rStatus.fDatabase ? CTL_OK : CTL_NO_DATABASE;
 }

@@ -148,18 +148,43 @@ ROWS = [(1, "incoming", OUTSIDE, "recording"), (2, "outgoing", "", "silenced"), 
 def test_status_for_people(daemon, calls):
     status, output, complaint = ctl("status")
     assert (status, complaint) == (0, "")
-    lines = output.splitlines()
-    assert lines[:4] == ["LINES    HEALTH", "1-4,6-8  ok", "5        offline", ""]
-    assert lines[4].split("  ")[0] == "LINE" and len(lines) == 8
+    lines, table, signs = (part.splitlines() for part in output.split("\n\n"))
+    assert lines == ["LINES    HEALTH", "1-4,6-8  ok", "5        offline"]
+    assert table[0].split("  ")[0] == "LINE" and len(table) == 1 + len(ROWS)
     local = daemon.active_call(1)["local"]
-    for line, (number, direction, remote, state) in zip(lines[5:], ROWS):
+    for line, (number, direction, remote, state) in zip(table[1:], ROWS):
         call = calls[number]
         since = time.strftime("%H:%M:%S", time.localtime(call["startdate"]))
-        words = [str(number), direction, local if number == 1 and local else "-", remote or "-", since]
-        age, *rest = line.split()[5:]
-        assert line.split()[:5] == words and rest == [state, call["remoteid"]]
+        *words, age = line.split()
+        parties = [local if number == 1 and local else "-", remote or "-"]
+        assert words == [str(number), call["remoteid"], state, *parties, direction, since]
         hours, minutes, seconds = map(int, age.split(":"))
         assert abs(time.time() - call["startdate"] - (hours * 3600 + minutes * 60 + seconds)) < 5
+    error = Path("/var/morvex/data/err_crec.dat").read_text().splitlines()[0]
+    for sign, form in zip(
+        signs,
+        [
+            r"Main loop: \d+\.\d s behind",
+            r"Free on /recordings: \d+\.\d % \(\d+\.\d GB\)",
+            r"Last card event: 0:0\d:\d\d ago",
+            r"Last error, 0:\d\d:\d\d ago: " + re.escape(error),
+        ],
+        strict=True,
+    ):
+        assert re.fullmatch(form, sign)
+
+
+def test_status_tells_that_calls_are_not_recorded(daemon):
+    """They leave no row. The daemon reads the schedule with each call, and so does the status."""
+    daemon.store_settings({"o": {"srWeekdays": "none"}})
+    mark = daemon.mark()
+    daemon.cards("ch 2 offhook")
+    daemon.wait_line("[3] Recording not scheduled", mark)
+    assert "\nNot recorded: calls that begin outside the schedule, as now\n" in ctl("status")[1]
+    daemon.cards("ch 2 onhook")
+    daemon.wait_line("[3] Call stops", mark)
+    daemon.store_settings({"o": {"srWeekdays": ""}})
+    assert "Not recorded" not in ctl("status")[1]
 
 
 def expected_json(daemon, calls):
@@ -183,10 +208,17 @@ def expected_json(daemon, calls):
     }
 
 
+def without_signs(text):
+    """The object, without what changes by the second."""
+    told = json.loads(text)
+    assert told.pop("signs")["loop"] == "turns"
+    return told
+
+
 def test_status_for_scripts(daemon, calls):
     status, output, complaint = ctl("status", "--json")
     assert (status, complaint) == (0, "")
-    assert json.loads(output) == expected_json(daemon, calls)
+    assert without_signs(output) == expected_json(daemon, calls)
 
 
 def test_status_without_database(daemon):
@@ -246,7 +278,7 @@ def test_watch_for_scripts_is_an_object_a_line(daemon, calls):
     with subprocess.Popen([CTL, "watch", "--json"], stdout=subprocess.PIPE, text=True) as watch:
         started = time.monotonic()
         for _ in range(3):
-            assert json.loads(watch.stdout.readline()) == expected_json(daemon, calls)
+            assert without_signs(watch.stdout.readline()) == expected_json(daemon, calls)
         assert time.monotonic() - started > 1.9
         watch.stdout.close()  # nobody reads on
         assert watch.wait(60) == -signal.SIGPIPE
@@ -317,25 +349,32 @@ def test_delete(daemon, calls):
 
 
 def test_trace(daemon):
+    Path("/recordings/log").mkdir(parents=True, exist_ok=True)
     assert ctl("bittrace_start", "0") == OK
     daemon.wait_line("Starting bit stream tracing on channel 0")
     assert ctl("bittrace_start", "1") == told("ERR: already started", 7)
-    check_running_without_line_status()
+    wait_until_told("A trace runs: no call is recorded.", "traces")
     assert ctl("bittrace_stop") == OK
     daemon.wait_line("Stopped bit stream tracing")
-    check_running_without_line_status()
+    wait_until_told("No line status: no line has changed since a trace.", "turns")
     mark = daemon.mark()
     daemon.cards("ch 5 state offline")
     daemon.wait_line("[6] Line health: offline", mark)
     assert ctl("status")[1].startswith("LINES    HEALTH\n")
 
 
-def check_running_without_line_status():
-    status, output, _ = ctl("status")
-    assert status == 0
-    assert output.startswith("No line status: a trace runs, or no line has changed since one ran.\n\n")
+def wait_until_told(sentence, loop):
+    """In place of the lines, by a recorder that runs. The report of its loop comes once a second."""
+
+    def is_told():
+        status, output, _ = ctl("status")
+        assert status == 0
+        return output.startswith(sentence + "\n\n")
+
+    wait_until(sentence, is_told)
     status, output, _ = ctl("status", "--json")
-    assert (status, json.loads(output)["running"], json.loads(output)["lines"]) == (0, True, [])
+    seen = json.loads(output)
+    assert (status, seen["running"], seen["lines"], seen["signs"]["loop"]) == (0, True, [], loop)
 
 
 def test_daemon_that_does_not_run(daemon):
@@ -380,7 +419,7 @@ def test_call_of_a_daemon_that_was_killed(daemon):
     next_life.wait_orders()
     next_life.cards("ch 1 offhook")
     alive = next_life.active_call(2)["remoteid"]
-    assert states() == (0, {dead: "unfinished", alive: "recording"})
+    assert states() == (0, {dead: "left by a crash", alive: "recording"})
     assert complete("silence", "") == [alive]
     assert next_life.stop() == 0
 

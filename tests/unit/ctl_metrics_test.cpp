@@ -83,6 +83,12 @@ TEST(CtlMetrics, LoopIsBehindByWhatItsReportIsOverdue) {
   }
 }
 
+TEST(CtlMetrics, LoopThatReportsNoNumberIsBehindByWhatIsOverdue) {
+  EXPECT_DOUBLE_EQ(LoopBehindSeconds({{{"loop_behind_seconds", "0.5"}}, 1.2}), 0.5);
+  EXPECT_DOUBLE_EQ(LoopBehindSeconds({{{"loop_behind_seconds", "0.5"}}, 31.2}), 30);
+  EXPECT_DOUBLE_EQ(LoopBehindSeconds({{}, 0.1}), 0);
+}
+
 TEST(CtlMetrics, UnknownAndMissingKeysAndLinesWithoutANumberAreSkipped) {
   LoopReport rReport = Report(
       "new_key 7\n"
