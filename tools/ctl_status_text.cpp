@@ -49,17 +49,6 @@ std::string Masked(std::string strText) {
   return strText;
 }
 
-// Line by line, since a message of the database library often has several, with tabs before the second.
-std::string MaskedLines(const std::string& strText) {
-  std::istringstream rLines(strText);
-  std::string strMasked;
-  for (std::string strLine; std::getline(rLines, strLine);) {
-    std::replace(strLine.begin(), strLine.end(), '\t', ' ');
-    strMasked += (strMasked.empty() ? "" : "\n") + Masked(strLine);
-  }
-  return strMasked;
-}
-
 // Columns as wide as their widest cell, two blanks apart; the first row is the heading.
 std::string Table(std::vector<std::vector<std::string>> vRows) {
   std::vector<std::size_t> vWidths(vRows.front().size());
@@ -90,14 +79,6 @@ std::string Runs(const std::vector<int>& vNumbers) {
     if (i > iFirst) strText += "-" + std::to_string(vNumbers[i]);
   }
   return strText;
-}
-
-std::string LinesOfHealth(const std::vector<LineStatus>& vLines, const std::string& strHealth) {
-  std::vector<int> vNumbers;
-  for (const LineStatus& rLine : vLines) {
-    if (rLine.strHealth == strHealth) vNumbers.push_back(rLine.iLine);
-  }
-  return Runs(vNumbers);
 }
 
 // One row for all lines of the same health, as a unit has dozens of them and mostly all are ok.
@@ -213,6 +194,24 @@ nlohmann::json SignsToJson(const CtlStatus& rStatus, time_t rNow) {
 }
 
 }  // namespace
+
+std::string LinesOfHealth(const std::vector<LineStatus>& vLines, const std::string& strHealth) {
+  std::vector<int> vNumbers;
+  for (const LineStatus& rLine : vLines) {
+    if (rLine.strHealth == strHealth) vNumbers.push_back(rLine.iLine);
+  }
+  return Runs(vNumbers);
+}
+
+std::string MaskedLines(const std::string& strText) {
+  std::istringstream rLines(strText);
+  std::string strMasked;
+  for (std::string strLine; std::getline(rLines, strLine);) {
+    std::replace(strLine.begin(), strLine.end(), '\t', ' ');
+    strMasked += (strMasked.empty() ? "" : "\n") + Masked(strLine);
+  }
+  return strMasked;
+}
 
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {
   return LinesBlock(rStatus) + "\n" + CallsBlock(rStatus, rNow) + "\n" + SignsBlock(rStatus, rNow);

@@ -15,7 +15,11 @@ _morvex_ctl() {
       mapfile -t COMPREPLY < <(compgen -W "$ids" -- "$cur")
       ;;
     change_local) mapfile -t COMPREPLY < <(compgen -W '--stop-start' -- "$cur") ;;
-    status | watch) mapfile -t COMPREPLY < <(compgen -W '--json' -- "$cur") ;;
+    status)
+      mapfile -t COMPREPLY < <(compgen -W \
+        '--json --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' -- "$cur")
+      ;;
+    watch) mapfile -t COMPREPLY < <(compgen -W '--json' -- "$cur") ;;
   esac
 }
 complete -F _morvex_ctl morvex_ctl

@@ -1,13 +1,17 @@
 // morvex_ctl: orders to the running recorder, and a view of its lines and calls, for people and scripts.
 #include <CLI/CLI.hpp>
+#include <cstring>
 #include <ctime>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
 #include <string>
 
+#include "cli_words.h"
+#include "ctl_check.h"
 #include "ctl_metrics.h"
 #include "ctl_socket.h"
 #include "ctl_status.h"
@@ -44,6 +48,12 @@ int ShowStatus(bool fJson) {
   return rStatus.fDatabase ? CTL_OK : CTL_NO_DATABASE;
 }
 
+int Check(const CheckLimits& rLimits) {
+  const CheckResult rResult = CheckStatus(ReadStatus(), ReadDescriptorLimit(CONTROL_SOCKET), rLimits, time(nullptr));
+  std::cout << rResult.strLine << "\n";
+  return rResult.eExit;
+}
+
 int Watch(bool fJson) {
   if (fJson) {
     WatchStatusJson();
@@ -70,7 +80,20 @@ struct Arguments {
   int iNumber = 0;
   bool fStopStart = false;
   bool fJson = false;
+  bool fCheck = false;
+  CheckLimits rLimits;
 };
+
+constexpr double PERCENT = 100;
+constexpr double ENDLESS = std::numeric_limits<double>::infinity();
+
+// Asked of the arguments as they are: those that make no sense have not become any.
+bool IsCheck(int argc, char** argv) {
+  for (int i = 1; i < argc; i++) {
+    if (strcmp(argv[i], "--check") == 0) return true;
+  }
+  return false;
+}
 
 class CommandLine {
  public:
@@ -78,7 +101,8 @@ class CommandLine {
     rApp.require_subcommand(1);
     rApp.footer(
         "Exit status: 0 OK, 1 no report, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
-        "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database.");
+        "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database,\n"
+        "11 unknown reply. status --check has those of monitoring plugins: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
     AddCallOrder("silence", "Replace the audio of a call by silence from now on");
     AddCallOrder("sound", "End the silence of a call");
     AddCallOrder("start", "Record a call that waits for a demand");
@@ -97,7 +121,7 @@ class CommandLine {
         ->check(CLI::Range(0, 99999));
     AddOrder("bittrace_stop", "End the trace", [] { return std::string("bittrace_stop"); });
     AddChangeLocal();
-    AddView("status", "Lines with their health, and calls in progress", ShowStatus);
+    AddStatus();
     AddView("watch", "The status, redrawn every second until a key is pressed", Watch);
     rApp.add_subcommand("metrics", "What the recorder tells of its loop, as Prometheus reads it")->callback([this] {
       pRun = ShowMetrics;
@@ -108,7 +132,10 @@ class CommandLine {
     try {
       rApp.parse(argc, argv);
     } catch (const CLI::ParseError& rError) {  // the library's way, also for --help
-      return rApp.exit(rError) == 0 ? CTL_OK : CTL_USAGE;
+      if (rApp.exit(rError) == 0) return CTL_OK;
+      if (!IsCheck(argc, argv)) return CTL_USAGE;
+      std::cout << "CREC UNKNOWN - " << rError.what() << "\n";
+      return PLUGIN_UNKNOWN;
     }
     return pRun();
   }
@@ -136,6 +163,31 @@ class CommandLine {
         ->check(CheckPhoneNumber);
     prSub->add_option("remote", rArgs.strRemote, "Remote number of the call")->required()->check(CheckPhoneNumber);
     prSub->add_flag("--stop-start", rArgs.fStopStart, "End this recording and start another for the new party");
+  }
+
+  void AddStatus() {
+    CLI::App* prSub = rApp.add_subcommand("status", "Lines with their health, and calls in progress");
+    CLI::Option* prJson = prSub->add_flag("--json", rArgs.fJson, "For scripts");
+    CLI::Option* prCheck = prSub->add_flag("--check", rArgs.fCheck, "One line and exit status of a monitoring plugin");
+    prCheck->excludes(prJson);
+    CheckLimits& rLimits = rArgs.rLimits;
+    AddLimit(prSub, prCheck, "--warn-free", rLimits.fWarnFree, PERCENT, "Warning below so many percent of free disk");
+    AddLimit(prSub, prCheck, "--crit-free", rLimits.fCritFree, PERCENT, "Critical below so many");
+    AddLimit(prSub, prCheck, "--warn-behind", rLimits.fWarnBehind, ENDLESS,
+             "Warning from so many seconds that the main loop is behind");
+    AddLimit(prSub, prCheck, "--crit-behind", rLimits.fCritBehind, ENDLESS, "Critical from so many");
+    AddLimit(prSub, prCheck, "--warn-event", rLimits.fWarnEvent, ENDLESS,
+             "Warning after so many seconds without a card event; 0: never");
+    prSub->callback(
+        [this] { pRun = [this] { return rArgs.fCheck ? Check(rArgs.rLimits) : ShowStatus(rArgs.fJson); }; });
+  }
+
+  void AddLimit(CLI::App* prSub, CLI::Option* prCheck, const std::string& strName, double& dLimit, double dMost,
+                const std::string& strHelp) {
+    prSub->add_option(strName, dLimit, strHelp)
+        ->check([dMost](const std::string& strText) { return ComplainOfNumber(strText, 0, dMost); })
+        ->capture_default_str()
+        ->needs(prCheck);
   }
 
   void AddView(const std::string& strName, const std::string& strHelp, int (*pView)(bool fJson)) {

@@ -4,6 +4,7 @@ import json
 import os
 import pty
 import re
+import resource
 import select
 import signal
 import subprocess
@@ -228,6 +229,54 @@ def test_status_without_database(daemon):
     assert "\nThe database cannot be read: " in output
 
 
+def check(*limits):
+    """Exit status, verdict and performance data."""
+    status, output, complaint = ctl("status", "--check", *limits)
+    assert complaint == "" and output.count("\n") == 1
+    verdict, bar, data = output.rstrip("\n").partition(" | ")
+    return status, verdict, dict(value.split("=") for value in data.split()) if bar else {}
+
+
+PATIENT = "--warn-behind 60 --crit-behind 60".split()  # of a slow machine
+
+
+def test_check_of_a_line_that_is_offline(daemon):
+    status, verdict, data = check("--warn-free", "0", "--crit-free", "0", *PATIENT)
+    assert (status, verdict) == (1, "CREC WARNING - line 5 offline; 7 lines ok, 3 calls")
+    counts = {"lines_ok": "7", "lines_offline": "1", "lines_error": "0", "calls": "3", "calls_left": "0"}
+    assert {key: data[key] for key in counts} == counts
+    assert re.fullmatch(r"\d+\.\d%;0:;0:", data["free"])
+    assert re.fullmatch(r"\d+\.\d{3}s;60;60", data["behind"])
+    assert re.fullmatch(r"\d+s", data["event_age"])
+
+
+def test_check_has_limits_of_its_caller(daemon):
+    status, verdict, _ = check("--crit-free", "100", *PATIENT)
+    assert status == 2
+    assert re.match(r"CREC CRITICAL - \d+\.\d % free on /recordings; line 5 offline; ", verdict)
+
+
+def test_check_tells_of_a_process_with_few_descriptors(daemon):
+    """One for each of eight lines, and some."""
+    old = resource.prlimit(daemon.pid, resource.RLIMIT_NOFILE)
+    resource.prlimit(daemon.pid, resource.RLIMIT_NOFILE, (71, old[1]))
+    verdict = check()[1]
+    resource.prlimit(daemon.pid, resource.RLIMIT_NOFILE, old)
+    assert "; at most 71 open files, the lines need 72; " in verdict
+    assert "open files" not in check()[1]
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [["--warn-free", "101"], ["--crit-behind", "-1"], ["--warn-event", "soon"], ["--json"], ["--critical", "5"]],
+)
+def test_check_with_arguments_that_make_no_sense_is_unknown(daemon, arguments):
+    status, output, _ = ctl("status", "--check", *arguments)
+    assert status == 3
+    assert output.startswith("CREC UNKNOWN - ")
+    assert ctl("status", "--warn-free", "5")[0] == USAGE
+
+
 # -- watch -----------------------------------------------------------------------------------------------------------
 
 
@@ -312,7 +361,8 @@ def test_completion(daemon, calls):
     for word in SUBCOMMANDS[:5]:
         assert complete(word, "") == ids
     assert complete("silence", ids[2]) == [ids[2]]
-    assert complete("status", "--") == ["--json"]
+    assert complete("status", "--j") == ["--json"]
+    assert complete("status", "--warn") == ["--warn-free", "--warn-behind", "--warn-event"]
     assert complete("watch", "") == ["--json"]
     assert complete("change_local", "--") == ["--stop-start"]
     assert complete("chst", "") == []
@@ -354,6 +404,9 @@ def test_trace(daemon):
     daemon.wait_line("Starting bit stream tracing on channel 0")
     assert ctl("bittrace_start", "1") == told("ERR: already started", 7)
     wait_until_told("A trace runs: no call is recorded.", "traces")
+    status, verdict, _ = check()
+    assert status == 2
+    assert verdict.startswith("CREC CRITICAL - a trace runs, no call is recorded; ")
     assert ctl("bittrace_stop") == OK
     daemon.wait_line("Stopped bit stream tracing")
     wait_until_told("No line status: no line has changed since a trace.", "turns")
@@ -388,6 +441,9 @@ def test_daemon_that_does_not_run(daemon):
     assert output.startswith("The recorder is not running: nobody serves /tmp/morvex_crec.\n\n")
     status, output, _ = ctl("status", "--json")
     assert (status, json.loads(output)["running"], json.loads(output)["lines"]) == (9, False, [])
+    status, verdict, _ = check()
+    assert status == 2
+    assert verdict.startswith("CREC CRITICAL - the recorder is not running; ")
 
 
 def test_metrics_of_a_report_that_outlives_its_daemon(daemon):
@@ -421,6 +477,7 @@ def test_call_of_a_daemon_that_was_killed(daemon):
     alive = next_life.active_call(2)["remoteid"]
     assert states() == (0, {dead: "left by a crash", alive: "recording"})
     assert complete("silence", "") == [alive]
+    assert "; 1 call left by a crash; 8 lines ok, 1 call" in "; " + check()[1].partition(" - ")[2]
     assert next_life.stop() == 0
 
 
@@ -431,9 +488,12 @@ def test_table_that_somebody_locks(daemon):
     with subprocess.Popen(lock, stdout=subprocess.DEVNULL) as holder:
         wait_until("the lock", lambda: rows(query))
         status, output, _ = ctl("status", "--json")
+        _, verdict, _ = check()
         holder.kill()
     assert (status, json.loads(output)["calls"]) == (9, [])
     assert "statement timeout" in json.loads(output)["database_error"]
+    assert verdict.startswith("CREC CRITICAL - the recorder is not running; ")
+    assert re.search("; the database cannot be read: .*statement timeout", verdict)
 
 
 def states():
