@@ -93,9 +93,9 @@ def status_text():
 
 
 def order(*words):
-    """The answer to an order, which is "OK" when it was carried out."""
+    """The answer to an order, which is or begins with "OK" when it was carried out."""
     result = subprocess.run([CTL, *words], capture_output=True, check=False, text=True)
-    return (result.stdout + result.stderr).strip()
+    return " ".join((result.stdout + result.stderr).splitlines())
 
 
 def settle():

@@ -54,6 +54,8 @@ struct StatusSources {
 };
 // All of them. Without a daemon there are no lines, whatever the file says.
 CtlStatus ReadStatus(const StatusSources& rSources = {});
+// Whether the daemon has this line: a complaint, empty when it has. So it is where there is no line status to tell.
+std::string ComplainOfLine(const CtlStatus& rStatus, int iLine);
 
 // Two tables for people, and the signs: lines in runs of equal health ("1-8,17-20  ok"), and calls; times in local
 // time, ages counted to rNow. A row that is too long for a screen loses least at its end. Control characters are

@@ -203,6 +203,17 @@ std::string LinesOfHealth(const std::vector<LineStatus>& vLines, const std::stri
   return Runs(vNumbers);
 }
 
+std::string ComplainOfLine(const CtlStatus& rStatus, int iLine) {
+  if (!rStatus.fLines) return "";
+  std::vector<int> vNumbers;
+  for (const LineStatus& rLine : rStatus.vLines) {
+    if (rLine.iLine == iLine) return "";
+    vNumbers.push_back(rLine.iLine);
+  }
+  return "There is no line " + std::to_string(iLine) +
+         (vNumbers.empty() ? "; the recorder has none." : "; the recorder has " + Runs(vNumbers) + ".");
+}
+
 std::string MaskedLines(const std::string& strText) {
   std::istringstream rLines(strText);
   std::string strMasked;

@@ -1,25 +1,31 @@
 # shellcheck shell=bash
-# Bash completion of morvex_ctl: subcommands, and the ids of the calls in progress.
+# Bash completion of morvex_ctl: subcommands, the ids of the calls in progress, and line numbers.
+_morvex_ctl_lines() {
+  morvex_ctl status --json 2>/dev/null | sed -n '/"health"/{n;s/.*"line": \([0-9]*\).*/\1/p}'
+}
+
+_morvex_ctl_calls() {
+  morvex_ctl status --json 2>/dev/null |
+    sed -n '/"call_id"/h; /"state": "\(unfinished\|left by a crash\)"/d; /"state"/{x;s/.*"call_id": "\([0-9_]*\)".*/\1/p}'
+}
+
 _morvex_ctl() {
-  local cur=${COMP_WORDS[COMP_CWORD]}
+  local cur=${COMP_WORDS[COMP_CWORD]} words=
   if ((COMP_CWORD == 1)); then
-    mapfile -t COMPREPLY < <(compgen -W \
-      'silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local status watch metrics --help' -- "$cur")
-    return
+    words='silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local'
+    words+=' status watch metrics --help'
+  elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --line ]]; then
+    words=$(_morvex_ctl_lines)
+  else
+    case ${COMP_WORDS[1]} in
+      silence | sound | start | stop | delete)
+        if [[ $cur == -* ]]; then words=--line; else words=$(_morvex_ctl_calls); fi
+        ;;
+      change_local) words=--stop-start ;;
+      status) words='--json --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' ;;
+      watch) words=--json ;;
+    esac
   fi
-  case ${COMP_WORDS[1]} in
-    silence | sound | start | stop | delete)
-      local ids
-      ids=$(morvex_ctl status --json 2>/dev/null |
-        sed -n '/"call_id"/h; /"state": "\(unfinished\|left by a crash\)"/d; /"state"/{x;s/.*"call_id": "\([0-9_]*\)".*/\1/p}')
-      mapfile -t COMPREPLY < <(compgen -W "$ids" -- "$cur")
-      ;;
-    change_local) mapfile -t COMPREPLY < <(compgen -W '--stop-start' -- "$cur") ;;
-    status)
-      mapfile -t COMPREPLY < <(compgen -W \
-        '--json --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' -- "$cur")
-      ;;
-    watch) mapfile -t COMPREPLY < <(compgen -W '--json' -- "$cur") ;;
-  esac
+  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
 }
 complete -F _morvex_ctl morvex_ctl

@@ -13,6 +13,7 @@
 #include "cli_words.h"
 #include "ctl_check.h"
 #include "ctl_metrics.h"
+#include "ctl_orders.h"
 #include "ctl_socket.h"
 #include "ctl_status.h"
 #include "ctl_watch.h"
@@ -28,16 +29,6 @@ std::string CheckCallId(const std::string& strText) {
 // The vertical bar separates the fields of the order.
 std::string CheckPhoneNumber(const std::string& strText) {
   return strText.find_first_of("|\r\n") == std::string::npos ? "" : "a number holds no '|' and no line end";
-}
-
-int Order(const std::string& strOrder) {
-  if (strOrder.size() > MAX_ORDER_BYTES) {
-    std::cerr << "The order is longer than " << MAX_ORDER_BYTES << " bytes; nothing was sent.\n";
-    return CTL_USAGE;
-  }
-  const CtlReply rReply = SendOrder(strOrder);
-  (rReply.eExit == CTL_OK ? std::cout : std::cerr) << rReply.strText << "\n";
-  return rReply.eExit;
 }
 
 int ShowStatus(bool fJson) {
@@ -76,7 +67,8 @@ int ShowMetrics() {
 
 // The arguments of all subcommands; only the one that was given is used.
 struct Arguments {
-  std::string strCallId, strLocal, strRemote;
+  CallName rCall;
+  std::string strLocal, strRemote;
   int iNumber = 0;
   bool fStopStart = false;
   bool fJson = false;
@@ -84,6 +76,7 @@ struct Arguments {
   CheckLimits rLimits;
 };
 
+constexpr int MAX_LINE = 99999;
 constexpr double PERCENT = 100;
 constexpr double ENDLESS = std::numeric_limits<double>::infinity();
 
@@ -113,7 +106,7 @@ class CommandLine {
              [this] { return "chst " + std::to_string(rArgs.iNumber); })
         ->add_option("line", rArgs.iNumber, "Line number as users see it")
         ->required()
-        ->check(CLI::Range(1, 99999));
+        ->check(CLI::Range(1, MAX_LINE));
     AddOrder("bittrace_start", "Trace one channel; nothing else is recorded meanwhile",
              [this] { return "bittrace_start " + std::to_string(rArgs.iNumber); })
         ->add_option("channel", rArgs.iNumber, "Channel of the card driver, counted from 0")
@@ -143,15 +136,24 @@ class CommandLine {
  private:
   CLI::App* AddOrder(const std::string& strName, const std::string& strHelp, std::function<std::string()> pText) {
     CLI::App* prSub = rApp.add_subcommand(strName, strHelp);
-    prSub->callback([this, pText = std::move(pText)] { pRun = [pText] { return Order(pText()); }; });
+    prSub->callback([this, pText = std::move(pText)] { pRun = [pText] { return RunOrder(pText()); }; });
     return prSub;
   }
 
   void AddCallOrder(const std::string& strName, const std::string& strHelp) {
-    AddOrder(strName, strHelp, [this, strName] { return strName + " " + rArgs.strCallId; })
-        ->add_option("call-id", rArgs.strCallId, "Id of the call, as status shows it")
-        ->required()
-        ->check(CheckCallId);
+    CLI::App* prSub = rApp.add_subcommand(strName, strHelp);
+    CLI::Option* prId = prSub->add_option("call-id", rArgs.rCall.strCallId, "Id of the call, as status shows it");
+    prId->check(CheckCallId);
+    AddLine(prSub, "The call on this line")->excludes(prId);
+    prSub->callback([this, strName] {
+      if (rArgs.rCall.strCallId.empty() && rArgs.rCall.iLine == 0)
+        throw CLI::ValidationError(strName, "needs a call id, or --line and a line number");
+      pRun = [this, strName] { return RunCallOrder(strName, rArgs.rCall); };
+    });
+  }
+
+  CLI::Option* AddLine(CLI::App* prSub, const std::string& strHelp) {
+    return prSub->add_option("--line", rArgs.rCall.iLine, strHelp)->check(CLI::Range(1, MAX_LINE));
   }
 
   void AddChangeLocal() {

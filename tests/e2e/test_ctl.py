@@ -83,6 +83,19 @@ def test_options_that_are_off(daemon, calls):
     assert daemon.active_call(1)["local"] == "22"
 
 
+def test_call_by_its_line(daemon, calls):
+    assert ctl("silence", "--line", "1") == OK
+    assert daemon.active_call(1)["callextra"] == "silencing: 1\r\n"
+    assert ctl("sound", "--line", "1") == OK
+    assert daemon.active_call(1)["callextra"] == "silencing: 0\r\n"
+    for word in ("silence", "sound", "start", "stop", "delete"):
+        assert ctl(word, "--line", "4") == told("Line 4 has no call in progress.", 4)
+        assert ctl(word, "--line", "9") == told("There is no line 9; the recorder has 1-8.", USAGE)
+    status, output, complaint = ctl("silence", "--line", "1", PGHOST="/tmp/nowhere")
+    assert (status, output) == (10, "")
+    assert complaint.startswith("The database cannot be read: ")
+
+
 def test_silence_and_sound(daemon, calls):
     call = calls[1]["remoteid"]
     assert ctl("silence", call) == OK
@@ -106,6 +119,9 @@ def test_silence_and_sound(daemon, calls):
         ["silence", "7"],
         ["silence", NO_CALL + "\n"],
         ["silence", NO_CALL, NO_CALL],
+        ["silence", NO_CALL, "--line", "1"],
+        ["silence", "--line", "0"],
+        ["start", "--line"],
         ["chst"],
         ["chst", "0"],
         ["chst", "-1"],
@@ -361,6 +377,8 @@ def test_completion(daemon, calls):
     for word in SUBCOMMANDS[:5]:
         assert complete(word, "") == ids
     assert complete("silence", ids[2]) == [ids[2]]
+    assert complete("silence", "--") == ["--line"]
+    assert complete("delete", "--line", "") == [str(line) for line in range(1, 9)]
     assert complete("status", "--j") == ["--json"]
     assert complete("status", "--warn") == ["--warn-free", "--warn-behind", "--warn-event"]
     assert complete("watch", "") == ["--json"]
@@ -382,10 +400,15 @@ def test_manual_page_renders_without_warnings(daemon):
 
 
 def test_record_on_demand(daemon, calls):
-    assert ctl("start", calls[8]["remoteid"]) == OK
+    """Each order makes a part of its own, and tells its id."""
+    status, output, complaint = ctl("start", calls[8]["remoteid"])
     query = "SELECT * FROM ActiveCalls WHERE linenr = 8 AND encoding <> 0"
     part = wait_until("the demanded part", lambda: rows(query))[0]
-    assert ctl("stop", part["remoteid"]) == OK
+    assert (status, output, complaint) == (0, f"OK\n{part['remoteid']}\n", "")
+    assert ctl("start", part["remoteid"]) == OK, "it is recorded already, and keeps its id"
+    status, output, complaint = ctl("stop", "--line", "8")
+    waiting = wait_until("the part that waits", lambda: rows(query.replace("<>", "=")))[0]
+    assert (status, output, complaint) == (0, f"OK\n{waiting['remoteid']}\n", "")
     assert daemon.finished_call(part["remoteid"])["encoding"] == 554
 
 
@@ -396,6 +419,8 @@ def test_delete(daemon, calls):
     daemon.wait_line("DelOnDmdType: 1", mark)
     assert ctl("delete", calls[1]["remoteid"]) == OK
     wait_until("row deleted", lambda: rows("SELECT id FROM ActiveCalls WHERE linenr = 1") == [])
+    # The daemon knows the call as long as it lasts, and says OK again.
+    assert ctl("delete", calls[1]["remoteid"]) == told("OK\nNo recording of this call was listed any more.", 0)
 
 
 def test_trace(daemon):

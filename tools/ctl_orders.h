@@ -1,0 +1,23 @@
+// ctl_orders: orders as people give them. An answer of the daemon is short, so what came of an order is looked up among
+// the calls in progress, before and after.
+#pragma once
+
+#include <string>
+
+#include "ctl_socket.h"
+#include "ctl_status.h"
+
+// By one of both.
+struct CallName {
+  std::string strCallId;
+  int iLine = 0;  // 0: by the id
+};
+
+// Each gives its order, prints what came of it, and returns the exit status.
+int RunOrder(const std::string& strOrder);
+int RunCallOrder(const std::string& strWord, const CallName& rName);  // "silence", "start", ...
+
+// The one running call of a line: its id as text with CTL_OK, else why there is none.
+CtlReply FindCallOnLine(const CtlStatus& rStatus, int iLine);
+// Under which id the line of this call goes on: the only one that is new there; empty when there is none.
+std::string NewCallId(const CtlStatus& rBefore, const CtlStatus& rAfter, const std::string& strCallId);
