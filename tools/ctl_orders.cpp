@@ -1,10 +1,15 @@
 #include "ctl_orders.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 #include <vector>
 
 namespace {
+
+constexpr int LOOK_TIMES = 10;
+constexpr useconds_t LOOK_PAUSE_US = 100'000;
 
 // -- printing ---------------------------------------------------------------------------------------------------------
 
@@ -28,6 +33,28 @@ CtlReply Send(const std::string& strOrder) {
 bool IsListed(const CtlStatus& rStatus, const std::string& strCallId) {
   return std::any_of(rStatus.vCalls.begin(), rStatus.vCalls.end(),
                      [&](const CallStatus& rCall) { return rCall.strCallId == strCallId; });
+}
+
+bool IsNumberOf(const std::string& strGiven, const std::string& strStored) {
+  return strGiven == strStored || strGiven == "00" + strStored;
+}
+
+// The local number of a call with this remote number; null when it has another. An incoming internal call has its
+// parties exchanged, and nothing tells it from an outgoing one.
+const std::string* LocalOf(const CallStatus& rCall, const std::string& strRemote) {
+  if (IsNumberOf(strRemote, rCall.strRemote)) return &rCall.strLocal;
+  const bool fInternal = rCall.strDirection == DIRECTION_TEXT_INTERNAL;
+  return fInternal && IsNumberOf(strRemote, rCall.strLocal) ? &rCall.strRemote : nullptr;
+}
+
+bool HasRunning(const CtlStatus& rStatus, const std::string& strRemote) {
+  return std::any_of(rStatus.vCalls.begin(), rStatus.vCalls.end(), [&](const CallStatus& rCall) {
+    return !rCall.fUnfinished && LocalOf(rCall, strRemote) != nullptr;
+  });
+}
+
+std::string NumberText(const std::string& strNumber) {
+  return strNumber.empty() ? "empty" : strNumber;
 }
 
 }  // namespace
@@ -62,6 +89,30 @@ std::string NewCallId(const CtlStatus& rBefore, const CtlStatus& rAfter, const s
   return astrNew.size() == 1 ? astrNew[0] : "";
 }
 
+CtlReply JudgeLocalChange(const CtlStatus& rBefore, const CtlStatus& rAfter, const LocalChange& rChange) {
+  if (!rBefore.fDatabase || !rAfter.fDatabase) {
+    CtlReply rReply = DatabaseFailure(rBefore.fDatabase ? rAfter : rBefore);
+    rReply.strText += "\nThe order was sent; what came of it cannot be told.";
+    return rReply;
+  }
+  CtlReply rReply = {CTL_UNKNOWN_CALL, "No call in progress has the remote number " + rChange.strRemote + "."};
+  for (const CallStatus& rCall : rAfter.vCalls) {
+    const std::string* prLocal = LocalOf(rCall, rChange.strRemote);
+    if (rCall.fUnfinished || prLocal == nullptr) continue;
+    // To a phone that is not monitored the call goes on with the line's own number, as a part of its own.
+    const bool fIsOwn = rChange.strLocal.empty() && rChange.fStopStart && !IsListed(rBefore, rCall.strCallId);
+    if (*prLocal == rChange.strLocal || fIsOwn) {
+      return {CTL_OK, "Local number of the call " + rCall.strCallId + " is now " + NumberText(*prLocal) + "."};
+    }
+    rReply = {CTL_NOT_DONE, "Local number of the call " + rCall.strCallId + " is still " + NumberText(*prLocal) + "."};
+  }
+  if (rReply.eExit == CTL_UNKNOWN_CALL && HasRunning(rBefore, rChange.strRemote)) {
+    return {CTL_NOT_DONE, "The call with the remote number " + rChange.strRemote +
+                              " is not listed any more: it is over, or not recorded with this number."};
+  }
+  return rReply;
+}
+
 // -- orders -----------------------------------------------------------------------------------------------------------
 
 int RunOrder(const std::string& strOrder) {
@@ -91,4 +142,19 @@ int RunCallOrder(const std::string& strWord, const CallName& rName) {
     std::cout << "No recording of this call was listed any more.\n";
   }
   return CTL_OK;
+}
+
+int RunChangeLocal(const LocalChange& rChange) {
+  const CtlStatus rBefore = ReadStatus();
+  const CtlReply rSent =
+      Send("change_local " + rChange.strLocal + "|" + rChange.strRemote + "|" + (rChange.fStopStart ? "1" : "0"));
+  // These are the answers of whatever order was before.
+  const bool fTellsNothing = rSent.eExit == CTL_OK || rSent.eExit == CTL_UNKNOWN_CALL || rSent.eExit == CTL_NO_REPLY;
+  if (!fTellsNothing) return Print(rSent);
+  CtlReply rReply = JudgeLocalChange(rBefore, ReadStatus(), rChange);
+  for (int i = 0; i < LOOK_TIMES && rReply.eExit == CTL_NOT_DONE; i++) {
+    (void)usleep(LOOK_PAUSE_US);
+    rReply = JudgeLocalChange(rBefore, ReadStatus(), rChange);
+  }
+  return Print(rReply);
 }

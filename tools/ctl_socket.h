@@ -21,6 +21,7 @@ enum ECtlExit {
   CTL_NOT_RUNNING = 9,    // nobody serves the socket
   CTL_NO_DATABASE = 10,   // status, watch: the database cannot be read
   CTL_OTHER_REPLY = 11,   // a reply that is none of the known ones
+  CTL_NOT_DONE = 12,      // the order was taken, and what it was for has not come about
 };
 
 struct CtlReply {

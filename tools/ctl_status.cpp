@@ -23,7 +23,7 @@ const char* DirectionText(int iDirection) {
     case DIRECTION_OUTGOING:
       return "outgoing";
     case DIRECTION_INTERNAL:
-      return "internal";
+      return DIRECTION_TEXT_INTERNAL;
     default:  // the column is written by others too
       return "unknown";
   }

@@ -15,6 +15,7 @@
 #include "ctl_socket.h"
 
 constexpr const char* LINE_STATUS_FILE = "/var/morvex/data/linestatus.dat";
+constexpr const char* DIRECTION_TEXT_INTERNAL = "internal";
 
 struct LineStatus {
   int iLine = 0;
@@ -24,7 +25,7 @@ struct LineStatus {
 struct CallStatus {
   int iLine = 0;
   std::string strCallId;     // by which orders address the call
-  std::string strDirection;  // "incoming", "outgoing" or "internal"
+  std::string strDirection;  // "incoming", "outgoing" or DIRECTION_TEXT_INTERNAL
   std::string strLocal, strRemote;
   time_t rSince = 0;
   bool fSilenced = false;

@@ -68,9 +68,8 @@ int ShowMetrics() {
 // The arguments of all subcommands; only the one that was given is used.
 struct Arguments {
   CallName rCall;
-  std::string strLocal, strRemote;
+  LocalChange rChange;
   int iNumber = 0;
-  bool fStopStart = false;
   bool fJson = false;
   bool fCheck = false;
   CheckLimits rLimits;
@@ -95,7 +94,8 @@ class CommandLine {
     rApp.footer(
         "Exit status: 0 OK, 1 no report, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
         "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database,\n"
-        "11 unknown reply. status --check has those of monitoring plugins: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
+        "11 unknown reply, 12 nothing came of the order. status --check has those of monitoring plugins: 0 OK,\n"
+        "1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
     AddCallOrder("silence", "Replace the audio of a call by silence from now on");
     AddCallOrder("sound", "End the silence of a call");
     AddCallOrder("start", "Record a call that waits for a demand");
@@ -157,14 +157,15 @@ class CommandLine {
   }
 
   void AddChangeLocal() {
-    CLI::App* prSub = AddOrder("change_local", "Tell the local party of the call with a remote number", [this] {
-      return "change_local " + rArgs.strLocal + "|" + rArgs.strRemote + "|" + (rArgs.fStopStart ? "1" : "0");
-    });
-    prSub->add_option("local", rArgs.strLocal, "New local number; '' for a phone that is not monitored")
+    CLI::App* prSub = rApp.add_subcommand("change_local", "Tell the local party of the call with a remote number");
+    prSub->add_option("local", rArgs.rChange.strLocal, "New local number; '' for a phone that is not monitored")
         ->required()
         ->check(CheckPhoneNumber);
-    prSub->add_option("remote", rArgs.strRemote, "Remote number of the call")->required()->check(CheckPhoneNumber);
-    prSub->add_flag("--stop-start", rArgs.fStopStart, "End this recording and start another for the new party");
+    prSub->add_option("remote", rArgs.rChange.strRemote, "Remote number of the call")
+        ->required()
+        ->check(CheckPhoneNumber);
+    prSub->add_flag("--stop-start", rArgs.rChange.fStopStart, "End this recording and start another for the new party");
+    prSub->callback([this] { pRun = [this] { return RunChangeLocal(rArgs.rChange); }; });
   }
 
   void AddStatus() {

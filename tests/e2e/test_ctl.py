@@ -78,9 +78,27 @@ def test_options_that_are_off(daemon, calls):
     assert ctl("start", call) == told("E3: option RecOnDmd is off", 5)
     assert ctl("stop", call) == told("E3: option RecOnDmd is off", 5)
     assert ctl("delete", call) == told("E3: option DelOnDmd is off", 5)
-    # The daemon closes without a line behind a refusal, and has done the order.
-    assert ctl("change_local", "22", OUTSIDE) == told("The recorder gave no reply.", 8)
-    assert daemon.active_call(1)["local"] == "22"
+    # The daemon closes without a line behind a refusal, and does the order.
+    check_local(daemon, call, "22")
+
+
+def check_local(daemon, call, number):
+    """Whatever the daemon answers."""
+    assert ctl("change_local", number, OUTSIDE) == told(f"Local number of the call {call} is now {number}.", 0)
+    assert daemon.active_call(1)["local"] == number
+
+
+def test_change_local_tells_what_became_of_it(daemon, calls):
+    call = calls[1]["remoteid"]
+    assert ctl("silence", NO_CALL)[0] == 4  # the daemon's answer to the next one too
+    check_local(daemon, call, "200")
+    assert ctl("silence", call) == OK
+    check_local(daemon, call, "22")
+    assert ctl("change_local", "22", "00" + OUTSIDE) == told(f"Local number of the call {call} is now 22.", 0)
+    assert ctl("change_local", "23", "0309999999") == told("No call in progress has the remote number 0309999999.", 4)
+    status, output, complaint = ctl("change_local", "22", OUTSIDE, PGHOST="/tmp/nowhere")
+    assert (status, output) == (10, "")
+    assert complaint.endswith("\nThe order was sent; what came of it cannot be told.\n")
 
 
 def test_call_by_its_line(daemon, calls):
@@ -102,11 +120,10 @@ def test_silence_and_sound(daemon, calls):
     assert daemon.active_call(1)["callextra"] == "silencing: 1\r\n"
     assert ctl("sound", call) == OK
     assert daemon.active_call(1)["callextra"] == "silencing: 0\r\n"
-    # Now the reply to this order is that of the one before.
     mark = daemon.mark()
-    assert ctl("change_local", "--stop-start", "23", "0309999999") == OK
+    for arguments in (["--stop-start", "23", "0309999999"], ["", "0309999999"]):
+        assert ctl("change_local", *arguments) == told("No call in progress has the remote number 0309999999.", 4)
     daemon.wait_line("Msg received: change_local 23|0309999999|1", mark)
-    assert ctl("change_local", "", "0309999999") == OK
     daemon.wait_line("Msg received: change_local |0309999999|0", mark)
 
 
@@ -459,8 +476,8 @@ def test_daemon_that_does_not_run(daemon):
     """From here on the daemon of the other tests has ended."""
     assert daemon.stop() == 0
     sentence = "The recorder is not running: nobody answers at /tmp/morvex_crec."
-    for arguments in (["reconfig"], ["silence", NO_CALL], ["chst", "1"]):
-        assert ctl(*arguments) == told(sentence, 9)
+    for line in ("reconfig", f"silence {NO_CALL}", "chst 1", "start --line 1", "change_local 1 2"):
+        assert ctl(*line.split()) == told(sentence, 9)
     status, output, complaint = ctl("status")
     assert (status, complaint) == (9, "")
     assert output.startswith("The recorder is not running: nobody serves /tmp/morvex_crec.\n\n")

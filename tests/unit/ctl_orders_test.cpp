@@ -86,4 +86,119 @@ TEST(NewCallId, IsTheOnlyOneThatIsNewOnTheLineOfTheCall) {
   EXPECT_EQ(NewCallId(MakeStatus({}), MakeStatus({MakeCall(1, "c")}), "a"), "") << "its line is not known";
 }
 
+CallStatus MakeTalk(const std::string& strCallId, const std::string& strLocal, const std::string& strRemote) {
+  CallStatus rCall = MakeCall(1, strCallId);
+  rCall.strDirection = "incoming";
+  rCall.strLocal = strLocal;
+  rCall.strRemote = strRemote;
+  return rCall;
+}
+
+CallStatus MakeInternal(const std::string& strCallId, const std::string& strLocal, const std::string& strRemote) {
+  CallStatus rCall = MakeTalk(strCallId, strLocal, strRemote);
+  rCall.strDirection = "internal";
+  return rCall;
+}
+
+CallStatus MakeLeft(const std::string& strCallId, const std::string& strLocal, const std::string& strRemote) {
+  CallStatus rCall = MakeTalk(strCallId, strLocal, strRemote);
+  rCall.fUnfinished = true;
+  return rCall;
+}
+
+// An order "change_local 200 0301".
+TEST(JudgeLocalChange, CallsInProgressTellWhatBecameOfIt) {
+  const std::string strDone = "Local number of the call b is now 200.";
+  const struct {
+    const char* acLabel;
+    std::vector<CallStatus> vBefore, vAfter;
+    ECtlExit eExit;
+    std::string strText;
+  } rRows[] = {
+      {"done", {MakeTalk("b", "22", "0301")}, {MakeTalk("b", "200", "0301")}, CTL_OK, strDone},
+      {"in a part of its own, beside the one that is being finished",
+       {MakeTalk("a", "22", "0301")},
+       {MakeTalk("a", "22", "0301"), MakeTalk("b", "200", "0301")},
+       CTL_OK,
+       strDone},
+      {"it was so before", {MakeTalk("b", "200", "0301")}, {MakeTalk("b", "200", "0301")}, CTL_OK, strDone},
+      {"one zero is no prefix",
+       {},
+       {MakeTalk("b", "200", "301")},
+       CTL_UNKNOWN_CALL,
+       "No call in progress has the remote number 0301."},
+      {"an internal call", {MakeInternal("b", "22", "0301")}, {MakeInternal("b", "200", "0301")}, CTL_OK, strDone},
+      {"an internal call with its parties exchanged",
+       {MakeInternal("b", "0301", "22")},
+       {MakeInternal("b", "0301", "200")},
+       CTL_OK,
+       strDone},
+      {"no such call",
+       {},
+       {MakeTalk("b", "200", "0302")},
+       CTL_UNKNOWN_CALL,
+       "No call in progress has the remote number 0301."},
+      {"the number of the other side",
+       {},
+       {MakeTalk("b", "0301", "200")},
+       CTL_UNKNOWN_CALL,
+       "No call in progress has the remote number 0301."},
+      {"a call of another life",
+       {},
+       {MakeLeft("b", "200", "0301")},
+       CTL_UNKNOWN_CALL,
+       "No call in progress has the remote number 0301."},
+      {"not done",
+       {MakeTalk("b", "22", "0301")},
+       {MakeTalk("b", "22", "0301")},
+       CTL_NOT_DONE,
+       "Local number of the call b is still 22."},
+      {"not done, without a number",
+       {MakeTalk("b", "", "0301")},
+       {MakeTalk("b", "", "0301")},
+       CTL_NOT_DONE,
+       "Local number of the call b is still empty."},
+      {"gone",
+       {MakeTalk("b", "22", "0301")},
+       {},
+       CTL_NOT_DONE,
+       "The call with the remote number 0301 is not listed any more: it is over, or not recorded with this number."},
+  };
+  for (const auto& rRow : rRows) {
+    const CtlReply rReply = JudgeLocalChange(MakeStatus(rRow.vBefore), MakeStatus(rRow.vAfter), {"200", "0301"});
+    EXPECT_EQ(rReply.eExit, rRow.eExit) << rRow.acLabel;
+    EXPECT_EQ(rReply.strText, rRow.strText) << rRow.acLabel;
+  }
+}
+
+TEST(JudgeLocalChange, NumberMayComeWithTheInternationalPrefix) {
+  const CtlStatus rStatus = MakeStatus({MakeTalk("b", "200", "4930")});
+  const CtlReply rReply = JudgeLocalChange(rStatus, rStatus, {"200", "004930"});
+  EXPECT_EQ(rReply.eExit, CTL_OK);
+  EXPECT_EQ(rReply.strText, "Local number of the call b is now 200.");
+}
+
+TEST(JudgeLocalChange, PhoneThatIsNotMonitored) {
+  const CtlStatus rBefore = MakeStatus({MakeTalk("a", "22", "0301")});
+  const CtlStatus rPart = MakeStatus({MakeTalk("a", "22", "0301"), MakeTalk("b", "17", "0301")});
+  EXPECT_EQ(JudgeLocalChange(rBefore, rPart, {"", "0301", true}).strText, "Local number of the call b is now 17.");
+  EXPECT_EQ(JudgeLocalChange(rBefore, rPart, {"", "0301", false}).strText, "Local number of the call b is still 17.");
+  EXPECT_EQ(JudgeLocalChange(rBefore, rBefore, {"", "0301", true}).strText, "Local number of the call a is still 22.");
+  const CtlStatus rEmpty = MakeStatus({MakeTalk("a", "", "0301")});
+  EXPECT_EQ(JudgeLocalChange(rBefore, rEmpty, {"", "0301", false}).strText, "Local number of the call a is now empty.");
+}
+
+TEST(JudgeLocalChange, WithoutADatabaseNobodyKnows) {
+  CtlStatus rAway = MakeStatus({});
+  rAway.fDatabase = false;
+  rAway.strDatabaseError = "server is gone";
+  const std::string strUnknown =
+      "The database cannot be read: server is gone\nThe order was sent; what came of it cannot be told.";
+  for (const CtlReply& rReply : {JudgeLocalChange(rAway, MakeStatus({}), {"200", "0301"}),
+                                 JudgeLocalChange(MakeStatus({}), rAway, {"200", "0301"})}) {
+    EXPECT_EQ(rReply.eExit, CTL_NO_DATABASE);
+    EXPECT_EQ(rReply.strText, strUnknown);
+  }
+}
+
 }  // namespace
