@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <vector>
+
+#include "ctl_chstate.h"
 
 namespace {
 
@@ -157,4 +160,16 @@ int RunChangeLocal(const LocalChange& rChange) {
     rReply = JudgeLocalChange(rBefore, ReadStatus(), rChange);
   }
   return Print(rReply);
+}
+
+int RunChst(int iLine, bool fJson) {
+  CtlStatus rStatus;
+  rStatus.fLines = ReadLineStatus(LINE_STATUS_FILE, rStatus.vLines) && IsServed();
+  const std::string strComplaint = ComplainOfLine(rStatus, iLine);
+  if (!strComplaint.empty()) return Print({CTL_USAGE, strComplaint});
+  const ChstReply rReply = AskLineState(iLine);
+  if (rReply.eExit != CTL_OK) return Print({rReply.eExit, rReply.strText});
+  std::cout << (fJson ? JsonToText(LineStateToJson(iLine, rReply.rState), /*iIndent=*/2) + "\n"
+                      : LineStateToText(iLine, rReply.rState));
+  return CTL_OK;
 }

@@ -22,6 +22,7 @@ struct LocalChange {
 int RunOrder(const std::string& strOrder);
 int RunCallOrder(const std::string& strWord, const CallName& rName);  // "silence", "start", ...
 int RunChangeLocal(const LocalChange& rChange);
+int RunChst(int iLine, bool fJson);
 
 // The one running call of a line: its id as text with CTL_OK, else why there is none.
 CtlReply FindCallOnLine(const CtlStatus& rStatus, int iLine);

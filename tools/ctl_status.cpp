@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -107,5 +108,14 @@ CtlStatus ReadStatus(const StatusSources& rSources) {
     rStatus.strDatabaseError = rError.what();
     rStatus.strDatabaseError.erase(rStatus.strDatabaseError.find_last_not_of("\r\n ") + 1);
   }
+  return rStatus;
+}
+
+CtlStatus StatusOfLine(CtlStatus rStatus, int iLine) {
+  auto& vLines = rStatus.vLines;
+  auto& vCalls = rStatus.vCalls;
+  const auto IsOther = [iLine](const auto& rOne) { return rOne.iLine != iLine; };
+  vLines.erase(std::remove_if(vLines.begin(), vLines.end(), IsOther), vLines.end());
+  vCalls.erase(std::remove_if(vCalls.begin(), vCalls.end(), IsOther), vCalls.end());
   return rStatus;
 }

@@ -55,6 +55,8 @@ struct StatusSources {
 };
 // All of them. Without a daemon there are no lines, whatever the file says.
 CtlStatus ReadStatus(const StatusSources& rSources = {});
+// The same of one line alone.
+CtlStatus StatusOfLine(CtlStatus rStatus, int iLine);
 // Whether the daemon has this line: a complaint, empty when it has. So it is where there is no line status to tell.
 std::string ComplainOfLine(const CtlStatus& rStatus, int iLine);
 

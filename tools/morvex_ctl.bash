@@ -21,8 +21,11 @@ _morvex_ctl() {
       silence | sound | start | stop | delete)
         if [[ $cur == -* ]]; then words=--line; else words=$(_morvex_ctl_calls); fi
         ;;
+      chst)
+        if [[ $cur == -* ]]; then words=--json; else words=$(_morvex_ctl_lines); fi
+        ;;
       change_local) words=--stop-start ;;
-      status) words='--json --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' ;;
+      status) words='--json --line --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' ;;
       watch) words=--json ;;
     esac
   fi

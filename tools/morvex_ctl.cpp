@@ -12,6 +12,7 @@
 
 #include "cli_words.h"
 #include "ctl_check.h"
+#include "ctl_chstate.h"
 #include "ctl_metrics.h"
 #include "ctl_orders.h"
 #include "ctl_socket.h"
@@ -31,12 +32,39 @@ std::string CheckPhoneNumber(const std::string& strText) {
   return strText.find_first_of("|\r\n") == std::string::npos ? "" : "a number holds no '|' and no line end";
 }
 
-int ShowStatus(bool fJson) {
-  const CtlStatus rStatus = ReadStatus();
-  const time_t rNow = time(nullptr);
-  std::cout << (fJson ? JsonToText(StatusToJson(rStatus, rNow), /*iIndent=*/2) + "\n" : StatusToText(rStatus, rNow));
+int ExitOf(const CtlStatus& rStatus) {
   if (!rStatus.fRunning) return CTL_NOT_RUNNING;
   return rStatus.fDatabase ? CTL_OK : CTL_NO_DATABASE;
+}
+
+int Show(const CtlStatus& rStatus, bool fJson) {
+  const time_t rNow = time(nullptr);
+  std::cout << (fJson ? JsonToText(StatusToJson(rStatus, rNow), /*iIndent=*/2) + "\n" : StatusToText(rStatus, rNow));
+  return ExitOf(rStatus);
+}
+
+// With what the line itself says.
+int ShowLine(int iLine, bool fJson) {
+  const CtlStatus rWhole = ReadStatus();
+  const std::string strComplaint = ComplainOfLine(rWhole, iLine);
+  if (!strComplaint.empty()) {
+    std::cerr << strComplaint << "\n";
+    return CTL_USAGE;
+  }
+  const CtlStatus rStatus = StatusOfLine(rWhole, iLine);
+  if (!rStatus.fRunning) return Show(rStatus, fJson);
+  const ChstReply rReply = AskLineState(iLine);
+  const bool fState = rReply.eExit == CTL_OK;
+  const time_t rNow = time(nullptr);
+  if (fJson) {
+    nlohmann::json rJson = StatusToJson(rStatus, rNow);
+    if (fState) rJson["line_state"] = LineStateToJson(iLine, rReply.rState);
+    std::cout << JsonToText(rJson, /*iIndent=*/2) << "\n";
+  } else {
+    const std::string strState = fState ? LineStateToText(iLine, rReply.rState) : rReply.strText + "\n";
+    std::cout << StatusToText(rStatus, rNow) << strState;
+  }
+  return ExitOf(rStatus);
 }
 
 int Check(const CheckLimits& rLimits) {
@@ -102,11 +130,7 @@ class CommandLine {
     AddCallOrder("stop", "Stop recording a call that records on demand");
     AddCallOrder("delete", "Stop recording a call and delete what was recorded");
     AddOrder("reconfig", "Reload the options that may change while running", [] { return std::string("reconfig"); });
-    AddOrder("chst", "Make the recorder write the state file of a line",
-             [this] { return "chst " + std::to_string(rArgs.iNumber); })
-        ->add_option("line", rArgs.iNumber, "Line number as users see it")
-        ->required()
-        ->check(CLI::Range(1, MAX_LINE));
+    AddChst();
     AddOrder("bittrace_start", "Trace one channel; nothing else is recorded meanwhile",
              [this] { return "bittrace_start " + std::to_string(rArgs.iNumber); })
         ->add_option("channel", rArgs.iNumber, "Channel of the card driver, counted from 0")
@@ -156,6 +180,13 @@ class CommandLine {
     return prSub->add_option("--line", rArgs.rCall.iLine, strHelp)->check(CLI::Range(1, MAX_LINE));
   }
 
+  void AddChst() {
+    CLI::App* prSub = rApp.add_subcommand("chst", "Ask a line for its voltage and audio level");
+    prSub->add_option("line", rArgs.iNumber, "Line number as users see it")->required()->check(CLI::Range(1, MAX_LINE));
+    prSub->add_flag("--json", rArgs.fJson, "For scripts");
+    prSub->callback([this] { pRun = [this] { return RunChst(rArgs.iNumber, rArgs.fJson); }; });
+  }
+
   void AddChangeLocal() {
     CLI::App* prSub = rApp.add_subcommand("change_local", "Tell the local party of the call with a remote number");
     prSub->add_option("local", rArgs.rChange.strLocal, "New local number; '' for a phone that is not monitored")
@@ -171,8 +202,9 @@ class CommandLine {
   void AddStatus() {
     CLI::App* prSub = rApp.add_subcommand("status", "Lines with their health, and calls in progress");
     CLI::Option* prJson = prSub->add_flag("--json", rArgs.fJson, "For scripts");
+    CLI::Option* prLine = AddLine(prSub, "This line alone, and what it says of itself");
     CLI::Option* prCheck = prSub->add_flag("--check", rArgs.fCheck, "One line and exit status of a monitoring plugin");
-    prCheck->excludes(prJson);
+    prCheck->excludes(prJson)->excludes(prLine);
     CheckLimits& rLimits = rArgs.rLimits;
     AddLimit(prSub, prCheck, "--warn-free", rLimits.fWarnFree, PERCENT, "Warning below so many percent of free disk");
     AddLimit(prSub, prCheck, "--crit-free", rLimits.fCritFree, PERCENT, "Critical below so many");
@@ -181,8 +213,12 @@ class CommandLine {
     AddLimit(prSub, prCheck, "--crit-behind", rLimits.fCritBehind, ENDLESS, "Critical from so many");
     AddLimit(prSub, prCheck, "--warn-event", rLimits.fWarnEvent, ENDLESS,
              "Warning after so many seconds without a card event; 0: never");
-    prSub->callback(
-        [this] { pRun = [this] { return rArgs.fCheck ? Check(rArgs.rLimits) : ShowStatus(rArgs.fJson); }; });
+    prSub->callback([this] {
+      pRun = [this] {
+        if (rArgs.fCheck) return Check(rArgs.rLimits);
+        return rArgs.rCall.iLine == 0 ? Show(ReadStatus(), rArgs.fJson) : ShowLine(rArgs.rCall.iLine, rArgs.fJson);
+      };
+    });
   }
 
   void AddLimit(CLI::App* prSub, CLI::Option* prCheck, const std::string& strName, double& dLimit, double dMost,

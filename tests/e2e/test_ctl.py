@@ -63,8 +63,6 @@ def calls(daemon):
 
 def test_orders_that_need_no_call(daemon):
     assert ctl("reconfig") == OK
-    assert ctl("chst", "3") == OK
-    assert Path("/var/morvex/data/chstate_3.dat").exists()
     assert ctl("bittrace_stop") == told("ERR: already stopped", 7)
 
 
@@ -262,6 +260,37 @@ def test_status_without_database(daemon):
     assert "\nThe database cannot be read: " in output
 
 
+def test_chst_tells_what_the_line_says(daemon):
+    Path("/var/morvex/data/chstate_3.dat").write_bytes(b"Voltage: 1\r\n")
+    assert ctl("chst", "3") in (told("Line 3: voltage 48 V", 0), told("Line 3: voltage 8 V", 0))
+    daemon.cards("ch 2 voltage -7")
+    wait_until("read anew", lambda: ctl("chst", "3") == told("Line 3: voltage -7 V", 0))
+    status, output, complaint = ctl("chst", "3", "--json")
+    assert (status, json.loads(output), complaint) == (0, {"line": 3, "voltage": -7}, "")
+    daemon.cards("ch 2 voltage 48")
+    wait_until("read anew", lambda: ctl("chst", "3") == told("Line 3: voltage 48 V", 0))
+
+
+def test_chst_of_a_line_that_does_not_exist_sends_nothing(daemon):
+    mark = daemon.mark()
+    assert ctl("chst", "999") == told("There is no line 999; the recorder has 1-8.", USAGE)
+    assert order("hello") == "E0: Unknown commmand\n"
+    daemon.wait_line("Msg received: hello", mark)
+    assert [line for line in daemon.log_after(mark) if line.startswith("Msg")] == ["Msg received: hello"]
+
+
+def test_status_of_one_line(daemon, calls):
+    status, output, complaint = ctl("status", "--line", "3")
+    assert (status, complaint) == (0, "")
+    assert output.startswith("LINES  HEALTH\n3      ok\n\nNo calls in progress.\n\n")
+    assert output.endswith("\nLine 3: voltage 48 V\n")
+    seen = json.loads(ctl("status", "--line", "2", "--json")[1])
+    assert [line["line"] for line in seen["lines"]] == [2]
+    assert [call["call_id"] for call in seen["calls"]] == [calls[2]["remoteid"]]
+    assert seen["line_state"]["line"] == 2 and "voltage" in seen["line_state"]
+    assert ctl("status", "--line", "9") == told("There is no line 9; the recorder has 1-8.", USAGE)
+
+
 def check(*limits):
     """Exit status, verdict and performance data."""
     status, output, complaint = ctl("status", "--check", *limits)
@@ -397,10 +426,11 @@ def test_completion(daemon, calls):
     assert complete("silence", "--") == ["--line"]
     assert complete("delete", "--line", "") == [str(line) for line in range(1, 9)]
     assert complete("status", "--j") == ["--json"]
+    assert complete("chst", "--") == ["--json"]
     assert complete("status", "--warn") == ["--warn-free", "--warn-behind", "--warn-event"]
     assert complete("watch", "") == ["--json"]
     assert complete("change_local", "--") == ["--stop-start"]
-    assert complete("chst", "") == []
+    assert complete("status", "--line", "") == complete("chst", "") == [str(line) for line in range(1, 9)]
 
 
 def test_manual_page_renders_without_warnings(daemon):

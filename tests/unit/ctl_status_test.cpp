@@ -280,6 +280,17 @@ TEST_F(CtlStatusTest, TextHoldsNoControlCharactersOfTheTelephoneNetwork) {
                 std::string(NO_SIGNS));
 }
 
+TEST_F(CtlStatusTest, OneLineHasItsOwnHealthAndCallsAlone) {
+  const CtlStatus rStatus = StatusOfLine(MakeStatus(), 2);
+  EXPECT_EQ(StatusToText(rStatus, NOW),
+            "LINES  HEALTH\n"
+            "2      offline\n"
+            "\n"
+            "LINE  CALL ID                 STATE     LOCAL  REMOTE      DIRECTION  SINCE     AGE\n"
+            "2     20240131_132200_002_01  silenced  -      0301234567  outgoing   12:22:04  1:01:01\n" +
+                std::string(NO_SIGNS));
+}
+
 TEST_F(CtlStatusTest, JsonTextIsAsciiWithEscapes) {
   const nlohmann::json rJson = {{"remote", "\x1b\x7f\xc2\x9bM\xc3\xbcller\n"}, {"local", "M\xfcller\x9b"}};
   EXPECT_EQ(JsonToText(rJson, -1), R"({"local":"M\ufffdller\ufffd","remote":"\u001b\u007f\u009bM\u00fcller\n"})");
