@@ -8,6 +8,7 @@ import resource
 import select
 import signal
 import subprocess
+import termios
 import time
 from pathlib import Path
 
@@ -343,13 +344,18 @@ def test_check_with_arguments_that_make_no_sense_is_unknown(daemon, arguments):
 
 
 class Terminal:
-    """`morvex_ctl watch` on a terminal of 40 lines."""
+    """`morvex_ctl watch` on a terminal of this size."""
 
-    def __init__(self):
+    def __init__(self, rows=40, columns=120, **environment):
         self.output = b""
         self.pid, self.master = pty.fork()
         if self.pid == 0:
-            os.execve(CTL, [CTL, "watch"], {**os.environ, "TERM": "xterm", "LINES": "40", "COLUMNS": "120"})
+            termios.tcsetwinsize(0, (rows, columns))
+            kept = {name: value for name, value in os.environ.items() if name not in ("LINES", "COLUMNS")}
+            os.execve(CTL, [CTL, "watch"], {**kept, "TERM": "xterm", **environment})
+
+    def resize(self, rows, columns):
+        termios.tcsetwinsize(self.master, (rows, columns))
 
     def wait(self, text):
         """Waits for this text on the screen, after what was waited for last."""
@@ -381,6 +387,22 @@ def test_watch_redraws_until_a_key(daemon, calls):
         mark = daemon.mark()
         daemon.cards(f"ch {channel} state standby")
         daemon.wait_line(f"[{channel + 1}] Line health: ok", mark)
+    terminal.press(b"q")
+    assert terminal.status() == 0
+
+
+def test_watch_goes_on_at_another_size(daemon, calls):
+    """The id of a call is what somebody copies, so it is not what a narrow terminal cuts."""
+    terminal = Terminal(rows=8, columns=67, LC_ALL="C")
+    terminal.wait(b"DIRECT>")
+    terminal.wait(calls[1]["remoteid"].encode())
+    terminal.wait(b"more lines")
+    terminal.resize(40, 120)
+    terminal.wait(b"SINCE")
+    terminal.wait(calls[8]["remoteid"].encode())
+    terminal.wait(b"Last card event")
+    terminal.resize(8, 67)
+    terminal.wait(b"more lines")
     terminal.press(b"q")
     assert terminal.status() == 0
 
