@@ -1,5 +1,6 @@
 // morvex_ctl: orders to the running recorder, and a view of its lines and calls, for people and scripts.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <regex>
 #include <string>
+#include <vector>
 
 #include "cli_words.h"
 #include "ctl_check.h"
@@ -146,6 +148,10 @@ class CommandLine {
   }
 
   int Run(int argc, char** argv) {
+    if (argc > 1 && argv[1][0] != '-' && !IsCommand(argv[1])) {
+      std::cerr << NoSuchCommand(argv[1], Commands()) << "\n";
+      return CTL_USAGE;
+    }
     try {
       rApp.parse(argc, argv);
     } catch (const CLI::ParseError& rError) {  // the library's way, also for --help
@@ -158,6 +164,18 @@ class CommandLine {
   }
 
  private:
+  std::vector<std::string> Commands() {
+    std::vector<std::string> astrNames;
+    for (const CLI::App* prSub : rApp.get_subcommands([](CLI::App*) { return true; }))
+      astrNames.push_back(prSub->get_name());
+    return astrNames;
+  }
+
+  bool IsCommand(const std::string& strWord) {
+    const std::vector<std::string> astrNames = Commands();
+    return std::find(astrNames.begin(), astrNames.end(), strWord) != astrNames.end();
+  }
+
   CLI::App* AddOrder(const std::string& strName, const std::string& strHelp, std::function<std::string()> pText) {
     CLI::App* prSub = rApp.add_subcommand(strName, strHelp);
     prSub->callback([this, pText = std::move(pText)] { pRun = [pText] { return RunOrder(pText()); }; });

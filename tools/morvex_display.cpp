@@ -3,10 +3,12 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <sstream>
 #include <string>
 
+#include "cli_words.h"
 #include "display_input.h"
 #include "display_line.h"
 #include "plaintext.h"
@@ -40,6 +42,10 @@ std::string Indented(const std::string& strText) {
   return strIndented;
 }
 
+std::string CheckSeconds(const std::string& strText) {
+  return ComplainOfNumber(strText, 0, std::numeric_limits<double>::infinity());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -59,7 +65,7 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   rApp.add_option("--phone-type", iPhoneType, "Phone type of the line; 1 with \"Avaya Mer...\" is a Tenovis");
   rApp.add_option("--busy", rState.iBusyFor, "The line is in a call, for so many seconds at the first display")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CheckSeconds);
   rApp.add_flag("--ringing", rState.fRinging, "The line rings");
   rApp.add_flag("--pilot", rState.fPilot, "Look for names behind numbers");
   rApp.add_option("--remote", rState.strRemoteNum, "Remote number that is known already");

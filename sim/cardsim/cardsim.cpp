@@ -15,12 +15,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include "cli_words.h"
 #include "replay.h"
 #include "scenario.h"
 #include "simcards_conf.h"
@@ -294,6 +296,17 @@ int Replay(const Options& rOptions) {
   return astrErrors.empty() ? RunLines(rOptions, strWhat, vLines) : PrintErrors(astrErrors);
 }
 
+// As scenarios have it.
+constexpr double SLOWEST = 0.01, FASTEST = 1000;
+
+std::string CheckSpeed(const std::string& strText) {
+  return ComplainOfNumber(strText, SLOWEST, FASTEST);
+}
+
+std::string CheckChannel(const std::string& strText) {
+  return ComplainOfNumber(strText, 0, std::numeric_limits<double>::infinity());
+}
+
 constexpr const char* FOOTER =
     "Actions, each as in a scenario (docs/simulator.md has them all):\n"
     "  cardsim ch 3 ring on            cardsim ch 3 callerid 0301234567\n"
@@ -312,14 +325,14 @@ int Main(int argc, char** argv) {
 
   CLI::App* prRun = rApp.add_subcommand("run", "Runs a scenario file");
   prRun->add_option("file", rOptions.strFile, "The scenario")->required();
-  prRun->add_option("--speed", rOptions.dSpeed, "Times as fast as written")->check(CLI::PositiveNumber);
+  prRun->add_option("--speed", rOptions.dSpeed, "Times as fast as written")->check(CheckSpeed);
   prRun->add_flag("-v,--verbose", rOptions.fVerbose, "Prints each action as it is done");
   CLI::App* prReplay = rApp.add_subcommand("replay", "Gives a station line the messages of a trace");
   prReplay->add_option("dch_log", rOptions.strFile, "\"dch.log\" of the trace")->required();
   prReplay->add_option("dmsg_log", rOptions.strTexts, "\"dmsg.log\" of the trace; without it displays have no text");
   prReplay->add_option("--channel", rOptions.iChannel, "Where the messages go; as in the trace if not said")
-      ->check(CLI::NonNegativeNumber);
-  prReplay->add_option("--speed", rOptions.dSpeed, "Times as fast as traced")->check(CLI::PositiveNumber);
+      ->check(CheckChannel);
+  prReplay->add_option("--speed", rOptions.dSpeed, "Times as fast as traced")->check(CheckSpeed);
   prReplay->add_flag("-v,--verbose", rOptions.fVerbose, "Prints each action as it is done");
   prReplay->add_flag("--print", rOptions.fPrint, "Only prints the scenario, to be edited and run; needs no cards");
   CLI::App* prCheck = rApp.add_subcommand("check", "Only reads a scenario file and tells what is wrong in it");

@@ -166,6 +166,11 @@ def test_arguments_that_make_no_sense_send_nothing(daemon, arguments):
     assert [line for line in daemon.log_after(mark) if line.startswith("Msg")] == ["Msg received: hello"]
 
 
+def test_misspelt_command_names_what_was_meant(daemon):
+    assert ctl("sart", NO_CALL) == told("sart: no such command; did you mean start?", USAGE)
+    assert ctl("nonsense") == told("nonsense: no such command", USAGE)
+
+
 def test_help_names_each_subcommand(daemon):
     status, output, complaint = ctl("--help")
     assert (status, complaint) == (0, "")

@@ -40,6 +40,21 @@ class CardsimTool : public CardBench {
   SimConfigFiles rFiles;
 };
 
+TEST_F(CardsimTool, NumberOutOfItsRangeIsToldInPlainWords) {
+  const struct {
+    const char *acArgs, *acTold;
+  } arRows[] = {
+      {"run day.sim --speed 0", "--speed: '0' is no number of 0.01 to 1000\n"},
+      {"replay dch.log --speed fast", "--speed: 'fast' is no number of 0.01 to 1000\n"},
+      {"replay dch.log --channel -1", "--channel: '-1' is no number of 0 or more\n"},
+  };
+  for (const auto& rRow : arRows) {
+    const Ran rRan = Cardsim(rRow.acArgs);
+    EXPECT_EQ(2, rRan.iExit) << rRow.acArgs;
+    EXPECT_EQ(std::string(rRow.acTold) + "Run with --help for more information.\n", rRan.strOutput);
+  }
+}
+
 TEST_F(CardsimTool, SingleActionsReachTheCards) {
   const struct {
     const char *acArgs, *acEvents;

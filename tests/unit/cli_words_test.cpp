@@ -3,8 +3,39 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <string>
+#include <vector>
 
 namespace {
+
+TEST(NearestWord, IsTheOneWithFewestEdits) {
+  const std::vector<std::string> astrWords = {"silence", "sound", "start", "stop", "status", "delete", "chst"};
+  const struct {
+    const char* acLabel;
+    const char* acWord;
+    const char* acNearest;
+  } rRows[] = {
+      {"a letter left out", "sart", "start"},
+      {"one too many", "stopp", "stop"},
+      {"another", "sownd", "sound"},
+      {"two that changed places", "stauts", "status"},
+      {"the whole word", "chst", "chst"},
+      {"an edit for each three letters", "selense", "silence"},
+      {"the nearer of two", "statrs", "status"},
+      {"more edits", "sylents", ""},
+      {"something else", "nonsense", ""},
+      {"one edit of a short one", "cst", "chst"},
+      {"nothing", "", ""},
+  };
+  for (const auto& rRow : rRows) EXPECT_EQ(NearestWord(rRow.acWord, astrWords), rRow.acNearest) << rRow.acLabel;
+  EXPECT_EQ(NearestWord("start", {}), "");
+  EXPECT_EQ(NearestWord("ab", {"b", "a"}), "b") << "the first of those that are equally near";
+}
+
+TEST(NoSuchCommand, NamesWhatWasGivenAndWhatWasMeant) {
+  EXPECT_EQ(NoSuchCommand("sart", {"start"}), "sart: no such command; did you mean start?");
+  EXPECT_EQ(NoSuchCommand("nonsense", {"start"}), "nonsense: no such command");
+}
 
 TEST(ComplainOfNumber, RangeIsToldInPlainWords) {
   constexpr double ENDLESS = std::numeric_limits<double>::infinity();

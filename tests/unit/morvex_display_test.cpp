@@ -149,3 +149,9 @@ TEST(MorvexDisplay, WrongArgumentsAreRefused) {
     EXPECT_NE(0, RunTool(acArguments).iStatus) << acArguments;
   }
 }
+
+TEST(MorvexDisplay, NumberOutOfItsRangeIsToldInPlainWords) {
+  const Outcome rOutcome = RunTool("--busy -3 -");
+  EXPECT_NE(rOutcome.iStatus, 0);
+  EXPECT_EQ("--busy: '-3' is no number of 0 or more\nRun with --help for more information.\n", rOutcome.strOutput);
+}
