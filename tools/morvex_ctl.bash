@@ -13,7 +13,7 @@ _morvex_ctl() {
   local cur=${COMP_WORDS[COMP_CWORD]} words=
   if ((COMP_CWORD == 1)); then
     words='silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local'
-    words+=' status watch metrics --help'
+    words+=' status watch metrics --help --version'
   elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --line ]]; then
     words=$(_morvex_ctl_lines)
   else

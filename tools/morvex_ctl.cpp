@@ -121,6 +121,7 @@ class CommandLine {
  public:
   CommandLine() {
     rApp.require_subcommand(1);
+    rApp.set_version_flag("--version", "morvex_ctl " MORVEX_VERSION);
     rApp.footer(
         "Exit status: 0 OK, 1 no report, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
         "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database,\n"

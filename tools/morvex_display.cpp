@@ -50,6 +50,7 @@ std::string CheckSeconds(const std::string& strText) {
 
 int main(int argc, char** argv) {
   CLI::App rApp{"Shows what the recorder's own code makes of display texts of digital station lines"};
+  rApp.set_version_flag("--version", "morvex_display " MORVEX_VERSION);
   std::string strFile;
   std::string strStartMode = "default";
   int iPhoneType = 0;

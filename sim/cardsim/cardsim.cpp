@@ -319,6 +319,7 @@ int Main(int argc, char** argv) {
   Options rOptions;
   CLI::App rApp{"Steers the simulated cards of a running recorder", "cardsim"};
   rApp.footer(FOOTER);
+  rApp.set_version_flag("--version", "cardsim " MORVEX_VERSION);
   rApp.allow_extras()->prefix_command();
   rApp.add_option("--socket", rOptions.strSocket, "Control socket of the cards")->capture_default_str();
   rApp.add_option("--connect", rOptions.dConnect, "Seconds to wait for the cards to be there")->capture_default_str();

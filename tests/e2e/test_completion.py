@@ -35,7 +35,7 @@ CARDSIM = [
     ([""], "ch cic event fail speed overruns recorded cost status wait directory print run replay check"),
     (["re"], "recorded replay"),
     (["x"], ""),
-    (["--"], "--help --socket --connect"),
+    (["--"], "--help --version --socket --connect"),
     (["ch", ""], ""),
     (["ch", "3", ""], CHANNEL_WORDS),
     (["ch", "3", "on"], "onhook"),
@@ -52,8 +52,8 @@ DISPLAY = [
     (["dm"], "dmsg.log"),
     (
         ["--"],
-        "--help --pbx --start-mode --phone-type --busy --ringing --pilot --remote --local --previous --line-name"
-        " --channel",
+        "--help --version --pbx --start-mode --phone-type --busy --ringing --pilot --remote --local --previous"
+        " --line-name --channel",
     ),
     (["--start-mode", ""], "audio default mutelight mutelight+tone"),
     (["--start-mode", "mute"], "mutelight mutelight+tone"),

@@ -166,6 +166,14 @@ def test_arguments_that_make_no_sense_send_nothing(daemon, arguments):
     assert [line for line in daemon.log_after(mark) if line.startswith("Msg")] == ["Msg received: hello"]
 
 
+@pytest.mark.parametrize("tool", ["tools/morvex_ctl", "tools/morvex_display", "sim/cardsim"])
+def test_version_is_that_of_the_project(daemon, tool):
+    project = (SOURCE / "CMakeLists.txt").read_text()
+    version = re.search(r"^project\(morvex_crec VERSION (\S+) ", project, re.MULTILINE)[1]
+    done = subprocess.run([BUILD / tool, "--version"], capture_output=True, text=True)
+    assert (done.returncode, done.stdout, done.stderr) == (0, f"{Path(tool).name} {version}\n", "")
+
+
 def test_misspelt_command_names_what_was_meant(daemon):
     assert ctl("sart", NO_CALL) == told("sart: no such command; did you mean start?", USAGE)
     assert ctl("nonsense") == told("nonsense: no such command", USAGE)
@@ -443,7 +451,7 @@ def complete(*words):
 
 
 def test_completion(daemon, calls):
-    assert complete("") == SUBCOMMANDS + ["--help"]
+    assert complete("") == SUBCOMMANDS + ["--help", "--version"]
     assert complete("bit") == ["bittrace_start", "bittrace_stop"]
     assert complete("x") == []
     ids = [call["remoteid"] for call in calls.values()]
