@@ -14,6 +14,23 @@ namespace {
 constexpr int LOOK_TIMES = 10;
 constexpr useconds_t LOOK_PAUSE_US = 100'000;
 
+constexpr const char* SILENCE_SETTING =
+    "SilOnDemand = 1 in part 'o' of the settings allows it, from the next start on.";
+constexpr const char* DEMAND_SETTING =
+    "RecOnDmd of the line, such as Syn1001_RecOnDmd in part 'crec' of the settings, or for trunks RecOnDmdType in part "
+    "'o', allows it.";
+constexpr const char* DELETE_SETTING = "DelOnDmdType in part 'o' of the settings allows it.";
+
+struct SettingRow {
+  const char* acWord;
+  const char* acSetting;
+};
+
+constexpr SettingRow SETTINGS[] = {
+    {"silence", SILENCE_SETTING}, {"sound", SILENCE_SETTING}, {"start", DEMAND_SETTING},
+    {"stop", DEMAND_SETTING},     {"delete", DELETE_SETTING},
+};
+
 // -- printing ---------------------------------------------------------------------------------------------------------
 
 int Print(const CtlReply& rReply) {
@@ -61,6 +78,13 @@ std::string NumberText(const std::string& strNumber) {
 }
 
 }  // namespace
+
+std::string SettingOf(const std::string& strWord) {
+  for (const SettingRow& rRow : SETTINGS) {
+    if (strWord == rRow.acWord) return rRow.acSetting;
+  }
+  return "";
+}
 
 CtlReply FindCallOnLine(const CtlStatus& rStatus, int iLine) {
   if (!rStatus.fRunning) {
@@ -135,6 +159,7 @@ int RunCallOrder(const std::string& strWord, const CallName& rName) {
   }
   const CtlReply rReply = Send(strWord + " " + strCallId);
   (void)Print(rReply);
+  if (rReply.eExit == CTL_REFUSED) std::cerr << SettingOf(strWord) << "\n";
   if (rReply.eExit != CTL_OK) return rReply.eExit;
   if (fMayMove) {
     const std::string strNewId = NewCallId(rBefore, ReadStatus(), strCallId);

@@ -30,3 +30,5 @@ CtlReply FindCallOnLine(const CtlStatus& rStatus, int iLine);
 std::string NewCallId(const CtlStatus& rBefore, const CtlStatus& rAfter, const std::string& strCallId);
 // What became of an order "change_local".
 CtlReply JudgeLocalChange(const CtlStatus& rBefore, const CtlStatus& rAfter, const LocalChange& rChange);
+// The setting that allows this order; empty for one that needs none.
+std::string SettingOf(const std::string& strWord);

@@ -74,9 +74,15 @@ def test_unknown_call(daemon, word):
 
 def test_options_that_are_off(daemon, calls):
     call = calls[1]["remoteid"]
-    assert ctl("start", call) == told("E3: option RecOnDmd is off", 5)
-    assert ctl("stop", call) == told("E3: option RecOnDmd is off", 5)
-    assert ctl("delete", call) == told("E3: option DelOnDmd is off", 5)
+    demand = (
+        "E3: option RecOnDmd is off\n"
+        "RecOnDmd of the line, such as Syn1001_RecOnDmd in part 'crec' of the settings, or for trunks RecOnDmdType in"
+        " part 'o', allows it."
+    )
+    assert ctl("start", call) == told(demand, 5)
+    assert ctl("stop", call) == told(demand, 5)
+    delete = "E3: option DelOnDmd is off\nDelOnDmdType in part 'o' of the settings allows it."
+    assert ctl("delete", call) == told(delete, 5)
     # The daemon closes without a line behind a refusal, and does the order.
     check_local(daemon, call, "22")
 

@@ -201,4 +201,17 @@ TEST(JudgeLocalChange, WithoutADatabaseNobodyKnows) {
   }
 }
 
+TEST(SettingOf, OrderThatMayBeRefusedHasOne) {
+  const std::string strSilence = "SilOnDemand = 1 in part 'o' of the settings allows it, from the next start on.";
+  const std::string strDemand =
+      "RecOnDmd of the line, such as Syn1001_RecOnDmd in part 'crec' of the settings, or for trunks RecOnDmdType in "
+      "part 'o', allows it.";
+  EXPECT_EQ(SettingOf("silence"), strSilence);
+  EXPECT_EQ(SettingOf("sound"), strSilence);
+  EXPECT_EQ(SettingOf("start"), strDemand);
+  EXPECT_EQ(SettingOf("stop"), strDemand);
+  EXPECT_EQ(SettingOf("delete"), "DelOnDmdType in part 'o' of the settings allows it.");
+  EXPECT_EQ(SettingOf("reconfig"), "");
+}
+
 }  // namespace
