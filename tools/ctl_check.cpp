@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "ctl_text.h"
 #include "fstring.h"
 
 namespace {

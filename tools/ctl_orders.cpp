@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ctl_chstate.h"
+#include "ctl_text.h"
 
 namespace {
 

@@ -9,11 +9,10 @@
 #include <pqxx/pqxx>
 
 #include "callcodes.h"
+#include "ctl_database.h"
 
 namespace {
 
-// With a limit, as a table may be locked for as long as somebody likes.
-constexpr const char* DAEMON_DATABASE = "dbname=morvex user=root connect_timeout=3 options='-c statement_timeout=3000'";
 // The record of callextra that silencing leaves: key, ": ", value, CR LF.
 constexpr const char* SILENCED_RECORD = "silencing: 1\r\n";
 

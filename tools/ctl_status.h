@@ -66,9 +66,6 @@ std::string ComplainOfLine(const CtlStatus& rStatus, int iLine);
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow);
 // "1-8,17": the lines of this health.
 std::string LinesOfHealth(const std::vector<LineStatus>& vLines, const std::string& strHealth);
-// Without control characters, line by line: a message of the database library often has several, with tabs before the
-// second.
-std::string MaskedLines(const std::string& strText);
 // For scripts: each line by itself.
 nlohmann::json StatusToJson(const CtlStatus& rStatus, time_t rNow);
 // ASCII alone, with escapes for all else; what is no UTF-8 becomes U+FFFD. iIndent as in nlohmann::json::dump.

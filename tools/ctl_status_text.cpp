@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <utility>
 
+#include "ctl_text.h"
 #include "fstring.h"
-#include "plaintext.h"
 #include "schedule.h"
 
 namespace {
@@ -36,37 +35,6 @@ const char* StateText(const CtlStatus& rStatus, const CallStatus& rCall) {
   if (rCall.fUnfinished) return rStatus.fRunning ? "left by a crash" : "unfinished";
   if (rCall.fWaiting) return "waiting";
   return rCall.fSilenced ? "silenced" : "recording";
-}
-
-// Names in the numbers are UTF-8: bytes that go on with a character take no room.
-std::size_t WidthOf(const std::string& strText) {
-  return static_cast<std::size_t>(
-      std::count_if(strText.begin(), strText.end(), [](char ch) { return (ch & 0xC0) != 0x80; }));
-}
-
-std::string Masked(std::string strText) {
-  MaskControls(strText.data(), strText.size());
-  return strText;
-}
-
-// Columns as wide as their widest cell, two blanks apart; the first row is the heading.
-std::string Table(std::vector<std::vector<std::string>> vRows) {
-  std::vector<std::size_t> vWidths(vRows.front().size());
-  for (auto& vRow : vRows) {
-    for (std::size_t i = 0; i < vRow.size(); i++) {
-      vRow[i] = Masked(vRow[i]);
-      vWidths[i] = std::max(vWidths[i], WidthOf(vRow[i]));
-    }
-  }
-  std::string strText;
-  for (const auto& vRow : vRows) {
-    std::string strLine;
-    for (std::size_t i = 0; i < vRow.size(); i++)
-      strLine += vRow[i] + std::string(vWidths[i] - WidthOf(vRow[i]) + 2, ' ');
-    strLine.erase(strLine.find_last_not_of(' ') + 1);
-    strText += strLine + "\n";
-  }
-  return strText;
 }
 
 // "1-8,17": neighbouring numbers in one.
@@ -212,16 +180,6 @@ std::string ComplainOfLine(const CtlStatus& rStatus, int iLine) {
   }
   return "There is no line " + std::to_string(iLine) +
          (vNumbers.empty() ? "; the recorder has none." : "; the recorder has " + Runs(vNumbers) + ".");
-}
-
-std::string MaskedLines(const std::string& strText) {
-  std::istringstream rLines(strText);
-  std::string strMasked;
-  for (std::string strLine; std::getline(rLines, strLine);) {
-    std::replace(strLine.begin(), strLine.end(), '\t', ' ');
-    strMasked += (strMasked.empty() ? "" : "\n") + Masked(strLine);
-  }
-  return strMasked;
 }
 
 std::string StatusToText(const CtlStatus& rStatus, time_t rNow) {

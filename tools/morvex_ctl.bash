@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# Bash completion of morvex_ctl: subcommands, the ids of the calls in progress, and line numbers.
+# Bash completion of morvex_ctl: subcommands, the ids of the calls in progress, line numbers, and the names
+# of settings.
 _morvex_ctl_lines() {
   morvex_ctl status --json 2>/dev/null | sed -n '/"health"/{n;s/.*"line": \([0-9]*\).*/\1/p}'
 }
@@ -13,7 +14,7 @@ _morvex_ctl() {
   local cur=${COMP_WORDS[COMP_CWORD]} words=
   if ((COMP_CWORD == 1)); then
     words='silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local'
-    words+=' status watch metrics --help --version'
+    words+=' status watch metrics settings --help --version'
   elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --line ]]; then
     words=$(_morvex_ctl_lines)
   else
@@ -27,6 +28,7 @@ _morvex_ctl() {
       change_local) words=--stop-start ;;
       status) words='--json --line --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' ;;
       watch) words=--json ;;
+      settings) words="$(morvex_ctl settings --markdown 2>/dev/null | sed -n 's/^| [[:punct:]]\([[:alnum:]_]*\)[[:punct:]] |.*/\1/p') --json" ;;
     esac
   fi
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")

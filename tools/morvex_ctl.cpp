@@ -17,6 +17,7 @@
 #include "ctl_chstate.h"
 #include "ctl_metrics.h"
 #include "ctl_orders.h"
+#include "ctl_settings.h"
 #include "ctl_socket.h"
 #include "ctl_status.h"
 #include "ctl_watch.h"
@@ -143,6 +144,7 @@ class CommandLine {
     AddChangeLocal();
     AddStatus();
     AddView("watch", "The status, redrawn every second until a key is pressed", Watch);
+    AddSettings();
     rApp.add_subcommand("metrics", "What the recorder tells of its loop, as Prometheus reads it")->callback([this] {
       pRun = ShowMetrics;
     });
@@ -254,8 +256,17 @@ class CommandLine {
     prSub->callback([this, pView] { pRun = [this, pView] { return pView(rArgs.fJson); }; });
   }
 
+  void AddSettings() {
+    CLI::App* prShow = rApp.add_subcommand("settings", "What can be set: present values, meaning, mistakes");
+    prShow->add_option("key", rView.strKey, "This setting alone, with its meaning");
+    prShow->add_flag("--json", rView.fJson, "For scripts");
+    prShow->add_flag("--markdown", rView.fMarkdown, "The document docs/settings.md")->excludes("key", "--json");
+    prShow->callback([this] { pRun = [this] { return RunSettings(rView); }; });
+  }
+
   CLI::App rApp{"Orders to the running call recorder, and a view of its lines and calls"};
   Arguments rArgs;
+  SettingsView rView;
   std::function<int()> pRun;
 };
 
