@@ -157,6 +157,7 @@ capitals too. Of a text that should be a number the digits in front count; what 
 and where 0 makes no sense as the default.
 
 `morvex_ctl settings` lists them with their present values.
+`morvex_ctl settings --check` tells what the daemon would take otherwise than it looks.
 
 A change holds at once where the daemon asks anew each time, from the order `reconfig` where that is said, and else from the next
 start.
@@ -214,7 +215,7 @@ std::string MarkdownRow(const SettingRow& rRow) {
 int PrintSetting(const SettingsView& rView, const std::vector<ConfigRow>& vRows) {
   const SettingRow* prRow = FindSetting(rView.strKey);
   if (prRow == nullptr) {
-    std::cerr << Masked("There is no setting " + rView.strKey) << ".\n";
+    std::cerr << Masked("There is no setting " + rView.strKey + NearestSettingText(rView.strKey)) << ".\n";
     return CTL_USAGE;
   }
   if (rView.fJson) {
@@ -223,6 +224,16 @@ int PrintSetting(const SettingsView& rView, const std::vector<ConfigRow>& vRows)
     std::cout << SettingToText(*prRow, vRows);
   }
   return CTL_OK;
+}
+
+int PrintFindings(const SettingsView& rView, const std::vector<ConfigRow>& vRows) {
+  const std::vector<SettingFinding> vFindings = CheckSettings(vRows);
+  if (rView.fJson) {
+    std::cout << JsonToText(FindingsToJson(vFindings), /*iIndent=*/2) << "\n";
+  } else {
+    std::cout << FindingsToText(vFindings);
+  }
+  return vFindings.empty() ? CTL_OK : CTL_BAD_SETTING;
 }
 
 }  // namespace
@@ -381,6 +392,7 @@ int RunSettings(const SettingsView& rView) {
     std::cerr << "The database cannot be read: " << MaskedLines(strError) << "\n";
     return CTL_NO_DATABASE;
   }
+  if (rView.fCheck) return PrintFindings(rView, vRows);
   if (!rView.strKey.empty()) return PrintSetting(rView, vRows);
   if (rView.fJson) {
     std::cout << JsonToText(SettingsToJson(vRows), /*iIndent=*/2) << "\n";

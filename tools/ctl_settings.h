@@ -1,5 +1,7 @@
-// ctl_settings: the settings that the recorder reads, as Configs has them: listed.
+// ctl_settings: the settings that the recorder reads, as Configs has them: listed and checked.
 // What a setting means, where it belongs and which values it takes stands in src/settingstable.h.
+// Files:     ctl_settings.cpp lists and documents, ctl_settings_check.cpp finds what the recorder would not take as it
+//            was meant.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -36,9 +38,30 @@ nlohmann::json SettingsToJson(const std::vector<ConfigRow>& vRows, const Setting
 // docs/settings.md, whole.
 std::string SettingsToMarkdown();
 
+// -- check ------------------------------------------------------------------------------------------------------------
+struct SettingFinding {
+  std::string strParam, strPart;
+  std::string strText;  // a sentence without its end
+};
+// Keys in a part where the recorder does not see them, unknown keys, values that it takes otherwise than they look.
+// Configs is not the recorder's alone: an unknown key counts in part "crec", and elsewhere when a known one is like it.
+std::vector<SettingFinding> CheckSettings(const std::vector<ConfigRow>& vRows);
+// What is wrong with a value, of a channel list with that of one channel; empty: nothing.
+std::string CheckValue(const SettingRow& rRow, const std::string& strValue);
+// The same with a whole list, item by item, and with the number of channels of the board where the rows tell it.
+std::vector<std::string> CheckWholeValue(const SettingRow& rRow, const std::string& strBoard,
+                                         const std::string& strValue, const std::vector<ConfigRow>& vRows);
+// How many channels a board has; -1: the rows do not tell.
+int ChannelsOfBoard(const std::string& strBoard, const std::vector<ConfigRow>& vRows);
+// " (is it RecEnc?)" or the like, empty when no key is like it.
+std::string NearestSettingText(const std::string& strKey);
+std::string FindingsToText(const std::vector<SettingFinding>& vFindings);
+nlohmann::json FindingsToJson(const std::vector<SettingFinding>& vFindings);
+
 // -- the subcommands --------------------------------------------------------------------------------------------------
 struct SettingsView {
   std::string strKey;  // empty: all
+  bool fCheck = false;
   bool fJson = false;
   bool fMarkdown = false;
 };

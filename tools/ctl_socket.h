@@ -22,6 +22,7 @@ enum ECtlExit {
   CTL_NO_DATABASE = 10,   // the database cannot be read
   CTL_OTHER_REPLY = 11,   // a reply that is none of the known ones
   CTL_NOT_DONE = 12,      // the order was taken, and what it was for has not come about
+  CTL_BAD_SETTING = 13,   // settings --check: the recorder would not take a setting as it was meant
 };
 
 struct CtlReply {

@@ -28,7 +28,7 @@ _morvex_ctl() {
       change_local) words=--stop-start ;;
       status) words='--json --line --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' ;;
       watch) words=--json ;;
-      settings) words="$(morvex_ctl settings --markdown 2>/dev/null | sed -n 's/^| [[:punct:]]\([[:alnum:]_]*\)[[:punct:]] |.*/\1/p') --json" ;;
+      settings) words="$(morvex_ctl settings --markdown 2>/dev/null | sed -n 's/^| [[:punct:]]\([[:alnum:]_]*\)[[:punct:]] |.*/\1/p') --check --json" ;;
     esac
   fi
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")

@@ -112,7 +112,8 @@ constexpr double ENDLESS = std::numeric_limits<double>::infinity();
 
 // Asked of the arguments as they are: those that make no sense have not become any.
 bool IsCheck(int argc, char** argv) {
-  for (int i = 1; i < argc; i++) {
+  if (argc < 2 || strcmp(argv[1], "status") != 0) return false;  // settings has another
+  for (int i = 2; i < argc; i++) {
     if (strcmp(argv[i], "--check") == 0) return true;
   }
   return false;
@@ -126,7 +127,8 @@ class CommandLine {
     rApp.footer(
         "Exit status: 0 OK, 1 no report, 2 usage, 3 unknown order, 4 unknown call, 5 option is off, 6 time-out,\n"
         "7 trace already started or stopped, 8 no reply, 9 recorder not running, 10 no database,\n"
-        "11 unknown reply, 12 nothing came of the order. status --check has those of monitoring plugins: 0 OK,\n"
+        "11 unknown reply, 12 nothing came of the order, 13 a setting that is wrong. status --check has those of "
+        "monitoring plugins: 0 OK,\n"
         "1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
     AddCallOrder("silence", "Replace the audio of a call by silence from now on");
     AddCallOrder("sound", "End the silence of a call");
@@ -259,8 +261,12 @@ class CommandLine {
   void AddSettings() {
     CLI::App* prShow = rApp.add_subcommand("settings", "What can be set: present values, meaning, mistakes");
     prShow->add_option("key", rView.strKey, "This setting alone, with its meaning");
+    CLI::Option* prCheck =
+        prShow->add_flag("--check", rView.fCheck, "Tell what the recorder takes otherwise than it looks");
+    prCheck->excludes("key");
     prShow->add_flag("--json", rView.fJson, "For scripts");
-    prShow->add_flag("--markdown", rView.fMarkdown, "The document docs/settings.md")->excludes("key", "--json");
+    prShow->add_flag("--markdown", rView.fMarkdown, "The document docs/settings.md")
+        ->excludes("key", "--check", "--json");
     prShow->callback([this] { pRun = [this] { return RunSettings(rView); }; });
   }
 

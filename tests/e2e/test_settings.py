@@ -11,7 +11,8 @@ from test_ctl import CTL, complete, ctl
 
 CARDS = "card ATP8 1001 8"
 SETTINGS = {"crec": {"Syn1001_Trigger": "1,1,1,1,1,1,1,1"}, "web": {"Theirs": "1"}}
-USAGE, NO_DATABASE = 2, 10
+CLEAN = (0, "Nothing found.\n", "")
+USAGE, NO_DATABASE, BAD_SETTING = 2, 10, 13
 
 
 def stored(param):
@@ -34,7 +35,40 @@ def locked_settings():
         client.stdin.close()
 
 
-# -- list ------------------------------------------------------------------------------------------------------------
+# -- list and check --------------------------------------------------------------------------------------------------
+
+
+def test_what_the_daemon_writes_is_clean(daemon):
+    assert stored("CardList") == [("Syn1001", "crec")]
+    assert ctl("settings", "--check") == CLEAN
+    assert ctl("settings", "--check", "--json") == (0, "[]\n", "")
+
+
+def test_check_finds_what_the_daemon_takes_otherwise(daemon):
+    wrong = {"RecEnc": "mp3", "Syn1001_PBXType": "Panasonic", "Syn1001_Trigger": "9"}
+    daemon.store_settings({"crec": wrong})
+    try:
+        status, output, complaint = ctl("settings", "--check")
+        assert (status, complaint) == (BAD_SETTING, "")
+        assert output.splitlines() == [
+            "RecEnc: the recorder does not see it in part 'crec'; its part is 'o'",
+            "Syn1001_PBXType: 'Panasonic' is a PBX without rules of its own; write 'PANASONIC'",
+            "Syn1001_Trigger: channel 0: '9' is not in the range 0 to 4",
+        ]
+        status, output, complaint = ctl("settings", "--check", "--json")
+        assert (status, complaint) == (BAD_SETTING, "")
+        assert [finding["param"] for finding in json.loads(output)] == list(wrong)
+    finally:
+        sql("DELETE FROM Configs WHERE param IN ('RecEnc', 'Syn1001_PBXType')")
+        daemon.store_settings(SETTINGS)
+    assert ctl("settings", "--check") == CLEAN
+
+
+def test_list_of_number_items_is_held_against_the_card(daemon):
+    daemon.store_settings({"crec": {"Syn1001_AGC": "0,0,0,0,0,0,0,0,1"}})
+    expected = "Syn1001_AGC: 9 items, but the board has 8 channels\n"
+    assert ctl("settings", "--check") == (BAD_SETTING, expected, "")
+    sql("DELETE FROM Configs WHERE param = 'Syn1001_AGC'")
 
 
 def test_list_shows_present_values(daemon):
@@ -68,7 +102,7 @@ def test_one_setting(daemon):
     )
     status, output, _ = ctl("settings", "Syn1001_Trigger", "--json")
     assert (status, [setting["key"] for setting in json.loads(output)]) == (0, ["<board>_Trigger"])
-    assert ctl("settings", "RecEncc") == (USAGE, "", "There is no setting RecEncc.\n")
+    assert ctl("settings", "RecEncc") == (USAGE, "", "There is no setting RecEncc (is it RecEnc?).\n")
     assert ctl("settings", "\x1b[31m") == (USAGE, "", "There is no setting ?[31m.\n")
 
 
@@ -84,4 +118,4 @@ def test_locked_table_is_told_and_not_waited_for(daemon):
 
 def test_completion_offers_keys(daemon):
     assert complete("settings", "Card") == ["CardNotInternal", "CardList", "CardDriverVersion"]
-    assert complete("settings", "--") == ["--json"]
+    assert complete("settings", "--") == ["--check", "--json"]
