@@ -158,6 +158,7 @@ and where 0 makes no sense as the default.
 
 `morvex_ctl settings` lists them with their present values.
 `morvex_ctl settings --check` tells what the daemon would take otherwise than it looks.
+`morvex_ctl set` writes one, after the same checks.
 
 A change holds at once where the daemon asks anew each time, from the order `reconfig` where that is said, and else from the next
 start.

@@ -1,7 +1,7 @@
-// ctl_settings: the settings that the recorder reads, as Configs has them: listed and checked.
+// ctl_settings: the settings that the recorder reads, as Configs has them: listed, checked and set.
 // What a setting means, where it belongs and which values it takes stands in src/settingstable.h.
 // Files:     ctl_settings.cpp lists and documents, ctl_settings_check.cpp finds what the recorder would not take as it
-//            was meant.
+//            was meant, ctl_settings_set.cpp writes. The database is asked in one transaction each, within 3 seconds.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -58,6 +58,26 @@ std::string NearestSettingText(const std::string& strKey);
 std::string FindingsToText(const std::vector<SettingFinding>& vFindings);
 nlohmann::json FindingsToJson(const std::vector<SettingFinding>& vFindings);
 
+// -- set --------------------------------------------------------------------------------------------------------------
+struct SettingChange {
+  std::string strKey, strValue;
+  std::string strBoard;  // empty: the key names the board or has none
+  std::string strPart;   // empty: where the setting belongs
+  int iChannel = -1;     // of a channel list: the item to change; -1: the whole list
+};
+// What a change comes to.
+struct SettingPlan {
+  std::string strComplaint;  // empty: the change makes sense
+  ECtlExit eExit = CTL_OK;   // with a complaint
+  const SettingRow* prRow = nullptr;
+  std::string strParam, strPart;
+  bool fWasSet = false;
+  std::string strBefore, strAfter;
+};
+SettingPlan PlanChange(const SettingChange& rChange, const std::vector<ConfigRow>& vRows);
+// The name, and a line each for the value before and after; control characters masked.
+std::string PlanToText(const SettingPlan& rPlan);
+
 // -- the subcommands --------------------------------------------------------------------------------------------------
 struct SettingsView {
   std::string strKey;  // empty: all
@@ -65,5 +85,6 @@ struct SettingsView {
   bool fJson = false;
   bool fMarkdown = false;
 };
-// Prints, and gives the exit status.
+// Print, and give the exit status.
 int RunSettings(const SettingsView& rView);
+int RunSet(const SettingChange& rChange);

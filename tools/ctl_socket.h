@@ -19,10 +19,10 @@ enum ECtlExit {
   CTL_ALREADY = 7,        // ERR: a trace is started or stopped already
   CTL_NO_REPLY = 8,       // the daemon closed the connection without a line, or did not answer in time
   CTL_NOT_RUNNING = 9,    // nobody serves the socket
-  CTL_NO_DATABASE = 10,   // the database cannot be read
+  CTL_NO_DATABASE = 10,   // the database cannot be read or, by set, not written
   CTL_OTHER_REPLY = 11,   // a reply that is none of the known ones
   CTL_NOT_DONE = 12,      // the order was taken, and what it was for has not come about
-  CTL_BAD_SETTING = 13,   // settings --check: the recorder would not take a setting as it was meant
+  CTL_BAD_SETTING = 13,   // settings --check, set: the recorder would not take a setting as it was meant
 };
 
 struct CtlReply {

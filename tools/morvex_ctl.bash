@@ -14,7 +14,7 @@ _morvex_ctl() {
   local cur=${COMP_WORDS[COMP_CWORD]} words=
   if ((COMP_CWORD == 1)); then
     words='silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local'
-    words+=' status watch metrics settings --help --version'
+    words+=' status watch metrics settings set --help --version'
   elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --line ]]; then
     words=$(_morvex_ctl_lines)
   else
@@ -29,6 +29,14 @@ _morvex_ctl() {
       status) words='--json --line --check --warn-free --crit-free --warn-behind --crit-behind --warn-event' ;;
       watch) words=--json ;;
       settings) words="$(morvex_ctl settings --markdown 2>/dev/null | sed -n 's/^| [[:punct:]]\([[:alnum:]_]*\)[[:punct:]] |.*/\1/p') --check --json" ;;
+      set)
+        # What the recorder writes itself comes behind all that can be set.
+        if ((COMP_CWORD > 2)); then
+          words='--board --channel --part'
+        else
+          words=$(morvex_ctl settings --markdown 2>/dev/null | sed -n '/^## Written/q; s/^| [[:punct:]]\([[:alnum:]_]*\)[[:punct:]] |.*/\1/p')
+        fi
+        ;;
     esac
   fi
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")

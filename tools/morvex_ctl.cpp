@@ -268,11 +268,23 @@ class CommandLine {
     prShow->add_flag("--markdown", rView.fMarkdown, "The document docs/settings.md")
         ->excludes("key", "--check", "--json");
     prShow->callback([this] { pRun = [this] { return RunSettings(rView); }; });
+
+    CLI::App* prSet = rApp.add_subcommand("set", "Write a setting, if it makes sense");
+    prSet->add_option("key", rChange.strKey, "The setting, with or without the board in front")->required();
+    prSet->add_option("value", rChange.strValue, "Its new value; '' is as good as not set")->required();
+    prSet->add_option("--board", rChange.strBoard, "Of this board, such as Syn1001");
+    prSet
+        ->add_option("--channel", rChange.iChannel,
+                     "Of this channel of the board, counted from 0; the others keep theirs")
+        ->check(CLI::Range(0, 999));
+    prSet->add_option("--part", rChange.strPart, "Refuse when the setting belongs to another part");
+    prSet->callback([this] { pRun = [this] { return RunSet(rChange); }; });
   }
 
   CLI::App rApp{"Orders to the running call recorder, and a view of its lines and calls"};
   Arguments rArgs;
   SettingsView rView;
+  SettingChange rChange;
   std::function<int()> pRun;
 };
 

@@ -439,7 +439,7 @@ def test_watch_for_scripts_is_an_object_a_line(daemon, calls):
 # -- around it -------------------------------------------------------------------------------------------------------
 
 ORDERS = "silence sound start stop delete reconfig chst bittrace_start bittrace_stop change_local".split()
-SUBCOMMANDS = [*ORDERS, "status", "watch", "metrics", "settings"]
+SUBCOMMANDS = [*ORDERS, "status", "watch", "metrics", "settings", "set"]
 
 
 def complete(*words):

@@ -1,4 +1,4 @@
-"""morvex_ctl settings on the database of a running daemon."""
+"""morvex_ctl settings and set, on the database of a running daemon."""
 
 import json
 import subprocess
@@ -113,9 +113,138 @@ def test_locked_table_is_told_and_not_waited_for(daemon):
         assert complaint.startswith("The database cannot be read: ") and "statement timeout" in complaint
 
 
+# -- set -------------------------------------------------------------------------------------------------------------
+
+
+def test_set_takes_effect_on_the_running_daemon(daemon):
+    mark = daemon.mark()
+    assert ctl("set", "DelOnDmdType", "1") == (
+        0,
+        "DelOnDmdType (part o)\n  before  -\n  after   '1'\nIt holds at once: the recorder has read it.\n",
+        "",
+    )
+    daemon.wait_line("DelOnDmdType: 1", mark)
+    assert stored("DelOnDmdType") == [("1", "o")]
+
+
+def test_set_that_needs_no_order(daemon):
+    mark = daemon.mark()
+    assert ctl("set", "RecMinDur", "2", "--part", "s") == (
+        0,
+        "RecMinDur (part s)\n  before  -\n  after   '2'\nIt holds at once: the recorder asks for it each time.\n",
+        "",
+    )
+    assert stored("RecMinDur") == [("2", "s")]
+    assert [line for line in daemon.log_after(mark) if line.startswith("Msg")] == []
+
+
+def test_set_of_one_channel(daemon):
+    assert ctl("set", "Trigger", "2", "--board", "Syn1001", "--channel", "3") == (
+        0,
+        "Syn1001_Trigger (part crec)\n  before  '1,1,1,1,1,1,1,1'\n  after   '1,1,1,2,1,1,1,1'\n"
+        "It holds from the next start of the recorder.\n",
+        "",
+    )
+    assert stored("Syn1001_Trigger") == [("1,1,1,2,1,1,1,1", "crec")]
+
+
+def test_set_that_meets_another_change_writes_nothing(daemon):
+    before, theirs = stored("Syn1001_Trigger")[0][0], "1,1,1,1,4,1,1,1"
+    with another_client() as client:
+        client.stdin.write(f"BEGIN; UPDATE Configs SET value = '{theirs}' WHERE param = 'Syn1001_Trigger';\n\\echo changed\n")
+        client.stdin.flush()
+        assert client.stdout.readline() == "changed\n"
+        command = [CTL, "set", "Trigger", "3", "--board", "Syn1001", "--channel", "0"]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as mine:
+            waits = "SELECT 1 FROM pg_stat_activity WHERE query LIKE '%DELETE FROM Configs%' AND wait_event_type = 'Lock'"
+            wait_until("the tool waits for the row", lambda: rows(waits))
+            client.stdin.write("COMMIT;\n")
+            client.stdin.flush()
+            output, complaint = mine.communicate()
+    assert (mine.returncode, output) == (NO_DATABASE, "")
+    assert complaint.startswith("Nothing was written: ") and "could not serialize access" in complaint
+    assert before != theirs and stored("Syn1001_Trigger") == [(theirs, "crec")]
+
+
+def test_set_moves_a_setting_into_its_part(daemon):
+    daemon.store_settings({"crec": {"RecEnc": "gsm"}})
+    assert ctl("set", "RecEnc", "mp3")[0] == 0
+    assert stored("RecEnc") == [("mp3", "o")]
+
+
+def test_set_takes_any_text_as_it_is(daemon):
+    text = "22'), ('x', 'y', 'o'); DROP TABLE Configs; -- \\ %s $1"
+    assert ctl("set", "NumberFilters", text)[0] == 0
+    assert stored("NumberFilters") == [(text, "o")]
+    assert ctl("set", "InboundGain", "-3", "--board", "Syn1001")[0] == 0
+    assert stored("Syn1001_InboundGain") == [("-3", "crec")]
+
+
+@pytest.mark.parametrize(
+    "arguments, status, complaint",
+    [
+        (["RecEnc", "MP3"], BAD_SETTING, "RecEnc: 'MP3' is none of alaw, ulaw, gsm, mp3; write 'mp3'"),
+        (["RecEncc", "mp3"], USAGE, "There is no setting RecEncc (is it RecEnc?)"),
+        (["CardList", ""], USAGE, "CardList: the recorder writes it"),
+        (["ALE", "1", "--part", "crec"], USAGE, "ALE: the recorder does not see it in part 'crec'; its part is 'o'"),
+        (["Trigger", "1"], USAGE, "Trigger: it is a setting of a board: name it by --board"),
+        (
+            ["Syn1001_Trigger", "1", "--channel", "8"],
+            BAD_SETTING,
+            "Syn1001_Trigger: the board has 8 channels, counted from 0",
+        ),
+    ],
+)
+def test_set_that_makes_no_sense_writes_nothing(daemon, arguments, status, complaint):
+    before = rows("SELECT * FROM Configs ORDER BY param, value, part")
+    assert ctl("set", *arguments) == (status, "", complaint + "; nothing was written.\n")
+    assert rows("SELECT * FROM Configs ORDER BY param, value, part") == before
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["set"],
+        ["set", "RecEnc"],
+        ["set", "RecEnc", "mp3", "gsm"],
+        ["set", "Trigger", "1", "--channel", "-1"],
+        ["set", "Trigger", "1", "--channel", "x"],
+        ["settings", "RecEnc", "--check"],
+        ["settings", "--markdown", "--json"],
+    ],
+)
+def test_arguments_that_make_no_sense(daemon, arguments):
+    status, output, complaint = ctl(*arguments)
+    assert (status, output) == (USAGE, "")
+    assert complaint.endswith("\n")
+
+
+def test_set_is_not_held_up_by_a_locked_table(daemon):
+    with locked_settings():
+        status, output, complaint = ctl("set", "RecLocal", "1")
+        assert (status, output) == (NO_DATABASE, "")
+        assert complaint.startswith("Nothing was written: ") and "statement timeout" in complaint
+    assert stored("RecLocal") == []
+
+
 # -- around it -------------------------------------------------------------------------------------------------------
 
 
 def test_completion_offers_keys(daemon):
     assert complete("settings", "Card") == ["CardNotInternal", "CardList", "CardDriverVersion"]
     assert complete("settings", "--") == ["--check", "--json"]
+    assert complete("set", "Card") == ["CardNotInternal"]
+    assert complete("set", "RecE") == ["RecEnc"]
+    assert complete("set", "opt") == []
+    assert complete("set", "RecEnc", "--") == ["--board", "--channel", "--part"]
+
+
+def test_set_without_a_daemon(daemon):
+    """From here on the daemon of the other tests has ended."""
+    assert daemon.stop() == 0
+    assert ctl("set", "RecOnDmdType", "2") == (
+        0,
+        "RecOnDmdType (part o)\n  before  -\n  after   '2'\n"
+        "It holds from the next start: the recorder is not running.\n",
+        "",
+    )
