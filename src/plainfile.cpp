@@ -37,7 +37,7 @@ class AsideName {
  public:
   AsideName() {
     std::uint64_t uiRandom = 0;
-    (void)getrandom(&uiRandom, sizeof uiRandom, 0);  // without it the name is one that may be taken
+    (void)!getrandom(&uiRandom, sizeof uiRandom, 0);  // without it the name is one that may be taken
     for (int i = 0; i < DIGITS; i++, uiRandom /= 16) acName[PREFIX_CHARS + i] = "0123456789abcdef"[uiRandom % 16];
   }
   const char* Text() const { return acName; }
