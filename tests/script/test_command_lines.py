@@ -100,8 +100,8 @@ def test_unknown_option_is_refused(tree, script):
 
 
 WRONG = [
-    ("script/bootstrap bulid", "bootstrap: unknown group bulid; known: build test lint demo bench"),
-    ("script/bootstrap build bulid", "bootstrap: unknown group bulid; known: build test lint demo bench"),
+    ("script/bootstrap bulid", "bootstrap: unknown group bulid; known: build test lint demo bench package"),
+    ("script/bootstrap build bulid", "bootstrap: unknown group bulid; known: build test lint demo bench package"),
     ("script/test --preset", "test: --preset needs a value: --preset PRESET"),
     ("script/test --preset relase", "test: unknown preset relase; known: release debug asan tsan"),
     ("script/test --rerun-failed", "test: unknown option --rerun-failed; known: --preset --help"),
