@@ -146,8 +146,8 @@ inline constexpr SettingRow SETTING_ROWS[] = {
     {"RecOnDmdType", PART_O, SCOPE_UNIT, setting::Range(0, 3), "0", HOLDS_FROM_RECONFIG,
      "Which calls of trunks are recorded on demand alone: 0 none, 1 all, 2 and 3 those with a number of RecOnDmdList."},
     {"RecOnDmdList", PART_O, SCOPE_UNIT, setting::LIST, "", HOLDS_FROM_RECONFIG,
-     "Numbers for RecOnDmdType, each whole. An empty item, also an empty list, stands for each call of which one number "
-     "is missing."},
+     "Numbers for RecOnDmdType, each whole. An empty item, also an empty list, stands for each call of which one "
+     "number is missing."},
     {"SforceLink", PART_O, SCOPE_UNIT, setting::FROM_ZERO, "0", HOLDS_FROM_RECONFIG,
      "Above 0, the post-call script is run for each recording that is filed."},
     {"srWeekdays", PART_O, SCOPE_UNIT, setting::WEEKDAYS, "", HOLDS_AT_ONCE,
