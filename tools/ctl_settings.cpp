@@ -22,22 +22,9 @@ constexpr const char* READ_CONFIGS =
 constexpr const char* FILE_IS_THERE = "there";
 constexpr const char* NOTHING = "-";
 
-const char* PartText(ESettingPart ePart) {
-  switch (ePart) {
-    case PART_S:
-      return "s";
-    case PART_O:
-      return "o";
-    case PART_ANY:
-      return "any";
-    case PART_CREC:
-      return "crec";
-    case PART_CREC_LINE:
-      return "crec_line";
-    case PART_NONE:
-      break;
-  }
-  return NOTHING;
+const char* PartText(const SettingRow& rRow) {
+  if (rRow.ePart == PART_ANY) return "any";
+  return rRow.ePart == PART_NONE ? NOTHING : PartOf(rRow);
 }
 
 const char* ScopeText(ESettingScope eScope) {
@@ -182,7 +169,7 @@ std::string ChapterOf(const SettingRow& rRow) {
       break;
   }
   if (rRow.ePart == PART_ANY) return "Of the unit, in any part";
-  return std::string("Of the unit, in part \"") + PartText(rRow.ePart) + "\"";
+  return std::string("Of the unit, in part \"") + PartText(rRow) + "\"";
 }
 
 const char* ChapterText(const SettingRow& rRow) {
@@ -305,6 +292,23 @@ std::string ValuesText(const SettingRow& rRow) {
   return "there or not";
 }
 
+const char* PartOf(const SettingRow& rRow) {
+  switch (rRow.ePart) {
+    case PART_S:
+      return "s";
+    case PART_O:
+      return "o";
+    case PART_CREC:
+      return "crec";
+    case PART_CREC_LINE:
+      return "crec_line";
+    case PART_ANY:
+    case PART_NONE:
+      break;
+  }
+  return "";
+}
+
 const SettingRow* FindSetting(const std::string& strKey) {
   for (const SettingRow& rRow : SETTING_ROWS) {
     if (strKey == rRow.acKey || FitsKey(rRow.acKey, strKey)) return &rRow;
@@ -319,8 +323,7 @@ std::string SettingsToText(const std::vector<ConfigRow>& vRows) {
     const std::vector<ConfigRow> vOwn = RowsOf(rRow, rSorted);
     const std::string strScope = ScopeText(rRow.eScope);
     if (vOwn.empty()) {
-      vTable.push_back(
-          {KeyText(rRow), PartText(rRow.ePart), strScope, DefaultText(rRow), NOTHING, HoldsText(rRow.eHolds)});
+      vTable.push_back({KeyText(rRow), PartText(rRow), strScope, DefaultText(rRow), NOTHING, HoldsText(rRow.eHolds)});
     }
     for (const ConfigRow& rConfig : vOwn) {
       vTable.push_back({rConfig.strParam, PartOf(rConfig), strScope, DefaultText(rRow), Quoted(rConfig.strValue),
@@ -333,7 +336,7 @@ std::string SettingsToText(const std::vector<ConfigRow>& vRows) {
 std::string SettingToText(const SettingRow& rRow, const std::vector<ConfigRow>& vRows) {
   std::string strText = KeyText(rRow) + "\n  " + rRow.acMeaning + "\n";
   const std::pair<const char*, std::string> rFacts[] = {
-      {"part           ", PartText(rRow.ePart)},   {"scope          ", ScopeText(rRow.eScope)},
+      {"part           ", PartText(rRow)},         {"scope          ", ScopeText(rRow.eScope)},
       {"values         ", ValuesText(rRow)},       {"default        ", DefaultText(rRow)},
       {"a change holds ", HoldsText(rRow.eHolds)},
   };
@@ -355,7 +358,7 @@ nlohmann::json SettingsToJson(const std::vector<ConfigRow>& vRows, const Setting
       rPresent.push_back({{"param", rConfig.strParam}, {"part", rConfig.strPart}, {"value", rConfig.strValue}});
     }
     rSettings.push_back({{"key", KeyText(rRow)},
-                         {"part", PartText(rRow.ePart)},
+                         {"part", PartText(rRow)},
                          {"scope", ScopeText(rRow.eScope)},
                          {"type", TypeText(rRow.rValues.eType)},
                          {"values", ValuesText(rRow)},

@@ -29,6 +29,8 @@ std::string KeyText(const SettingRow& rRow);
 std::string ValuesText(const SettingRow& rRow);
 // The row of a key as people write it: with or without the board in front. Null: there is none.
 const SettingRow* FindSetting(const std::string& strKey);
+// The part of Configs that its rows stand in, or the daemon does not see them; empty: any, and for files.
+const char* PartOf(const SettingRow& rRow);
 // A table for people: a line for each row of Configs that is a setting, and one for each setting that is not set.
 std::string SettingsToText(const std::vector<ConfigRow>& vRows);
 // All of one setting, with its rows.

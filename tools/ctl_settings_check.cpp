@@ -188,24 +188,6 @@ std::string CheckWeekdays(const std::string& strValue) {
 
 // -- keys -------------------------------------------------------------------------------------------------------------
 
-// The part that a row must stand in to be seen; empty: any.
-std::string WantedPart(const SettingRow& rRow) {
-  switch (rRow.ePart) {
-    case PART_S:
-      return "s";
-    case PART_O:
-      return "o";
-    case PART_CREC:
-      return "crec";
-    case PART_CREC_LINE:
-      return "crec_line";
-    case PART_ANY:
-    case PART_NONE:
-      break;
-  }
-  return "";
-}
-
 bool IsWritten(const SettingRow& rRow) {
   return rRow.eHolds == HOLDS_AS_DAEMON_SAYS;
 }
@@ -337,7 +319,7 @@ std::vector<SettingFinding> CheckSettings(const std::vector<ConfigRow>& vRows) {
     if (iRivals > 0) {
       Find("stands in " + std::to_string(iRivals + 1) + " rows; which of them counts is left to chance");
     }
-    const std::string strWanted = WantedPart(*rName.prRow);
+    const std::string strWanted = PartOf(*rName.prRow);
     if (!strWanted.empty() && rConfig.strPart != strWanted) {
       Find("the recorder does not see it in part '" + rConfig.strPart + "'; its part is '" + strWanted + "'");
     }

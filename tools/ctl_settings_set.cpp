@@ -63,19 +63,6 @@ std::string CheckArguments(const SettingRow& rRow, const std::string& strBoard, 
   return "";
 }
 
-const char* OwnPart(const SettingRow& rRow) {
-  switch (rRow.ePart) {
-    case PART_S:
-      return "s";
-    case PART_O:
-      return "o";
-    case PART_CREC:
-      return "crec";
-    default:  // in any; the rest cannot be set
-      return "";
-  }
-}
-
 // What is wrong with the new value; empty: nothing.
 std::string CheckNewValue(const SettingPlan& rPlan, const std::string& strBoard, const SettingChange& rChange,
                           const std::vector<ConfigRow>& vRows) {
@@ -149,7 +136,7 @@ SettingPlan PlanChange(const SettingChange& rChange, const std::vector<ConfigRow
   rPlan.strParam = IsOfBoard(rRow) ? strBoard + "_" + rRow.acKey : rChange.strKey;
   if (strWhy.empty() && ParseSettingName(rPlan.strParam).prRow != &rRow)
     strWhy = "put a number, a day or a board in the place of <...>";
-  rPlan.strPart = OwnPart(rRow);
+  rPlan.strPart = PartOf(rRow);
   if (strWhy.empty() && !rChange.strPart.empty() && !rPlan.strPart.empty() && rChange.strPart != rPlan.strPart) {
     strWhy = "the recorder does not see it in part '" + rChange.strPart + "'; its part is '" + rPlan.strPart + "'";
   }
